@@ -1,0 +1,174 @@
+/*
+ * The C API as a C11 host uses it: the public headers compile as C, the
+ * accessor and allocation macros work on C lvalues, and the basic families
+ * behave the same when called from C.
+ */
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "vqutil/util.h"
+
+static int passed;
+static int failed;
+
+#define CHECK(cond)                                                   \
+  do {                                                                \
+    if (cond) {                                                       \
+      ++passed;                                                       \
+    } else {                                                          \
+      ++failed;                                                       \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+    }                                                                 \
+  } while (0)
+
+/* Output capture: the library's output function has vprintf's shape. */
+static char captured[4096];
+static int capture_output(const char *format, va_list args) {
+  size_t used = strlen(captured);
+  return vsnprintf(captured + used, sizeof captured - used, format, args);
+}
+
+static void test_errors(void) {
+  DutErrNumSet(D_ERR_DOESNT_EXIST);
+  CHECK(DutErrNumGet() == 8);
+  CHECK(strcmp(DutErrStrGet(), "doesn't exist") == 0);
+  CHECK(*DutErrNumGetPtr() == 8);
+  CHECK(strcmp(DutErrNumToStr(D_ERR_PROTOCOL_MISMATCH), "protocol mismatch") == 0);
+  CHECK(strcmp(DutErrNumToStr(23), "unknown error 23") == 0);
+
+  /* Setting the library number leaves errno alone. */
+  errno = ERANGE;
+  DutErrNumSet(D_ERR_VAL_INVALID);
+  CHECK(errno == ERANGE);
+
+  {
+    D_ERR_SAVE save;
+    CHECK(DutErrNumSave(&save) == D_TRUE);
+    CHECK(save.err_num == D_ERR_VAL_INVALID);
+    CHECK(save.c_err == ERANGE);
+    DutErrNumSet(0);
+    CHECK(DutErrNumRestore(&save) == D_TRUE);
+    CHECK(DutErrNumGet() == D_ERR_VAL_INVALID);
+  }
+  CHECK(DutErrNumSave(NULL) == D_FALSE);
+  CHECK(DutErrNumGet() == D_ERR_NULL_PTR);
+}
+
+static void test_output(void) {
+  D_OUTPUT_FUNC previous = DutGetOutputFunc();
+  captured[0] = '\0';
+  DutSetOutputFunc(capture_output);
+  DutErrNumSet(D_ERR_EMPTY);
+  DutOut("%s=%d\n", "answer", 42);
+  DutWarning("low on %s\n", "disk");
+  DutSetOutputFunc(previous);
+  CHECK(strstr(captured, "answer=42\n") != NULL);
+  CHECK(strstr(captured, "WARNING: low on disk\n") != NULL);
+  /* Printing never changes the caller's error number. */
+  CHECK(DutErrNumGet() == D_ERR_EMPTY);
+}
+
+struct item {
+  struct item *next; /* the link word comes first */
+  int value;
+};
+
+static int comes_before(void *a, void *b) {
+  return ((struct item *)a)->value < ((struct item *)b)->value;
+}
+
+static int int_before(void *a, void *b) { return *(int *)a < *(int *)b; }
+
+static void test_containers(void) {
+  struct item a = {NULL, 1}, b = {NULL, 2}, c = {NULL, 3};
+  void *front = NULL, *rear = NULL;
+  D_PQ_HDR pq = {NULL, NULL};
+  D_HASH_TABLE *table;
+  int x = 1, y = 2;
+
+  DutQueueInsert(&front, &rear, &c, comes_before);
+  DutQueueInsert(&front, &rear, &a, comes_before);
+  DutQueueInsert(&front, &rear, &b, comes_before);
+  CHECK(front == &a && rear == &c);
+  CHECK(DutListLength(front) == 3);
+  CHECK(DutListPos(front, &b) == 1);
+  CHECK(DutQueuePop(&front, &rear) == &a);
+
+  CHECK(DutPqInsert(&pq, &y, int_before) == 1);
+  CHECK(DutPqInsert(&pq, &x, int_before) == 1);
+  CHECK(DutPqCount(&pq) == 2);
+  CHECK(DutPqPop(&pq) == &x);
+  DutPqClose(&pq);
+  CHECK(D_PQ_FRONT(&pq) == NULL && D_PQ_REAR(&pq) == NULL);
+
+  table = DutHashCreateStr(4);
+  CHECK(table->size == 8 && table->max_entries == 6);
+  DutHashInsert(table, (D_WORD) "alpha", 1);
+  DutHashInsert(table, (D_WORD) "beta", 2);
+  CHECK(D_GHT_NUM_ENTRIES(table) == 2);
+  CHECK(DutHashLookup(table, (D_WORD) "beta") == 2);
+  CHECK(DutHashLookup(table, (D_WORD) "gamma") == 0);
+  CHECK(DutErrNumGet() == D_ERR_DOESNT_EXIST);
+  DutHashDestroy(table, NULL, NULL);
+}
+
+static void test_memory(void) {
+  char *text;
+  D_MALLOC(text, 16);
+  CHECK(text != NULL);
+  strcpy(text, "vqutil");
+  D_REALLOC(text, 64);
+  CHECK(strcmp(text, "vqutil") == 0);
+  D_FREE(text);
+  text = (char *)DutMalloc(0);
+  CHECK(text != NULL);
+  DutFree(text);
+}
+
+static D_TSD_KEY key = D_INVALID_TSD_KEY;
+static D_WORD thread_body(D_WORD arg) {
+  void *value = NULL;
+  DutErrNumSet((D_INT4)arg);
+  DutTsdSetValue(key, &key);
+  if (!DutTsdGetValue(key, &value) || value != &key) {
+    return -1;
+  }
+  return DutThreadEqual(DutThreadSelf(), D_INVALID_THREAD) ? -2 : DutErrNumGet();
+}
+
+static void test_threads(void) {
+  D_THREAD thread;
+  D_WORD code = 0;
+  D_MUTEX mutex;
+
+  CHECK(DutTsdKeyCreate(&key, NULL) == D_TRUE);
+  DutErrNumSet(D_ERR_EOF);
+  thread = DutThreadCreate(thread_body, (D_WORD)D_ERR_TIMEOUT_REACHED);
+  CHECK(thread != D_INVALID_THREAD);
+  CHECK(DutThreadWait(thread, &code) == D_TRUE);
+  CHECK(code == D_ERR_TIMEOUT_REACHED);
+  /* The other thread's error number did not leak into this one. */
+  CHECK(DutErrNumGet() == D_ERR_EOF);
+  CHECK(DutThreadSelf() == D_INVALID_THREAD);
+  CHECK(DutTsdKeyDestroy(key) == D_TRUE);
+
+  mutex = DutMutexCreate(1);
+  CHECK(mutex != D_INVALID_MUTEX);
+  CHECK(DutMutexLock(mutex, 0.0) == D_TRUE); /* recursive */
+  CHECK(DutMutexUnlock(mutex) == D_TRUE);
+  CHECK(DutMutexUnlock(mutex) == D_TRUE);
+  CHECK(DutMutexDestroy(mutex) == D_TRUE);
+  CHECK(DutMutexCreate(-1) == D_INVALID_MUTEX);
+  CHECK(DutErrNumGet() == D_ERR_VAL_INVALID);
+}
+
+int main(void) {
+  test_errors();
+  test_output();
+  test_containers();
+  test_memory();
+  test_threads();
+  printf("c_api: %d passed, %d failed\n", passed, failed);
+  return failed == 0 ? 0 : 1;
+}

@@ -16,5 +16,6 @@
 #include "file.h"
 #include "time.h"
 #include "platform.h"
+#include "init.h"
 
 #endif /* VQUTIL_UTIL_H */

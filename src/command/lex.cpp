@@ -781,9 +781,11 @@ D_EXPORT long DutLexGetCurrentPositionInFile(D_LEX *lexer) {
     DutWarning("DutLexGetCurrentPositionInFile: Cannot locate current position in file <%s>.\n", fileNameOf(lexer));
     return -1;
   }
-  // Characters read ahead into the block (and the peeked one) are not yet used.
+  // Characters read ahead into the block, the peeked one and the current
+  // character (not yet part of any token) are not yet used.
   long unread = lexer->block_len - lexer->block_pos;
   if (lexer->peek_char >= 0) ++unread;
+  if (lexer->cur_char >= 0) ++unread;
   return at - unread;
 }
 

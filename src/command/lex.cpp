@@ -218,7 +218,6 @@ int escaped(int c) {
     case 'f': return '\f';
     case 'v': return '\v';
     case 'a': return '\a';
-    case '0': return '\0';
     case '\\': return '\\';
     case '"': return '"';
     case '\'': return '\'';
@@ -252,7 +251,7 @@ bool scanString(D_LEX *lexer) {
         value = e;
       }
       DutSafeStringAppendChar(&lexer->value_str, static_cast<char>(value));
-    } else {
+    } else if (c != '\0') {  // a NUL read from a file cannot be part of a text
       DutSafeStringAppendChar(&lexer->value_str, static_cast<char>(c));
     }
   }

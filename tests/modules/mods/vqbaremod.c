@@ -1,0 +1,2 @@
+/* A module with no entry points and no ModuleInfo. */
+int vqBareModuleAnswer(void) { return 42; }

@@ -1,0 +1,825 @@
+// Chained hash tables of machine words. Chains are intrusive stacks of
+// buckets (next first), selected by masking the hash value with size - 1.
+//
+// The four ready-made key kinds are recognised by the identity of their
+// functions, so their searches run inlined instead of through two indirect
+// calls per probe; tables with caller-supplied functions take the generic
+// path, which calls those functions exactly as many times as documented.
+#include "vqutil/hash.h"
+
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "frame/check.hpp"
+#include "vqutil/error.h"
+#include "vqutil/list.h"
+#include "vqutil/memory.h"
+#include "vqutil/output.h"
+#include "vqutil/strutil.h"
+#include "vqutil/thread.h"
+
+#if defined(__GNUC__) || defined(__clang__)
+#define VQ_PREFETCH(address) __builtin_prefetch(address)
+#else
+#define VQ_PREFETCH(address) ((void)(address))
+#endif
+
+namespace {
+
+constexpr const char *kFile = "hash.c";
+
+// ---- Debug flags ----------------------------------------------------------
+
+// The flag array lives as long as the process; its address is fetched once.
+std::atomic<unsigned char *> gDebugFlags{nullptr};
+
+inline unsigned char *debugFlags() {
+  unsigned char *flags = gDebugFlags.load(std::memory_order_relaxed);
+  if (flags == nullptr) {
+    flags = DutGetDebugFlags();
+    gDebugFlags.store(flags, std::memory_order_relaxed);
+  }
+  return flags;
+}
+
+inline bool tracing() { return debugFlags()[D_DEBUG_HASH] != 0; }
+inline bool memoryTracing() { return debugFlags()[D_DEBUG_MEMORY] != 0; }
+
+inline unsigned long hexOf(const void *p) {
+  return static_cast<unsigned long>(reinterpret_cast<D_UWORD>(p));
+}
+inline unsigned long hexOf(D_WORD w) { return static_cast<unsigned long>(static_cast<D_UWORD>(w)); }
+template <class F>
+inline unsigned long hexOfFunc(F f) {
+  return static_cast<unsigned long>(reinterpret_cast<D_UWORD>(f));
+}
+
+// ---- Ready-made key kinds -------------------------------------------------
+
+// Contribution of each byte to a string hash: the byte as a signed char
+// widened to 32 bits, so bytes 0x80-0xFF subtract.
+struct ByteTables {
+  D_UINT4 exact[256];
+  D_UINT4 folded[256];  // upper-case ASCII letters first raised by 32
+  unsigned char fold[256];
+};
+
+constexpr ByteTables makeByteTables() {
+  ByteTables t{};
+  for (int b = 0; b < 256; ++b) {
+    int as_signed = b < 128 ? b : b - 256;
+    bool upper = b >= 'A' && b <= 'Z';
+    t.exact[b] = static_cast<D_UINT4>(as_signed);
+    t.folded[b] = static_cast<D_UINT4>(upper ? as_signed + 32 : as_signed);
+    t.fold[b] = static_cast<unsigned char>(upper ? b + 32 : b);
+  }
+  return t;
+}
+
+constexpr ByteTables kBytes = makeByteTables();
+
+inline D_UINT4 stringHash(const char *s, const D_UINT4 *contribution) {
+  D_UINT4 h = 0;
+  for (; *s != '\0'; ++s) h = h * 27u + contribution[static_cast<unsigned char>(*s)];
+  return h;
+}
+
+inline bool foldedEqual(const char *a, const char *b) {
+  for (;; ++a, ++b) {
+    unsigned char ca = kBytes.fold[static_cast<unsigned char>(*a)];
+    unsigned char cb = kBytes.fold[static_cast<unsigned char>(*b)];
+    if (ca != cb) return false;
+    if (ca == '\0') return true;
+  }
+}
+
+inline const char *asString(D_WORD key) { return reinterpret_cast<const char *>(key); }
+
+D_UINT4 hashInt(D_WORD key) { return static_cast<D_UINT4>(key); }
+D_INT4 testInt(D_WORD key1, D_WORD key2) { return key1 == key2; }
+
+D_UINT4 hashStr(D_WORD key) {
+  VQ_ASSERT(key != 0, "key != NULL", kFile);
+  return stringHash(asString(key), kBytes.exact);
+}
+D_INT4 testStr(D_WORD key1, D_WORD key2) {
+  VQ_ASSERT(key1 != 0, "key1 != NULL", kFile);
+  VQ_ASSERT(key2 != 0, "key2 != NULL", kFile);
+  return std::strcmp(asString(key1), asString(key2)) == 0;
+}
+
+D_UINT4 hashStri(D_WORD key) {
+  VQ_ASSERT(key != 0, "key != NULL", kFile);
+  return stringHash(asString(key), kBytes.folded);
+}
+D_INT4 testStri(D_WORD key1, D_WORD key2) {
+  // A null key equals nothing rather than crashing a caller's own search.
+  if (key1 == 0 || key2 == 0) return 0;
+  return foldedEqual(asString(key1), asString(key2));
+}
+
+// Allocations are at least 16-byte aligned: the low bits carry nothing.
+D_UINT4 hashPtr(D_WORD key) { return static_cast<D_UINT4>(static_cast<D_UWORD>(key) >> 4); }
+D_INT4 testPtr(D_WORD key1, D_WORD key2) { return key1 == key2; }
+
+enum class Kind { Int, Str, Stri, Ptr, Custom };
+
+inline Kind kindOf(const D_HASH_TABLE *t) {
+  if (t->hash_func == hashInt && t->test_func == testInt) return Kind::Int;
+  if (t->hash_func == hashStr && t->test_func == testStr) return Kind::Str;
+  if (t->hash_func == hashStri && t->test_func == testStri) return Kind::Stri;
+  if (t->hash_func == hashPtr && t->test_func == testPtr) return Kind::Ptr;
+  return Kind::Custom;
+}
+
+// ---- Search ---------------------------------------------------------------
+
+// Where a search ended: the link that points at the hit (null when absent)
+// and the chain index the key belongs to.
+struct Place {
+  D_HASH_BUCKET **link;
+  D_UINT4 index;
+};
+
+template <class Equal>
+inline Place walk(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, Equal equal) {
+  D_UINT4 index = hash & t->mask;
+  D_HASH_BUCKET **link = &t->buckets[index];
+  for (D_HASH_BUCKET *b; (b = *link) != nullptr; link = &b->next) {
+    if (equal(key, b->key)) return {link, index};
+  }
+  return {nullptr, index};
+}
+
+// The hash of a key of a ready-made kind (the key has been checked).
+inline D_UINT4 builtinHash(Kind kind, D_WORD key) {
+  switch (kind) {
+    case Kind::Int:
+      return static_cast<D_UINT4>(key);
+    case Kind::Ptr:
+      return hashPtr(key);
+    case Kind::Str:
+      return stringHash(asString(key), kBytes.exact);
+    case Kind::Stri:
+      return stringHash(asString(key), kBytes.folded);
+    case Kind::Custom:
+      break;
+  }
+  return 0;
+}
+
+Place locate(D_HASH_TABLE *t, D_WORD key) {
+  switch (kindOf(t)) {
+    case Kind::Int:
+      return walk(t, static_cast<D_UINT4>(key), key, [](D_WORD a, D_WORD b) { return a == b; });
+    case Kind::Ptr:
+      return walk(t, hashPtr(key), key, [](D_WORD a, D_WORD b) { return a == b; });
+    case Kind::Str:
+      VQ_ASSERT(key != 0, "key != NULL", kFile);
+      // Stored keys passed the same check when they were inserted.
+      return walk(t, stringHash(asString(key), kBytes.exact), key, [](D_WORD a, D_WORD b) {
+        return std::strcmp(asString(a), asString(b)) == 0;
+      });
+    case Kind::Stri:
+      VQ_ASSERT(key != 0, "key != NULL", kFile);
+      return walk(t, stringHash(asString(key), kBytes.folded), key,
+                  [](D_WORD a, D_WORD b) { return b != 0 && foldedEqual(asString(a), asString(b)); });
+    case Kind::Custom:
+      break;
+  }
+  D_HASH_TEST_FUNC test = t->test_func;
+  return walk(t, t->hash_func(key), key, [test](D_WORD a, D_WORD b) { return test(a, b) != 0; });
+}
+
+// ---- Key printing ---------------------------------------------------------
+
+// One shared text, replaced by every call; callers hold the process lock
+// from the call until the message using it is written.
+char *gPrintedKey = nullptr;
+
+const char *printKey(const D_HASH_TABLE *t, D_WORD key) {
+  if (t != nullptr && (t->hash_func == hashStr || t->hash_func == hashStri)) {
+    DutStringCopy(&gPrintedKey, asString(key));
+  } else {
+    char text[32];
+    std::snprintf(text, sizeof text, "%ld", static_cast<long>(key));
+    DutStringCopy(&gPrintedKey, text);
+  }
+  return gPrintedKey;
+}
+
+// A debug line naming a table and a key: "...(%lx, %s)\n".
+void traceTableKey(const char *format, const D_HASH_TABLE *t, D_WORD key) {
+  DutProcessMutexLock();
+  DutDebug(format, hexOf(t), printKey(t, key));
+  DutProcessMutexUnlock();
+}
+
+void traceKeyNotFound(const D_HASH_TABLE *t, D_WORD key) {
+  DutProcessMutexLock();
+  DutDebug("  key %s not found (returning NULL)\n", printKey(t, key));
+  DutProcessMutexUnlock();
+}
+
+// ---- Buckets --------------------------------------------------------------
+
+inline D_HASH_BUCKET *newBucket(D_WORD key, D_WORD value, int line) {
+  auto *b = static_cast<D_HASH_BUCKET *>(
+      DutMallocCheck(static_cast<D_INT4>(sizeof(D_HASH_BUCKET)), "new_bucket", kFile, line));
+  b->key = key;
+  b->value = value;
+  return b;
+}
+
+inline void freeBucket(D_HASH_BUCKET *b, const char *label, int line) {
+  b->key = 0;
+  b->value = 0;
+  DutFreeCheck(b, label, kFile, line);
+}
+
+inline D_HASH_BUCKET *popChain(D_HASH_BUCKET **head) {
+  return static_cast<D_HASH_BUCKET *>(DutStackPop(reinterpret_cast<void **>(head)));
+}
+
+// Pushes an allocated bucket first in its chain and counts it.
+inline void link(D_HASH_TABLE *t, D_HASH_BUCKET *b, D_UINT4 index) {
+  b->next = t->buckets[index];
+  t->buckets[index] = b;
+  ++t->num_entries;
+  if (b->next != nullptr) ++t->collisions;
+}
+
+// Moves every bucket of `from` into `to` in the order re-insertion would
+// take: chains in index order, each popped from its head. Growth of a large
+// table is bound by memory latency, so the buckets (and string keys) a few
+// chains ahead are fetched early.
+void moveAll(D_HASH_TABLE *from, D_HASH_TABLE *to, Kind kind) {
+  constexpr D_INT4 kAhead = 8;
+  const bool string_keys = kind == Kind::Str || kind == Kind::Stri;
+  const D_INT4 n = from->size;
+  for (D_INT4 i = 0; i < n; ++i) {
+    if (i + kAhead < n) VQ_PREFETCH(from->buckets[i + kAhead]);
+    if (string_keys && i + kAhead / 2 < n) {
+      if (const D_HASH_BUCKET *soon = from->buckets[i + kAhead / 2]) {
+        VQ_PREFETCH(asString(soon->key));
+      }
+    }
+    D_HASH_BUCKET *b = from->buckets[i];
+    from->buckets[i] = nullptr;
+    while (b != nullptr) {
+      D_HASH_BUCKET *next = b->next;
+      link(to, b, builtinHash(kind, b->key) & to->mask);
+      b = next;
+    }
+  }
+}
+
+// ---- Reset and destroy ----------------------------------------------------
+
+void emptyChains(D_HASH_TABLE *t, D_HASH_ENTRY_FUNC func, void *arg) {
+  for (D_INT4 i = 0; i < t->size; ++i) {
+    while (D_HASH_BUCKET *b = popChain(&t->buckets[i])) {
+      if (func != nullptr) func(b->key, b->value, arg);
+      freeBucket(b, "bucket", __LINE__);
+    }
+  }
+}
+
+void freeKey(D_WORD key, D_WORD, void *dummy) {
+  VQ_ASSERT(key != 0, "key != NULL", kFile);
+  VQ_ASSERT(dummy == nullptr, "dummy == NULL", kFile);
+  DutFreeCheck(reinterpret_cast<void *>(key), "key", kFile, __LINE__);
+}
+
+void freeValue(D_WORD, D_WORD value, void *dummy) {
+  VQ_ASSERT(value != 0, "value != NULL", kFile);
+  VQ_ASSERT(dummy == nullptr, "dummy == NULL", kFile);
+  DutFreeCheck(reinterpret_cast<void *>(value), "value", kFile, __LINE__);
+}
+
+void freeKeyValue(D_WORD key, D_WORD value, void *dummy) {
+  VQ_ASSERT(key != 0, "key != NULL", kFile);
+  VQ_ASSERT(value != 0, "value != NULL", kFile);
+  VQ_ASSERT(dummy == nullptr, "dummy == NULL", kFile);
+  DutFreeCheck(reinterpret_cast<void *>(key), "key", kFile, __LINE__);
+  DutFreeCheck(reinterpret_cast<void *>(value), "value", kFile, __LINE__);
+}
+
+// ---- Sorting --------------------------------------------------------------
+
+struct SortParm {
+  D_WORD *key_array;
+  D_WORD *value_array;
+  D_INT4 count;
+  D_HASH_FILTER_FUNC filter;
+};
+
+D_WORD collect(D_WORD key, D_WORD value, void *arg) {
+  VQ_ASSERT(arg != nullptr, "arg != NULL", kFile);
+  auto *parm = static_cast<SortParm *>(arg);
+  if (parm->filter != nullptr && parm->filter(key, value) == 0) return 0;
+  parm->key_array[parm->count] = key;
+  parm->value_array[parm->count] = value;
+  ++parm->count;
+  return 0;
+}
+
+D_INT4 compareStrings(D_WORD key1, D_WORD key2) { return std::strcmp(asString(key1), asString(key2)); }
+
+// Heap sort of keys[1..n] carrying values[1..n] along: a max-heap, so the
+// result ascends.
+void heapSort(D_WORD *keys, D_WORD *values, D_INT4 n, D_HASH_CMP_FUNC compare) {
+  if (n < 2) return;
+  D_INT4 l = n / 2 + 1;
+  D_INT4 ir = n;
+  for (;;) {
+    D_WORD key;
+    D_WORD value;
+    if (l > 1) {
+      --l;
+      key = keys[l];
+      value = values[l];
+    } else {
+      key = keys[ir];
+      value = values[ir];
+      keys[ir] = keys[1];
+      values[ir] = values[1];
+      if (--ir == 1) {
+        keys[1] = key;
+        values[1] = value;
+        break;
+      }
+    }
+    D_INT4 i = l;
+    D_INT4 j = l + l;
+    while (j <= ir) {
+      if (j < ir && compare(keys[j], keys[j + 1]) < 0) ++j;
+      if (compare(key, keys[j]) < 0) {
+        keys[i] = keys[j];
+        values[i] = values[j];
+        i = j;
+        j += j;
+      } else {
+        break;
+      }
+    }
+    keys[i] = key;
+    values[i] = value;
+  }
+}
+
+// Collects and sorts the selected entries; returns the key array (keys
+// true) or the value array and frees the other one.
+D_WORD *sortEntries(D_HASH_TABLE *t, D_INT4 *count, D_HASH_CMP_FUNC compare,
+                    D_HASH_FILTER_FUNC filter, bool keys) {
+  VQ_ASSERT(t != nullptr, "table != NULL", kFile);
+  VQ_ASSERT(count != nullptr, "array_size_return != NULL", kFile);
+  if (compare == nullptr) compare = compareStrings;
+  if (t->num_entries == 0) {
+    *count = 0;
+    return nullptr;
+  }
+  auto bytes = static_cast<D_INT4>((t->num_entries + 1) * sizeof(D_WORD));
+  SortParm parm{};
+  parm.key_array = static_cast<D_WORD *>(DutMallocCheck(bytes, "sort_parm.key_array", kFile, __LINE__));
+  parm.value_array =
+      static_cast<D_WORD *>(DutMallocCheck(bytes, "sort_parm.value_array", kFile, __LINE__));
+  parm.filter = filter;
+  DutHashTraverse(t, collect, &parm);
+
+  D_INT4 n = parm.count;
+  if (n == 0) {
+    DutFreeCheck(parm.key_array, "sort_parm.key_array", kFile, __LINE__);
+    DutFreeCheck(parm.value_array, "sort_parm.value_array", kFile, __LINE__);
+    *count = 0;
+    return nullptr;
+  }
+  // The sort works on positions 1..n: the first element moves to n + 1's
+  // slot, and everything moves back down by one afterwards.
+  parm.key_array[n] = parm.key_array[0];
+  parm.value_array[n] = parm.value_array[0];
+  heapSort(parm.key_array, parm.value_array, n, compare);
+  for (D_INT4 i = 1; i <= n; ++i) {
+    parm.key_array[i - 1] = parm.key_array[i];
+    parm.value_array[i - 1] = parm.value_array[i];
+  }
+  auto exact = static_cast<D_INT4>(n * sizeof(D_WORD));
+  parm.key_array = static_cast<D_WORD *>(
+      DutReallocCheck(parm.key_array, exact, "sort_parm.key_array", kFile, __LINE__));
+  parm.value_array = static_cast<D_WORD *>(
+      DutReallocCheck(parm.value_array, exact, "sort_parm.value_array", kFile, __LINE__));
+  *count = n;
+  if (keys) {
+    DutFreeCheck(parm.value_array, "sort_parm.value_array", kFile, __LINE__);
+    return parm.key_array;
+  }
+  DutFreeCheck(parm.key_array, "sort_parm.key_array", kFile, __LINE__);
+  return parm.value_array;
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---- Sizes and creation ---------------------------------------------------
+
+D_EXPORT D_INT4 DutRoundUpToPowerOf2(D_INT4 value) {
+  VQ_ASSERT(value >= 0, "value >= 0", kFile);
+  if (value < 3) return 2;
+  D_INT4 candidate = 2;
+  while (candidate < value) {
+    candidate = static_cast<D_INT4>(static_cast<D_UINT4>(candidate) * 2u);
+    if (candidate < 0) {
+      DutWarning("DutRoundUpToPowerOf2: overflow on %ld\n", static_cast<long>(value));
+      return 2;
+    }
+  }
+  return candidate;
+}
+
+D_EXPORT D_HASH_TABLE *DutHashCreate(D_INT4 size, D_HASH_FUNC hash_func, D_HASH_TEST_FUNC test_func) {
+  VQ_ASSERT(hash_func != nullptr, "hash_func != NULL", kFile);
+  VQ_ASSERT(test_func != nullptr, "test_func != NULL", kFile);
+  const bool trace = tracing();
+  if (trace) DutDebug("entering DutHashCreate(%ld)\n", static_cast<long>(size));
+  DutSetInitialSbrk();
+  auto *table = static_cast<D_HASH_TABLE *>(
+      DutCallocCheck(static_cast<D_INT4>(sizeof(D_HASH_TABLE)), "table", kFile, __LINE__));
+
+  // 4/3 of the request leaves room for a quarter more entries before the
+  // first growth.
+  double wanted = (size < 4 ? 4 : size) * 1.3333333333333333;
+  if (wanted > 2147483647.0) wanted = 2147483647.0;
+  table->size = DutRoundUpToPowerOf2(static_cast<D_INT4>(wanted));
+  if (trace) {
+    DutDebug("  using %ld as initial size of hash table %lx\n", static_cast<long>(table->size),
+             hexOf(table));
+  }
+  table->max_entries = static_cast<D_INT4>(table->size * 0.75);
+  table->mask = static_cast<D_UINT4>(table->size) - 1u;
+  table->buckets = static_cast<D_HASH_BUCKET **>(DutCallocCheck(
+      static_cast<D_INT4>(static_cast<size_t>(table->size) * sizeof(D_HASH_BUCKET *)),
+      "table->buckets", kFile, __LINE__));
+  table->hash_func = hash_func;
+  table->test_func = test_func;
+  return table;
+}
+
+D_EXPORT D_HASH_TABLE *DutHashCreateInt(D_INT4 size) { return DutHashCreate(size, hashInt, testInt); }
+D_EXPORT D_HASH_TABLE *DutHashCreateStr(D_INT4 size) { return DutHashCreate(size, hashStr, testStr); }
+D_EXPORT D_HASH_TABLE *DutHashCreateStri(D_INT4 size) {
+  return DutHashCreate(size, hashStri, testStri);
+}
+D_EXPORT D_HASH_TABLE *DutHashCreatePtr(D_INT4 size) { return DutHashCreate(size, hashPtr, testPtr); }
+
+// ---- Accessors ------------------------------------------------------------
+
+D_EXPORT D_INT4 DutHashGetSize(D_HASH_TABLE *table) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  VQ_ASSERT(D_GHT_NUM_ENTRIES(table) >= 0, "D_GHT_NUM_ENTRIES(table) >= 0", kFile);
+  return table->num_entries;
+}
+
+D_EXPORT D_INT4 DutHashGetCollisions(D_HASH_TABLE *table) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  return table->collisions;
+}
+
+D_EXPORT D_HASH_FUNC DutHashGetHashFunc(D_HASH_TABLE *table) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  return table->hash_func;
+}
+
+D_EXPORT D_HASH_TEST_FUNC DutHashGetTestFunc(D_HASH_TABLE *table) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  return table->test_func;
+}
+
+// ---- Lookup ---------------------------------------------------------------
+
+D_EXPORT D_WORD DutHashLookup(D_HASH_TABLE *table, D_WORD key) {
+  if (table == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return 0;
+  }
+  if (tracing()) traceTableKey("Entering DutHashLookup(%lx, %s)\n", table, key);
+  Place place = locate(table, key);
+  if (place.link == nullptr) {
+    DutErrNumSet(D_ERR_DOESNT_EXIST);
+    return 0;
+  }
+  return (*place.link)->value;
+}
+
+D_EXPORT D_WORD DutHashLookupInt(D_HASH_TABLE *table, D_INT4 key) {
+  return DutHashLookup(table, static_cast<D_WORD>(key));
+}
+
+D_EXPORT D_HASH_BUCKET *DutHashLookupBucket(D_HASH_TABLE *table, D_WORD key) {
+  if (table == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return nullptr;
+  }
+  Place place = locate(table, key);
+  if (place.link == nullptr) {
+    DutErrNumSet(D_ERR_DOESNT_EXIST);
+    return nullptr;
+  }
+  return *place.link;
+}
+
+D_EXPORT D_HASH_BUCKET *DutHashGetFirstBucket(D_HASH_TABLE *table) {
+  if (table == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return nullptr;
+  }
+  for (D_INT4 i = 0; i < table->size; ++i) {
+    if (table->buckets[i] != nullptr) return table->buckets[i];
+  }
+  VQ_EXPECT(0 == D_GHT_NUM_ENTRIES(table), "0 == D_GHT_NUM_ENTRIES(table)", kFile);
+  DutErrNumSet(D_ERR_DOESNT_EXIST);
+  return nullptr;
+}
+
+D_EXPORT D_WORD DutHashBucketGetValue(D_HASH_BUCKET *bucket) {
+  VQ_ASSERT(bucket != nullptr, "bucket != NULL", kFile);
+  return bucket->value;
+}
+
+D_EXPORT D_WORD DutHashBucketSetValue(D_HASH_BUCKET *bucket, D_WORD new_value) {
+  VQ_ASSERT(bucket != nullptr, "bucket != NULL", kFile);
+  VQ_ASSERT(new_value != 0, "new_value != NULL", kFile);
+  D_WORD old_value = bucket->value;
+  VQ_ASSERT(old_value != 0, "old_value != NULL", kFile);
+  bucket->value = new_value;
+  return old_value;
+}
+
+// ---- Insertion and replacement --------------------------------------------
+
+D_EXPORT void DutHashInsert(D_HASH_TABLE *table, D_WORD key, D_WORD value) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  VQ_ASSERT(value != 0, "value != NULL", kFile);
+  const bool trace = tracing();
+  if (trace) {
+    DutProcessMutexLock();
+    DutDebug("entering DutHashInsert(%lx, %s, %lx)\n", hexOf(table), printKey(table, key),
+             hexOf(value));
+    DutProcessMutexUnlock();
+  }
+  Place place = locate(table, key);
+  if (place.link != nullptr) {
+    DutProcessMutexLock();
+    DutWarning("DutHashInsert: key %s already exists in hash table.\n", printKey(table, key));
+    DutProcessMutexUnlock();
+    return;
+  }
+  D_HASH_BUCKET *bucket = newBucket(key, value, __LINE__);
+  // A caller's hash function is asked again, as it always has been; the
+  // ready-made ones are pure, so the index found by the search stands.
+  D_UINT4 index = place.index;
+  if (kindOf(table) == Kind::Custom) index = table->hash_func(key) & table->mask;
+  VQ_ASSERT(D_IN_RANGE(static_cast<long long>(index), 0, table->size - 1),
+            "D_IN_RANGE(hash_value, 0, table->size - 1)", kFile);
+  link(table, bucket, index);
+  if (trace) {
+    DutDebug("  hash table now has %ld entries\n", static_cast<long>(table->num_entries));
+  }
+  if (table->num_entries > table->max_entries) DutHashResize(table, table->size * 2);
+}
+
+D_EXPORT D_WORD DutHashReplace(D_HASH_TABLE *table, D_WORD key, D_WORD new_value) {
+  D_HASH_BUCKET *bucket = DutHashLookupBucket(table, key);
+  if (bucket == nullptr) {
+    DutHashInsert(table, key, new_value);
+    return 0;
+  }
+  VQ_ASSERT(new_value != 0, "new_value != NULL", kFile);
+  D_WORD old_value = bucket->value;
+  VQ_ASSERT(old_value != 0, "old_value != NULL", kFile);
+  bucket->key = key;
+  bucket->value = new_value;
+  return old_value;
+}
+
+// ---- Growth ---------------------------------------------------------------
+
+D_EXPORT void DutHashResize(D_HASH_TABLE *table, D_INT4 size) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  const bool trace = tracing();
+  if (trace) DutDebug("entering DutHashResize(%lx)\n", hexOf(table));
+  if (table->size > size) return;
+
+  D_HASH_TABLE *bigger_table = DutHashCreate(size, table->hash_func, table->test_func);
+  // Moving the buckets themselves gives the same chains, order and
+  // collision count as inserting every entry afresh. Re-insertion proper is
+  // kept where it can be seen: in the traces, and through a caller's own
+  // functions.
+  const Kind kind = kindOf(table);
+  if (!trace && !memoryTracing() && kind != Kind::Custom) {
+    moveAll(table, bigger_table, kind);
+  } else {
+    for (D_INT4 i = 0; i < table->size; ++i) {
+      while (D_HASH_BUCKET *b = popChain(&table->buckets[i])) {
+        DutHashInsert(bigger_table, b->key, b->value);
+        freeBucket(b, "new", __LINE__);
+      }
+    }
+  }
+  VQ_EXPECT(D_GHT_NUM_ENTRIES(table) == bigger_table->num_entries,
+            "D_GHT_NUM_ENTRIES(table) == bigger_table->num_entries", kFile);
+  DutFreeCheck(table->buckets, "table->buckets", kFile, __LINE__);
+  *table = *bigger_table;
+  DutFreeCheck(bigger_table, "bigger_table", kFile, __LINE__);
+  if (trace) {
+    DutHashDump(table, DutDebug);
+    DutDebug("end of DutHashResize\n");
+  }
+}
+
+// ---- Deletion -------------------------------------------------------------
+
+D_EXPORT D_HASH_BUCKET *DutHashDeleteBucket(D_HASH_TABLE *table, D_WORD key) {
+  const bool trace = tracing();
+  if (trace) traceTableKey("entering DutHashDeleteBucket(%lx, %s)\n", table, key);
+  if (table == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return nullptr;
+  }
+  Place place = locate(table, key);
+  if (place.link == nullptr) {
+    if (trace) traceKeyNotFound(table, key);
+    DutErrNumSet(D_ERR_DOESNT_EXIST);
+    return nullptr;
+  }
+  D_HASH_BUCKET *bucket = *place.link;
+  // Removing from behind a chain head takes back a counted collision;
+  // removing a head does not, so the counter may stay above the number of
+  // chained entries.
+  if (place.link != &table->buckets[place.index]) --table->collisions;
+  *place.link = bucket->next;
+  bucket->next = nullptr;
+  --table->num_entries;
+  if (trace) {
+    DutDebug("  hash table %lx now has %ld entries\n", hexOf(table),
+             static_cast<long>(table->num_entries));
+  }
+  VQ_ASSERT(table->num_entries >= 0, "table->num_entries >= 0", kFile);
+  if (trace) {
+    DutDebug("  returning bucket %lx\n", hexOf(bucket));
+    DutHashDump(table, DutDebug);
+  }
+  return bucket;
+}
+
+D_EXPORT D_WORD DutHashDelete(D_HASH_TABLE *table, D_WORD key) {
+  const bool trace = tracing();
+  if (trace) traceTableKey("entering DutHashDelete(%lx, %s)\n", table, key);
+  D_HASH_BUCKET *bucket = DutHashDeleteBucket(table, key);
+  if (bucket == nullptr) {
+    if (trace) traceKeyNotFound(table, key);
+    return 0;
+  }
+  D_WORD value = bucket->value;
+  freeBucket(bucket, "bucket", __LINE__);
+  return value;
+}
+
+// ---- Traversal ------------------------------------------------------------
+
+// Owns nothing with a destructor: a visit function may long-jump out.
+D_EXPORT D_WORD DutHashTraverse(D_HASH_TABLE *table, D_HASH_TRAV_FUNC func, void *arg) {
+  const bool trace = tracing();
+  if (trace) {
+    DutDebug("entering DutHashTraverse(%lx, %lx, %lx)\n", hexOf(table), hexOfFunc(func), hexOf(arg));
+  }
+  if (table == nullptr || func == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return 0;
+  }
+  if (table->size < 1) {
+    DutErrNumSet(D_ERR_END_OF_TRAVERSAL);
+    return 0;
+  }
+  for (D_INT4 i = 0; i < table->size; ++i) {
+    D_HASH_BUCKET *b = table->buckets[i];
+    while (b != nullptr) {
+      if (trace) DutDebug("  calling func with \"%lx\"\n", hexOf(b->key));
+      D_WORD result = func(b->key, b->value, arg);
+      if (result != 0) {
+        if (trace) DutDebug("  returning value %lx\n", hexOf(result));
+        return result;
+      }
+      b = b->next;
+    }
+  }
+  DutErrNumSet(D_ERR_END_OF_TRAVERSAL);
+  return 0;
+}
+
+// ---- Reset and destroy ----------------------------------------------------
+
+D_EXPORT void DutHashReset(D_HASH_TABLE *table, D_HASH_ENTRY_FUNC func, void *arg) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  emptyChains(table, func, arg);
+  // The chain array stays: a table never shrinks.
+  table->num_entries = 0;
+  table->collisions = 0;
+}
+
+D_EXPORT void DutHashResetFreeKey(D_HASH_TABLE *table) { DutHashReset(table, freeKey, nullptr); }
+D_EXPORT void DutHashResetFreeValue(D_HASH_TABLE *table) { DutHashReset(table, freeValue, nullptr); }
+D_EXPORT void DutHashResetFreeKeyValue(D_HASH_TABLE *table) {
+  DutHashReset(table, freeKeyValue, nullptr);
+}
+
+D_EXPORT void DutHashDestroy(D_HASH_TABLE *table, D_HASH_ENTRY_FUNC func, void *arg) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  emptyChains(table, func, arg);
+  DutFreeCheck(table->buckets, "table->buckets", kFile, __LINE__);
+  DutFreeCheck(table, "table", kFile, __LINE__);
+}
+
+D_EXPORT void DutHashDestroyFreeKey(D_HASH_TABLE *table) { DutHashDestroy(table, freeKey, nullptr); }
+D_EXPORT void DutHashDestroyFreeValue(D_HASH_TABLE *table) {
+  DutHashDestroy(table, freeValue, nullptr);
+}
+D_EXPORT void DutHashDestroyFreeKeyValue(D_HASH_TABLE *table) {
+  DutHashDestroy(table, freeKeyValue, nullptr);
+}
+
+// ---- Dump -----------------------------------------------------------------
+
+D_EXPORT void DutHashDump(D_HASH_TABLE *table, D_PRINT_FUNC output) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  if (output == nullptr) output = DutDebug;
+  // The printed key and the real-number text are shared buffers.
+  DutProcessMutexLock();
+  output("*** Dumping Hash Table ***\n");
+  output("  Size = %ld, Num Entries = %ld, Max Entries = %ld, Collisions = %ld\n",
+         static_cast<long>(table->size), static_cast<long>(table->num_entries),
+         static_cast<long>(table->max_entries), static_cast<long>(table->collisions));
+
+  double average = static_cast<double>(table->num_entries) / table->size;
+  double squares = 0.0;
+  D_INT4 non_empty = 0;
+  for (D_INT4 i = 0; i < table->size; ++i) {
+    D_INT4 length = DutListLength(table->buckets[i]);
+    if (length > 0) ++non_empty;
+    squares += (length - average) * (length - average);
+  }
+  output("  All Buckets: Avg Size = %s", DutRealToStr(average));
+  output(", Std Dev = %s\n", DutRealToStr(std::sqrt(squares)));
+
+  // The sum keeps the all-chains part: the second deviation adds to it.
+  average = static_cast<double>(table->num_entries) / static_cast<double>(non_empty);
+  for (D_INT4 i = 0; i < table->size; ++i) {
+    D_INT4 length = DutListLength(table->buckets[i]);
+    if (length > 0) squares += (length - average) * (length - average);
+  }
+  output("  Non-Empty Buckets (%ld): Avg Size = %s", static_cast<long>(non_empty),
+         DutRealToStr(average));
+  output(", Std Dev = %s\n", DutRealToStr(std::sqrt(squares)));
+
+  for (D_INT4 i = 0; i < table->size; ++i) {
+    output("  Bucket %ld has %ld entries\n", static_cast<long>(i),
+           static_cast<long>(DutListLength(table->buckets[i])));
+    for (D_HASH_BUCKET *b = table->buckets[i]; b != nullptr; b = b->next) {
+      VQ_ASSERT(output != nullptr, "output_func != NULL", kFile);
+      output("    %s\t%lx\n", printKey(table, b->key), hexOf(b->value));
+    }
+  }
+  DutProcessMutexUnlock();
+}
+
+// ---- Sorting --------------------------------------------------------------
+
+D_EXPORT D_WORD *DutHashSort(D_HASH_TABLE *table, D_INT4 *count, D_HASH_CMP_FUNC compare,
+                             D_HASH_FILTER_FUNC filter) {
+  return sortEntries(table, count, compare, filter, false);
+}
+
+D_EXPORT D_WORD *DutHashSortKeys(D_HASH_TABLE *table, D_INT4 *count, D_HASH_CMP_FUNC compare,
+                                 D_HASH_FILTER_FUNC filter) {
+  return sortEntries(table, count, compare, filter, true);
+}
+
+// Owns nothing with a destructor: a visit function may long-jump out.
+D_EXPORT D_WORD DutHashSortTraverse(D_HASH_TABLE *table, D_HASH_VALUE_FUNC func, void *arg,
+                                    D_HASH_CMP_FUNC compare, D_HASH_FILTER_FUNC filter) {
+  VQ_ASSERT(table != nullptr, "table != NULL", kFile);
+  VQ_ASSERT(func != nullptr, "func != NULL", kFile);
+  D_INT4 count = 0;
+  D_WORD *sorted_elements = DutHashSort(table, &count, compare, filter);
+  D_WORD result = 0;
+  for (D_INT4 i = 0; i < count; ++i) {
+    result = func(sorted_elements[i], arg);
+    if (result != 0) break;
+  }
+  if (count > 0) DutFreeCheck(sorted_elements, "sorted_elements", kFile, __LINE__);
+  return result;
+}
+
+}  // extern "C"

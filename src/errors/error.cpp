@@ -154,17 +154,22 @@ D_HASH_TABLE *errorTable() {
   return utErrorStringTable;
 }
 
-// The three-step access to the record: save the foreign values, touch the
-// record, put everything back.
+// The three-step access to the record: capture the foreign values, touch
+// the record, put back whatever fetching (or creating) the record changed.
 template <typename Fn>
 void withRecord(Fn &&fn) {
-  D_ERR_SAVE save;
-  D_TSD_RECORD *tsd = DutErrNumSaveTsd(&save);
+  const int saved_errno = errno;
+  const int saved_os = vq::os::lastError();
+  const int saved_socket = vq::os::socketError();
+  D_TSD_RECORD *tsd = DutGetTsdValue();
   VQ_EXPECT(tsd != nullptr, "D_NULL != tsd", kFile);
   if (tsd == nullptr) return;
+  D_ERR_SAVE save{tsd->err_num, saved_errno, saved_os, saved_socket};
   fn(tsd, save);
-  D_BOOL status = DutErrNumRestoreTsd(&save, tsd);
-  VQ_EXPECT(status == D_TRUE, "D_TRUE == status", kFile);
+  tsd->err_num = save.err_num;
+  errno = saved_errno;
+  if (vq::os::lastError() != saved_os) vq::os::setLastError(saved_os);
+  if (vq::os::socketError() != saved_socket) vq::os::setSocketError(saved_socket);
 }
 
 }  // namespace

@@ -274,11 +274,16 @@ D_EXPORT void DutWarning(const char *format, ...) {
   D_BOOL status = DutErrNumSave(&save);
   DutExpect(status == D_TRUE, "D_TRUE == status", kFile, __LINE__);
   std::fflush(stdout);
-  DutOutDebug("WARNING: ");
-  va_list args;
-  va_start(args, format);
-  outAndDebug(format, args);
-  va_end(args);
+  {
+    // One hold for prefix and text, so that warnings of two threads never
+    // interleave.
+    vq::ProcessLock lock;
+    DutOutDebug("WARNING: ");
+    va_list args;
+    va_start(args, format);
+    outAndDebug(format, args);
+    va_end(args);
+  }
   if (std::getenv("VQ_WARNING_ABORT") != nullptr) std::abort();
   status = DutErrNumRestore(&save);
   DutExpect(status == D_TRUE, "D_TRUE == status", kFile, __LINE__);

@@ -1,0 +1,240 @@
+// Conversion rate of the real-format families over 10^6 values, against
+// two references measured in the same run: the frexp-based reference
+// encoders of the tests (what a straightforward arithmetic version costs)
+// and memcpy of the same array (the memory-bound limit).
+//
+// Every library conversion works in place on a fresh copy of the input;
+// the copy is made with the timer paused. Inputs stay in the exact range
+// of each conversion, so no warning is printed.
+#include <benchmark/benchmark.h>
+
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "../tests/format/format_oracle.hpp"
+#include "vqutil/format.h"
+
+namespace {
+
+constexpr std::size_t kCount = 1000000;
+constexpr D_INT4 kHost = std::endian::native == std::endian::little ? D_INT_LITTLE_ENDIAN : D_INT_BIG_ENDIAN;
+
+using Convert = D_BOOL (*)(void *, D_INT4, D_INT4);
+
+// Normal values 1.f x 2^k for k in [lo, hi].
+template <typename T>
+std::vector<T> values(int lo, int hi) {
+  std::mt19937_64 rng(0xBE7C4u);
+  std::uniform_real_distribution<T> fraction(T(1), T(2));
+  std::uniform_int_distribution<int> exponent(lo, hi);
+  std::vector<T> out(kCount);
+  for (auto &v : out) v = std::ldexp(fraction(rng), exponent(rng)) * (rng() % 2 ? T(-1) : T(1));
+  return out;
+}
+
+// The input in a foreign format, produced by the conversion under test.
+template <typename T>
+std::vector<T> foreign(const std::vector<T> &ieee, Convert to, D_INT4 out_format) {
+  std::vector<T> out = ieee;
+  for (auto &v : out) to(&v, kHost, out_format);
+  return out;
+}
+
+// The conversion is a template argument so that the loop calls it
+// directly, as a host's own loop would.
+template <Convert fn, typename T>
+void runLibrary(benchmark::State &state, const std::vector<T> &input, D_INT4 in, D_INT4 out) {
+  std::vector<T> work(input.size());
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::memcpy(work.data(), input.data(), input.size() * sizeof(T));
+    state.ResumeTiming();
+    for (auto &v : work) fn(&v, in, out);
+    benchmark::DoNotOptimize(work.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(input.size()));
+}
+
+template <typename T, typename Encode>
+void runOracle(benchmark::State &state, const std::vector<T> &input, Encode encode) {
+  std::vector<T> work(input.size());
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < input.size(); ++i) {
+      const auto bytes = encode(input[i]);
+      std::memcpy(&work[i], bytes.data(), sizeof(T));
+    }
+    benchmark::DoNotOptimize(work.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(input.size()));
+}
+
+template <typename T>
+void runMemcpy(benchmark::State &state) {
+  const std::vector<T> input = values<T>(-10, 10);
+  std::vector<T> work(input.size());
+  for (auto _ : state) {
+    std::memcpy(work.data(), input.data(), input.size() * sizeof(T));
+    benchmark::DoNotOptimize(work.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(input.size()));
+}
+
+template <typename T>
+std::array<unsigned char, sizeof(T)> ieeeArray(T v) {
+  std::array<unsigned char, sizeof(T)> out{};
+  std::memcpy(out.data(), &v, sizeof v);
+  return out;
+}
+
+// ---- References ------------------------------------------------------------
+
+void BM_Memcpy4(benchmark::State &state) { runMemcpy<float>(state); }
+void BM_Memcpy8(benchmark::State &state) { runMemcpy<double>(state); }
+
+// ---- IBM single -------------------------------------------------------------
+
+const std::vector<float> &floatsIbm() {
+  static const std::vector<float> v = values<float>(-120, 120);
+  return v;
+}
+
+void BM_IeeeToIbm4_Library(benchmark::State &state) {
+  runLibrary<DutSwapReal4IeeeToIbm370>(state, floatsIbm(), kHost, D_INT_BIG_ENDIAN);
+}
+void BM_IeeeToIbm4_Oracle(benchmark::State &state) {
+  runOracle(state, floatsIbm(), [](float v) { return vqoracle::ibm4FromValue(v); });
+}
+void BM_Ibm4ToIeee_Library(benchmark::State &state) {
+  static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToIbm370, D_INT_BIG_ENDIAN);
+  runLibrary<DutSwapReal4Ibm370ToIeee>(state, in, D_INT_BIG_ENDIAN, kHost);
+}
+void BM_Ibm4ToIeee_Oracle(benchmark::State &state) {
+  static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToIbm370, D_INT_BIG_ENDIAN);
+  runOracle(state, in, [](float v) {
+    const auto bytes = ieeeArray(v);
+    return ieeeArray(static_cast<float>(vqoracle::ibmValue<4>(bytes.data())));
+  });
+}
+
+// ---- IBM double -------------------------------------------------------------
+
+const std::vector<double> &doublesWide() {
+  static const std::vector<double> v = values<double>(-250, 250);
+  return v;
+}
+
+void BM_IeeeToIbm8_Library(benchmark::State &state) {
+  runLibrary<DutSwapReal8IeeeToIbm370>(state, doublesWide(), kHost, D_INT_BIG_ENDIAN);
+}
+void BM_IeeeToIbm8_Oracle(benchmark::State &state) {
+  runOracle(state, doublesWide(), [](double v) { return vqoracle::ibm8FromValue(v); });
+}
+void BM_Ibm8ToIeee_Library(benchmark::State &state) {
+  static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToIbm370, D_INT_BIG_ENDIAN);
+  runLibrary<DutSwapReal8Ibm370ToIeee>(state, in, D_INT_BIG_ENDIAN, kHost);
+}
+void BM_Ibm8ToIeee_Oracle(benchmark::State &state) {
+  static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToIbm370, D_INT_BIG_ENDIAN);
+  runOracle(state, in, [](double v) {
+    const auto bytes = ieeeArray(v);
+    return ieeeArray(static_cast<double>(vqoracle::truncateSignificand(vqoracle::ibmValue<8>(bytes.data()), 53)));
+  });
+}
+
+// ---- DEC F ------------------------------------------------------------------
+
+void BM_IeeeToDecF_Library(benchmark::State &state) {
+  runLibrary<DutSwapReal4IeeeToDecF>(state, floatsIbm(), kHost, D_INT_LITTLE_ENDIAN);
+}
+void BM_IeeeToDecF_Oracle(benchmark::State &state) {
+  runOracle(state, floatsIbm(), [](float v) { return vqoracle::decFFromValue(v); });
+}
+void BM_DecFToIeee_Library(benchmark::State &state) {
+  static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToDecF, D_INT_LITTLE_ENDIAN);
+  runLibrary<DutSwapReal4DecFToIeee>(state, in, D_INT_LITTLE_ENDIAN, kHost);
+}
+void BM_DecFToIeee_Oracle(benchmark::State &state) {
+  static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToDecF, D_INT_LITTLE_ENDIAN);
+  runOracle(state, in, [](float v) {
+    const auto bytes = ieeeArray(v);
+    return ieeeArray(static_cast<float>(vqoracle::decFValue(bytes.data())));
+  });
+}
+
+// ---- DEC D ------------------------------------------------------------------
+
+const std::vector<double> &doublesNarrow() {
+  static const std::vector<double> v = values<double>(-120, 120);
+  return v;
+}
+
+void BM_IeeeToDecD_Library(benchmark::State &state) {
+  runLibrary<DutSwapReal8IeeeToDecD>(state, doublesNarrow(), kHost, D_INT_LITTLE_ENDIAN);
+}
+void BM_IeeeToDecD_Oracle(benchmark::State &state) {
+  runOracle(state, doublesNarrow(), [](double v) { return vqoracle::decDFromValue(v); });
+}
+void BM_DecDToIeee_Library(benchmark::State &state) {
+  static const auto in = foreign(doublesNarrow(), DutSwapReal8IeeeToDecD, D_INT_LITTLE_ENDIAN);
+  runLibrary<DutSwapReal8DecDToIeee>(state, in, D_INT_LITTLE_ENDIAN, kHost);
+}
+void BM_DecDToIeee_Oracle(benchmark::State &state) {
+  static const auto in = foreign(doublesNarrow(), DutSwapReal8IeeeToDecD, D_INT_LITTLE_ENDIAN);
+  runOracle(state, in, [](double v) {
+    const auto bytes = ieeeArray(v);
+    return ieeeArray(static_cast<double>(vqoracle::truncateSignificand(vqoracle::decDValue(bytes.data()), 53)));
+  });
+}
+
+// ---- DEC G ------------------------------------------------------------------
+
+void BM_IeeeToDecG_Library(benchmark::State &state) {
+  runLibrary<DutSwapReal8IeeeToDecG>(state, doublesWide(), kHost, D_INT_LITTLE_ENDIAN);
+}
+void BM_IeeeToDecG_Oracle(benchmark::State &state) {
+  runOracle(state, doublesWide(), [](double v) { return vqoracle::decGFromValue(v); });
+}
+void BM_DecGToIeee_Library(benchmark::State &state) {
+  static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToDecG, D_INT_LITTLE_ENDIAN);
+  runLibrary<DutSwapReal8DecGToIeee>(state, in, D_INT_LITTLE_ENDIAN, kHost);
+}
+void BM_DecGToIeee_Oracle(benchmark::State &state) {
+  static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToDecG, D_INT_LITTLE_ENDIAN);
+  runOracle(state, in, [](double v) {
+    const auto bytes = ieeeArray(v);
+    return ieeeArray(static_cast<double>(vqoracle::decGValue(bytes.data())));
+  });
+}
+
+}  // namespace
+
+BENCHMARK(BM_Memcpy4)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Memcpy8)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToIbm4_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToIbm4_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Ibm4ToIeee_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Ibm4ToIeee_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToIbm8_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToIbm8_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Ibm8ToIeee_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Ibm8ToIeee_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToDecF_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToDecF_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DecFToIeee_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DecFToIeee_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToDecD_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToDecD_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DecDToIeee_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DecDToIeee_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToDecG_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_IeeeToDecG_Oracle)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DecGToIeee_Library)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_DecGToIeee_Oracle)->Unit(benchmark::kMicrosecond);
+
+BENCHMARK_MAIN();

@@ -81,8 +81,9 @@ Thread *threadNew() noexcept;
 // Starts entry(arg) on a new thread; false (record still owned by the
 // caller) when the thread cannot be created.
 bool threadStart(Thread *thread, ThreadEntry entry, void *arg) noexcept;
-// Ends the calling thread with the exit code.
-[[noreturn]] void threadExit(std::intptr_t exit_code) noexcept;
+// Ends the calling thread with the exit code. Not noexcept: on POSIX the
+// thread ends by a forced unwind, which must not meet a noexcept frame.
+[[noreturn]] void threadExit(std::intptr_t exit_code);
 // Waits for the thread without limit and reads its exit code.
 bool threadJoin(Thread *thread, std::intptr_t *exit_code) noexcept;
 // Releases a record (after a join, or one that never started).

@@ -2,6 +2,7 @@
 // case, and the printing of reals with the library's real-number format.
 #include "vqutil/strutil.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -9,6 +10,7 @@
 #include "threads/process_lock.hpp"
 #include "vqutil/error.h"
 #include "vqutil/memory.h"
+#include "vqutil/option.h"
 
 namespace {
 
@@ -22,8 +24,26 @@ constexpr int fold(char c) { return (c >= 'A' && c <= 'Z') ? c + 32 : static_cas
 
 char utRealStr[kRealTextSize];
 
-// The real-number format; "%g" until the option family provides one.
-const char *realNumberFormat() { return "%g"; }
+// The format held in the option "real_number_format", without a leading
+// "OVERRIDE:" (which only bypasses the option's format check).
+// The option is looked up once and kept, as every reader of it does.
+std::atomic<D_OPTION *> utRealNumberFormatOption{nullptr};
+
+const char *realNumberFormat() {
+  D_OPTION *utRealNumberFormat = utRealNumberFormatOption.load(std::memory_order_acquire);
+  if (utRealNumberFormat == nullptr) {
+    utRealNumberFormat = DutOptionLookup("real_number_format");
+    utRealNumberFormatOption.store(utRealNumberFormat, std::memory_order_release);
+  }
+  VQ_ASSERT(utRealNumberFormat != nullptr, "D_NULL != utRealNumberFormat", kFile);
+  VQ_ASSERT(D_GOPT_TYPE(utRealNumberFormat) == D_OPT_TYPE_STRING,
+            "D_OPT_TYPE_STRING == D_GOPT_TYPE(utRealNumberFormat)", kFile);
+  VQ_ASSERT(D_GOPT_KNOWN(utRealNumberFormat), "D_TRUE == D_GOPT_KNOWN(utRealNumberFormat)", kFile);
+  const char *format = static_cast<const char *>(D_GOPT_VALUE(utRealNumberFormat));
+  constexpr D_INT4 kOverrideLength = 9;
+  if (DutStrNCmpi(format, "OVERRIDE:", kOverrideLength) == 0) format += kOverrideLength;
+  return format;
+}
 
 }  // namespace
 

@@ -272,6 +272,9 @@ D_WORD StopAtOnce(D_WORD, D_WORD value, void *) { return value; }
 // Runs in a child process so that the debug file it opens is its own; the
 // child compares the trace and exits 0 when it matches.
 void TraceAndCompare(const std::string &path) {
+  // Printing a real reads the real-number option: make its table before
+  // tracing starts, so that only this test's own operations are traced.
+  DutRealToStr(0.0);
   unsetenv("VQDEBUGFILENAME");
   DutDebugOpen(path.c_str());
   hashtest::DebugFlagGuard flag(D_DEBUG_HASH);
@@ -334,6 +337,9 @@ TEST(HashTraceDeathTest, DebugFlagTwoTracesOperations) {
 }
 
 void TraceGrowth(const std::string &path) {
+  // Printing a real reads the real-number option: make its table before
+  // tracing starts, so that only this test's own operations are traced.
+  DutRealToStr(0.0);
   unsetenv("VQDEBUGFILENAME");
   DutDebugOpen(path.c_str());
   hashtest::DebugFlagGuard flag(D_DEBUG_HASH);

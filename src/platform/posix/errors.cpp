@@ -10,8 +10,9 @@ namespace vq::os {
 
 namespace {
 
-thread_local int tlsLastError = 0;
-thread_local int tlsSocketError = 0;
+// Initial-exec: a few bytes of static TLS spare every access a lookup call.
+[[gnu::tls_model("initial-exec")]] thread_local int tlsLastError = 0;
+[[gnu::tls_model("initial-exec")]] thread_local int tlsSocketError = 0;
 
 struct SocketCode {
   int errno_value;

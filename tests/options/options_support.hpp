@@ -1,0 +1,108 @@
+// Helpers of the option tests: output capture, lexers over strings, and
+// building list values.
+#pragma once
+
+#include <csetjmp>
+#include <csignal>
+#include <cstdlib>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "vqutil/error.h"
+#include "vqutil/lex.h"
+#include "vqutil/option.h"
+#include "vqutil/output.h"
+
+// The statement runs in a child with fatal errors set to abort and the
+// report on standard error, where the assertion text is matched.
+#define OPT_EXPECT_ASSERTION(statement, text_regex)             \
+  EXPECT_EXIT(                                                 \
+      {                                                        \
+        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);              \
+        DutSetFatalErrorFile(stderr);                          \
+        statement;                                             \
+      },                                                       \
+      ::testing::KilledBySignal(SIGABRT), "Assertion <" text_regex "> failed")
+
+namespace opttest {
+
+inline std::string &Captured() {
+  static std::string text;
+  return text;
+}
+
+inline int Capture(const char *format, va_list args) {
+  char piece[2048];
+  int n = std::vsnprintf(piece, sizeof piece, format, args);
+  if (n > 0) Captured().append(piece, static_cast<size_t>(n) < sizeof piece ? static_cast<size_t>(n) : sizeof piece - 1);
+  return n;
+}
+
+class OutputCapture {
+ public:
+  OutputCapture() : previous_(DutGetOutputFunc()) {
+    Captured().clear();
+    DutSetOutputFunc(&Capture);
+  }
+  ~OutputCapture() { DutSetOutputFunc(previous_); }
+  OutputCapture(const OutputCapture &) = delete;
+  OutputCapture &operator=(const OutputCapture &) = delete;
+  std::string Take() {
+    std::string text;
+    text.swap(Captured());
+    return text;
+  }
+
+ private:
+  D_OUTPUT_FUNC previous_;
+};
+
+// A D_PRINT_FUNC that appends to the capture buffer.
+inline void PrintToCapture(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  Capture(format, args);
+  va_end(args);
+}
+
+enum class ParseEnd { Committed, Refused, LexError };
+
+// Runs DutOptionParseValue over text with the quiet long-jump error
+// function. The frame holding the setjmp owns nothing with a destructor.
+inline ParseEnd Parse(D_OPTION *option, const char *text) {
+  std::jmp_buf jump;
+  D_LEX *volatile lexer = nullptr;
+  if (setjmp(jump) == D_LEX_JUMP_VALUE) return ParseEnd::LexError;
+  lexer = DutLexCreate(D_LEX_ATT_STRING, text, D_LEX_ATT_ERROR_FUNC, DutLexQuietLongjmpErrorFunc,
+                       D_LEX_ATT_ERROR_ARG, static_cast<void *>(&jump), 0);
+  D_BOOL ok = DutOptionParseValue(option, lexer);
+  DutLexDestroy(lexer);
+  return ok ? ParseEnd::Committed : ParseEnd::Refused;
+}
+
+// Nodes over caller-owned strings, linked in order.
+class NodeChain {
+ public:
+  explicit NodeChain(std::vector<std::string> items) : items_(std::move(items)), nodes_(items_.size()) {
+    for (size_t i = 0; i < items_.size(); ++i) {
+      nodes_[i].str = items_[i].c_str();
+      nodes_[i].next = i + 1 < items_.size() ? &nodes_[i + 1] : nullptr;
+    }
+  }
+  const D_OPTION_STR_NODE *first() const { return nodes_.empty() ? nullptr : &nodes_[0]; }
+  D_OPTION_STR_NODE &node(size_t i) { return nodes_[i]; }
+
+ private:
+  std::vector<std::string> items_;
+  std::vector<D_OPTION_STR_NODE> nodes_;
+};
+
+inline std::vector<std::string> Items(const D_OPTION_STR_NODE *node) {
+  std::vector<std::string> out;
+  for (; node != nullptr; node = node->next) out.emplace_back(node->str);
+  return out;
+}
+
+}  // namespace opttest

@@ -17,5 +17,18 @@
 #include "time.h"
 #include "platform.h"
 #include "init.h"
+#include "ptrary.h"
+#include "safestr.h"
+#include "quark.h"
+#include "pattern.h"
+#include "lobe.h"
+#include "callback.h"
+#include "graph.h"
+#include "lex.h"
+#include "option.h"
+#include "command.h"
+#include "interrupt.h"
+#include "format.h"
+#include "module.h"
 
 #endif /* VQUTIL_UTIL_H */

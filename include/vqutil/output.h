@@ -18,6 +18,7 @@
 #ifndef VQUTIL_OUTPUT_H
 #define VQUTIL_OUTPUT_H
 
+#include "safestr.h"
 #include "types.h"
 
 /* The shape of the output function: that of vprintf. */
@@ -77,6 +78,9 @@ D_EXPORT D_BOOL DutSetFatalErrorFile(FILE *file);
 /* Registers a function to run when the library is unloaded or the process
  * ends, in reverse order of registration. Null: D_ERR_NULL_PTR. */
 D_EXPORT D_BOOL DutAtExit(D_AT_EXIT_FUNC func);
+/* Appends the text of $VQHOME/standard/support.txt to notice. A file that
+ * cannot be opened: a warning and D_FALSE. Null notice: D_ERR_NULL_PTR. */
+D_EXPORT D_BOOL DutGetSupportNotice(D_SAFE_STRING *notice);
 
 D_END_DECLS
 

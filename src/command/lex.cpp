@@ -16,6 +16,7 @@
 
 #include "frame/check.hpp"
 #include "vqutil/error.h"
+#include "vqutil/file.h"
 #include "vqutil/memory.h"
 #include "vqutil/output.h"
 #include "vqutil/strutil.h"
@@ -542,7 +543,7 @@ D_EXPORT D_LEX *DutLexCreate(D_INT4 attribute, ...) {
           break;
         }
         DutStringCopy(&lexer->input_file_name, name);
-        lexer->input_file = std::fopen(name, "r");
+        lexer->input_file = DutOpenFile(name, "r");
         if (lexer->input_file == nullptr) {
           DutFatalError("DutLexCreate: cannot open file <%s> for reading.", name);
           break;
@@ -615,7 +616,7 @@ done:
 
 D_EXPORT void DutLexDestroy(D_LEX *lexer) {
   if (lexer == nullptr) return;
-  if (lexer->own_file && lexer->input_file != nullptr) std::fclose(lexer->input_file);
+  if (lexer->own_file && lexer->input_file != nullptr) DutCloseFile(lexer->input_file);
   if (lexer->input_file_name != nullptr) DutFreeCheck(lexer->input_file_name, "lexer->input_file_name", kFile, __LINE__);
   DutFreeCheck(lexer->token_str, "lexer->token_str", kFile, __LINE__);
   if (lexer->token_cb_list != nullptr) {

@@ -12,6 +12,7 @@
 #include "support.hpp"
 #include "vqutil/error.h"
 #include "vqutil/file.h"
+#include "vqutil/thread.h"
 #include "vqutil/option.h"
 
 using files_test::Capture;
@@ -398,6 +399,9 @@ TEST(OpenFiles, ExamineWarnsWhenItCannotWrite) {
 }
 
 TEST(OpenFiles, ConcurrentOpensShareOneCount) {
+  // Threads of the host's own: the registry's lock works only once the
+  // thread layer is started.
+  ASSERT_EQ(DutInitThreads(), D_TRUE);
   TempDir dir;
   writeFile("shared", "s");
   FILE *anchor = DutOpenFile("shared", "r");

@@ -35,8 +35,12 @@ Result<N> run(Convert fn, std::array<unsigned char, N> bytes, D_INT4 in, D_INT4 
 class Capture {
  public:
   Capture() : previous_(DutGetOutputFunc()) {
-    std::lock_guard<std::mutex> guard(mutex());
-    text().clear();
+    {
+      std::lock_guard<std::mutex> guard(mutex());
+      text().clear();
+    }
+    // Outside our mutex: the sink takes it under the process-wide lock, so
+    // holding it while taking that lock would invert the order.
     DutSetOutputFunc(&Capture::sink);
   }
   ~Capture() { DutSetOutputFunc(previous_); }

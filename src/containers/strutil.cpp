@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "containers/real_format.hpp"
 #include "frame/check.hpp"
 #include "threads/process_lock.hpp"
 #include "vqutil/error.h"
@@ -46,6 +47,15 @@ const char *realNumberFormat() {
 }
 
 }  // namespace
+
+namespace vq::strings {
+
+void forgetRealNumberFormatOption(const D_OPTION *option) noexcept {
+  D_OPTION *expected = const_cast<D_OPTION *>(option);
+  utRealNumberFormatOption.compare_exchange_strong(expected, nullptr);
+}
+
+}  // namespace vq::strings
 
 extern "C" {
 

@@ -16,6 +16,7 @@
 #include "frame/check.hpp"
 #include "platform/os.hpp"
 #include "threads/process_lock.hpp"
+#include "threads/tsd_record.hpp"
 #include "vqutil/hash.h"
 #include "vqutil/output.h"
 #include "vqutil/thread.h"
@@ -158,6 +159,13 @@ D_HASH_TABLE *errorTable() {
 // the record, put back whatever fetching (or creating) the record changed.
 template <typename Fn>
 void withRecord(Fn &&fn) {
+  // Fast path: an existing record is reached without touching anything.
+  if (D_TSD_RECORD *existing = vq::threads::existingTsdRecord(); existing != nullptr) {
+    D_ERR_SAVE save{existing->err_num, 0, 0, 0};
+    fn(existing, save);
+    existing->err_num = save.err_num;
+    return;
+  }
   const int saved_errno = errno;
   const int saved_os = vq::os::lastError();
   const int saved_socket = vq::os::socketError();

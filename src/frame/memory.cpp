@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "frame/check.hpp"
 #include "threads/process_lock.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
@@ -79,7 +80,7 @@ D_EXPORT void *DutReallocCheck(void *block, D_INT4 size, const char *name, const
 }
 
 D_EXPORT void DutFreeCheck(void *block, const char *name, const char *file, D_INT4 line) {
-  DutExpect(block != nullptr ? 1 : 0, "(var) != NULL", kFile, __LINE__);
+  VQ_EXPECT(block != nullptr, "(var) != NULL", kFile);
   if (tracing()) {
     DutDebug("D_FREE: %s (%ld): file %s, line %ld\n", name, addressOf(block), file, static_cast<long>(line));
   }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "containers/real_format.hpp"
 #include "frame/check.hpp"
 #include "options/option_internal.hpp"
 #include "threads/process_lock.hpp"
@@ -381,6 +382,7 @@ D_EXPORT D_BOOL DutOptionDestroy(D_OPTION *option) {
   auto *del_option = reinterpret_cast<D_OPTION *>(DutHashDelete(table, reinterpret_cast<D_WORD>(option->name)));
   VQ_ASSERT(del_option == option, "del_option == option", kFile);
   DutProcessMutexUnlock();
+  vq::strings::forgetRealNumberFormatOption(option);
   destroyValue(option, option->value);
   option->value = nullptr;
   if (option->legvals != nullptr) DutHashDestroyFreeKey(option->legvals);

@@ -431,3 +431,13 @@ D_EXPORT D_BOOL DutTsdSetValue(D_TSD_KEY key, void *value) {
 }
 
 }  // extern "C"
+
+namespace vq::threads {
+
+D_TSD_RECORD *existingTsdRecord() noexcept {
+  D_TSD_KEY key = utErrorKey.load(std::memory_order_acquire);
+  if (key == D_INVALID_TSD_KEY) return nullptr;
+  return static_cast<D_TSD_RECORD *>(vq::os::tlsGet(key));
+}
+
+}  // namespace vq::threads

@@ -115,7 +115,7 @@ timespec deadlineAfter(std::uint32_t timeout_ms) {
 
 // A thread's token: unique among the threads of all processes that share
 // a mutex (process id and a serial number), never reused in a process.
-thread_local std::uint64_t tlsOwnerToken = 0;
+[[gnu::tls_model("initial-exec")]] thread_local std::uint64_t tlsOwnerToken = 0;
 std::atomic<std::uint32_t> utThreadSerial{0};
 
 std::uint64_t ownerToken() {
@@ -146,6 +146,8 @@ int initMutex(pthread_mutex_t *m, bool shared) {
   int rc = pthread_mutexattr_init(&attr);
   if (rc != 0) return rc;
   rc = pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+  // Robust: a thread (or, shared, a process) that ends holding the mutex
+  // leaves it to be taken over, as a wait that returns "abandoned".
   if (rc == 0) rc = pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
   if (rc == 0 && shared) rc = pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
   if (rc == 0) rc = pthread_mutex_init(m, &attr);

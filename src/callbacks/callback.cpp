@@ -34,8 +34,9 @@ inline unsigned long hex(const void *p) { return static_cast<unsigned long>(rein
 
 inline D_INT4 count(const D_CB_LIST *list) { return list->callbacks == nullptr ? 0 : D_GPA_COUNT(list->callbacks); }
 
+// The array's own fields: this runs once per callback of every call.
 inline D_CB *at(const D_CB_LIST *list, D_INT4 index) {
-  return reinterpret_cast<D_CB *>(DutPtrAryGetArray(list->callbacks)[index]);
+  return reinterpret_cast<D_CB *>(list->callbacks->ptr_ary[index]);
 }
 
 bool nullArg(const void *p) {

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "capture.hpp"
+#include "support/capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/thread.h"
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "capture.hpp"
+#include "support/capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/thread.h"
 

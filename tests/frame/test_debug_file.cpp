@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <string>
 
-#include "capture.hpp"
+#include "support/capture.hpp"
 #include "child.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"

@@ -10,7 +10,7 @@
 #include <ctime>
 #include <string>
 
-#include "frame/capture.hpp"
+#include "support/capture.hpp"
 #include "vqutil/output.h"
 
 namespace timetest {

@@ -40,8 +40,8 @@ D_EXPORT D_BOOL DutOptionPrefixCheck(D_OPTION *option, void *new_value, void *ar
 /* A monitoring scope: a subject path whose last level may be "*" (every
  * subject below the levels before it; a slash and a star is everything).
  * "*" elsewhere, or inside a level, is refused with "The option <%s> may
- * use '*' only as its whole last level.\n"; "?" with the wildcard message; otherwise the
- * messages of DutOptionPrefixCheck. */
+ * use '*' only as its whole last level.\n"; "?" with the wildcard
+ * message; otherwise the messages of DutOptionPrefixCheck. */
 D_EXPORT D_BOOL DutOptionScopeCheck(D_OPTION *option, void *new_value, void *arg);
 
 /* A unique subject: one non-empty level naming exactly one subject, so

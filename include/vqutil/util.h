@@ -30,5 +30,8 @@
 #include "interrupt.h"
 #include "format.h"
 #include "module.h"
+#include "net.h"
+#include "stdopt.h"
+#include "rwmutex.h"
 
 #endif /* VQUTIL_UTIL_H */

@@ -237,8 +237,11 @@ TEST(OptionTyped, ValuesRoundTripAndAreCopies) {
 }
 
 TEST(OptionTyped, SpecialNamesReadAsEnumerated) {
-  D_OPTION *unique = DutOptionCreate("unique_subject", D_OPT_TYPE_STRING);
-  D_OPTION *subjects = DutOptionCreate("subjects", D_OPT_TYPE_STRING_LIST);
+  // Both are standard options (a string and a string list).
+  D_OPTION *unique = DutOptionLookup("unique_subject");
+  D_OPTION *subjects = DutOptionLookup("subjects");
+  ASSERT_NE(unique, nullptr);
+  ASSERT_NE(subjects, nullptr);
   D_OPTION *plain = DutOptionCreate("plain_string", D_OPT_TYPE_STRING);
   ASSERT_TRUE(DutOptionSetEnum(unique, "_host_42"));
   const char *text = nullptr;
@@ -256,7 +259,8 @@ TEST(OptionTyped, SpecialNamesReadAsEnumerated) {
   // The old names still find them.
   EXPECT_EQ(DutOptionLookup("Unique_Datagroup"), unique);
   EXPECT_EQ(DutOptionLookup("DATAGROUPS"), subjects);
-  D_OPTION *project = DutOptionCreate("project", D_OPT_TYPE_ENUM);
+  D_OPTION *project = DutOptionLookup("project");
+  ASSERT_NE(project, nullptr);
   EXPECT_EQ(DutOptionLookup("Application"), project);
   EXPECT_EQ(DutOptionLookup("application_x"), nullptr);
 }

@@ -1,0 +1,99 @@
+// The help file of the standard options: every option has a synopsis and a
+// detailed text, and the file names no option that does not exist.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "stdopts_support.hpp"
+#include "vqutil/command.h"
+#include "vqutil/memory.h"
+#include "vqutil/option.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using stdopts::EnvGuard;
+using stdopts::OutputCapture;
+
+// The source tree's data folder: VQUTIL_SOURCE_DIR when set, else the
+// first folder above the working directory that holds it.
+fs::path DataDir() {
+  if (const char *source = std::getenv("VQUTIL_SOURCE_DIR")) return fs::path(source) / "data";
+  for (fs::path dir = fs::current_path(); !dir.empty(); dir = dir.parent_path()) {
+    if (fs::exists(dir / "data/help/options/common.hlp")) return dir / "data";
+    if (dir == dir.parent_path()) break;
+  }
+  return {};
+}
+
+std::vector<std::string> Lines(const std::string &text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+class OptionHelp : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    data_ = DataDir();
+    ASSERT_FALSE(data_.empty()) << "set VQUTIL_SOURCE_DIR to the source tree";
+    home_ = std::make_unique<EnvGuard>("VQHOME", data_.string());
+  }
+  fs::path data_;
+  std::unique_ptr<EnvGuard> home_;
+};
+
+TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {
+  D_INT4 count = 0;
+  D_OPTION **options = DutOptionSort(&count);
+  ASSERT_GT(count, 0);
+  OutputCapture capture;
+  for (D_INT4 i = 0; i < count; ++i) {
+    std::string name = D_GOPT_NAME(options[i]);
+    if (name.rfind("stdopts_", 0) == 0) continue;  // this program's own
+    SCOPED_TRACE(name);
+    DutHelpPrint("options", name.c_str(), D_HELP_SYNOPSIS);
+    std::vector<std::string> synopsis = Lines(capture.Take());
+    ASSERT_EQ(synopsis.size(), 1u);
+    // The name, then the short text in the same column for every option.
+    EXPECT_TRUE(std::regex_match(synopsis[0], std::regex(name + " +[a-zA-Z].*"))) << synopsis[0];
+    DutHelpPrint("options", name.c_str(), D_HELP_DETAILED);
+    std::vector<std::string> detail = Lines(capture.Take());
+    ASSERT_GE(detail.size(), 2u);
+    EXPECT_EQ(detail[0].rfind(name + " ", 0), 0u) << detail[0];
+    for (const std::string &line : detail) EXPECT_LE(line.size(), 79u) << line;
+  }
+  DutFreeCheck(options, "options", __FILE__, __LINE__);
+}
+
+TEST_F(OptionHelp, FileNamesOnlyRealOptions) {
+  std::ifstream in(data_ / "help/options/common.hlp");
+  ASSERT_TRUE(in);
+  std::set<std::string> seen;
+  const std::regex entry("[a-z_][a-z0-9_]*");
+  for (std::string line; std::getline(in, line);) {
+    if (!std::regex_match(line, entry)) continue;
+    EXPECT_TRUE(seen.insert(line).second) << "twice: " << line;
+    EXPECT_NE(DutOptionLookup(line.c_str()), nullptr) << "no such option: " << line;
+  }
+  EXPECT_GE(seen.size(), 70u);
+}
+
+TEST_F(OptionHelp, HelpoptListsVisibleOptionsOnly) {
+  OutputCapture capture;
+  DutCommandParseStr("helpopt");
+  std::string text = capture.Take();
+  EXPECT_EQ(text.rfind("Legal Options Are:\n", 0), 0u);
+  EXPECT_NE(text.find("\nmonitor_scope "), std::string::npos);
+  EXPECT_EQ(text.find("\n_socket_linger_time"), std::string::npos);
+  EXPECT_EQ(text.find("no help available"), std::string::npos) << text;
+}
+
+}  // namespace

@@ -167,6 +167,14 @@ void parsePutenv(D_LEX *lexer) {
   if (!vq::os::putEnv(copy)) DutWarning("utCommandParsePutenv: putenv could not allocate memory.\n");
 }
 
+// A per-thread text buffer for the commands that gather words: a syntax
+// error long-jumps out of them, so nothing they own may need freeing.
+D_SAFE_STRING &scratchText() {
+  thread_local D_SAFE_STRING text = DutSafeStringCreate();
+  DutSafeStringClear(&text);
+  return text;
+}
+
 // Gathers the texts of the tokens up to the end of the command, a white-space
 // token becoming one blank except just before the end.
 void gatherWords(D_LEX *lexer, D_SAFE_STRING *into) {
@@ -188,10 +196,9 @@ void gatherWords(D_LEX *lexer, D_SAFE_STRING *into) {
 
 void parseEcho(D_LEX *lexer) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
-  D_SAFE_STRING text = DutSafeStringCreate();
+  D_SAFE_STRING &text = scratchText();
   gatherWords(lexer, &text);
   DutOut("%s\n", D_SAFE_STRING_STR(text));
-  DutSafeStringDestroy(text);
 }
 
 void parseSh(D_LEX *lexer) {
@@ -200,11 +207,10 @@ void parseSh(D_LEX *lexer) {
     DutSystem("");
     return;
   }
-  D_SAFE_STRING text = DutSafeStringCreate();
+  D_SAFE_STRING &text = scratchText();
   gatherWords(lexer, &text);
   DutCommandPrintFeedback("sh command executing with string: %s\n", D_SAFE_STRING_STR(text));
   DutSystem(D_SAFE_STRING_STR(text));
-  DutSafeStringDestroy(text);
 }
 
 void parseAlias(D_LEX *lexer) {
@@ -235,14 +241,13 @@ void parseAlias(D_LEX *lexer) {
     return;
   }
   // The value: the following token texts joined by one blank.
-  D_SAFE_STRING value = DutSafeStringCreate();
+  D_SAFE_STRING &value = scratchText();
   while (!atEndOfCommand(lexer)) {
     if (D_SAFE_STRING_LENGTH(value) > 0) DutSafeStringAppendChar(&value, ' ');
     DutSafeStringAppend(&value, DutLexGetTokenText(lexer));
     DutLexAccept(lexer, DutLexGetToken(lexer));
   }
   vq::command::aliasSet(name, D_SAFE_STRING_STR(value));
-  DutSafeStringDestroy(value);
   DutCommandPrintFeedback("Alias %s installed\n", name);
 }
 

@@ -297,6 +297,13 @@ const char *restOfInput(D_LEX *lexer) {
   return lexer->input_string + pos;
 }
 
+bool feedbackShown() {
+  DutProcessMutexLock();
+  D_INT4 mode = utFeedbackMode;
+  DutProcessMutexUnlock();
+  return mode == D_FEEDBACK_ALWAYS || (mode == D_FEEDBACK_INTERACTIVE && parseMode() == 1);
+}
+
 bool atEndOfCommand(D_LEX *lexer) {
   D_INT4 token = DutLexGetToken(lexer);
   return token == D_TOK_EOF || token == D_TOK_COMMAND_SEPARATOR;
@@ -612,11 +619,7 @@ D_EXPORT D_BOOL DutCommandGetYesOrNo(const char *prompt) {
 // ---- Feedback -----------------------------------------------------------------------
 
 D_EXPORT void DutCommandPrintFeedback(const char *format, ...) {
-  DutProcessMutexLock();
-  D_INT4 mode = utFeedbackMode;
-  DutProcessMutexUnlock();
-  bool show = mode == D_FEEDBACK_ALWAYS || (mode == D_FEEDBACK_INTERACTIVE && parseMode() == 1);
-  if (!show) return;
+  if (!vq::command::feedbackShown()) return;
   va_list args;
   va_start(args, format);
   DutVOut(format, args);

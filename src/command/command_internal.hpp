@@ -39,6 +39,10 @@ const char *promptText();
 // allocated with malloc; null at end of input.
 char *readLine(const char *prompt);
 
+// Whether DutCommandPrintFeedback would print now (so that callers skip
+// formatting what nobody sees).
+bool feedbackShown();
+
 // The current token is the end of input or a command separator.
 bool atEndOfCommand(D_LEX *lexer);
 

@@ -84,7 +84,7 @@ void parseSetopt(D_LEX *lexer) {
   }
   if (!D_GOPT_KNOWN(option))
     DutCommandPrintFeedback("Option %s set to UNKNOWN.\n", name);
-  else
+  else if (feedbackShown())  // formatting the value costs; skip it when silent
     DutCommandPrintFeedback("Option %s set to %s.\n", name, DutOptionValToStr(option));
   if (!atEndOfCommand(lexer)) {
     DutOut("setopt %s: too many arguments (stopped at %s)\n", name, DutLexGetTokenText(lexer));

@@ -156,10 +156,21 @@ static int run(int argc, char **argv) {
     if (!DutCommandParseFile(argv[i])) return 1;
   }
   if ((opts.num_commands > 0 || opts.first_file < argc) && !opts.interactive_after) return 0;
+  int terminal = isatty(STDIN_FILENO);
 #ifdef VQSH_HAVE_LIBEDIT
-  if (isatty(STDIN_FILENO)) DutCommandSetLineReader(editLine, NULL);
+  if (terminal) {
+    /* The interrupt key must reach the library's SIGINT handler once and
+     * end the read with EINTR. libedit's own handlers would be swapped in
+     * around every line and pass the key on with kill(0, SIGINT), which
+     * hits every process of the foreground group a second time. */
+    rl_catch_signals = 0;
+    DutCommandSetLineReader(editLine, NULL);
+  }
 #endif
   DutCommandMainLoop();
+  /* Control-D leaves the cursor after the prompt: give the caller's shell
+   * a fresh line. */
+  if (terminal) DutOut("\n");
   return 0;
 }
 

@@ -169,10 +169,15 @@ void parsePutenv(D_LEX *lexer) {
 
 // A per-thread text buffer for the commands that gather words: a syntax
 // error long-jumps out of them, so nothing they own may need freeing.
+struct Scratch {
+  D_SAFE_STRING text = DutSafeStringCreate();
+  ~Scratch() { DutSafeStringDestroy(text); }
+};
+
 D_SAFE_STRING &scratchText() {
-  thread_local D_SAFE_STRING text = DutSafeStringCreate();
-  DutSafeStringClear(&text);
-  return text;
+  thread_local Scratch scratch;
+  DutSafeStringClear(&scratch.text);
+  return scratch.text;
 }
 
 // Gathers the texts of the tokens up to the end of the command, a white-space

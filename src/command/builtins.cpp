@@ -47,9 +47,17 @@ struct Stats {
 };
 Stats utLastStats = {0, 0.0, 0, 0};
 
+// Truncation to a 32-bit count, with values beyond it held at its ends.
+D_INT4 toInt(D_REAL8 value) {
+  if (!(value == value)) return 0;  // NaN
+  if (value >= 2147483647.0) return 2147483647;
+  if (value <= -2147483648.0) return -2147483647 - 1;
+  return static_cast<D_INT4>(value);
+}
+
 D_INT4 acceptInt(D_LEX *lexer) {
   DutLexAccept(lexer, D_TOK_UNSIGNED_NUMBER);
-  return static_cast<D_INT4>(DutLexGetValue(lexer));
+  return toInt(DutLexGetValue(lexer));
 }
 
 void parseAbort(D_LEX *lexer) {
@@ -107,7 +115,7 @@ void parseSetFrameCount(D_LEX *lexer) {
   }
   D_REAL8 value = 0;
   DutLexAcceptSignedReal(lexer, &value);
-  *DutFrameCountGetPtr() = static_cast<D_UINT4>(static_cast<D_INT4>(value));
+  *DutFrameCountGetPtr() = static_cast<D_UINT4>(toInt(value));
   DutOut("Frame count is now %ld\n", static_cast<long>(*DutFrameCountGetPtr()));
 }
 

@@ -460,8 +460,11 @@ bool collectAdjacent(D_LEX *lexer, bool (*stop)(D_INT4 token), D_SAFE_STRING *in
   return any;
 }
 
+// A comma ends a file name too: string-list values separate their items
+// with commas.
 bool endsFileName(D_INT4 token) {
-  return token == D_TOK_WHITE_SPACE || token == D_TOK_EOF || token == D_TOK_SEMICOLON || token == D_TOK_ERROR;
+  return token == D_TOK_WHITE_SPACE || token == D_TOK_EOF || token == D_TOK_SEMICOLON || token == D_TOK_COMMA ||
+         token == D_TOK_ERROR;
 }
 
 bool endsSlot(D_INT4 token) { return !(token >= D_TOK_IDENTIFIER || token == D_TOK_DOT); }

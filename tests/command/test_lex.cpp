@@ -307,6 +307,11 @@ TEST(LexAccept, FileNamesRunUpToWhiteSpace) {
   EXPECT_STREQ(DutLexGetText(lexer), "next");
   EXPECT_EQ(DutLexGetToken(lexer), D_TOK_SEMICOLON);
   DutLexDestroy(lexer);
+  lexer = over("a/b.c,d e");
+  ASSERT_EQ(DutLexAcceptFileName(lexer), D_TRUE);
+  EXPECT_STREQ(DutLexGetText(lexer), "a/b.c") << "a comma ends a file name (list items)";
+  EXPECT_EQ(DutLexGetToken(lexer), D_TOK_COMMA);
+  DutLexDestroy(lexer);
   lexer = over(";", recordingReturn);
   EXPECT_EQ(DutLexAcceptFileName(lexer), D_FALSE);
   EXPECT_EQ(g_error, "ERROR: Expected: flexible string,  Found: ; <;>");

@@ -136,7 +136,6 @@ void socketTableText(int row, char *buffer, std::size_t size) {
     std::snprintf(buffer, size, "%d: Unknown Error", row);
 }
 
-D_HASH_TABLE *utErrorStringTable = nullptr;
 D_INT4 utPerrorEnable = 1;
 D_INT4 utErrFeedback = 0;
 D_INT4 utErrSeverity = 0;
@@ -145,14 +144,15 @@ unsigned char utDebugFlags[D_DEBUG_FLAG_COUNT] = {};
 jmp_buf utDefaultErrorJumpBuffer;
 
 // Builds the table of texts on first use; the caller holds the lock.
+// Built once even when threads the library did not start (so with the
+// process-wide lock still a no-op) ask for a text at the same time.
 D_HASH_TABLE *errorTable() {
-  if (utErrorStringTable == nullptr) {
-    utErrorStringTable = DutHashCreateInt(50);
-    for (const ErrorText &t : kErrorTexts) {
-      DutHashInsert(utErrorStringTable, t.number, reinterpret_cast<D_WORD>(t.text));
-    }
-  }
-  return utErrorStringTable;
+  static D_HASH_TABLE *const table = [] {
+    D_HASH_TABLE *t = DutHashCreateInt(50);
+    for (const ErrorText &row : kErrorTexts) DutHashInsert(t, row.number, reinterpret_cast<D_WORD>(row.text));
+    return t;
+  }();
+  return table;
 }
 
 // The three-step access to the record: capture the foreign values, touch

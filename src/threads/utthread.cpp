@@ -173,17 +173,18 @@ D_EXPORT D_TSD_RECORD *DutGetTsdValue(void) {
   tlsMakingRecord = true;
 
   if (key == D_INVALID_TSD_KEY) {
-    D_TSD_KEY made = D_INVALID_TSD_KEY;
-    D_BOOL status = keyCreate(&made, &freeRecord, &freeRecord);
-    VQ_EXPECT(status == D_TRUE, "D_TRUE == status", kFile);
-    if (status == D_TRUE) {
-      // Another thread may have made one meanwhile; the first one wins.
-      if (utErrorKey.compare_exchange_strong(key, made)) {
-        key = made;
-      } else {
-        DutTsdKeyDestroy(made);
-      }
-    }
+    // Threads the library did not start may get here together while the
+    // process-wide lock is still a no-op: the lazy key is made exactly once.
+    static std::once_flag lazy_key_once;
+    std::call_once(lazy_key_once, [] {
+      D_TSD_KEY made = D_INVALID_TSD_KEY;
+      D_BOOL status = keyCreate(&made, &freeRecord, &freeRecord);
+      VQ_EXPECT(status == D_TRUE, "D_TRUE == status", kFile);
+      D_TSD_KEY none = D_INVALID_TSD_KEY;
+      // DutInitThreads may have made its own key meanwhile; it wins.
+      if (status == D_TRUE && !utErrorKey.compare_exchange_strong(none, made)) DutTsdKeyDestroy(made);
+    });
+    key = utErrorKey.load();
   }
 
   D_TSD_RECORD *record = &tlsStandInRecord;

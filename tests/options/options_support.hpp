@@ -13,51 +13,16 @@
 #include "vqutil/error.h"
 #include "vqutil/lex.h"
 #include "vqutil/option.h"
+#include "support/output_capture.hpp"
 #include "vqutil/output.h"
 
-// The statement runs in a child with fatal errors set to abort and the
-// report on standard error, where the assertion text is matched.
-#define OPT_EXPECT_ASSERTION(statement, text_regex)             \
-  EXPECT_EXIT(                                                 \
-      {                                                        \
-        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);              \
-        DutSetFatalErrorFile(stderr);                          \
-        statement;                                             \
-      },                                                       \
-      ::testing::KilledBySignal(SIGABRT), "Assertion <" text_regex "> failed")
+#define OPT_EXPECT_ASSERTION VQTEST_EXPECT_ASSERTION
 
 namespace opttest {
 
-inline std::string &Captured() {
-  static std::string text;
-  return text;
-}
-
-inline int Capture(const char *format, va_list args) {
-  char piece[2048];
-  int n = std::vsnprintf(piece, sizeof piece, format, args);
-  if (n > 0) Captured().append(piece, static_cast<size_t>(n) < sizeof piece ? static_cast<size_t>(n) : sizeof piece - 1);
-  return n;
-}
-
-class OutputCapture {
- public:
-  OutputCapture() : previous_(DutGetOutputFunc()) {
-    Captured().clear();
-    DutSetOutputFunc(&Capture);
-  }
-  ~OutputCapture() { DutSetOutputFunc(previous_); }
-  OutputCapture(const OutputCapture &) = delete;
-  OutputCapture &operator=(const OutputCapture &) = delete;
-  std::string Take() {
-    std::string text;
-    text.swap(Captured());
-    return text;
-  }
-
- private:
-  D_OUTPUT_FUNC previous_;
-};
+using vqtest::Capture;
+using vqtest::Captured;
+using vqtest::OutputCapture;
 
 // A D_PRINT_FUNC that appends to the capture buffer.
 inline void PrintToCapture(const char *format, ...) {

@@ -12,47 +12,14 @@
 #include <vector>
 
 #include "vqutil/option.h"
+#include "support/output_capture.hpp"
 #include "vqutil/output.h"
 
 namespace stdopts {
 
-inline std::string &Captured() {
-  static std::string text;
-  return text;
-}
-
-inline int Capture(const char *format, va_list args) {
-  va_list copy;
-  va_copy(copy, args);
-  int n = std::vsnprintf(nullptr, 0, format, copy);
-  va_end(copy);
-  if (n > 0) {
-    std::string piece(static_cast<size_t>(n) + 1, '\0');
-    std::vsnprintf(piece.data(), piece.size(), format, args);
-    piece.resize(static_cast<size_t>(n));
-    Captured() += piece;
-  }
-  return n;
-}
-
-class OutputCapture {
- public:
-  OutputCapture() : previous_(DutGetOutputFunc()) {
-    Captured().clear();
-    DutSetOutputFunc(&Capture);
-  }
-  ~OutputCapture() { DutSetOutputFunc(previous_); }
-  OutputCapture(const OutputCapture &) = delete;
-  OutputCapture &operator=(const OutputCapture &) = delete;
-  std::string Take() {
-    std::string text;
-    text.swap(Captured());
-    return text;
-  }
-
- private:
-  D_OUTPUT_FUNC previous_;
-};
+using vqtest::Capture;
+using vqtest::Captured;
+using vqtest::OutputCapture;
 
 // Sets (or with nullopt removes) an environment variable until scope end.
 class EnvGuard {

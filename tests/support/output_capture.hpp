@@ -1,0 +1,67 @@
+// Output capture through the replaceable output function, and the check
+// that a statement fails one of the library's assertions, shared by the
+// option, initialisation and standard-option suites.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "vqutil/output.h"
+
+// The statement runs in a child with fatal errors set to abort and the
+// report on standard error, where the assertion text is matched.
+#define VQTEST_EXPECT_ASSERTION(statement, text_regex)          \
+  EXPECT_EXIT(                                                 \
+      {                                                        \
+        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);              \
+        DutSetFatalErrorFile(stderr);                          \
+        statement;                                             \
+      },                                                       \
+      ::testing::KilledBySignal(SIGABRT), "Assertion <" text_regex "> failed")
+
+namespace vqtest {
+
+inline std::string &Captured() {
+  static std::string text;
+  return text;
+}
+
+inline int Capture(const char *format, va_list args) {
+  va_list copy;
+  va_copy(copy, args);
+  int n = std::vsnprintf(nullptr, 0, format, copy);
+  va_end(copy);
+  if (n > 0) {
+    std::string piece(static_cast<size_t>(n) + 1, '\0');
+    std::vsnprintf(piece.data(), piece.size(), format, args);
+    piece.resize(static_cast<size_t>(n));
+    Captured() += piece;
+  }
+  return n;
+}
+
+class OutputCapture {
+ public:
+  OutputCapture() : previous_(DutGetOutputFunc()) {
+    Captured().clear();
+    DutSetOutputFunc(&Capture);
+  }
+  ~OutputCapture() { DutSetOutputFunc(previous_); }
+  OutputCapture(const OutputCapture &) = delete;
+  OutputCapture &operator=(const OutputCapture &) = delete;
+  std::string Take() {
+    std::string text;
+    text.swap(Captured());
+    return text;
+  }
+
+ private:
+  D_OUTPUT_FUNC previous_;
+};
+
+}  // namespace vqtest

@@ -64,8 +64,7 @@ void parseSetopt(D_LEX *lexer) {
   }
   DutLexAcceptId(lexer);
   char name[256];
-  std::strncpy(name, DutLexGetText(lexer), sizeof name - 1);
-  name[sizeof name - 1] = '\0';
+  copyName(name, sizeof name, DutLexGetText(lexer));
   if (atEndOfCommand(lexer)) {
     DutOptionDump(name, DutOut);
     return;
@@ -182,8 +181,8 @@ D_EXPORT D_BOOL DutOptionVerifyCommand(D_OPTION *option, void *new_value, void *
     if (DutCommandLookup(command_name) == nullptr) {
       DutOut("The option <%s> contains command <%s> which is not a valid command.\n", D_GOPT_NAME(option),
              command_name);
-      DutHashDestroyFreeKey(utAllowedCommands);
-      utAllowedCommands = nullptr;
+      // The names before the bad one stay permitted: the refusal leaves the
+      // process restricted rather than opening every command again.
       DutProcessMutexUnlock();
       DutErrNumSet(D_ERR_VAL_INVALID);
       return D_FALSE;

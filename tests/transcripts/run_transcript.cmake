@@ -1,12 +1,33 @@
 # Runs vqsh on a scripted input and compares what it prints with the
 # expected transcript kept beside the input. Invoked by ctest with
-# -DVQSH=... -DINPUT=... -DEXPECTED=... -DDATA=... -DWORK=...
+# -DVQSH=... -DINPUT=... -DEXPECTED=... -DDATA=... -DWORK=... and
+# -DMODULES=<module file>:<module file>..., the modules a transcript may
+# "load" by name (their directories go on the library search path).
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
 set(ENV{VQHOME} ${DATA})
 set(ENV{HOME} ${WORK})
 set(ENV{VQDEBUGFILENAME} stderr)
 unset(ENV{VQTIMESTAMPOUTPUT})
+if(MODULES)
+  string(REPLACE ":" ";" module_files "${MODULES}")
+  set(search_path "")
+  foreach(module IN LISTS module_files)
+    # ctest does not build: a missing module would show up as a confusing
+    # difference in the transcript instead.
+    if(NOT EXISTS ${module})
+      message(FATAL_ERROR "module ${module} is not built (build the default target first)")
+    endif()
+    get_filename_component(dir ${module} DIRECTORY)
+    list(APPEND search_path ${dir})
+  endforeach()
+  list(REMOVE_DUPLICATES search_path)
+  if(DEFINED ENV{LD_LIBRARY_PATH} AND NOT "$ENV{LD_LIBRARY_PATH}" STREQUAL "")
+    list(APPEND search_path "$ENV{LD_LIBRARY_PATH}")
+  endif()
+  string(JOIN ":" search_path ${search_path})
+  set(ENV{LD_LIBRARY_PATH} "${search_path}")
+endif()
 execute_process(COMMAND ${VQSH} -q
                 INPUT_FILE ${INPUT}
                 OUTPUT_VARIABLE actual

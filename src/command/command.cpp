@@ -4,6 +4,7 @@
 // A syntax error long-jumps from inside the lexer back to the parse of the
 // line, so the parsing frames own nothing with a destructor: plain buffers
 // and explicit lock/unlock only.
+#include <atomic>
 #include <cerrno>
 #include <csetjmp>
 #include <cstdarg>
@@ -12,6 +13,7 @@
 #include <cstring>
 
 #include "command/command_internal.hpp"
+#include "containers/hash_internal.hpp"
 #include "frame/check.hpp"
 #include "platform/console.hpp"
 #include "vqutil/error.h"
@@ -37,6 +39,8 @@ D_PQ_HDR utHistory = {nullptr, nullptr};
 D_INT4 utHistoryCount = 0;
 D_INT4 utFeedbackMode = D_FEEDBACK_INTERACTIVE;
 bool utTablesBuilt = false;
+// utTablesBuilt for readers outside the lock: every line checks it.
+std::atomic<bool> utTablesReady{false};
 bool utBuildingTables = false;
 D_COMMAND_LINE_READER utLineReader = nullptr;
 void *utLineReaderArg = nullptr;
@@ -89,11 +93,20 @@ char *copyText(const char *text, const char *label) {
 // of the current line. The process lock taken for the lookup stays held
 // (one extra hold of the recursive lock), as the interpreter always did.
 void expandAlias(D_ALIAS *alias, D_LEX *lexer, D_INT4 control_msg) {
-  const char *token = DutLexGetTokenText(lexer);
-  const char *rest = vq::command::restOfInput(lexer);
-  std::size_t n = std::strlen(alias->value) + std::strlen(token) + std::strlen(rest) + 3;
+  // "value token rest", put together directly: this runs for every line
+  // that uses an alias.
+  const char *parts[] = {alias->value, DutLexGetTokenText(lexer), vq::command::restOfInput(lexer)};
+  std::size_t lengths[3];
+  std::size_t n = 3;  // two spaces and the NUL
+  for (int i = 0; i < 3; ++i) n += lengths[i] = std::strlen(parts[i]);
   char *line = static_cast<char *>(DutMallocCheck(static_cast<D_INT4>(n), "new_command", kFile, __LINE__));
-  std::snprintf(line, n, "%s %s %s", alias->value, token, rest);
+  char *out = line;
+  for (int i = 0; i < 3; ++i) {
+    if (i > 0) *out++ = ' ';
+    std::memcpy(out, parts[i], lengths[i]);
+    out += lengths[i];
+  }
+  *out = '\0';
   alias->in_use = 1;
   if (parseMode() == 0)
     DutCommandParseStrInternal(line, control_msg);
@@ -121,7 +134,7 @@ void parseLine(const char *command_string, D_INT4 control_msg) {
       return;
     }
     DutLexAcceptId(lexer);
-    std::snprintf(ctx.command_name, sizeof ctx.command_name, "%s", DutLexGetText(lexer));
+    vq::command::copyName(ctx.command_name, sizeof ctx.command_name, DutLexGetText(lexer));
 
     DutProcessMutexLock();
     D_ALIAS *alias = vq::command::aliasLookup(ctx.command_name);
@@ -139,7 +152,7 @@ void parseLine(const char *command_string, D_INT4 control_msg) {
     }
     DutProcessMutexUnlock();
 
-    D_COMMAND *command = DutCommandLookup(ctx.command_name);
+    D_COMMAND *command = vq::command::commandFind(ctx.command_name);
     if (command == nullptr) {
       DutOut("bad command <%s> (type \"help\" for help)\n", ctx.command_name);
       DutLexDestroy(lexer);
@@ -164,10 +177,20 @@ void parseLine(const char *command_string, D_INT4 control_msg) {
 }
 
 void parseWithMode(const char *command_string, D_INT4 mode, D_INT4 control_msg) {
-  D_INT4 saved = parseMode();
-  parseMode() = mode;
+  D_TSD_RECORD *record = DutGetTsdValue();  // the thread's own, for the whole line
+  D_INT4 saved = record->parse_mode;
+  record->parse_mode = mode;
   parseLine(command_string, control_msg);
-  parseMode() = saved;
+  record->parse_mode = saved;
+}
+
+// Legacy names of commands map to their present names; most lines start
+// with a name that matches no legacy first letter.
+const char *currentName(const char *name) {
+  for (const LegacyName &legacy : kLegacyNames) {
+    if ((name[0] | 0x20) == legacy.old_name[0] && DutStrCmpi(name, legacy.old_name) == 0) return legacy.new_name;
+  }
+  return name;
 }
 
 bool fileReadable(const char *name) {
@@ -236,6 +259,7 @@ D_HASH_TABLE *commandTable() { return utCommandTable; }
 D_HASH_TABLE *aliasTable() { return utAliasTable; }
 
 void ensureTables() {
+  if (utTablesReady.load(std::memory_order_acquire)) return;
   DutProcessMutexLock();
   if (utTablesBuilt || utBuildingTables) {
     DutProcessMutexUnlock();
@@ -251,12 +275,29 @@ void ensureTables() {
   DutProcessMutexLock();
   utTablesBuilt = true;
   utBuildingTables = false;
+  utTablesReady.store(true, std::memory_order_release);
   DutProcessMutexUnlock();
 }
 
 D_ALIAS *aliasLookup(const char *name) {
-  D_HASH_BUCKET *bucket = DutHashLookupBucket(utAliasTable, reinterpret_cast<D_WORD>(name));
-  return bucket != nullptr ? reinterpret_cast<D_ALIAS *>(DutHashBucketGetValue(bucket)) : nullptr;
+  D_HASH_BUCKET *bucket = vq::hash::find(utAliasTable, reinterpret_cast<D_WORD>(name));
+  return bucket != nullptr ? reinterpret_cast<D_ALIAS *>(bucket->value) : nullptr;
+}
+
+D_COMMAND *commandFind(const char *name) {
+  name = currentName(name);
+  DutProcessMutexLock();
+  D_HASH_BUCKET *bucket = vq::hash::find(utCommandTable, reinterpret_cast<D_WORD>(name));
+  D_COMMAND *command = bucket != nullptr ? reinterpret_cast<D_COMMAND *>(bucket->value) : nullptr;
+  DutProcessMutexUnlock();
+  return command;
+}
+
+void copyName(char *into, std::size_t size, const char *name) {
+  std::size_t n = std::strlen(name);
+  if (n >= size) n = size - 1;
+  std::memcpy(into, name, n);
+  into[n] = '\0';
 }
 
 void aliasSet(const char *name, const char *value) {
@@ -374,22 +415,7 @@ D_EXPORT D_COMMAND *DutCommandLookup(const char *name) {
     return nullptr;
   }
   vq::command::ensureTables();
-  for (const LegacyName &legacy : kLegacyNames) {
-    if (DutStrCmpi(name, legacy.old_name) == 0) {
-      name = legacy.new_name;
-      break;
-    }
-  }
-  DutProcessMutexLock();
-  D_INT4 before = DutErrNumGet();
-  D_HASH_BUCKET *bucket = DutHashLookupBucket(utCommandTable, reinterpret_cast<D_WORD>(name));
-  D_COMMAND *command = nullptr;
-  if (bucket != nullptr)
-    command = reinterpret_cast<D_COMMAND *>(DutHashBucketGetValue(bucket));
-  else
-    DutErrNumSet(before);  // absent is not an error here
-  DutProcessMutexUnlock();
-  return command;
+  return vq::command::commandFind(name);  // absent is not an error here
 }
 
 D_EXPORT D_BOOL DutCommandDestroy(D_COMMAND *command) {

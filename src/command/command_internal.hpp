@@ -1,6 +1,8 @@
 // Internals shared by the command interpreter's files.
 #pragma once
 
+#include <cstddef>
+
 #include "vqutil/command.h"
 #include "vqutil/hash.h"
 
@@ -16,6 +18,13 @@ void registerBuiltins();
 // The tables; valid after ensureTables, guarded by the process-wide lock.
 D_HASH_TABLE *commandTable();
 D_HASH_TABLE *aliasTable();
+
+// The command of a name (legacy names included), or null; takes the lock
+// and leaves the error number alone.
+D_COMMAND *commandFind(const char *name);
+
+// Copies a name into a fixed buffer, cut to fit.
+void copyName(char *into, std::size_t size, const char *name);
 
 // Alias helpers for the alias and unalias commands (under the lock).
 D_ALIAS *aliasLookup(const char *name);

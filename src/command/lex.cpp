@@ -6,12 +6,16 @@
 // and every scanning function answers whether the lexer is still alive.
 #include "vqutil/lex.h"
 
+#include <array>
+#include <atomic>
 #include <cctype>
 #include <cmath>
 #include <csetjmp>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstdint>
 #include <cstring>
 
 #include "frame/check.hpp"
@@ -38,6 +42,9 @@ constexpr const char *kTokenTexts[] = {
 static_assert(sizeof kTokenTexts / sizeof kTokenTexts[0] == 1 - D_TOK_ERROR);
 
 D_HASH_TABLE *utReservedWords = nullptr;
+// Set once the first reserved word exists, so that scanning an identifier
+// takes the process lock only in processes that declared reserved words.
+std::atomic<bool> utHaveReservedWords{false};
 D_LEX_ERROR_FUNC utLexErrorFunc = nullptr;
 D_CB_TYPE *utLexTokenCbType = nullptr;
 
@@ -100,10 +107,72 @@ void take(D_LEX *lexer) {
   advance(lexer);
 }
 
-inline bool isIdStart(int c) { return c != kEof && (std::isalpha(c) || c == '_' || c == '?'); }
-inline bool isIdPart(int c) { return c != kEof && (std::isalnum(c) || c == '_' || c == '%' || c == '?'); }
-inline bool isDigit(int c) { return c != kEof && std::isdigit(c); }
-inline bool isSpace(int c) { return c != kEof && std::isspace(c); }
+// Character classes of the ASCII range, looked up rather than asked of the
+// C library per character; bytes above it keep the <cctype> answers, which
+// follow the host's locale.
+enum : unsigned char { kIdStartClass = 1, kIdPartClass = 2, kDigitClass = 4, kSpaceClass = 8, kPlainIdClass = 16 };
+
+constexpr std::array<unsigned char, 128> kAsciiClasses = [] {
+  std::array<unsigned char, 128> t{};
+  for (int c = 0; c < 128; ++c) {
+    bool alpha = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    bool digit = c >= '0' && c <= '9';
+    unsigned char k = 0;
+    if (alpha || c == '_' || c == '?') k |= kIdStartClass;
+    if (alpha || digit || c == '_' || c == '%' || c == '?') k |= kIdPartClass;
+    // An identifier character that needs none of the wildcard bookkeeping.
+    if (alpha || digit || c == '_' || c == '%') k |= kPlainIdClass;
+    if (digit) k |= kDigitClass;
+    if (c == ' ' || (c >= '\t' && c <= '\r')) k |= kSpaceClass;
+    t[static_cast<std::size_t>(c)] = k;
+  }
+  return t;
+}();
+
+inline bool inClass(int c, unsigned char cls, int (*wide)(int)) {
+  if (c < 0) return false;  // end of input
+  if (c < 128) return (kAsciiClasses[static_cast<std::size_t>(c)] & cls) != 0;
+  return wide(c) != 0;
+}
+
+inline bool isIdStart(int c) { return inClass(c, kIdStartClass, [](int x) { return std::isalpha(x); }); }
+inline bool isIdPart(int c) { return inClass(c, kIdPartClass, [](int x) { return std::isalnum(x); }); }
+inline bool isDigit(int c) { return inClass(c, kDigitClass, [](int x) { return std::isdigit(x); }); }
+inline bool isSpace(int c) { return inClass(c, kSpaceClass, [](int x) { return std::isspace(x); }); }
+inline bool isPlainId(int c) { return inClass(c, kPlainIdClass, [](int x) { return std::isalnum(x); }); }
+
+// Makes room for n more characters and the terminating NUL.
+void reserveToken(D_LEX *lexer, D_INT4 n) {
+  D_INT4 size = lexer->max_token_size;
+  while (lexer->token_size + n >= size) size *= 2;
+  if (size == lexer->max_token_size) return;
+  lexer->token_str = static_cast<char *>(DutReallocCheck(lexer->token_str, size, "lexer->token_str", kFile, __LINE__));
+  lexer->max_token_size = size;
+}
+
+// Takes the current character and the run of characters after it that
+// satisfy the class, at most limit in all, in one step. Reading from a
+// string with nothing peeked, the run is copied straight from the input;
+// otherwise (files, a pending peek) it falls back to one at a time. The
+// class must not contain a newline (lines are counted in advance()).
+template <class Class>
+void takeRun(D_LEX *lexer, Class in_class, D_INT4 limit) {
+  if (lexer->input_string == nullptr || lexer->peek_char != kNoPeek) {
+    for (D_INT4 i = 0; i < limit && in_class(lexer->cur_char); ++i) take(lexer);
+    return;
+  }
+  const char *start = lexer->input_string + lexer->string_pos;
+  D_INT4 n = 0;
+  while (n + 1 < limit && in_class(static_cast<unsigned char>(start[n]))) ++n;
+  reserveToken(lexer, n + 1);
+  char *out = lexer->token_str + lexer->token_size;
+  out[0] = static_cast<char>(lexer->cur_char);
+  std::memcpy(out + 1, start, static_cast<std::size_t>(n));
+  lexer->token_size += n + 1;
+  lexer->token_str[lexer->token_size] = '\0';
+  lexer->string_pos += n;
+  lexer->cur_char = readRaw(lexer);
+}
 
 const char *fileNameOf(const D_LEX *lexer) {
   return lexer->input_file_name != nullptr ? lexer->input_file_name : "<NONE>";
@@ -167,16 +236,19 @@ bool scanIdOrPattern(D_LEX *lexer) {
       ++question_marks;
       previous_question = true;
       lexer->token = D_TOK_PATTERN;
+      take(lexer);
     } else {
       previous_question = false;
+      // Room for one character past the limit, so that an overlong name
+      // fails below exactly as it would one character at a time.
+      takeRun(lexer, [](int c) { return isPlainId(c); }, D_LEX_MAX_ID_LENGTH + 1 - lexer->token_size);
     }
-    take(lexer);
     if (lexer->token_size > D_LEX_MAX_ID_LENGTH) {
       DutLexError(lexer, "ERROR: utLexIdOrPattern\nIdentifier Too Long\n<%s>", lexer->token_str);
       return false;
     }
   }
-  if (lexer->token == D_TOK_IDENTIFIER) {
+  if (lexer->token == D_TOK_IDENTIFIER && utHaveReservedWords.load(std::memory_order_acquire)) {
     DutProcessMutexLock();
     if (utReservedWords != nullptr) {
       // A miss must not leave "doesn't exist" behind for the caller.
@@ -192,11 +264,24 @@ bool scanIdOrPattern(D_LEX *lexer) {
   return true;
 }
 
+// Whole numbers of up to 15 digits are exact in a double, so summing
+// their digits gives what strtod would, without its general machinery;
+// anything else goes to strtod.
+double numberValue(const char *text, D_INT4 size) {
+  if (size <= 15) {
+    std::int64_t whole = 0;
+    D_INT4 i = 0;
+    for (; i < size && text[i] >= '0' && text[i] <= '9'; ++i) whole = whole * 10 + (text[i] - '0');
+    if (i == size) return static_cast<double>(whole);
+  }
+  return std::strtod(text, nullptr);
+}
+
 void scanNumber(D_LEX *lexer) {
-  while (isDigit(lexer->cur_char)) take(lexer);
+  if (isDigit(lexer->cur_char)) takeRun(lexer, [](int c) { return isDigit(c); }, INT32_MAX);
   if (lexer->cur_char == '.') {
     take(lexer);
-    while (isDigit(lexer->cur_char)) take(lexer);
+    if (isDigit(lexer->cur_char)) takeRun(lexer, [](int c) { return isDigit(c); }, INT32_MAX);
   }
   if (lexer->cur_char == 'e' || lexer->cur_char == 'E') {
     int next = peek(lexer);
@@ -207,7 +292,7 @@ void scanNumber(D_LEX *lexer) {
     }
   }
   lexer->token = D_TOK_UNSIGNED_NUMBER;
-  lexer->value = std::strtod(lexer->token_str, nullptr);
+  lexer->value = numberValue(lexer->token_str, lexer->token_size);
 }
 
 int escaped(int c) {
@@ -354,8 +439,12 @@ bool nextToken(D_LEX *lexer) {
     bool white = false;
     if (isSpace(c)) {
       while (isSpace(lexer->cur_char)) {
-        if (lexer->cur_char == '\n') lexer->newline_before = 1;
-        take(lexer);
+        if (lexer->cur_char == '\n') {
+          lexer->newline_before = 1;
+          take(lexer);
+        } else {
+          takeRun(lexer, [](int x) { return x != '\n' && isSpace(x); }, INT32_MAX);
+        }
       }
       white = true;
     } else if ((c == '(' && peek(lexer) == '*') || (c == '/' && (peek(lexer) == '*' || peek(lexer) == '/'))) {
@@ -505,6 +594,67 @@ void defaultErrorFunc(D_LEX *lexer, const char *format, va_list args, void *) {
     DutFatalError("\nLexer Error at line %ld (no file name)", static_cast<long>(lexer->line_num));
 }
 
+// ---- Lexer records ---------------------------------------------------------------
+
+// Each thread keeps the last lexer it destroyed, buffers and all, for its
+// next creation: a command line creates and destroys one (two through an
+// alias), and four allocations and releases were a fifth of a short line's
+// cost. Records whose buffers grew large are released rather than kept.
+constexpr D_INT4 kSpareTokenLimit = 4 * D_LEX_INITIAL_TOKEN_SIZE;
+constexpr D_INT4 kSpareTextLimit = 16 * D_SAFE_STRING_QUANTUM;
+
+void releaseRecord(D_LEX *lexer) {
+  DutFreeCheck(lexer->token_str, "lexer->token_str", kFile, __LINE__);
+  DutSafeStringDestroy(lexer->value_str);
+  DutSafeStringDestroy(lexer->accepted_text);
+  DutFreeCheck(lexer, "lexer", kFile, __LINE__);
+}
+
+struct SpareLexer {
+  D_LEX *lexer = nullptr;
+  SpareLexer() = default;
+  SpareLexer(const SpareLexer &) = delete;
+  SpareLexer &operator=(const SpareLexer &) = delete;
+  ~SpareLexer() {
+    if (lexer != nullptr) releaseRecord(lexer);
+  }
+};
+
+thread_local SpareLexer tSpareLexer;
+
+// The kept record reset to what a new one holds (empty texts, no input, no
+// functions), or null.
+D_LEX *takeSpareLexer() {
+  D_LEX *lexer = tSpareLexer.lexer;
+  if (lexer == nullptr) return nullptr;
+  tSpareLexer.lexer = nullptr;
+  char *token_str = lexer->token_str;
+  D_INT4 max_token_size = lexer->max_token_size;
+  D_SAFE_STRING value_str = lexer->value_str;
+  D_SAFE_STRING accepted_text = lexer->accepted_text;
+  // The input block is left as it is: block_len 0 marks it empty.
+  std::memset(lexer, 0, offsetof(D_LEX, block));
+  std::memset(&lexer->white_space_flag, 0, sizeof(D_LEX) - offsetof(D_LEX, white_space_flag));
+  lexer->token_str = token_str;
+  lexer->token_str[0] = '\0';
+  lexer->max_token_size = max_token_size;
+  lexer->value_str = value_str;
+  DutSafeStringClear(&lexer->value_str);
+  lexer->accepted_text = accepted_text;
+  DutSafeStringClear(&lexer->accepted_text);
+  return lexer;
+}
+
+// Keeps a destroyed lexer (its input, file name and callbacks already
+// released) when the thread has none kept; false when the caller frees it.
+bool keepSpareLexer(D_LEX *lexer) {
+  if (tSpareLexer.lexer != nullptr || lexer->max_token_size > kSpareTokenLimit ||
+      lexer->value_str.size > kSpareTextLimit || lexer->accepted_text.size > kSpareTextLimit)
+    return false;
+  tSpareLexer.lexer = lexer;
+  return true;
+}
+
 D_CB_TYPE *tokenCbType(bool create) {
   DutProcessMutexLock();
   if (utLexTokenCbType == nullptr && create) {
@@ -524,13 +674,16 @@ extern "C" {
 // ---- Creation -----------------------------------------------------------------
 
 D_EXPORT D_LEX *DutLexCreate(D_INT4 attribute, ...) {
-  auto *lexer = static_cast<D_LEX *>(DutCallocCheck(sizeof(D_LEX), "lexer", kFile, __LINE__));
-  lexer->max_token_size = D_LEX_INITIAL_TOKEN_SIZE;
-  lexer->token_str = static_cast<char *>(
-      DutMallocCheck(D_LEX_INITIAL_TOKEN_SIZE, "lexer->token_str", kFile, __LINE__));
-  lexer->token_str[0] = '\0';
-  lexer->value_str = DutSafeStringCreate();
-  lexer->accepted_text = DutSafeStringCreate();
+  D_LEX *lexer = takeSpareLexer();
+  if (lexer == nullptr) {
+    lexer = static_cast<D_LEX *>(DutCallocCheck(sizeof(D_LEX), "lexer", kFile, __LINE__));
+    lexer->max_token_size = D_LEX_INITIAL_TOKEN_SIZE;
+    lexer->token_str = static_cast<char *>(
+        DutMallocCheck(D_LEX_INITIAL_TOKEN_SIZE, "lexer->token_str", kFile, __LINE__));
+    lexer->token_str[0] = '\0';
+    lexer->value_str = DutSafeStringCreate();
+    lexer->accepted_text = DutSafeStringCreate();
+  }
   lexer->line_num = 1;
   lexer->peek_char = kNoPeek;
 
@@ -621,14 +774,11 @@ D_EXPORT void DutLexDestroy(D_LEX *lexer) {
   if (lexer == nullptr) return;
   if (lexer->own_file && lexer->input_file != nullptr) DutCloseFile(lexer->input_file);
   if (lexer->input_file_name != nullptr) DutFreeCheck(lexer->input_file_name, "lexer->input_file_name", kFile, __LINE__);
-  DutFreeCheck(lexer->token_str, "lexer->token_str", kFile, __LINE__);
   if (lexer->token_cb_list != nullptr) {
     D_BOOL status = DutCbListDestroy(lexer->token_cb_list);
     VQ_ASSERT(status == D_TRUE, "D_TRUE == status", kFile);
   }
-  DutSafeStringDestroy(lexer->value_str);
-  DutSafeStringDestroy(lexer->accepted_text);
-  DutFreeCheck(lexer, "lexer", kFile, __LINE__);
+  if (!keepSpareLexer(lexer)) releaseRecord(lexer);
 }
 
 D_EXPORT D_INT4 DutLexGetToken(D_LEX *lexer) {
@@ -841,6 +991,7 @@ D_EXPORT D_BOOL DutLexAddReservedWord(const char *word, D_INT4 kind) {
   char *lower = static_cast<char *>(DutMallocCheck(static_cast<D_INT4>(n), "lower_word", kFile, __LINE__));
   for (std::size_t i = 0; i < n; ++i) lower[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(word[i])));
   DutHashInsert(utReservedWords, reinterpret_cast<D_WORD>(lower), kind);
+  utHaveReservedWords.store(true, std::memory_order_release);
   DutProcessMutexUnlock();
   return D_TRUE;
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "containers/hash_internal.hpp"
 #include "frame/check.hpp"
 #include "vqutil/error.h"
 #include "vqutil/list.h"
@@ -420,6 +421,12 @@ D_WORD *sortEntries(D_HASH_TABLE *t, D_INT4 *count, D_HASH_CMP_FUNC compare,
 }
 
 }  // namespace
+
+D_HASH_BUCKET *vq::hash::find(D_HASH_TABLE *table, D_WORD key) {
+  if (table == nullptr) return nullptr;
+  Place place = locate(table, key);
+  return place.link != nullptr ? *place.link : nullptr;
+}
 
 extern "C" {
 

@@ -195,6 +195,90 @@ TEST(LexTokens, LinesAreCounted) {
   DutLexDestroy(lexer);
 }
 
+TEST(LexTokens, WhiteSpaceRunsKeepTheirTextAndLines) {
+  // Runs of blanks are read in one step; newlines inside them still count.
+  EXPECT_EQ(tokens("a \t \n\v\f\r\n  b", 1),
+            (std::vector<Token>{{0, "a"}, {D_TOK_WHITE_SPACE, " \t \n\v\f\r\n  "}, {0, "b"}}));
+  D_LEX *lexer = over("x  \n \t\n\n   y\tz");
+  DutLexAcceptId(lexer);
+  EXPECT_EQ(D_GLEX_LINE_NUM(lexer), 4);
+  EXPECT_STREQ(DutLexGetTokenText(lexer), "y");
+  DutLexAcceptId(lexer);
+  EXPECT_EQ(D_GLEX_LINE_NUM(lexer), 4);
+  EXPECT_STREQ(DutLexGetTokenText(lexer), "z");
+  DutLexDestroy(lexer);
+}
+
+TEST(LexTokens, WildcardsInsideLongNamesAtTheLimit) {
+  std::string ok = "ab?" + std::string(60, 'c');  // 63 characters
+  std::vector<Token> t = tokens(ok.c_str());
+  ASSERT_EQ(t.size(), 1u);
+  EXPECT_EQ(t[0], (Token{D_TOK_PATTERN, ok}));
+  std::string too_long = ok + "?";
+  tokens(too_long.c_str());
+  EXPECT_EQ(g_error, "ERROR: utLexIdOrPattern\nIdentifier Too Long\n<" + too_long + ">");
+}
+
+TEST(LexTokens, NumberValuesMatchTheCLibrary) {
+  // Whole numbers short enough to be exact, and the longer or fractional
+  // ones that must round as strtod does.
+  for (const char *text : {"0", "007", "9", "123456789012345", "999999999999999", "1234567890123456",
+                           "9007199254740993", "12345678901234567890", "0.1", "2.5e3", "1e400", "00000000000000000001"}) {
+    D_LEX *lexer = over(text);
+    ASSERT_EQ(DutLexGetToken(lexer), D_TOK_UNSIGNED_NUMBER) << text;
+    EXPECT_EQ(D_GLEX_VALUE(lexer), std::strtod(text, nullptr)) << text;
+    DutLexDestroy(lexer);
+  }
+}
+
+// ---- Lexer records ----------------------------------------------------------------
+
+TEST(LexRecords, ANewLexerStartsFreshAfterOneWasDestroyed) {
+  // The first lexer ends with every field moved away from its start.
+  D_LEX *first = DutLexCreate(D_LEX_ATT_STRING, "alpha \"quoted\"\n\n 12", D_LEX_ATT_ERROR_FUNC, recordingReturn,
+                              D_LEX_ATT_ERROR_ARG, &g_error, D_LEX_ATT_WHITE_SPACE, 1, D_LEX_ATT_FLAG2, 1, 0);
+  while (DutLexGetToken(first) != D_TOK_EOF) DutLexAccept(first, DutLexGetToken(first));
+  EXPECT_EQ(D_GLEX_LINE_NUM(first), 3);
+  DutLexDestroy(first);
+
+  D_LEX *second = DutLexCreate(D_LEX_ATT_STRING, "beta", 0);
+  EXPECT_EQ(DutLexGetToken(second), D_TOK_IDENTIFIER);
+  EXPECT_STREQ(DutLexGetTokenText(second), "beta");
+  EXPECT_EQ(D_GLEX_TOKEN_SIZE(second), 4);
+  EXPECT_EQ(D_GLEX_LINE_NUM(second), 1);
+  EXPECT_EQ(D_GLEX_WHITE_SPACE_FLAG(second), 0);
+  EXPECT_EQ(second->flag2, 0);
+  EXPECT_EQ(second->error_func, nullptr);
+  EXPECT_EQ(second->error_arg, nullptr);
+  EXPECT_EQ(second->input_file, nullptr);
+  EXPECT_EQ(D_GLEX_INPUT_FILE_NAME(second), nullptr);
+  EXPECT_EQ(second->token_cb_list, nullptr);
+  EXPECT_EQ(second->newline_before, 0);
+  EXPECT_STREQ(DutLexGetText(second), "") << "nothing accepted yet";
+  EXPECT_STREQ(D_GLEX_VALUE_STR(second), "");
+  EXPECT_EQ(DutLexGetValue(second), 0.0);
+  EXPECT_GE(D_GLEX_MAX_TOKEN_SIZE(second), D_LEX_INITIAL_TOKEN_SIZE);
+  DutLexDestroy(second);
+}
+
+TEST(LexRecords, LongTokensAndSeveralLexersAtOnce) {
+  // A token far longer than the initial buffer grows it; lexers alive at
+  // the same time never share buffers.
+  std::string long_text = "\"" + std::string(20000, 'q') + "\"";
+  D_LEX *a = over(long_text.c_str());
+  D_LEX *b = over("short words");
+  EXPECT_EQ(D_GLEX_TOKEN_SIZE(a), 20002);
+  EXPECT_EQ(std::string(D_GLEX_VALUE_STR(a)), std::string(20000, 'q'));
+  EXPECT_NE(D_GLEX_TOKEN_STR(a), D_GLEX_TOKEN_STR(b));
+  EXPECT_STREQ(DutLexGetTokenText(b), "short");
+  DutLexDestroy(a);
+  D_LEX *c = over("third");
+  EXPECT_STREQ(DutLexGetTokenText(b), "short") << "creating a lexer must not touch a live one";
+  EXPECT_STREQ(DutLexGetTokenText(c), "third");
+  DutLexDestroy(b);
+  DutLexDestroy(c);
+}
+
 // ---- Reserved words -------------------------------------------------------------
 
 TEST(LexReserved, WordsAnyCaseAndTheirErrors) {

@@ -1,7 +1,10 @@
 // Time texts: DutTimeNumToStr through the "full" converter against the
 // same text built with localtime_r + strftime + snprintf in the same run,
-// and the "full" reader against strptime + mktime. Times walk through a
-// year in steps of 7919.25 s so every field changes from call to call.
+// and the "full" reader against strptime + mktime. The printing pairs run
+// over three walks of time: through a year in steps of 7919.25 s (every
+// field changes from call to call, about eleven calls a day), as a log
+// does (four calls a second), and over scattered days (a new day at every
+// call). The readers use the first walk.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -16,13 +19,21 @@
 namespace {
 
 constexpr double kStart = 978307200.0;  // 2001-01-01 UTC
-constexpr double kStep = 7919.25;
 constexpr int kTimes = 4096;
 
-std::vector<double> Times() {
+// The walks, by benchmark argument: 0 through a year, 1 a log, 2 a new day
+// at every call (three days and a bit apart).
+constexpr double kSteps[] = {7919.25, 0.25, 3 * 86400.0 + 7919.25};
+
+std::vector<double> Times(int walk = 0) {
   std::vector<double> out(kTimes);
-  for (int i = 0; i < kTimes; ++i) out[i] = kStart + kStep * i;
+  for (int i = 0; i < kTimes; ++i) out[i] = kStart + kSteps[walk] * i;
   return out;
+}
+
+void Walks(benchmark::internal::Benchmark *b) {
+  b->ArgName("walk");
+  for (int walk = 0; walk < 3; ++walk) b->Arg(walk);
 }
 
 void UseFull() {
@@ -32,7 +43,7 @@ void UseFull() {
 
 void BM_TimeNumToStrFull(benchmark::State &state) {
   UseFull();
-  std::vector<double> times = Times();
+  std::vector<double> times = Times(static_cast<int>(state.range(0)));
   std::size_t i = 0;
   for (auto _ : state) {
     const char *text = DutTimeNumToStr(times[i++ % kTimes]);
@@ -40,11 +51,11 @@ void BM_TimeNumToStrFull(benchmark::State &state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_TimeNumToStrFull);
+BENCHMARK(BM_TimeNumToStrFull)->Apply(Walks);
 
 // The reference: the same "Www Mmm dd hh:mm:ss.fff yyyy" text.
 void BM_StrftimeReference(benchmark::State &state) {
-  std::vector<double> times = Times();
+  std::vector<double> times = Times(static_cast<int>(state.range(0)));
   char buffer[64];
   std::size_t i = 0;
   for (auto _ : state) {
@@ -60,7 +71,7 @@ void BM_StrftimeReference(benchmark::State &state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_StrftimeReference);
+BENCHMARK(BM_StrftimeReference)->Apply(Walks);
 
 std::vector<std::string> FullTexts() {
   UseFull();

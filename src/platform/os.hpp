@@ -108,6 +108,9 @@ void sleepSeconds(double seconds) noexcept;
 void wallClock(std::int64_t *seconds, std::int32_t *microseconds) noexcept;
 // ctime() text of t (26 bytes, ending in a newline) in the caller's buffer.
 void ctimeText(std::time_t t, char *buffer, std::size_t size) noexcept;
+// The local calendar fields of t in the caller's record (the thread-safe
+// localtime); false when t cannot be represented.
+bool localCalendar(std::time_t t, std::tm *fields) noexcept;
 int processId() noexcept;
 
 // ---- Environment and logs -----------------------------------------------

@@ -2,10 +2,12 @@
 // the epoch) and its text, the registry that holds them, and the current
 // converter through which the whole process prints and reads times.
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <limits>
@@ -43,12 +45,17 @@ char utTimeCvtFullFormat[kFormatSize];
 char *utTimeCvtHmsStr = nullptr;
 char *utTimeCvtNumericStr = nullptr;
 
-// The ctime text of a time (ending in a newline), or false when the time
-// has no such text.
-bool ctimeOf(D_REAL8 time, char *text, std::size_t size) {
-  if (!std::isfinite(time) || std::fabs(time) > 1e15) return false;
+// Beyond this the time is not converted: the year would not fit ctime's
+// text (nor time_t on some platforms).
+constexpr D_REAL8 kMaxCtimeSeconds = 1e15;
+
+// The ctime text of a time (ending in a newline) and its length, or 0 when
+// the time has no such text.
+std::size_t ctimeOf(D_REAL8 time, char *text, std::size_t size) {
+  if (!std::isfinite(time) || std::fabs(time) > kMaxCtimeSeconds) return 0;
   vq::os::ctimeText(static_cast<std::time_t>(std::trunc(time)), text, size);
-  return std::strlen(text) >= 20;
+  std::size_t len = std::strlen(text);
+  return len >= 20 ? len : 0;
 }
 
 // True when format prints one real number and nothing unsafe: text, "%%",
@@ -75,6 +82,214 @@ bool isRealFormat(const char *format) {
 }
 
 // ---- "full": number to text ------------------------------------------------------------
+//
+// The text is the first 19 characters of the ctime text, the fraction as
+// the fraction format prints it without its first character, and the rest
+// of the ctime text without its newline. The fraction of the usual formats
+// "%.0f" to "%.3f" (the default "%.3f") is composed here rather than by
+// snprintf, which cost more than the ctime text itself.
+
+// The precision N of a format that is exactly "%.Nf" with N from 0 to 3,
+// or -1 for any other format (which goes to snprintf).
+int utTimeCvtFullDigits = -1;
+
+constexpr std::uint64_t kPowersOfTen[] = {1, 10, 100, 1000};
+constexpr int kMaxFastDigits = 3;
+
+int fastFractionDigits(const char *format) {
+  if (format[0] == '%' && format[1] == '.' && format[2] >= '0' && format[2] <= '0' + kMaxFastDigits &&
+      format[3] == 'f' && format[4] == '\0') {
+    return format[2] - '0';
+  }
+  return -1;
+}
+
+// value as exactly width decimal digits, zeros in front.
+constexpr void writeDigits(char *out, std::uint64_t value, int width) {
+  for (int i = width - 1; i >= 0; --i) {
+    out[i] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  }
+}
+
+// What snprintf("%.<digits>f", value) writes for |value| < 1, without its
+// first character: ".250" for 0.25, "0.250" for -0.25 (the sign goes),
+// ".000" for 0.9996 (which printf rounds up to 1.000). printf rounds the
+// exact binary value to nearest with ties to even; so does this, in
+// integers: |value| is mantissa / 2^shift, with shift >= 53 below one, so
+// mantissa * 10^digits (at most 2^53 * 1000) fits 64 bits. Returns the
+// length written (at most 5).
+constexpr std::size_t fractionTail(double value, int digits, char *out) {
+  const auto bits = std::bit_cast<std::uint64_t>(value);
+  const bool negative = (bits >> 63) != 0;
+  const auto biased_exponent = static_cast<int>((bits >> 52) & 0x7ff);
+  std::uint64_t mantissa = bits & ((std::uint64_t{1} << 52) - 1);
+  int shift = 1074;  // subnormal
+  if (biased_exponent != 0) {
+    mantissa |= std::uint64_t{1} << 52;
+    shift = 1075 - biased_exponent;
+  }
+  const std::uint64_t unit = kPowersOfTen[digits];
+  const std::uint64_t scaled = mantissa * unit;
+  std::uint64_t units = 0;  // scaled / 2^shift, rounded
+  if (shift < 64) {
+    units = scaled >> shift;
+    const std::uint64_t rest = scaled & ((std::uint64_t{1} << shift) - 1);
+    const std::uint64_t half = std::uint64_t{1} << (shift - 1);
+    if (rest > half || (rest == half && (units & 1) != 0)) ++units;
+  }  // else scaled < 2^63 <= half: rounds to 0
+  std::size_t used = 0;
+  if (negative) out[used++] = static_cast<char>('0' + units / unit);  // the "0" or "1" of "-0.250"
+  if (digits > 0) {
+    out[used++] = '.';
+    writeDigits(out + used, units % unit, digits);
+    used += static_cast<std::size_t>(digits);
+  }
+  return used;
+}
+
+static_assert([] {
+  char out[8] = {};
+  return fractionTail(0.25, 3, out) == 4 && out[0] == '.' && out[1] == '2' && out[2] == '5' && out[3] == '0';
+}());
+
+// ---- "full": the day of the latest conversions ---------------------------------------------
+//
+// Within one local day whose offset from UTC stays the same, the ctime
+// texts differ only in the clock, which follows from the seconds since the
+// day's midnight; so the day's date and year are kept and only the clock is
+// written. A day is kept once ctime has shown its first and its last second
+// as 00:00:00 and 23:59:59 of the same date, 86399 s apart; a day with a
+// daylight-saving change or a leap second fails that and is converted by
+// ctime second by second. The check is made at the second conversion in a
+// day, so times in scattered days cost one ctime each, as without the kept
+// day.
+//
+// A zone whose offset changed and changed back within one day would pass
+// the check. The time zone database has no such zone (none has two changes
+// within two days between 1800 and 2200), but a TZ value that spells out
+// its own daylight-saving rules ("AAA5BBB,J60/2,J60/5": three hours of
+// daylight saving on 1 March) can; so under a TZ with rules (a comma) no
+// day is kept, and every text comes from ctime.
+//
+// The kept day belongs to the value of TZ it was found under, which is
+// looked at before a day serves a text (or is confirmed). When TZ has
+// changed, the day is dropped and the runtime made to read TZ again (mktime
+// sets the zone as tzset does), so that no text comes from a zone the
+// runtime read before the change. A change of zone that TZ does not show
+// (the system's zone file replaced, or TZ changed and changed back around
+// a tzset between two conversions) reaches the text at the next day.
+
+constexpr std::size_t kDateSize = 11;  // "Thu Mar 15 "
+constexpr std::size_t kClockAt = 11;   // "12:34:56"
+constexpr std::size_t kRestAt = 19;    // " 2001\n"
+constexpr std::size_t kRestSize = 24;
+constexpr std::int64_t kDay = 86400;
+constexpr std::size_t kZoneSize = 256;
+
+struct KeptDay {
+  enum class State { None, Candidate, Kept, Refused };
+  State state = State::None;
+  std::int64_t start = 0;  // the time of the day's 00:00:00
+  char date[kDateSize] = {};
+  char rest[kRestSize] = {};
+  std::size_t rest_len = 0;
+};
+
+KeptDay utTimeCvtFullDay;
+bool utTimeCvtFullZoneKnown = false;  // the fields below hold the TZ of the kept day
+bool utTimeCvtFullZoneSet = false;
+char utTimeCvtFullZone[kZoneSize];
+
+// Whether a day may be kept under the present TZ. A changed TZ drops the
+// kept day and has the runtime read the zone again; a TZ with rules of its
+// own, or too long to compare, keeps no day at all.
+bool followTimeZone() {
+  const char *tz = std::getenv("TZ");
+  const bool unkept = tz != nullptr && (std::strlen(tz) >= kZoneSize || std::strchr(tz, ',') != nullptr);
+  if (!unkept && utTimeCvtFullZoneKnown &&
+      (tz == nullptr ? !utTimeCvtFullZoneSet : utTimeCvtFullZoneSet && std::strcmp(tz, utTimeCvtFullZone) == 0)) {
+    return true;
+  }
+  utTimeCvtFullDay = KeptDay{};
+  utTimeCvtFullZoneKnown = false;
+  if (unkept) return false;
+  std::tm probe{};
+  probe.tm_year = 70;
+  probe.tm_mday = 1;
+  probe.tm_isdst = -1;
+  (void)std::mktime(&probe);
+  utTimeCvtFullZoneSet = tz != nullptr;
+  if (tz != nullptr) std::memcpy(utTimeCvtFullZone, tz, std::strlen(tz) + 1);
+  utTimeCvtFullZoneKnown = true;
+  return true;
+}
+
+// The seconds since midnight that a ctime text's clock shows, or -1.
+std::int64_t clockSeconds(const char *text) {
+  const char *c = text + kClockAt;
+  for (int i : {0, 1, 3, 4, 6, 7}) {
+    if (c[i] < '0' || c[i] > '9') return -1;
+  }
+  if (c[2] != ':' || c[5] != ':') return -1;
+  auto two = [c](int at) { return (c[at] - '0') * 10 + (c[at + 1] - '0'); };
+  return two(0) * 3600 + two(3) * 60 + two(6);
+}
+
+bool sameDay(const KeptDay &day, const char *text, std::size_t len) {
+  return len - kRestAt == day.rest_len && std::memcmp(text, day.date, kDateSize) == 0 &&
+         std::memcmp(text + kRestAt, day.rest, day.rest_len) == 0;
+}
+
+// Whether ctime shows the time as the given clock on the kept day's date.
+bool ctimeShows(std::int64_t time, const char *clock) {
+  char text[64];
+  std::size_t len = ctimeOf(static_cast<D_REAL8>(time), text, sizeof text);
+  return len != 0 && sameDay(utTimeCvtFullDay, text, len) && std::memcmp(text + kClockAt, clock, 8) == 0;
+}
+
+// Whether the time falls in the kept or the candidate day.
+bool inKeptDay(std::int64_t whole) {
+  const KeptDay &day = utTimeCvtFullDay;
+  if (day.state != KeptDay::State::Kept && day.state != KeptDay::State::Candidate) return false;
+  return whole - day.start >= 0 && whole - day.start < kDay;
+}
+
+// The kept day's text for a time within it ("Thu Mar 15 12:34:56 2001\n"),
+// confirming a candidate first; 0 when there is no such day.
+std::size_t keptDayText(std::int64_t whole, char *text) {
+  KeptDay &day = utTimeCvtFullDay;
+  if (!inKeptDay(whole)) return 0;
+  const std::int64_t seconds = whole - day.start;
+  if (day.state == KeptDay::State::Candidate) {
+    const bool whole_day = ctimeShows(day.start, "00:00:00") && ctimeShows(day.start + kDay - 1, "23:59:59");
+    day.state = whole_day ? KeptDay::State::Kept : KeptDay::State::Refused;
+    if (!whole_day) return 0;
+  }
+  std::memcpy(text, day.date, kDateSize);
+  char *clock = text + kClockAt;
+  writeDigits(clock, static_cast<std::uint64_t>(seconds / 3600), 2);
+  clock[2] = ':';
+  writeDigits(clock + 3, static_cast<std::uint64_t>(seconds / 60 % 60), 2);
+  clock[5] = ':';
+  writeDigits(clock + 6, static_cast<std::uint64_t>(seconds % 60), 2);
+  std::memcpy(text + kRestAt, day.rest, day.rest_len);
+  return kRestAt + day.rest_len;
+}
+
+// Takes the day of a ctime text as the candidate to keep, unless it is the
+// day already refused.
+void noteDay(std::int64_t whole, const char *text, std::size_t len) {
+  KeptDay &day = utTimeCvtFullDay;
+  const std::int64_t seconds = clockSeconds(text);
+  if (seconds < 0 || len - kRestAt > kRestSize) return;
+  if (day.state == KeptDay::State::Refused && sameDay(day, text, len)) return;
+  day.state = KeptDay::State::Candidate;
+  day.start = whole - seconds;
+  std::memcpy(day.date, text, kDateSize);
+  day.rest_len = len - kRestAt;
+  std::memcpy(day.rest, text + kRestAt, day.rest_len);
+}
 
 D_BOOL fullNumToStr(D_REAL8 time, const char **str_return) {
   VQ_ASSERT(str_return != nullptr, "str_return != NULL", kTimeFile);
@@ -88,38 +303,61 @@ D_BOOL fullNumToStr(D_REAL8 time, const char **str_return) {
       format = kDefaultFullFormat;
     }
     std::snprintf(utTimeCvtFullFormat, sizeof utTimeCvtFullFormat, "%s", format);
+    utTimeCvtFullDigits = fastFractionDigits(utTimeCvtFullFormat);
   }
   *str_return = utTimeCvtFullStr;
-  char text[64] = {};
-  if (!ctimeOf(time, text, sizeof text)) {
+  if (!std::isfinite(time) || std::fabs(time) > kMaxCtimeSeconds) {
     std::snprintf(utTimeCvtFullStr, kFullSize, "error");
     return D_FALSE;
   }
-  char fraction[40];
+  const D_REAL8 whole = std::trunc(time);
+  const auto whole_seconds = static_cast<std::int64_t>(whole);
+  char text[64];
+  std::size_t text_len = 0;
+  // TZ is looked at only when a day could serve: a change drops the day.
+  if (inKeptDay(whole_seconds) && followTimeZone()) text_len = keptDayText(whole_seconds, text);
+  if (text_len == 0) {
+    text_len = ctimeOf(whole, text, sizeof text);
+    if (text_len == 0) {
+      std::snprintf(utTimeCvtFullStr, kFullSize, "error");
+      return D_FALSE;
+    }
+    noteDay(whole_seconds, text, text_len);
+  }
+  const D_REAL8 fraction = time - whole;  // within (-1, 1)
+  char fraction_text[40];
+  const char *tail = fraction_text;
+  std::size_t tail_len = 0;
+  if (utTimeCvtFullDigits >= 0) {
+    tail_len = fractionTail(fraction, utTimeCvtFullDigits, fraction_text);
+  } else {
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #endif
-  std::snprintf(fraction, sizeof fraction, utTimeCvtFullFormat, time - std::trunc(time));
+    int n = std::snprintf(fraction_text, sizeof fraction_text, utTimeCvtFullFormat, fraction);
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
-  // "Wed Jun 30 21:49:08" + ".250" (the fraction without its leading
-  // digit) + " 1993\n".
+    if (n > 0) {
+      tail = fraction_text + 1;
+      tail_len = std::min(static_cast<std::size_t>(n), sizeof fraction_text - 1) - 1;
+    }
+  }
+  // "Wed Jun 30 21:49:08" + ".250" + " 1993\n", cut to the buffer.
   std::size_t used = 0;
   auto append = [&used](const char *piece, std::size_t count) {
     count = std::min(count, kFullSize - 1 - used);
     std::memcpy(utTimeCvtFullStr + used, piece, count);
     used += count;
   };
-  append(text, 19);
-  if (fraction[0] != '\0') append(fraction + 1, std::strlen(fraction + 1));
-  append(text + 19, std::strlen(text + 19));
-  utTimeCvtFullStr[used] = '\0';
-  std::size_t len = std::strlen(utTimeCvtFullStr);
-  VQ_EXPECT(len > 0 && utTimeCvtFullStr[len - 1] == '\n',
+  append(text, kRestAt);
+  append(tail, tail_len);
+  append(text + kRestAt, text_len - kRestAt);
+  VQ_EXPECT(used > 0 && utTimeCvtFullStr[used - 1] == '\n',
             "utTimeCvtFullStr[D_C_STRLEN(utTimeCvtFullStr) - 1] == '\\n'", kTimeFile);
-  if (len > 0 && utTimeCvtFullStr[len - 1] == '\n') utTimeCvtFullStr[len - 1] = '\0';
+  if (used > 0 && utTimeCvtFullStr[used - 1] == '\n') --used;
+  utTimeCvtFullStr[used] = '\0';
   return D_TRUE;
 }
 
@@ -127,6 +365,8 @@ void fullCleanup() {
   vq::ProcessLock lock;
   if (utTimeCvtFullStr != nullptr) DutFreeCheck(utTimeCvtFullStr, "utTimeCvtFullStr", kTimeFile, __LINE__);
   utTimeCvtFullStr = nullptr;
+  utTimeCvtFullDay = KeptDay{};
+  utTimeCvtFullZoneKnown = false;
 }
 
 // ---- "hms": number to text -----------------------------------------------------------------
@@ -139,7 +379,7 @@ D_BOOL hmsNumToStr(D_REAL8 time, const char **str_return) {
   }
   *str_return = utTimeCvtHmsStr;
   char text[64] = {};
-  if (!ctimeOf(time, text, sizeof text)) {
+  if (ctimeOf(time, text, sizeof text) == 0) {
     std::snprintf(utTimeCvtHmsStr, kHmsSize, "error");
     return D_FALSE;
   }
@@ -355,18 +595,16 @@ bool readHms(D_LEX *lexer, TimeFields *fields) {
   return true;
 }
 
-// The base time's local calendar date. localtime's shared result is read
-// under the process-wide lock.
+// The base time's local calendar date.
 TimeFields baseFields() {
   D_REAL8 base = vq::time::baseTime();
   std::time_t t = static_cast<std::time_t>(std::isfinite(base) ? base : 0.0);
   TimeFields fields{1970, 0, 1, 0, 0, 0.0, false};
-  vq::ProcessLock lock;
-  const std::tm *local = std::localtime(&t);
-  if (local != nullptr) {
-    fields.year = local->tm_year + 1900;
-    fields.month = local->tm_mon;
-    fields.day = local->tm_mday;
+  std::tm local{};
+  if (vq::os::localCalendar(t, &local)) {
+    fields.year = local.tm_year + 1900;
+    fields.month = local.tm_mon;
+    fields.day = local.tm_mday;
   }
   return fields;
 }

@@ -189,6 +189,7 @@ bool Session::start(const LaunchOptions &options) {
 
   if (options.terminal) {
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    terminal_ = master_ >= 0;
     if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) {
       error_ = "pseudo-terminal: " + std::string(std::strerror(errno));
       return false;
@@ -340,13 +341,33 @@ bool Session::waitUntilReading() {
   return waitUntilBlocked([](long number, long fd) { return number == SYS_read && fd == 0; });
 }
 
-bool Session::waitUntilSleeping() {
-  return waitUntilBlocked([](long number, long) {
+namespace {
+
+bool isSleepCall(long number, long) {
 #ifdef SYS_nanosleep
-    if (number == SYS_nanosleep) return true;
+  if (number == SYS_nanosleep) return true;
 #endif
-    return number == SYS_clock_nanosleep;
-  });
+  return number == SYS_clock_nanosleep;
+}
+
+}  // namespace
+
+bool Session::waitUntilSleeping() { return waitUntilBlocked(isSleepCall); }
+
+std::optional<TerminalMode> Session::terminalMode() {
+  if (!terminal_ || master_ < 0) return std::nullopt;
+  // On the master, TCGETS reports the slave's termios: what the line
+  // discipline applies to the keys written here.
+  struct termios modes;
+  if (tcgetattr(master_, &modes) != 0) {
+    error_ = "tcgetattr: " + std::string(std::strerror(errno));
+    return std::nullopt;
+  }
+  TerminalMode mode;
+  mode.signals = (modes.c_lflag & ISIG) != 0;
+  mode.echo = (modes.c_lflag & ECHO) != 0;
+  mode.canonical = (modes.c_lflag & ICANON) != 0;
+  return mode;
 }
 
 bool Session::waitUntilInterruptTaken() {

@@ -4,6 +4,7 @@
 // what it prints.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,13 @@ struct LaunchOptions {
   // Pipes only: written to the shell's standard input, which is then
   // closed.
   std::string input;
+};
+
+// The line discipline's modes on the shell's terminal.
+struct TerminalMode {
+  bool signals = false;    // ISIG: the interrupt key raises SIGINT
+  bool echo = false;       // ECHO: the terminal echoes keys (^C with ECHOCTL)
+  bool canonical = false;  // ICANON: the terminal assembles whole lines
 };
 
 // What the group witness saw.
@@ -77,6 +85,11 @@ class Session {
   // been taken by its handler, so the next one cannot merge with it.
   bool waitUntilInterruptTaken();
 
+  // The modes the shell's terminal is in now, read through the master side
+  // (which reports the slave's settings). Empty for a piped launch or when
+  // they cannot be read.
+  std::optional<TerminalMode> terminalMode();
+
   // Whether the shell is still running (it has not been reaped).
   bool running();
 
@@ -100,6 +113,7 @@ class Session {
   pid_t pid_ = -1;         // the shell, or the witness that runs it
   pid_t shell_pid_ = -1;
   int master_ = -1;        // pseudo-terminal master, or the read end of stdout
+  bool terminal_ = false;  // master_ is a pseudo-terminal master
   int input_ = -1;         // pipes only: the write end of stdin
   int witness_pipe_ = -1;  // read end of the witness's report
   bool ended_ = false;     // no more output will come

@@ -44,6 +44,10 @@ void ctimeText(std::time_t t, char *buffer, std::size_t size) noexcept {
   buffer[n] = '\0';
 }
 
+bool localCalendar(std::time_t t, std::tm *fields) noexcept {
+  return fields != nullptr && localtime_r(&t, fields) != nullptr;
+}
+
 int processId() noexcept { return static_cast<int>(getpid()); }
 
 bool setEnv(const char *name, const char *value) noexcept {

@@ -2,9 +2,7 @@
 // the value itself: sign, frexp and scaling of the fraction, with the bytes
 // cut out by division. They share no bit arithmetic with the library, so a
 // wrong shift or mask there cannot hide behind the same mistake here.
-//
-// Used by the format tests and, as the speed reference, by the format
-// benchmark.
+// Also the speed reference of the format benchmark.
 #pragma once
 
 #include <array>
@@ -22,8 +20,7 @@ using Bytes8 = std::array<unsigned char, 8>;
 // The long double decoders must hold a 56-bit fraction.
 inline constexpr bool kWideLongDouble = LDBL_MANT_DIG >= 56;
 
-// Floor division, which C++ does not give for negative operands.
-inline int floorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
+inline std::uint64_t pow2(int k) { return std::uint64_t{1} << k; }
 
 // Writes n as `count` big-endian bytes at out.
 template <typename Out>
@@ -42,22 +39,13 @@ std::uint64_t getBigEndian(const In *in, int count) {
 }
 
 // VAX order: 16-bit words, most significant first, each little-endian.
+// Swapping the bytes of each word goes both ways.
 template <std::size_t N>
-std::array<unsigned char, N> vaxBytes(const std::array<unsigned char, N> &big_endian) {
+std::array<unsigned char, N> swapWords(const unsigned char *in) {
   std::array<unsigned char, N> out{};
   for (std::size_t w = 0; w < N; w += 2) {
-    out[w] = big_endian[w + 1];
-    out[w + 1] = big_endian[w];
-  }
-  return out;
-}
-
-template <std::size_t N>
-std::array<unsigned char, N> vaxToBigEndian(const unsigned char *vax) {
-  std::array<unsigned char, N> out{};
-  for (std::size_t w = 0; w < N; w += 2) {
-    out[w] = vax[w + 1];
-    out[w + 1] = vax[w];
+    out[w] = in[w + 1];
+    out[w + 1] = in[w];
   }
   return out;
 }
@@ -65,22 +53,21 @@ std::array<unsigned char, N> vaxToBigEndian(const unsigned char *vax) {
 // ---- IBM System/370 ------------------------------------------------------
 
 // IBM encoding (big-endian) of v with a fraction of 24 or 56 bits.
-// force_characteristic, when given, replaces the computed characteristic (for the
+// force_characteristic, when given, replaces the computed one (for the
 // clamped cases); the fraction digits stay those of v.
 template <std::size_t N>
 std::array<unsigned char, N> ibmFromValue(double v, int force_characteristic = -1) {
   constexpr int frac_bits = static_cast<int>(N) * 8 - 8;
   std::array<unsigned char, N> out{};
   if (v == 0.0) return out;
-  const bool negative = std::signbit(v);
   int e2 = 0;
   const double f = std::frexp(std::fabs(v), &e2);  // |v| = f * 2^e2, f in [0.5, 1)
-  // |v| = fraction * 16^h with fraction in [1/16, 1).
-  const int h = floorDiv(e2 + 3, 4);
+  // |v| = fraction * 16^h with fraction in [1/16, 1); h = floor((e2 + 3) / 4).
+  const int h = e2 + 3 >= 0 ? (e2 + 3) / 4 : -((-(e2 + 3) + 3) / 4);
   const double fraction = std::ldexp(f, e2 - 4 * h);
   const auto digits = static_cast<std::uint64_t>(std::floor(std::ldexp(fraction, frac_bits)));
   const int characteristic = force_characteristic >= 0 ? force_characteristic : h + 64;
-  out[0] = static_cast<unsigned char>((negative ? 128 : 0) + characteristic);
+  out[0] = static_cast<unsigned char>((std::signbit(v) ? 128 : 0) + characteristic);
   putBigEndian(digits, static_cast<int>(N) - 1, out.data() + 1);
   return out;
 }
@@ -91,62 +78,60 @@ inline Bytes8 ibm8FromValue(double v, int c = -1) { return ibmFromValue<8>(v, c)
 template <std::size_t N>
 long double ibmValue(const unsigned char *big_endian) {
   constexpr int frac_bits = static_cast<int>(N) * 8 - 8;
-  const bool negative = big_endian[0] >= 128;
   const int characteristic = big_endian[0] % 128;
   const auto digits = static_cast<long double>(getBigEndian(big_endian + 1, static_cast<int>(N) - 1));
   const long double magnitude = std::ldexp(digits, 4 * (characteristic - 64) - frac_bits);
-  return negative ? -magnitude : magnitude;
+  return big_endian[0] >= 128 ? -magnitude : magnitude;
 }
 
 // ---- DEC F, D, G -------------------------------------------------------------
 
-inline std::uint64_t pow2(int k) { return std::uint64_t{1} << k; }
+// DEC bytes in VAX order from sign, stored exponent and the fraction bits
+// after the hidden leading 1.
+template <std::size_t N>
+std::array<unsigned char, N> decFromFields(bool negative, int exponent, std::uint64_t fraction, int exp_bits) {
+  constexpr int total = static_cast<int>(N) * 8;
+  const int frac_bits = total - 1 - exp_bits;
+  const std::uint64_t logical =
+      (negative ? pow2(total - 1) : 0) + static_cast<std::uint64_t>(exponent) * pow2(frac_bits) + fraction;
+  std::array<unsigned char, N> big{};
+  putBigEndian(logical, static_cast<int>(N), big.data());
+  return swapWords<N>(big.data());
+}
 
-// DEC value 0.1f x 2^(exponent - bias): exp_bits of exponent, the bits
-// after the hidden leading 1 as fraction. force_exponent, when given,
+// DEC value 0.1f x 2^(exponent - bias). force_exponent, when given,
 // replaces the computed exponent (for the clamped and wrapped cases).
 template <std::size_t N>
 std::array<unsigned char, N> decFromValue(double v, int exp_bits, int bias, int force_exponent = -1) {
-  constexpr int total = static_cast<int>(N) * 8;
-  const int frac_bits = total - 1 - exp_bits;
-  std::array<unsigned char, N> big{};
-  if (v == 0.0) return big;
-  const bool negative = std::signbit(v);
+  const int frac_bits = static_cast<int>(N) * 8 - 1 - exp_bits;
+  if (v == 0.0) return {};
   int e2 = 0;
   const double f = std::frexp(std::fabs(v), &e2);  // already the 0.1f form
-  const int exponent = force_exponent >= 0 ? force_exponent : e2 + bias;
   const auto with_hidden = static_cast<std::uint64_t>(std::ldexp(f, frac_bits + 1));
-  const std::uint64_t fraction = with_hidden - pow2(frac_bits);
-  const std::uint64_t logical = (negative ? pow2(total - 1) : 0) +
-                                static_cast<std::uint64_t>(exponent) * pow2(frac_bits) + fraction;
-  putBigEndian(logical, static_cast<int>(N), big.data());
-  return vaxBytes(big);
+  return decFromFields<N>(std::signbit(v), force_exponent >= 0 ? force_exponent : e2 + bias,
+                          with_hidden - pow2(frac_bits), exp_bits);
 }
 
 inline Bytes4 decFFromValue(double v, int e = -1) { return decFromValue<4>(v, 8, 128, e); }
 inline Bytes8 decDFromValue(double v, int e = -1) { return decFromValue<8>(v, 8, 128, e); }
 inline Bytes8 decGFromValue(double v, int e = -1) { return decFromValue<8>(v, 11, 1024, e); }
 
-// Value of DEC bytes in VAX order; exponent_offset is added to the stored
-// exponent (to model wrapped exponents).
+// Value of DEC bytes in VAX order.
 template <std::size_t N>
-long double decValue(const unsigned char *vax, int exp_bits, int bias, int exponent_offset = 0) {
+long double decValue(const unsigned char *vax, int exp_bits, int bias) {
   constexpr int total = static_cast<int>(N) * 8;
   const int frac_bits = total - 1 - exp_bits;
-  const std::array<unsigned char, N> big = vaxToBigEndian<N>(vax);
+  const std::array<unsigned char, N> big = swapWords<N>(vax);
   const std::uint64_t logical = getBigEndian(big.data(), static_cast<int>(N));
-  const bool negative = logical >= pow2(total - 1);
   const int exponent = static_cast<int>((logical / pow2(frac_bits)) % pow2(exp_bits));
-  const std::uint64_t fraction = logical % pow2(frac_bits);
-  const long double significand = static_cast<long double>(fraction + pow2(frac_bits));
-  const long double magnitude =
-      std::ldexp(significand, exponent + exponent_offset - bias - (frac_bits + 1));
-  return negative ? -magnitude : magnitude;
+  const auto significand = static_cast<long double>(logical % pow2(frac_bits) + pow2(frac_bits));
+  const long double magnitude = std::ldexp(significand, exponent - bias - (frac_bits + 1));
+  return logical >= pow2(total - 1) ? -magnitude : magnitude;
 }
 
-inline long double decFValue(const unsigned char *vax, int off = 0) { return decValue<4>(vax, 8, 128, off); }
-inline long double decDValue(const unsigned char *vax, int off = 0) { return decValue<8>(vax, 8, 128, off); }
-inline long double decGValue(const unsigned char *vax, int off = 0) { return decValue<8>(vax, 11, 1024, off); }
+inline long double decFValue(const unsigned char *vax) { return decValue<4>(vax, 8, 128); }
+inline long double decDValue(const unsigned char *vax) { return decValue<8>(vax, 8, 128); }
+inline long double decGValue(const unsigned char *vax) { return decValue<8>(vax, 11, 1024); }
 
 // ---- IEEE --------------------------------------------------------------------
 

@@ -1,22 +1,26 @@
 // Shared pieces of the format tests: the conversion function type, running
-// one conversion on a copy of some bytes, and a capture of the warnings.
+// one conversion on a copy of some bytes, and counting warnings.
 #pragma once
 
 #include <array>
-#include <cstdarg>
-#include <cstdio>
-#include <mutex>
+#include <bit>
 #include <string>
 
+#include "support/capture.hpp"
 #include "vqutil/format.h"
-#include "vqutil/output.h"
 
 namespace vqfmt {
 
 using Convert = D_BOOL (*)(void *, D_INT4, D_INT4);
+using B4 = std::array<unsigned char, 4>;
+using B8 = std::array<unsigned char, 8>;
+// The output function runs under the process-wide lock, so one capture
+// serves warnings from several threads.
+using Capture = vqtest::OutputCapture;
 
 constexpr D_INT4 kLittle = D_INT_LITTLE_ENDIAN;
 constexpr D_INT4 kBig = D_INT_BIG_ENDIAN;
+constexpr D_INT4 kHost = std::endian::native == std::endian::little ? kLittle : kBig;
 
 template <std::size_t N>
 struct Result {
@@ -30,57 +34,11 @@ Result<N> run(Convert fn, std::array<unsigned char, N> bytes, D_INT4 in, D_INT4 
   return {status, bytes};
 }
 
-// Collects everything printed through the output function; the lock keeps
-// it correct when several threads warn at once.
-class Capture {
- public:
-  Capture() : previous_(DutGetOutputFunc()) {
-    {
-      std::lock_guard<std::mutex> guard(mutex());
-      text().clear();
-    }
-    // Outside our mutex: the sink takes it under the process-wide lock, so
-    // holding it while taking that lock would invert the order.
-    DutSetOutputFunc(&Capture::sink);
-  }
-  ~Capture() { DutSetOutputFunc(previous_); }
-  Capture(const Capture &) = delete;
-  Capture &operator=(const Capture &) = delete;
-
-  std::string take() {
-    std::lock_guard<std::mutex> guard(mutex());
-    std::string out;
-    out.swap(text());
-    return out;
-  }
-
- private:
-  static std::mutex &mutex() {
-    static std::mutex m;
-    return m;
-  }
-  static std::string &text() {
-    static std::string t;
-    return t;
-  }
-  static int sink(const char *format, va_list args) {
-    char buffer[512];
-    const int n = std::vsnprintf(buffer, sizeof buffer, format, args);
-    std::lock_guard<std::mutex> guard(mutex());
-    if (n > 0) text().append(buffer);
-    return n;
-  }
-
-  D_OUTPUT_FUNC previous_;
-};
-
 // Number of non-overlapping occurrences of needle in haystack.
 inline int countOf(const std::string &haystack, const std::string &needle) {
   int count = 0;
-  for (std::size_t at = haystack.find(needle); at != std::string::npos;
-       at = haystack.find(needle, at + needle.size())) {
+  for (std::size_t at = haystack.find(needle); at != std::string::npos; at = haystack.find(needle, at + needle.size()))
     ++count;
-  }
   return count;
 }
 

@@ -1,10 +1,8 @@
-// Every conversion against the frexp-based reference encoders, over powers
-// of two, both sides of every exponent boundary, the ends of each range and
-// a fixed-seed pseudo-random set, in both IEEE byte orders.
+// Every conversion against the frexp-based reference encoders, over both
+// ends of every binade in each exact range and a fixed-seed pseudo-random
+// set, in both IEEE byte orders.
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -13,32 +11,25 @@
 
 #include "format/format_oracle.hpp"
 #include "format/format_support.hpp"
-#include "vqutil/format.h"
 
 namespace {
 
-using vqfmt::Capture;
-using vqfmt::kBig;
-using vqfmt::kLittle;
-using vqfmt::run;
-using B4 = std::array<unsigned char, 4>;
-using B8 = std::array<unsigned char, 8>;
+using namespace vqfmt;
+using vqoracle::ieeeBytes;
+using vqoracle::pow2;
 
-constexpr D_INT4 kHost = std::endian::native == std::endian::little ? kLittle : kBig;
 constexpr int kRandom = 20000;  // per family and direction
 
-std::mt19937_64 &rng() {
+std::uint64_t randomBelow(std::uint64_t n) {
   static std::mt19937_64 engine(0x5EEDF00Du);
-  return engine;
+  return engine() % n;
 }
-
-std::uint64_t randomBelow(std::uint64_t n) { return rng()() % n; }
-double randomSign() { return randomBelow(2) ? -1.0 : 1.0; }
+int randomIn(int lo, int hi) { return lo + static_cast<int>(randomBelow(static_cast<std::uint64_t>(hi - lo + 1))); }
 
 // IEEE values 1.f x 2^(field - bias) for the fields [lo, hi]: the two ends
-// of every binade, its power of two with both signs, and random ones.
+// of every binade with both signs, and random ones.
 template <typename T>
-std::vector<T> ieeeValues(int lo, int hi, int random_count) {
+std::vector<T> ieeeValues(int lo, int hi) {
   constexpr int frac_bits = std::numeric_limits<T>::digits - 1;
   constexpr int bias = std::numeric_limits<T>::max_exponent - 1;
   std::vector<T> out;
@@ -47,50 +38,30 @@ std::vector<T> ieeeValues(int lo, int hi, int random_count) {
     const T high = std::ldexp(T(2) - std::ldexp(T(1), -frac_bits), field - bias);
     for (T v : {low, high, -low, -high}) out.push_back(v);
   }
-  for (int i = 0; i < random_count; ++i) {
-    const int field = lo + static_cast<int>(randomBelow(static_cast<std::uint64_t>(hi - lo + 1)));
-    const T fraction = std::ldexp(static_cast<T>(randomBelow(std::uint64_t{1} << frac_bits)), -frac_bits);
-    out.push_back(static_cast<T>(randomSign()) * std::ldexp(T(1) + fraction, field - bias));
+  for (int i = 0; i < kRandom; ++i) {
+    const T fraction = std::ldexp(static_cast<T>(randomBelow(pow2(frac_bits))), -frac_bits);
+    out.push_back((randomBelow(2) ? T(-1) : T(1)) * std::ldexp(T(1) + fraction, randomIn(lo, hi) - bias));
   }
   return out;
-}
-
-// DEC bytes from sign, stored exponent and fraction bits after the hidden 1.
-template <std::size_t N>
-std::array<unsigned char, N> decBytes(bool negative, int exponent, std::uint64_t fraction, int exp_bits) {
-  const int total = static_cast<int>(N) * 8;
-  const int frac_bits = total - 1 - exp_bits;
-  const std::uint64_t logical = (negative ? vqoracle::pow2(total - 1) : 0) +
-                                static_cast<std::uint64_t>(exponent) * vqoracle::pow2(frac_bits) + fraction;
-  std::array<unsigned char, N> big{};
-  vqoracle::putBigEndian(logical, static_cast<int>(N), big.data());
-  return vqoracle::vaxBytes(big);
 }
 
 template <std::size_t N>
 std::array<unsigned char, N> randomDec(int exp_bits, int exp_lo, int exp_hi) {
   const int frac_bits = static_cast<int>(N) * 8 - 1 - exp_bits;
-  const int exponent = exp_lo + static_cast<int>(randomBelow(static_cast<std::uint64_t>(exp_hi - exp_lo + 1)));
-  return decBytes<N>(randomBelow(2) != 0, exponent, randomBelow(vqoracle::pow2(frac_bits)), exp_bits);
+  return vqoracle::decFromFields<N>(randomBelow(2) != 0, randomIn(exp_lo, exp_hi), randomBelow(pow2(frac_bits)),
+                                    exp_bits);
 }
 
-// Normalised IBM bytes (leading hex digit not zero).
+// Normalised IBM bytes: the leading hex digit is at least min_leading_digit.
 template <std::size_t N>
 std::array<unsigned char, N> randomIbm(int char_lo, int char_hi, int min_leading_digit = 1) {
-  const int frac_bits = static_cast<int>(N) * 8 - 8;
-  const std::uint64_t digit_unit = vqoracle::pow2(frac_bits - 4);
-  const std::uint64_t leading = static_cast<std::uint64_t>(min_leading_digit) +
-                                randomBelow(static_cast<std::uint64_t>(16 - min_leading_digit));
-  const std::uint64_t digits = leading * digit_unit + randomBelow(digit_unit);
-  const int characteristic = char_lo + static_cast<int>(randomBelow(static_cast<std::uint64_t>(char_hi - char_lo + 1)));
+  const std::uint64_t digit_unit = pow2(static_cast<int>(N) * 8 - 12);
+  const auto leading = static_cast<std::uint64_t>(randomIn(min_leading_digit, 15));
   std::array<unsigned char, N> out{};
-  out[0] = static_cast<unsigned char>((randomBelow(2) ? 128 : 0) + characteristic);
-  vqoracle::putBigEndian(digits, static_cast<int>(N) - 1, out.data() + 1);
+  out[0] = static_cast<unsigned char>((randomBelow(2) ? 128 : 0) + randomIn(char_lo, char_hi));
+  vqoracle::putBigEndian(leading * digit_unit + randomBelow(digit_unit), static_cast<int>(N) - 1, out.data() + 1);
   return out;
 }
-
-float asFloat(long double v) { return static_cast<float>(v); }
-double asDouble(long double v) { return static_cast<double>(v); }
 
 class FormatOracle : public testing::Test {
  protected:
@@ -98,175 +69,109 @@ class FormatOracle : public testing::Test {
     if (!vqoracle::kWideLongDouble) GTEST_SKIP() << "long double too narrow for the reference decoders";
   }
   // Nothing in the exact ranges may warn.
-  void TearDown() override { EXPECT_EQ("", capture_.take()); }
+  void TearDown() override { EXPECT_EQ("", capture_.Take()); }
+
+  // IEEE values of the fields [lo, hi] go `to` the foreign format as
+  // encode(v) says, and `back` to the IEEE value the foreign bytes hold,
+  // which is v itself when `exact`, else never more than v in magnitude.
+  template <typename T, typename Encode, typename Decode>
+  void thereAndBack(int lo, int hi, Convert to, D_INT4 foreign, Convert back, Encode encode, Decode decode,
+                    bool exact) {
+    for (T v : ieeeValues<T>(lo, hi)) {
+      const auto expected = encode(v);
+      const auto held = static_cast<T>(decode(expected.data()));
+      if (exact) {
+        ASSERT_EQ(held, v);
+      }
+      ASSERT_LE(std::fabs(held), std::fabs(v));
+      for (D_INT4 order : {kLittle, kBig}) {
+        const auto there = run(to, ieeeBytes(v, order != kHost), order, foreign);
+        ASSERT_EQ(D_TRUE, there.status);
+        ASSERT_EQ(expected, there.bytes) << v << " order " << order;
+        ASSERT_EQ(ieeeBytes(held, order != kHost), run(back, there.bytes, foreign, order).bytes) << v;
+      }
+    }
+  }
+
+  // Random foreign bytes from gen convert to the IEEE type T of value(bytes),
+  // which T must hold exactly, in both byte orders.
+  template <typename T, typename Gen, typename Value>
+  void toIeee(Convert fn, D_INT4 foreign, Gen gen, Value value) {
+    for (int i = 0; i < kRandom; ++i) {
+      const auto bytes = gen();
+      const long double exact = value(bytes.data());
+      const auto expected = static_cast<T>(exact);
+      ASSERT_EQ(static_cast<long double>(expected), exact);
+      const D_INT4 order = i % 2 ? kBig : kLittle;
+      ASSERT_EQ(ieeeBytes(expected, order != kHost), run(fn, bytes, foreign, order).bytes) << expected;
+    }
+  }
+
+  // Random foreign bytes from gen convert to encode(value(bytes)).
+  template <typename Gen, typename Value, typename Encode>
+  void between(Convert fn, D_INT4 in, D_INT4 out, Gen gen, Value value, Encode encode) {
+    for (int i = 0; i < kRandom; ++i) {
+      const auto bytes = gen();
+      ASSERT_EQ(encode(static_cast<double>(value(bytes.data()))), run(fn, bytes, in, out).bytes) << i;
+    }
+  }
 
   Capture capture_;
 };
 
-// ---- 4 bytes ------------------------------------------------------------------
+auto decF = [](double v) { return vqoracle::decFFromValue(v); };
+auto decD = [](double v) { return vqoracle::decDFromValue(v); };
+auto decG = [](double v) { return vqoracle::decGFromValue(v); };
+auto ibm4 = [](double v) { return vqoracle::ibm4FromValue(v); };
+auto ibm8 = [](double v) { return vqoracle::ibm8FromValue(v); };
+auto ibm4Value = [](const unsigned char *b) { return vqoracle::ibmValue<4>(b); };
+// DEC D and IBM double carry more fraction bits than IEEE double: truncated.
+auto decDTruncated = [](const unsigned char *b) { return vqoracle::truncateSignificand(vqoracle::decDValue(b), 53); };
+auto ibm8Truncated = [](const unsigned char *b) {
+  return vqoracle::truncateSignificand(vqoracle::ibmValue<8>(b), 53);
+};
 
-TEST_F(FormatOracle, IeeeSingleToDecFAndBack) {
-  for (float v : ieeeValues<float>(1, 253, kRandom)) {
-    const B4 expected = vqoracle::decFFromValue(v);
-    for (D_INT4 order : {kLittle, kBig}) {
-      const B4 ieee = vqoracle::ieeeBytes(v, order != kHost);
-      const auto dec = run(DutSwapReal4IeeeToDecF, ieee, order, kLittle);
-      ASSERT_EQ(D_TRUE, dec.status);
-      ASSERT_EQ(expected, dec.bytes) << v << " order " << order;
-      ASSERT_EQ(ieee, run(DutSwapReal4DecFToIeee, dec.bytes, kLittle, order).bytes) << v << " order " << order;
-    }
-  }
+TEST_F(FormatOracle, FourByteConversions) {
+  thereAndBack<float>(1, 253, DutSwapReal4IeeeToDecF, kLittle, DutSwapReal4DecFToIeee, decF, vqoracle::decFValue,
+                      true);
+  // Up to three low bits are lost aligning on a hex digit.
+  thereAndBack<float>(1, 254, DutSwapReal4IeeeToIbm370, kBig, DutSwapReal4Ibm370ToIeee, ibm4, ibm4Value, false);
+  toIeee<float>(DutSwapReal4DecFToIeee, kLittle, [] { return randomDec<4>(8, 3, 255); }, vqoracle::decFValue);
+  // Characteristic 33 is exact only with a leading digit of 4 or more.
+  toIeee<float>(DutSwapReal4Ibm370ToIeee, kBig, [] { return randomIbm<4>(34, 96); }, ibm4Value);
+  toIeee<float>(DutSwapReal4Ibm370ToIeee, kBig, [] { return randomIbm<4>(33, 33, 4); }, ibm4Value);
+  between(DutSwapReal4DecFToIbm370, kLittle, kBig, [] { return randomDec<4>(8, 3, 255); }, vqoracle::decFValue,
+          ibm4);
+  // IBM values below 2^124 fit DEC F.
+  between(DutSwapReal4Ibm370ToDecF, kBig, kLittle, [] { return randomIbm<4>(34, 95); }, ibm4Value, decF);
 }
 
-TEST_F(FormatOracle, RandomDecFToIeee) {
-  for (int i = 0; i < kRandom; ++i) {
-    const B4 dec = randomDec<4>(8, 3, 255);
-    const float expected = asFloat(vqoracle::decFValue(dec.data()));
-    const D_INT4 order = i % 2 ? kBig : kLittle;
-    ASSERT_EQ(vqoracle::ieeeBytes(expected, order != kHost), run(DutSwapReal4DecFToIeee, dec, kLittle, order).bytes)
-        << expected;
-  }
+TEST_F(FormatOracle, EightByteConversions) {
+  // Unbiased exponents -128..126 for DEC D; |x| in [2^-260, 2^252) for IBM.
+  thereAndBack<double>(895, 1149, DutSwapReal8IeeeToDecD, kLittle, DutSwapReal8DecDToIeee, decD,
+                       vqoracle::decDValue, true);
+  thereAndBack<double>(1, 2045, DutSwapReal8IeeeToDecG, kLittle, DutSwapReal8DecGToIeee, decG, vqoracle::decGValue,
+                       true);
+  thereAndBack<double>(763, 1274, DutSwapReal8IeeeToIbm370, kBig, DutSwapReal8Ibm370ToIeee, ibm8,
+                       [](const unsigned char *b) { return vqoracle::ibmValue<8>(b); }, true);
+  toIeee<double>(DutSwapReal8DecDToIeee, kLittle, [] { return randomDec<8>(8, 1, 255); }, decDTruncated);
+  toIeee<double>(DutSwapReal8DecGToIeee, kLittle, [] { return randomDec<8>(11, 3, 2047); }, vqoracle::decGValue);
+  toIeee<double>(DutSwapReal8Ibm370ToIeee, kBig, [] { return randomIbm<8>(0, 127); }, ibm8Truncated);
 }
 
-TEST_F(FormatOracle, IeeeSingleToIbmTruncates) {
-  for (float v : ieeeValues<float>(1, 254, kRandom)) {
-    const B4 expected = vqoracle::ibm4FromValue(v);
-    for (D_INT4 order : {kLittle, kBig}) {
-      const auto ibm = run(DutSwapReal4IeeeToIbm370, vqoracle::ieeeBytes(v, order != kHost), order, kBig);
-      ASSERT_EQ(D_TRUE, ibm.status);
-      ASSERT_EQ(expected, ibm.bytes) << v << " order " << order;
-      // Back: the truncated value, never more than v in magnitude.
-      const float truncated = asFloat(vqoracle::ibmValue<4>(expected.data()));
-      ASSERT_LE(std::fabs(truncated), std::fabs(v));
-      ASSERT_EQ(vqoracle::ieeeBytes(truncated, order != kHost),
-                run(DutSwapReal4Ibm370ToIeee, ibm.bytes, kBig, order).bytes)
-          << v;
-    }
-  }
-}
-
-TEST_F(FormatOracle, RandomIbmSingleToIeeeIsExact) {
-  for (int i = 0; i < kRandom; ++i) {
-    // Characteristic 33 is exact only with a leading digit of 4 or more.
-    const B4 ibm = i % 8 == 0 ? randomIbm<4>(33, 33, 4) : randomIbm<4>(34, 96);
-    const float expected = asFloat(vqoracle::ibmValue<4>(ibm.data()));
-    ASSERT_EQ(static_cast<long double>(expected), vqoracle::ibmValue<4>(ibm.data()));
-    const D_INT4 order = i % 2 ? kBig : kLittle;
-    ASSERT_EQ(vqoracle::ieeeBytes(expected, order != kHost), run(DutSwapReal4Ibm370ToIeee, ibm, kBig, order).bytes)
-        << expected;
-  }
-}
-
-TEST_F(FormatOracle, DecFAndIbmThroughIeee) {
-  for (int i = 0; i < kRandom; ++i) {
-    const B4 dec = randomDec<4>(8, 3, 255);
-    ASSERT_EQ(vqoracle::ibm4FromValue(asFloat(vqoracle::decFValue(dec.data()))),
-              run(DutSwapReal4DecFToIbm370, dec, kLittle, kBig).bytes);
-    // IBM values below 2^124 fit DEC F.
-    const B4 ibm = randomIbm<4>(34, 95);
-    ASSERT_EQ(vqoracle::decFFromValue(asFloat(vqoracle::ibmValue<4>(ibm.data()))),
-              run(DutSwapReal4Ibm370ToDecF, ibm, kBig, kLittle).bytes);
-  }
-}
-
-// ---- 8 bytes ------------------------------------------------------------------
-
-TEST_F(FormatOracle, IeeeDoubleToDecDAndBack) {
-  // Unbiased exponents -128..126.
-  for (double v : ieeeValues<double>(895, 1149, kRandom)) {
-    const B8 expected = vqoracle::decDFromValue(v);
-    for (D_INT4 order : {kLittle, kBig}) {
-      const B8 ieee = vqoracle::ieeeBytes(v, order != kHost);
-      const auto dec = run(DutSwapReal8IeeeToDecD, ieee, order, kLittle);
-      ASSERT_EQ(D_TRUE, dec.status);
-      ASSERT_EQ(expected, dec.bytes) << v << " order " << order;
-      ASSERT_EQ(ieee, run(DutSwapReal8DecDToIeee, dec.bytes, kLittle, order).bytes) << v;
-    }
-  }
-}
-
-TEST_F(FormatOracle, IeeeDoubleToDecGAndBack) {
-  for (double v : ieeeValues<double>(1, 2045, kRandom)) {
-    const B8 expected = vqoracle::decGFromValue(v);
-    for (D_INT4 order : {kLittle, kBig}) {
-      const B8 ieee = vqoracle::ieeeBytes(v, order != kHost);
-      const auto dec = run(DutSwapReal8IeeeToDecG, ieee, order, kLittle);
-      ASSERT_EQ(D_TRUE, dec.status);
-      ASSERT_EQ(expected, dec.bytes) << v << " order " << order;
-      ASSERT_EQ(ieee, run(DutSwapReal8DecGToIeee, dec.bytes, kLittle, order).bytes) << v;
-    }
-  }
-}
-
-TEST_F(FormatOracle, IeeeDoubleToIbmAndBack) {
-  // |x| in [2^-260, 2^252): exact both ways.
-  for (double v : ieeeValues<double>(763, 1274, kRandom)) {
-    const B8 expected = vqoracle::ibm8FromValue(v);
-    for (D_INT4 order : {kLittle, kBig}) {
-      const B8 ieee = vqoracle::ieeeBytes(v, order != kHost);
-      const auto ibm = run(DutSwapReal8IeeeToIbm370, ieee, order, kBig);
-      ASSERT_EQ(D_TRUE, ibm.status);
-      ASSERT_EQ(expected, ibm.bytes) << v << " order " << order;
-      ASSERT_EQ(ieee, run(DutSwapReal8Ibm370ToIeee, ibm.bytes, kBig, order).bytes) << v;
-    }
-  }
-}
-
-TEST_F(FormatOracle, RandomDecDTruncatesToIeeeAndG) {
-  for (int i = 0; i < kRandom; ++i) {
-    const B8 dec = randomDec<8>(8, 1, 255);
-    const double expected = asDouble(vqoracle::truncateSignificand(vqoracle::decDValue(dec.data()), 53));
-    const D_INT4 order = i % 2 ? kBig : kLittle;
-    ASSERT_EQ(vqoracle::ieeeBytes(expected, order != kHost), run(DutSwapReal8DecDToIeee, dec, kLittle, order).bytes)
-        << expected;
-    ASSERT_EQ(vqoracle::decGFromValue(expected), run(DutSwapReal8DecDToDecG, dec, kLittle, kLittle).bytes) << expected;
-  }
-}
-
-TEST_F(FormatOracle, RandomDecGToIeeeAndD) {
-  for (int i = 0; i < kRandom; ++i) {
-    const B8 dec = randomDec<8>(11, 3, 2047);
-    const double expected = asDouble(vqoracle::decGValue(dec.data()));
-    ASSERT_EQ(static_cast<long double>(expected), vqoracle::decGValue(dec.data()));
-    const D_INT4 order = i % 2 ? kBig : kLittle;
-    ASSERT_EQ(vqoracle::ieeeBytes(expected, order != kHost), run(DutSwapReal8DecGToIeee, dec, kLittle, order).bytes)
-        << expected;
-    // G exponents 897..1150 are the ones DEC D holds.
-    const B8 g = randomDec<8>(11, 897, 1150);
-    ASSERT_EQ(vqoracle::decDFromValue(asDouble(vqoracle::decGValue(g.data()))),
-              run(DutSwapReal8DecGToDecD, g, kLittle, kLittle).bytes);
-  }
-}
-
-TEST_F(FormatOracle, RandomIbmDoubleTruncatesToIeee) {
-  for (int i = 0; i < kRandom; ++i) {
-    const B8 ibm = randomIbm<8>(0, 127);
-    const double expected = asDouble(vqoracle::truncateSignificand(vqoracle::ibmValue<8>(ibm.data()), 53));
-    const D_INT4 order = i % 2 ? kBig : kLittle;
-    ASSERT_EQ(vqoracle::ieeeBytes(expected, order != kHost), run(DutSwapReal8Ibm370ToIeee, ibm, kBig, order).bytes)
-        << expected;
-  }
-}
-
-TEST_F(FormatOracle, DecAndIbmDoubleThroughIeee) {
-  for (int i = 0; i < kRandom; ++i) {
-    const B8 d = randomDec<8>(8, 1, 255);
-    const double d_value = asDouble(vqoracle::truncateSignificand(vqoracle::decDValue(d.data()), 53));
-    ASSERT_EQ(vqoracle::ibm8FromValue(d_value), run(DutSwapReal8DecDToIbm370, d, kLittle, kBig).bytes);
-
-    // G exponents whose IEEE exponent field stays in 763..1274.
-    const B8 g = randomDec<8>(11, 765, 1276);
-    ASSERT_EQ(vqoracle::ibm8FromValue(asDouble(vqoracle::decGValue(g.data()))),
-              run(DutSwapReal8DecGToIbm370, g, kLittle, kBig).bytes);
-
-    const B8 ibm = randomIbm<8>(0, 127);
-    const double ibm_value = asDouble(vqoracle::truncateSignificand(vqoracle::ibmValue<8>(ibm.data()), 53));
-    ASSERT_EQ(vqoracle::decGFromValue(ibm_value), run(DutSwapReal8Ibm370ToDecG, ibm, kBig, kLittle).bytes);
-    // IBM characteristics 33..95 stay inside DEC D's range.
-    const B8 ibm_d = randomIbm<8>(33, 95);
-    const double ibm_d_value = asDouble(vqoracle::truncateSignificand(vqoracle::ibmValue<8>(ibm_d.data()), 53));
-    ASSERT_EQ(vqoracle::decDFromValue(ibm_d_value), run(DutSwapReal8Ibm370ToDecD, ibm_d, kBig, kLittle).bytes);
-  }
+TEST_F(FormatOracle, EightByteForeignToForeign) {
+  const auto anyDecD = [] { return randomDec<8>(8, 1, 255); };
+  between(DutSwapReal8DecDToDecG, kLittle, kLittle, anyDecD, decDTruncated, decG);
+  // G exponents 897..1150 are the ones DEC D holds.
+  between(DutSwapReal8DecGToDecD, kLittle, kLittle, [] { return randomDec<8>(11, 897, 1150); }, vqoracle::decGValue,
+          decD);
+  between(DutSwapReal8DecDToIbm370, kLittle, kBig, anyDecD, decDTruncated, ibm8);
+  // G exponents whose IEEE exponent field stays in 763..1274.
+  between(DutSwapReal8DecGToIbm370, kLittle, kBig, [] { return randomDec<8>(11, 765, 1276); }, vqoracle::decGValue,
+          ibm8);
+  between(DutSwapReal8Ibm370ToDecG, kBig, kLittle, [] { return randomIbm<8>(0, 127); }, ibm8Truncated, decG);
+  // IBM characteristics 33..95 stay inside DEC D's range.
+  between(DutSwapReal8Ibm370ToDecD, kBig, kLittle, [] { return randomIbm<8>(33, 95); }, ibm8Truncated, decD);
 }
 
 }  // namespace

@@ -1,15 +1,14 @@
-// Helpers for the read-write mutex tests: library threads running lambdas
-// (the lock tells threads apart only when DutThreadCreate made them), a
-// look at the lock's state under its own mutex, and bounded waits.
+// Helpers for the read-write mutex and other thread tests: library threads
+// running lambdas (the lock tells threads apart only when DutThreadCreate
+// made them), a look at the lock's state under its own mutex, and bounded
+// waits.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <string>
 
 #include "vqutil/error.h"
-#include "vqutil/output.h"
 #include "vqutil/platform.h"
 #include "vqutil/rwmutex.h"
 #include "vqutil/thread.h"
@@ -45,19 +44,17 @@ class LibThread {
   D_THREAD handle_ = D_INVALID_THREAD;
 };
 
-// The lock's counters, read under its own mutex so the tests can see
-// who waits without racing the lock's code.
+// The lock's counters, read under its own mutex so the tests can see who
+// waits without racing the lock's code.
 struct Snapshot {
   D_INT4 lock_count;
   D_INT4 wait_count;
-  D_INT4 read_quota;
   bool queue_empty;
 };
 
 inline Snapshot peek(D_RW_MUTEX *rw) {
   DutMutexLock(rw->mutex, D_WAIT_FOREVER);
-  Snapshot s{rw->write.lock_count, rw->wait_count, rw->read_quota,
-             rw->wait_queue->next == rw->wait_queue};
+  Snapshot s{rw->write.lock_count, rw->wait_count, rw->wait_queue->next == rw->wait_queue};
   DutMutexUnlock(rw->mutex);
   return s;
 }
@@ -75,21 +72,5 @@ inline bool waitUntil(const std::function<bool()> &done) {
 // A thread that is blocked stays blocked for a while: give it time to get
 // (wrongly) through before checking that it did not.
 inline void settle() { DutWinSleep(0.05); }
-
-// Fatal errors abort at once and report on standard error (death tests).
-inline void prepareToDie() {
-  setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
-  DutSetFatalErrorFile(stderr);
-}
-
-// Escapes a literal for the regular expressions of the death tests.
-inline std::string literal(const std::string &text) {
-  std::string out;
-  for (char c : text) {
-    if (std::string("()[]{}.*+?^$|\\").find(c) != std::string::npos) out += '\\';
-    out += c;
-  }
-  return out;
-}
 
 }  // namespace rwtest

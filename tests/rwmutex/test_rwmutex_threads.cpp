@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -16,11 +17,12 @@
 
 using rwtest::LibThread;
 using rwtest::peek;
-using rwtest::Snapshot;
 using rwtest::settle;
 using rwtest::waitUntil;
 
 namespace {
+
+using Strings = std::vector<std::string>;
 
 // Order in which threads reached their critical points.
 class Journal {
@@ -29,17 +31,40 @@ class Journal {
     std::lock_guard<std::mutex> hold(mutex_);
     entries_.push_back(what);
   }
-  std::vector<std::string> entries() {
+  Strings entries() {
     std::lock_guard<std::mutex> hold(mutex_);
     return entries_;
   }
 
  private:
   std::mutex mutex_;
-  std::vector<std::string> entries_;
+  Strings entries_;
 };
 
-using Strings = std::vector<std::string>;
+// Another library thread that holds one read lock until leave(), and then
+// notes "other leaves"; the lock is read-held `count` times once it is in.
+class OtherReader {
+ public:
+  OtherReader(D_RW_MUTEX *rw, Journal &journal, D_INT4 count = 1)
+      : thread_([this, rw, &journal] {
+          DutRwMutexReadLock(rw);
+          waitUntil([&] { return leave_.load(); });
+          journal.note("other leaves");
+          DutRwMutexUnlock(rw);
+          return D_WORD{0};
+        }) {
+    EXPECT_TRUE(waitUntil([&] { return peek(rw).lock_count == count; }));
+  }
+  ~OtherReader() { leave(); }
+  void leave() {
+    leave_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> leave_{false};
+  LibThread thread_;
+};
 
 struct RwMutexThreads : testing::Test {
   void SetUp() override {
@@ -47,6 +72,8 @@ struct RwMutexThreads : testing::Test {
     ASSERT_NE(nullptr, rw);
   }
   void TearDown() override {
+    threads.clear();
+    EXPECT_EQ(0, overlaps.load());
     if (rw != nullptr) {
       EXPECT_EQ(0, peek(rw).lock_count);
       EXPECT_EQ(0, peek(rw).wait_count);
@@ -54,8 +81,29 @@ struct RwMutexThreads : testing::Test {
       EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
     }
   }
+  // On a library thread: reads, upgrades with `timeout`, notes `who`, stays
+  // a while checking that no other upgrader is inside, and answers whether
+  // it held the write lock.
+  LibThread *upgrader(const char *who, double timeout, std::function<void()> before_upgrade = [] {}) {
+    threads.push_back(std::make_unique<LibThread>([=, this] {
+      DutRwMutexReadLock(rw);
+      before_upgrade();
+      D_BOOL ok = DutRwMutexUpgradeLock(rw, timeout);
+      if (inside.fetch_add(1) != 0) overlaps++;
+      journal.note(who);
+      settle();
+      inside--;
+      D_BOOL writer = DutRwMutexWriteLocked(rw);
+      DutRwMutexUnlock(rw);
+      return static_cast<D_WORD>(ok && writer);
+    }));
+    return threads.back().get();
+  }
   D_RW_MUTEX *rw = nullptr;
   Journal journal;
+  std::vector<std::unique_ptr<LibThread>> threads;
+  std::atomic<int> inside{0};
+  std::atomic<int> overlaps{0};
 };
 
 // ---- Upgrades -----------------------------------------------------------------
@@ -63,37 +111,14 @@ struct RwMutexThreads : testing::Test {
 TEST_F(RwMutexThreads, TwoReadersUpgradingAtOnceBothGetThrough) {
   std::atomic<int> reading{0};
   std::atomic<bool> b_may_upgrade{false};
-  std::atomic<int> writers_inside{0};
-  std::atomic<int> overlap{0};
-
-  auto write_section = [&](const char *who) {
-    if (writers_inside.fetch_add(1) != 0) overlap++;
-    journal.note(std::string(who) + " writes");
-    settle();
-    writers_inside.fetch_sub(1);
-  };
-
-  LibThread a([&] {
-    DutRwMutexReadLock(rw);
+  LibThread *a = upgrader("A", -1.0, [&] {
     reading++;
     waitUntil([&] { return reading.load() == 2; });
-    D_BOOL ok = DutRwMutexUpgradeLock(rw, -1.0);
-    write_section("A");
-    D_BOOL was_writer = DutRwMutexWriteLocked(rw);
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(ok && was_writer);
   });
-  LibThread b([&] {
-    DutRwMutexReadLock(rw);
+  LibThread *b = upgrader("B", -1.0, [&] {
     reading++;
     waitUntil([&] { return b_may_upgrade.load(); });
-    D_BOOL ok = DutRwMutexUpgradeLock(rw, -1.0);
-    write_section("B");
-    D_BOOL was_writer = DutRwMutexWriteLocked(rw);
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(ok && was_writer);
   });
-
   // A queues first and takes its own count out of the lock's count.
   ASSERT_TRUE(waitUntil([&] { return peek(rw).wait_count == 1; }));
   EXPECT_EQ(1, peek(rw).lock_count);
@@ -101,128 +126,51 @@ TEST_F(RwMutexThreads, TwoReadersUpgradingAtOnceBothGetThrough) {
   b_may_upgrade = true;
   // B finds itself the only reader still counted and upgrades at once;
   // A follows when B unlocks.
-  EXPECT_EQ(1, b.join());
-  EXPECT_EQ(1, a.join());
-  EXPECT_EQ((Strings{"B writes", "A writes"}), journal.entries());
-  EXPECT_EQ(0, overlap.load());
-}
-
-TEST_F(RwMutexThreads, UpgradeWithZeroTimeout) {
-  // The only reader upgrades at once.
-  LibThread alone([&] {
-    DutRwMutexReadLock(rw);
-    D_WORD ok = DutRwMutexUpgradeLock(rw, 0.0) == D_TRUE && DutRwMutexWriteLocked(rw) == D_TRUE;
-    DutRwMutexUnlock(rw);
-    return ok;
-  });
-  EXPECT_EQ(1, alone.join());
-
-  // With another reader present it fails at once and keeps its read locks.
-  std::atomic<bool> done{false};
-  LibThread other([&] {
-    DutRwMutexReadLock(rw);
-    waitUntil([&] { return done.load(); });
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(0);
-  });
-  ASSERT_TRUE(waitUntil([&] { return peek(rw).lock_count == 1; }));
-  LibThread second([&] {
-    DutRwMutexReadLock(rw);
-    DutRwMutexReadLock(rw);
-    DutErrNumSet(0);
-    D_WORD code = 0;
-    if (DutRwMutexUpgradeLock(rw, 0.0) == D_FALSE) code += 1;
-    if (DutErrNumGet() == D_ERR_TIMEOUT_REACHED) code += 10;
-    if (DutRwMutexReadLocked(rw) == D_TRUE && DutRwMutexWriteLocked(rw) == D_FALSE) code += 100;
-    if (peek(rw).lock_count == 3 && peek(rw).wait_count == 0 && peek(rw).queue_empty) code += 1000;
-    DutRwMutexUnlock(rw);
-    DutRwMutexUnlock(rw);
-    return code;
-  });
-  EXPECT_EQ(1111, second.join());
-  done = true;
-  other.join();
+  EXPECT_EQ(1, b->join());
+  EXPECT_EQ(1, a->join());
+  EXPECT_EQ((Strings{"B", "A"}), journal.entries());
 }
 
 TEST_F(RwMutexThreads, UpgradeTimesOutWhileAnotherReaderStays) {
-  std::atomic<bool> done{false};
-  LibThread other([&] {
-    DutRwMutexReadLock(rw);
-    waitUntil([&] { return done.load(); });
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(0);
-  });
-  ASSERT_TRUE(waitUntil([&] { return peek(rw).lock_count == 1; }));
-  LibThread upgrader([&] {
-    DutRwMutexReadLock(rw);
-    DutErrNumSet(0);
-    D_WORD code = 0;
-    if (DutRwMutexUpgradeLock(rw, 0.02) == D_FALSE) code += 1;
-    if (DutErrNumGet() == D_ERR_TIMEOUT_REACHED) code += 10;
-    // Back to an ordinary reader: nothing left queued or counted twice.
-    Snapshot s = peek(rw);
-    if (s.lock_count == 2 && s.wait_count == 0 && s.queue_empty) code += 100;
-    if (DutRwMutexReadLocked(rw) == D_TRUE && DutRwMutexWriteLocked(rw) == D_FALSE) code += 1000;
-    DutRwMutexUnlock(rw);
-    return code;
-  });
-  EXPECT_EQ(1111, upgrader.join());
-  done = true;
-  other.join();
-}
-
-TEST_F(RwMutexThreads, UpgradeWithTimeoutSucceedsWhenTheOtherReaderLeaves) {
-  std::atomic<bool> leave{false};
-  LibThread other([&] {
-    DutRwMutexReadLock(rw);
-    waitUntil([&] { return leave.load(); });
-    journal.note("other leaves");
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(0);
-  });
-  ASSERT_TRUE(waitUntil([&] { return peek(rw).lock_count == 1; }));
-  LibThread upgrader([&] {
-    DutRwMutexReadLock(rw);
-    D_BOOL ok = DutRwMutexUpgradeLock(rw, 30.0);
-    journal.note("upgraded");
-    D_BOOL writer = DutRwMutexWriteLocked(rw);
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(ok && writer);
-  });
-  ASSERT_TRUE(waitUntil([&] { return peek(rw).wait_count == 1; }));
-  leave = true;
-  EXPECT_EQ(1, upgrader.join());
-  other.join();
-  EXPECT_EQ((Strings{"other leaves", "upgraded"}), journal.entries());
+  // The only reader upgrades at once.
+  EXPECT_EQ(1, upgrader("alone", 0.0)->join());
+  OtherReader other(rw, journal);
+  // With another reader present it fails, at once or when the time-out
+  // passes, and keeps its read locks: nothing left queued or counted twice.
+  for (double timeout : {0.0, 0.02}) {
+    LibThread second([&] {
+      DutRwMutexReadLock(rw);
+      DutRwMutexReadLock(rw);
+      DutErrNumSet(0);
+      EXPECT_EQ(D_FALSE, DutRwMutexUpgradeLock(rw, timeout)) << timeout;
+      EXPECT_EQ(D_ERR_TIMEOUT_REACHED, DutErrNumGet()) << timeout;
+      EXPECT_EQ(D_TRUE, DutRwMutexReadLocked(rw));
+      EXPECT_EQ(D_FALSE, DutRwMutexWriteLocked(rw));
+      EXPECT_EQ(3, peek(rw).lock_count);
+      EXPECT_EQ(0, peek(rw).wait_count);
+      EXPECT_TRUE(peek(rw).queue_empty);
+      DutRwMutexUnlock(rw);
+      DutRwMutexUnlock(rw);
+      return D_WORD{0};
+    });
+  }
 }
 
 TEST_F(RwMutexThreads, UpgradersFirstComeFirstServedAndBeforeWriters) {
   // Three readers; a plain writer waits first, then R1 and R2 upgrade in
-  // that order. When R3 leaves, R1 goes, then R2, then the writer.
+  // that order. When the third reader leaves, R1 goes, then R2, then the
+  // writer.
   std::atomic<int> stage{0};
-  auto upgrader = [&](const char *who, int my_turn) {
-    return [&, who, my_turn] {
-      DutRwMutexReadLock(rw);
+  auto wait_turn = [&](int turn) {
+    return [&, turn] {
       stage++;
-      waitUntil([&] { return stage.load() >= my_turn; });
-      D_BOOL ok = DutRwMutexUpgradeLock(rw, -1.0);
-      journal.note(who);
-      DutRwMutexUnlock(rw);
-      return static_cast<D_WORD>(ok);
+      waitUntil([&] { return stage.load() >= turn; });
     };
   };
-  std::atomic<bool> r3_leave{false};
-  LibThread r1(upgrader("R1", 100));
-  LibThread r2(upgrader("R2", 200));
-  LibThread r3([&] {
-    DutRwMutexReadLock(rw);
-    stage++;
-    waitUntil([&] { return r3_leave.load(); });
-    journal.note("R3 leaves");
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(1);
-  });
-  ASSERT_TRUE(waitUntil([&] { return stage.load() == 3; }));
+  LibThread *r1 = upgrader("R1", -1.0, wait_turn(100));
+  LibThread *r2 = upgrader("R2", -1.0, wait_turn(200));
+  ASSERT_TRUE(waitUntil([&] { return stage.load() == 2; }));
+  OtherReader other(rw, journal, 3);
   LibThread writer([&] {
     D_BOOL ok = DutRwMutexWriteLock(rw);
     journal.note("W");
@@ -234,26 +182,28 @@ TEST_F(RwMutexThreads, UpgradersFirstComeFirstServedAndBeforeWriters) {
   ASSERT_TRUE(waitUntil([&] { return peek(rw).wait_count == 2; }));
   stage = 200;
   ASSERT_TRUE(waitUntil([&] { return peek(rw).wait_count == 3; }));
-  // Only R3's read lock is still counted: the upgraders took theirs out.
+  // Only the third reader's lock is still counted: the upgraders took
+  // theirs out.
   EXPECT_EQ(1, peek(rw).lock_count);
-  r3_leave = true;
-  EXPECT_EQ(1, r1.join());
-  EXPECT_EQ(1, r2.join());
-  EXPECT_EQ(1, r3.join());
+  other.leave();
+  EXPECT_EQ(1, r1->join());
+  EXPECT_EQ(1, r2->join());
   EXPECT_EQ(1, writer.join());
-  EXPECT_EQ((Strings{"R3 leaves", "R1", "R2", "W"}), journal.entries());
+  EXPECT_EQ((Strings{"other leaves", "R1", "R2", "W"}), journal.entries());
 }
 
-TEST_F(RwMutexThreads, ReaderTakingTheWriteLockWaitsForOtherReaders) {
-  std::atomic<bool> leave{false};
-  LibThread other([&] {
-    DutRwMutexReadLock(rw);
-    waitUntil([&] { return leave.load(); });
-    journal.note("other leaves");
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(0);
-  });
-  ASSERT_TRUE(waitUntil([&] { return peek(rw).lock_count == 1; }));
+TEST_F(RwMutexThreads, UpgradeOrWriteLockOfAReaderWaitsForTheOtherReader) {
+  {
+    // An upgrade with a time-out long enough.
+    OtherReader other(rw, journal);
+    LibThread *up = upgrader("upgraded", 30.0);
+    ASSERT_TRUE(waitUntil([&] { return peek(rw).wait_count == 1; }));
+    other.leave();
+    EXPECT_EQ(1, up->join());
+  }
+  // A reader with two read locks taking the write lock, which ends three
+  // levels deep.
+  OtherReader other(rw, journal);
   LibThread reader([&] {
     DutRwMutexReadLock(rw);
     DutRwMutexReadLock(rw);
@@ -265,24 +215,21 @@ TEST_F(RwMutexThreads, ReaderTakingTheWriteLockWaitsForOtherReaders) {
   });
   ASSERT_TRUE(waitUntil([&] { return peek(rw).wait_count == 1; }));
   settle();
-  EXPECT_EQ(Strings{}, journal.entries());
-  leave = true;
+  EXPECT_EQ((Strings{"other leaves", "upgraded"}), journal.entries());
+  other.leave();
   EXPECT_EQ(3, reader.join());
-  other.join();
-  EXPECT_EQ((Strings{"other leaves", "writes"}), journal.entries());
+  EXPECT_EQ((Strings{"other leaves", "upgraded", "other leaves", "writes"}), journal.entries());
 }
 
 // ---- Writers and readers --------------------------------------------------------
 
 TEST_F(RwMutexThreads, WriterExcludesReadersUntilItsLastLevel) {
   std::atomic<bool> release{false};
-  std::atomic<int> released_levels{0};
   LibThread writer([&] {
     DutRwMutexWriteLock(rw);
     DutRwMutexReadLock(rw);  // depth 2
     waitUntil([&] { return release.load(); });
     DutRwMutexUnlock(rw);
-    released_levels++;
     settle();
     journal.note("writer done");
     DutRwMutexUnlock(rw);
@@ -318,19 +265,17 @@ TEST_F(RwMutexThreads, WaitingWriterHoldsBackNewReadersOnly) {
     return static_cast<D_WORD>(0);
   });
   ASSERT_TRUE(waitUntil([&] { return step.load() == 1; }));
-  LibThread writer([&] {
-    DutRwMutexWriteLock(rw);
-    journal.note("writer");
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(0);
-  });
+  auto note_inside = [&](D_BOOL (*lock)(D_RW_MUTEX *), const char *who) {
+    return [&, lock, who] {
+      lock(rw);
+      journal.note(who);
+      DutRwMutexUnlock(rw);
+      return static_cast<D_WORD>(0);
+    };
+  };
+  LibThread writer(note_inside(DutRwMutexWriteLock, "writer"));
   ASSERT_TRUE(waitUntil([&] { return peek(rw).wait_count == 1; }));
-  LibThread new_reader([&] {
-    DutRwMutexReadLock(rw);
-    journal.note("new reader");
-    DutRwMutexUnlock(rw);
-    return static_cast<D_WORD>(0);
-  });
+  LibThread new_reader(note_inside(DutRwMutexReadLock, "new reader"));
   settle();
   step = 2;
   ASSERT_TRUE(waitUntil([&] { return step.load() == 3; }));
@@ -347,23 +292,17 @@ TEST_F(RwMutexThreads, WaitingWriterHoldsBackNewReadersOnly) {
 TEST_F(RwMutexThreads, ReadersShareTheLock) {
   constexpr int kReaders = 6;
   std::atomic<int> inside{0};
-  std::atomic<int> most{0};
-  std::vector<std::unique_ptr<LibThread>> threads;
   for (int i = 0; i < kReaders; ++i) {
     threads.push_back(std::make_unique<LibThread>([&] {
       DutRwMutexReadLock(rw);
-      int now = ++inside;
-      int seen = most.load();
-      while (now > seen && !most.compare_exchange_weak(seen, now)) {
-      }
-      waitUntil([&] { return most.load() == kReaders; });
-      inside--;
+      inside++;
+      // Every reader waits inside until all are in at once.
+      D_WORD all = waitUntil([&] { return inside.load() == kReaders; });
       DutRwMutexUnlock(rw);
-      return static_cast<D_WORD>(0);
+      return all;
     }));
   }
-  threads.clear();
-  EXPECT_EQ(kReaders, most.load());
+  for (auto &t : threads) EXPECT_EQ(1, t->join());
 }
 
 // ---- Read quota ---------------------------------------------------------------------
@@ -374,7 +313,12 @@ TEST(RwMutexQuota, ThirtyThirdReaderGrowsTheQuota) {
   std::atomic<int> holding{0};
   std::atomic<bool> release{false};
   std::vector<std::unique_ptr<LibThread>> readers;
-  auto add_reader = [&] {
+  auto quota = [&] {
+    D_INT4 q = 0;
+    DutRwMutexGetReadQuota(rw, &q);
+    return q;
+  };
+  for (int n = 1; n <= 33; ++n) {
     readers.push_back(std::make_unique<LibThread>([&] {
       DutRwMutexReadLock(rw);
       DutRwMutexReadLock(rw);
@@ -385,50 +329,35 @@ TEST(RwMutexQuota, ThirtyThirdReaderGrowsTheQuota) {
       DutRwMutexUnlock(rw);
       return mine;
     }));
-  };
-  for (int i = 0; i < 32; ++i) add_reader();
-  ASSERT_TRUE(waitUntil([&] { return holding.load() == 32; }));
-  D_INT4 quota = 0;
-  ASSERT_EQ(D_TRUE, DutRwMutexGetReadQuota(rw, &quota));
-  EXPECT_EQ(32, quota);
-  add_reader();
-  ASSERT_TRUE(waitUntil([&] { return holding.load() == 33; }));
-  ASSERT_EQ(D_TRUE, DutRwMutexGetReadQuota(rw, &quota));
-  EXPECT_EQ(33, quota);
+    ASSERT_TRUE(waitUntil([&] { return holding.load() == n; }));
+    EXPECT_EQ(std::max(n, 32), quota()) << n << " readers";
+  }
   EXPECT_EQ(66, peek(rw).lock_count);
   for (D_INT4 i = 0; i < 33; ++i) EXPECT_EQ(2, rw->read_lock_counts[i]) << "slot " << i;
   release = true;
   for (auto &r : readers) EXPECT_EQ(1, r->join());
   EXPECT_EQ(0, peek(rw).lock_count);
-  // The quota stays grown.
-  ASSERT_EQ(D_TRUE, DutRwMutexGetReadQuota(rw, &quota));
-  EXPECT_EQ(33, quota);
+  EXPECT_EQ(33, quota()) << "the quota stays grown";
   EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
 }
 
 // ---- Stress -------------------------------------------------------------------------
 
-struct StressResult {
-  long ops = 0;
-  long violations = 0;
-};
-
 // Threads do random reads (some recursive), writes, upgrades and reads
 // turned into writes, checking inside the lock that no writer overlaps
 // anyone. Bounded by time, not by a count, so it ends within seconds.
-StressResult stress(int thread_count, std::chrono::milliseconds run_for) {
+// Answers the number of violations; ops counts the operations done.
+long stress(int thread_count, std::chrono::milliseconds run_for, long &ops_done) {
   D_RW_MUTEX *rw = DutRwMutexCreate(0, 4);
   std::atomic<int> readers{0};
   std::atomic<int> writers{0};
   std::atomic<long> violations{0};
   std::atomic<long> ops{0};
   const auto deadline = std::chrono::steady_clock::now() + run_for;
-
   auto as_reader = [&] {
-    int r = ++readers;
-    if (writers.load() != 0 || r < 1) violations++;
+    if (++readers < 1 || writers.load() != 0) violations++;
+    readers--;
   };
-  auto leave_reader = [&] { readers--; };
   auto as_writer = [&] {
     if (++writers != 1 || readers.load() != 0) violations++;
   };
@@ -448,7 +377,6 @@ StressResult stress(int thread_count, std::chrono::milliseconds run_for) {
             int depth = 1 + static_cast<int>(rng() % 3);
             for (int i = 0; i < depth; ++i) DutRwMutexReadLock(rw);
             as_reader();
-            leave_reader();
             for (int i = 0; i < depth; ++i) DutRwMutexUnlock(rw);
             break;
           }
@@ -464,7 +392,6 @@ StressResult stress(int thread_count, std::chrono::milliseconds run_for) {
           case 3: {  // upgrade, for ever or with a short time-out
             DutRwMutexReadLock(rw);
             as_reader();
-            leave_reader();
             double timeout = (rng() % 2) ? -1.0 : 0.001 * static_cast<double>(rng() % 3);
             if (DutRwMutexUpgradeLock(rw, timeout) == D_TRUE) {
               as_writer();
@@ -490,17 +417,18 @@ StressResult stress(int thread_count, std::chrono::milliseconds run_for) {
     }));
   }
   threads.clear();
-  Snapshot end = peek(rw);
+  rwtest::Snapshot end = peek(rw);
   if (end.lock_count != 0 || end.wait_count != 0 || !end.queue_empty) violations++;
   DutRwMutexDestroy(rw);
-  return StressResult{ops.load(), violations.load()};
+  ops_done = ops.load();
+  return violations.load();
 }
 
 TEST(RwMutexStress, NoWriterEverOverlapsAnyone) {
   for (int n : {2, 4, 8, 16}) {
-    StressResult r = stress(n, std::chrono::milliseconds(400));
-    EXPECT_EQ(0, r.violations) << n << " threads";
-    EXPECT_GT(r.ops, n) << n << " threads made no progress";
+    long ops = 0;
+    EXPECT_EQ(0, stress(n, std::chrono::milliseconds(400), ops)) << n << " threads";
+    EXPECT_GT(ops, n) << n << " threads made no progress";
   }
 }
 

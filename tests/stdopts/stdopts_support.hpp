@@ -4,21 +4,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "vqutil/option.h"
 #include "support/output_capture.hpp"
-#include "vqutil/output.h"
+#include "vqutil/option.h"
 
 namespace stdopts {
 
-using vqtest::Capture;
-using vqtest::Captured;
 using vqtest::OutputCapture;
 
 // Sets (or with nullopt removes) an environment variable until scope end.
@@ -26,17 +22,9 @@ class EnvGuard {
  public:
   EnvGuard(const char *name, std::optional<std::string> value) : name_(name) {
     if (const char *old = std::getenv(name)) old_ = old;
-    if (value)
-      ::setenv(name, value->c_str(), 1);
-    else
-      ::unsetenv(name);
+    value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
   }
-  ~EnvGuard() {
-    if (old_)
-      ::setenv(name_.c_str(), old_->c_str(), 1);
-    else
-      ::unsetenv(name_.c_str());
-  }
+  ~EnvGuard() { old_ ? ::setenv(name_.c_str(), old_->c_str(), 1) : ::unsetenv(name_.c_str()); }
   EnvGuard(const EnvGuard &) = delete;
   EnvGuard &operator=(const EnvGuard &) = delete;
 
@@ -44,12 +32,6 @@ class EnvGuard {
   std::string name_;
   std::optional<std::string> old_;
 };
-
-inline std::vector<std::string> Items(const D_OPTION_STR_NODE *node) {
-  std::vector<std::string> out;
-  for (; node != nullptr; node = node->next) out.emplace_back(node->str);
-  return out;
-}
 
 // Collects problems found in a child process; the child exits 0 when there
 // were none and prints them to standard error (shown by gtest) otherwise.
@@ -60,10 +42,10 @@ class ChildReport {
   }
   template <typename A, typename B>
   void Equal(const A &actual, const B &expected, const std::string &what) {
-    if (!(actual == expected)) problems_ += what + "\n";
+    Check(actual == expected, what);
   }
   [[noreturn]] void Finish() {
-    if (!problems_.empty()) std::fprintf(stderr, "%s", problems_.c_str());
+    std::fprintf(stderr, "%s", problems_.c_str());
     std::fflush(stderr);
     std::_Exit(problems_.empty() ? 0 : 1);
   }
@@ -71,10 +53,6 @@ class ChildReport {
  private:
   std::string problems_;
 };
-
-}  // namespace stdopts
-
-namespace stdopts {
 
 // Runs body in a re-executed copy of the test program, so that the option
 // table is first created there, after body's own environment changes.
@@ -87,6 +65,13 @@ inline void InFreshProcess(void (*body)(ChildReport &report)) {
         report.Finish();
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+// The string value of a string option, or "" when it is unknown.
+inline std::string StrValue(const char *name) {
+  const char *value = nullptr;
+  DutOptionGetStr(DutOptionLookup(name), &value);
+  return value != nullptr ? value : "";
 }
 
 }  // namespace stdopts

@@ -25,9 +25,8 @@ using stdopts::OutputCapture;
 // first folder above the working directory that holds it.
 fs::path DataDir() {
   if (const char *source = std::getenv("VQUTIL_SOURCE_DIR")) return fs::path(source) / "data";
-  for (fs::path dir = fs::current_path(); !dir.empty(); dir = dir.parent_path()) {
+  for (fs::path dir = fs::current_path(); dir != dir.parent_path(); dir = dir.parent_path()) {
     if (fs::exists(dir / "data/help/options/common.hlp")) return dir / "data";
-    if (dir == dir.parent_path()) break;
   }
   return {};
 }
@@ -41,13 +40,9 @@ std::vector<std::string> Lines(const std::string &text) {
 
 class OptionHelp : public ::testing::Test {
  protected:
-  void SetUp() override {
-    data_ = DataDir();
-    ASSERT_FALSE(data_.empty()) << "set VQUTIL_SOURCE_DIR to the source tree";
-    home_ = std::make_unique<EnvGuard>("VQHOME", data_.string());
-  }
-  fs::path data_;
-  std::unique_ptr<EnvGuard> home_;
+  void SetUp() override { ASSERT_FALSE(data_.empty()) << "set VQUTIL_SOURCE_DIR to the source tree"; }
+  fs::path data_ = DataDir();
+  EnvGuard home_{"VQHOME", data_.string()};
 };
 
 TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {

@@ -20,82 +20,59 @@ namespace {
 using stdopts::EnvGuard;
 using stdopts::OutputCapture;
 
-std::string SystemHostName() {
-  char host[512] = {};
-  if (::gethostname(host, sizeof host - 1) != 0 || host[0] == '\0') return "UNKNOWN";
-  return std::string(host).substr(0, D_NODE_NAME_SIZE - 1);
-}
-
-TEST(NodeName, SystemNameUnlessForced) {
-  char buffer[D_NODE_NAME_SIZE];
+TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
+  char buffer[D_NODE_NAME_SIZE + 64];
   {
     EnvGuard unforced("VQ_FORCE_NODE_NAME", std::nullopt);
+    char host[512] = {};
+    std::string system = ::gethostname(host, sizeof host - 1) != 0 || host[0] == '\0' ? "UNKNOWN" : host;
     EXPECT_EQ(DutGetNodeName(buffer), buffer);
-    EXPECT_EQ(std::string(buffer), SystemHostName());
+    EXPECT_EQ(std::string(buffer), system.substr(0, D_NODE_NAME_SIZE - 1));
   }
-  {
-    EnvGuard forced("VQ_FORCE_NODE_NAME", "pretend.example.org");
+  struct Case {
+    std::string forced, expected;
+  };
+  // Set but empty still replaces the name: the variable decides, not its
+  // length. A long one is cut, and nothing is written past the size.
+  for (const Case &c : {Case{"pretend.example.org", "pretend.example.org"}, Case{"", ""},
+                        Case{std::string(D_NODE_NAME_SIZE + 40, 'n'), std::string(D_NODE_NAME_SIZE - 1, 'n')}}) {
+    EnvGuard forced("VQ_FORCE_NODE_NAME", c.forced);
+    std::memset(buffer, 'X', sizeof buffer);
     EXPECT_EQ(DutGetNodeName(buffer), buffer);
-    EXPECT_STREQ(buffer, "pretend.example.org");
+    EXPECT_EQ(std::string(buffer), c.expected);
+    EXPECT_EQ(buffer[D_NODE_NAME_SIZE], 'X');
   }
-  {
-    // Set but empty still replaces the name: the variable decides, not its length.
-    EnvGuard empty("VQ_FORCE_NODE_NAME", "");
-    DutGetNodeName(buffer);
-    EXPECT_STREQ(buffer, "");
-  }
-}
-
-TEST(NodeName, LongForcedNameIsCutToTheBuffer) {
-  std::string long_name(D_NODE_NAME_SIZE + 40, 'n');
-  EnvGuard forced("VQ_FORCE_NODE_NAME", long_name);
-  char buffer[D_NODE_NAME_SIZE + 64];
-  std::memset(buffer, 'X', sizeof buffer);
-  DutGetNodeName(buffer);
-  EXPECT_EQ(std::strlen(buffer), static_cast<size_t>(D_NODE_NAME_SIZE - 1));
-  EXPECT_EQ(buffer[D_NODE_NAME_SIZE], 'X');  // nothing written past the documented size
-}
-
-TEST(NodeName, NullBuffer) {
   DutErrNumSet(0);
   EXPECT_EQ(DutGetNodeName(nullptr), nullptr);
   EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
 }
 
 TEST(UniqueSubjectDefault, NodeAndNumber) {
-  EnvGuard forced("VQ_FORCE_NODE_NAME", "station7.plant.example");
   char buffer[D_UNIQUE_SUBJECT_SIZE];
+  const std::string word_of_f(2 * sizeof(D_WORD), 'f');
   {
+    EnvGuard forced("VQ_FORCE_NODE_NAME", "station7.plant.example");
     EnvGuard full("VQ_FORCE_SHORT_NODE_NAME", std::nullopt);
     EXPECT_EQ(DutOptionGetUniqueSubjectDefault(buffer, 4242), buffer);
     EXPECT_STREQ(buffer, "_station7.plant.example_4242");
     DutOptionGetUniqueSubjectDefault(buffer, 0);
     EXPECT_STREQ(buffer, "_station7.plant.example_0");
+    EnvGuard shortened("VQ_FORCE_SHORT_NODE_NAME", "yes");
+    DutOptionGetUniqueSubjectDefault(buffer, 17);
+    EXPECT_STREQ(buffer, "_station7_17");
+    // Negative numbers are written in hexadecimal, the full word.
+    DutOptionGetUniqueSubjectDefault(buffer, -1);
+    EXPECT_EQ(std::string(buffer), "_station7_" + word_of_f);
+    DutOptionGetUniqueSubjectDefault(buffer, -256);
+    EXPECT_EQ(std::string(buffer), "_station7_" + word_of_f.substr(2) + "00");
   }
-  EnvGuard shortened("VQ_FORCE_SHORT_NODE_NAME", "yes");
-  DutOptionGetUniqueSubjectDefault(buffer, 17);
-  EXPECT_STREQ(buffer, "_station7_17");
-  // Negative numbers are written in hexadecimal, the full word.
-  DutOptionGetUniqueSubjectDefault(buffer, -1);
-  EXPECT_EQ(std::string(buffer), "_station7_" + std::string(2 * sizeof(D_WORD), 'f'));
-  DutOptionGetUniqueSubjectDefault(buffer, -256);
-  EXPECT_EQ(std::string(buffer), "_station7_" + std::string(2 * sizeof(D_WORD) - 2, 'f') + "00");
-}
-
-TEST(UniqueSubjectDefault, LongestNameFitsTheBuffer) {
+  // The longest node name with the longest numbers fits the buffer.
   EnvGuard forced("VQ_FORCE_NODE_NAME", std::string(400, 'h'));
-  EnvGuard full("VQ_FORCE_SHORT_NODE_NAME", std::nullopt);
-  char buffer[D_UNIQUE_SUBJECT_SIZE];
-  D_WORD lowest = sizeof(D_WORD) == 8 ? static_cast<D_WORD>(INT64_MIN) : static_cast<D_WORD>(INT32_MIN);
-  DutOptionGetUniqueSubjectDefault(buffer, lowest);
-  std::string text = buffer;
-  EXPECT_EQ(text, "_" + std::string(D_NODE_NAME_SIZE - 1, 'h') + "_8" + std::string(2 * sizeof(D_WORD) - 1, '0'));
-  D_WORD highest = sizeof(D_WORD) == 8 ? static_cast<D_WORD>(INT64_MAX) : static_cast<D_WORD>(INT32_MAX);
-  DutOptionGetUniqueSubjectDefault(buffer, highest);
-  EXPECT_EQ(std::string(buffer), "_" + std::string(D_NODE_NAME_SIZE - 1, 'h') + "_" + std::to_string(highest));
-}
-
-TEST(UniqueSubjectDefault, NullBuffer) {
+  const std::string longest = "_" + std::string(D_NODE_NAME_SIZE - 1, 'h') + "_";
+  DutOptionGetUniqueSubjectDefault(buffer, static_cast<D_WORD>(INTPTR_MIN));
+  EXPECT_EQ(std::string(buffer), longest + "8" + std::string(2 * sizeof(D_WORD) - 1, '0'));
+  DutOptionGetUniqueSubjectDefault(buffer, static_cast<D_WORD>(INTPTR_MAX));
+  EXPECT_EQ(std::string(buffer), longest + std::to_string(INTPTR_MAX));
   DutErrNumSet(0);
   EXPECT_EQ(DutOptionGetUniqueSubjectDefault(nullptr, 1), nullptr);
   EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
@@ -128,7 +105,7 @@ TEST(SocketDir, UncreatableDirectoryWarnsAndStillAnswers) {
   fs::create_directories(base);
   // A regular file where a directory should be: mkdir fails with ENOTDIR.
   std::ofstream(base / "file") << "x";
-  ::setenv("VQ_STDOPTS_TEMP", (base / "file" / "sub").c_str(), 1);
+  EnvGuard temp_for_child("VQ_STDOPTS_TEMP", (base / "file" / "sub").string());
   stdopts::InFreshProcess([](stdopts::ChildReport &report) {
     std::string temp = std::getenv("VQ_STDOPTS_TEMP");
     ::setenv("TEMP", temp.c_str(), 1);
@@ -146,7 +123,6 @@ TEST(SocketDir, UncreatableDirectoryWarnsAndStillAnswers) {
     report.Check(text.find("Cannot create directory " + temp + "/vqsuite") == std::string::npos,
                  "second warning: " + text);
   });
-  ::unsetenv("VQ_STDOPTS_TEMP");
   fs::remove_all(base);
 }
 

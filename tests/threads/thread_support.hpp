@@ -1,43 +1,21 @@
 // Helpers shared by the thread-layer tests: library threads running
-// lambdas, unique object names and small waits.
+// lambdas, bounded waits, unique object names, child processes and
+// checks of failed calls.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <functional>
 #include <string>
 
-#include "vqutil/error.h"
-#include "vqutil/platform.h"
-#include "vqutil/thread.h"
+#include "rwmutex/rw_support.hpp"
 
 namespace vqtest {
 
-// A library thread running `body`; its result is the thread's exit code.
-class LibThread {
- public:
-  explicit LibThread(std::function<D_WORD()> body) : body_(std::move(body)) {
-    handle_ = DutThreadCreate(&LibThread::run, reinterpret_cast<D_WORD>(this));
-  }
-  ~LibThread() {
-    if (handle_ != D_INVALID_THREAD) join();
-  }
-  LibThread(const LibThread &) = delete;
-  LibThread &operator=(const LibThread &) = delete;
-
-  D_THREAD handle() const { return handle_; }
-  D_WORD join() {
-    D_WORD code = -12345;
-    if (DutThreadWait(handle_, &code) == D_TRUE) handle_ = D_INVALID_THREAD;
-    return code;
-  }
-
- private:
-  static D_WORD run(D_WORD self) { return reinterpret_cast<LibThread *>(self)->body_(); }
-  std::function<D_WORD()> body_;
-  D_THREAD handle_ = D_INVALID_THREAD;
-};
+using rwtest::LibThread;
+using rwtest::waitUntil;
 
 // Names unique to this process and call, so parallel test processes and
 // repeated runs never meet each other's objects.
@@ -46,14 +24,31 @@ inline std::string uniqueName(const char *what) {
   return std::string("vqtest.") + what + "." + std::to_string(getpid()) + "." + std::to_string(counter++);
 }
 
-// Polls until `done` holds; gives up after about ten seconds so that a
-// broken build fails rather than hangs.
-inline bool waitUntil(const std::function<bool()> &done) {
-  for (int i = 0; i < 10000; ++i) {
-    if (done()) return true;
-    DutWinSleep(0.001);
-  }
-  return done();
+// Forks a child that exits with what body returns.
+template <typename Body>
+pid_t spawn(Body body) {
+  pid_t child = fork();
+  if (child == 0) _exit(body());
+  return child;
 }
+
+// The child's exit status; -1 when it did not exit normally.
+inline int exitStatus(pid_t child) {
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+// The call failed with the library error `error` and, when os is not 0,
+// that platform error beside it.
+#define VQTEST_EXPECT_FAILS(call, error, os)                  \
+  do {                                                        \
+    DutErrNumSet(0);                                          \
+    EXPECT_FALSE(call) << #call;                              \
+    EXPECT_EQ(DutErrNumGet(), error) << #call;                \
+    if ((os) != 0) {                                          \
+      EXPECT_EQ(DutErrNumGetOs(), os) << #call;               \
+    }                                                         \
+  } while (0)
 
 }  // namespace vqtest

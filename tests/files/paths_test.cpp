@@ -1,22 +1,21 @@
-// Search paths, the temporary directory and directory listings.
+// Search paths, the temporary directory, directory listings, and the
+// null-argument errors of the whole file family.
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support.hpp"
-#include "vqutil/error.h"
 #include "vqutil/file.h"
 #include "vqutil/memory.h"
 
-using files_test::TempDir;
-using files_test::writeFile;
+using namespace files_test;
 
 namespace {
 
@@ -25,18 +24,15 @@ void *collectDirs(const char *directory, void *arg) {
   return nullptr;
 }
 
-void *findSecond(const char *directory, void *arg) {
-  int *count = static_cast<int *>(arg);
-  return ++*count == 2 ? const_cast<char *>(directory) : nullptr;
-}
-
 std::vector<std::string> dirsOf(D_PATH *path) {
   std::vector<std::string> dirs;
   EXPECT_EQ(DutPathForEachDir(path, &collectDirs, &dirs), nullptr);
   return dirs;
 }
 
-TEST(SearchPaths, KeepInsertionOrderAndOwnCopies) {
+using Dirs = std::vector<std::string>;
+
+TEST(SearchPaths, OrderOwnCopiesAndEarlyStop) {
   D_PATH *path = DutPathCreate();
   ASSERT_NE(path, nullptr);
   EXPECT_TRUE(dirsOf(path).empty());
@@ -45,10 +41,15 @@ TEST(SearchPaths, KeepInsertionOrderAndOwnCopies) {
   std::strcpy(dir, "changed");
   EXPECT_TRUE(DutPathAddDir(path, "second"));
   EXPECT_TRUE(DutPathAddDir(path, "first"));
-  EXPECT_EQ(dirsOf(path), (std::vector<std::string>{"first", "second", "first"}));
+  EXPECT_EQ(dirsOf(path), (Dirs{"first", "second", "first"}));
 
   int count = 0;
-  void *hit = DutPathForEachDir(path, &findSecond, &count);
+  void *hit = DutPathForEachDir(
+      path,
+      [](const char *d, void *arg) -> void * {
+        return ++*static_cast<int *>(arg) == 2 ? const_cast<char *>(d) : nullptr;
+      },
+      &count);
   ASSERT_NE(hit, nullptr);
   EXPECT_STREQ(static_cast<char *>(hit), "second");
   EXPECT_EQ(count, 2);
@@ -59,56 +60,33 @@ TEST(SearchPaths, DeleteRemovesFirstExactMatch) {
   D_PATH *path = DutPathCreate();
   for (const char *d : {"a", "B", "a", "c"}) DutPathAddDir(path, d);
   EXPECT_TRUE(DutPathDeleteDir(path, "a"));
-  EXPECT_EQ(dirsOf(path), (std::vector<std::string>{"B", "a", "c"}));
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutPathDeleteDir(path, "b"));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
+  EXPECT_EQ(dirsOf(path), (Dirs{"B", "a", "c"}));
+  EXPECT_FAILS(DutPathDeleteDir(path, "b"), D_FALSE, D_ERR_DOESNT_EXIST);
+  // Deleting the last entry, then every entry, keeps appends working.
   EXPECT_TRUE(DutPathDeleteDir(path, "c"));
-  // Deleting the last entry keeps appends working.
   EXPECT_TRUE(DutPathAddDir(path, "d"));
-  EXPECT_EQ(dirsOf(path), (std::vector<std::string>{"B", "a", "d"}));
-  EXPECT_TRUE(DutPathDeleteDir(path, "B"));
-  EXPECT_TRUE(DutPathDeleteDir(path, "a"));
-  EXPECT_TRUE(DutPathDeleteDir(path, "d"));
+  EXPECT_EQ(dirsOf(path), (Dirs{"B", "a", "d"}));
+  for (const char *d : {"B", "a", "d"}) EXPECT_TRUE(DutPathDeleteDir(path, d)) << d;
   EXPECT_TRUE(dirsOf(path).empty());
   EXPECT_TRUE(DutPathAddDir(path, "e"));
-  EXPECT_EQ(dirsOf(path), std::vector<std::string>{"e"});
-  DutPathDestroy(path);
-}
-
-TEST(SearchPaths, NullArguments) {
-  D_PATH *path = DutPathCreate();
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutPathAddDir(path, nullptr));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutPathAddDir(nullptr, "x"));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutPathDeleteDir(path, nullptr));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
-  DutErrNumSet(0);
-  EXPECT_EQ(DutPathForEachDir(path, nullptr, nullptr), nullptr);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
+  EXPECT_EQ(dirsOf(path), Dirs{"e"});
   DutPathDestroy(path);
   DutPathDestroy(nullptr);
 }
 
 TEST(SearchPaths, FindFileUsesPathOrder) {
   TempDir dir;
-  for (const char *d : {"one", "two", "three"}) std::filesystem::create_directory(d);
+  for (const char *d : {"one", "two", "three"}) fs::create_directory(d);
   writeFile("two/target.cm", "2");
   writeFile("three/target.cm", "3");
+  writeFile("here.txt", "");
   D_PATH *path = DutPathCreate();
-  DutPathAddDir(path, "one");
-  DutPathAddDir(path, "three/");
-  DutPathAddDir(path, "two");
+  for (const char *d : {"one", "three/", "two"}) DutPathAddDir(path, d);
   char buffer[256];
   EXPECT_STREQ(DutPathFindFile(path, "target.cm", buffer), "three/target.cm");
   EXPECT_TRUE(DutPathDeleteDir(path, "three/"));
   EXPECT_EQ(DutPathFindFile(path, "target.cm", buffer), buffer);
   EXPECT_STREQ(buffer, "two/target.cm");
-  // With a null buffer the answer is shared.
   char *shared = DutPathFindFile(path, "target.cm", nullptr);
   ASSERT_NE(shared, nullptr);
   EXPECT_STREQ(shared, "two/target.cm");
@@ -118,110 +96,105 @@ TEST(SearchPaths, FindFileUsesPathOrder) {
   // Names are not folded: the file system tells cases apart.
   EXPECT_EQ(DutPathFindFile(path, "TARGET.cm", buffer), nullptr);
   DutPathDestroy(path);
-}
 
-TEST(SearchPaths, FindFileWithoutPathTestsTheNameItself) {
-  TempDir dir;
-  writeFile("here.txt", "");
-  char buffer[64];
+  // Without a path the name itself is tested.
   EXPECT_STREQ(DutPathFindFile(nullptr, "here.txt", buffer), "here.txt");
+  std::strcpy(buffer, "stale");
   EXPECT_EQ(DutPathFindFile(nullptr, "gone.txt", buffer), nullptr);
   EXPECT_STREQ(buffer, "");
   EXPECT_EQ(DutPathFindFile(nullptr, nullptr, buffer), nullptr);
 }
 
-TEST(TempPath, CurrentDirectoryFirst) {
+TEST(TempPath, CurrentThenHomeThenTempThenRootTmp) {
   TempDir dir;
   char out[512];
   EXPECT_TRUE(DutGetTmpFilePath(out));
   EXPECT_STREQ(out, "./");
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutGetTmpFilePath(nullptr));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
-}
-
-// Restores the current directory and the two variables the rule reads.
-class UnwritableCwd {
- public:
-  UnwritableCwd() : old_(std::filesystem::current_path()) {
-    for (const char *name : {"HOME", "TEMP"}) {
-      const char *v = std::getenv(name);
-      saved_.emplace_back(name, v != nullptr ? std::optional<std::string>(v) : std::nullopt);
-    }
-    // Read-only even for the superuser on Linux.
-    std::filesystem::current_path("/proc/sys");
-  }
-  ~UnwritableCwd() {
-    std::filesystem::current_path(old_);
-    for (auto &[name, value] : saved_) {
-      if (value) {
-        setenv(name.c_str(), value->c_str(), 1);
-      } else {
-        unsetenv(name.c_str());
-      }
-    }
-  }
-
- private:
-  std::filesystem::path old_;
-  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
-};
-
-TEST(TempPath, HomeThenTempThenRootTmp) {
-  TempDir dir;
+  // Read-only even for the superuser on Linux; TempDir restores the cwd.
   if (access("/proc/sys", W_OK) == 0) GTEST_SKIP() << "no read-only directory to stand in";
-  UnwritableCwd cwd;
-  char out[512];
-  setenv("HOME", dir.str().c_str(), 1);
-  setenv("TEMP", "/proc/sys", 1);
+  fs::current_path("/proc/sys");
+  EnvVar home("HOME", dir.str().c_str());
+  EnvVar temp("TEMP", "/proc/sys");
   EXPECT_TRUE(DutGetTmpFilePath(out));
   EXPECT_EQ(std::string(out), dir.str() + "/");
-
-  unsetenv("HOME");
-  setenv("TEMP", dir.str().c_str(), 1);
+  home.set(nullptr);
+  temp.set(dir.str().c_str());
   EXPECT_TRUE(DutGetTmpFilePath(out));
   EXPECT_EQ(std::string(out), dir.str() + "/");
-
   // HOME wins even when it is not writable: TEMP is only its stand-in.
-  setenv("HOME", "/proc/sys", 1);
+  home.set("/proc/sys");
   EXPECT_EQ(DutGetTmpFilePath(out), access("/tmp/", W_OK) == 0 ? D_TRUE : D_FALSE);
   EXPECT_STREQ(out, "/tmp/");
 }
 
-TEST(DirListing, SortedEntriesWithoutDots) {
+TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
   TempDir dir;
   writeFile("b.txt", "");
   writeFile("a.txt", "");
-  std::filesystem::create_directory("sub");
+  fs::create_directory("sub");
   char **names = nullptr;
   D_INT4 count = -1;
   ASSERT_TRUE(DutDirGetFileNames(".", &names, &count));
   ASSERT_EQ(count, 3);
-  std::vector<std::string> got(names, names + count);
-  EXPECT_EQ(got, (std::vector<std::string>{"a.txt", "b.txt", "sub"}));
+  EXPECT_EQ(Dirs(names, names + count), (Dirs{"a.txt", "b.txt", "sub"}));
   for (D_INT4 i = 0; i < count; ++i) DutFree(names[i]);
   DutFree(names);
-
   ASSERT_TRUE(DutDirGetFileNames("sub", &names, &count));
   EXPECT_EQ(count, 0);
   EXPECT_EQ(names, nullptr);
+
+  EXPECT_FAILS(DutDirGetFileNames("nowhere", &names, &count), D_FALSE, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  EXPECT_FAILS(DutDirGetFileNames("b.txt", &names, &count), D_FALSE, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
 }
 
-TEST(DirListing, Errors) {
-  TempDir dir;
+// Every function of the family refuses a null where it needs a pointer.
+TEST(FileArguments, NullPointersSetErrorThree) {
+  D_PATH *path = DutPathCreate();
+  char buffer[256];
+  char *text = nullptr;
   char **names = nullptr;
   D_INT4 count = 0;
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutDirGetFileNames("nowhere", &names, &count));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_C);
-  EXPECT_EQ(DutErrNumGetC(), ENOENT);
-  writeFile("plain", "");
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutDirGetFileNames("plain", &names, &count));
-  EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutDirGetFileNames(".", nullptr, &count));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
+  const struct {
+    const char *what;
+    std::function<bool()> failed;
+  } cases[] = {
+      {"HasExtension", [] { return !DutHasExtension(nullptr, ".txt"); }},
+      {"BuildFileName base", [&] { return !DutBuildFileName(buffer, "d", nullptr, nullptr); }},
+      {"BuildFileName dest", [] { return !DutBuildFileName(nullptr, "d", "b", nullptr); }},
+      {"BuildDirName", [&] { return !DutBuildDirName(buffer, "/opt", nullptr); }},
+      {"GetFileName", [&] { return !DutGetFileName(nullptr, buffer); }},
+      {"ExplodeName", [&] { return !DutFileExplodeName("x", &text, nullptr, &text); }},
+      {"BuildBaseName dir", [&] { return !DutBuildBaseName(nullptr, "x", &text, 1); }},
+      {"BuildBaseName out", [] { return !DutBuildBaseName(".", "x", nullptr, 1); }},
+      {"FileWritable", [] { return !DutFileWritable(nullptr); }},
+      {"FileGetSize", [&] { return !DutFileGetSize(nullptr, &count); }},
+      {"BackupFile", [] { return !DutBackupFile(nullptr); }},
+      {"OpenFile name", [] { return !DutOpenFile(nullptr, "r"); }},
+      {"OpenFile mode", [] { return !DutOpenFile("x", nullptr); }},
+      {"LookupFile", [] { return !DutLookupFile(nullptr); }},
+      {"FlushFile", [] { return !DutFlushFile(nullptr); }},
+      {"CloseFile", [] { return !DutCloseFile(nullptr); }},
+      {"System", [] { return DutSystem(nullptr) == -1; }},
+      {"CatFile", [] { return !DutCatFile(nullptr); }},
+      {"EditFile", [] { return !DutEditFile(nullptr, 1); }},
+      {"PathAddDir dir", [&] { return !DutPathAddDir(path, nullptr); }},
+      {"PathAddDir path", [] { return !DutPathAddDir(nullptr, "x"); }},
+      {"PathDeleteDir", [&] { return !DutPathDeleteDir(path, nullptr); }},
+      {"PathForEachDir", [&] { return !DutPathForEachDir(path, nullptr, nullptr); }},
+      {"GetTmpFilePath", [] { return !DutGetTmpFilePath(nullptr); }},
+      {"DirGetFileNames out", [&] { return !DutDirGetFileNames(".", nullptr, &count); }},
+      {"DirGetFileNames dir", [&] { return !DutDirGetFileNames(nullptr, &names, &count); }},
+      {"ReadAtomic", [] { return DutReadAtomic(-1, nullptr, 1) == -1; }},
+      {"UnlinkAtomic", [] { return DutUnlinkAtomic(nullptr) == -1; }},
+  };
+  for (const auto &c : cases) {
+    DutErrNumSet(0);
+    EXPECT_TRUE(c.failed()) << c.what;
+    EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR) << c.what;
+  }
+  DutPathDestroy(path);
 }
 
 }  // namespace

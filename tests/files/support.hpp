@@ -1,28 +1,37 @@
 // Shared helpers of the file-family tests: a private working directory per
-// test and a capture of the library output.
+// test, whole-file reads and writes, and the editor setting.
 #pragma once
 
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "support/output_capture.hpp"
 #include "vqutil/error.h"
-#include "vqutil/output.h"
+#include "vqutil/option.h"
+
+// Clears the error number, then checks the call's result and the number it left.
+#define EXPECT_FAILS(call, result, err)                \
+  do {                                                 \
+    DutErrNumSet(0);                                   \
+    EXPECT_EQ((call), (result)) << #call;              \
+    EXPECT_EQ(DutErrNumGet(), (err)) << #call;         \
+  } while (0)
 
 namespace files_test {
 
 namespace fs = std::filesystem;
+using vqtest::OutputCapture;
 
-// A fresh directory that becomes the current directory for the test and is
-// removed afterwards (tests of one program share the process).
+// A fresh directory that is the current directory for the test's lifetime.
 class TempDir {
  public:
   TempDir() : old_(fs::current_path()) {
@@ -51,8 +60,7 @@ class TempDir {
 };
 
 inline void writeFile(const std::string &name, const std::string &text) {
-  std::ofstream out(name, std::ios::binary | std::ios::trunc);
-  out << text;
+  std::ofstream(name, std::ios::binary | std::ios::trunc) << text;
 }
 
 inline std::string readFile(const std::string &name) {
@@ -62,38 +70,54 @@ inline std::string readFile(const std::string &name) {
   return text.str();
 }
 
-// Collects everything written through the library output.
-class Capture {
+// Gives a string option a value for one scope (null: unknown); the old
+// value comes back afterwards.
+class StrOption {
  public:
-  Capture() : previous_(DutGetOutputFunc()) {
-    buffer().clear();
-    DutSetOutputFunc(&Append);
+  StrOption(const char *name, const char *value) : option_(DutOptionLookup(name)) {
+    const char *old_value = nullptr;
+    if (DutOptionGetStr(option_, &old_value) && old_value != nullptr) saved_ = old_value;
+    set(value);
   }
-  ~Capture() { DutSetOutputFunc(previous_); }
-  Capture(const Capture &) = delete;
-  Capture &operator=(const Capture &) = delete;
-
-  static std::string &buffer() {
-    static std::string text;
-    return text;
+  ~StrOption() { set(saved_ ? saved_->c_str() : nullptr); }
+  void set(const char *value) {
+    if (value == nullptr) {
+      DutOptionSetUnknown(option_);
+    } else {
+      EXPECT_TRUE(DutOptionSetStr(option_, value)) << value;
+    }
   }
-  std::string text() const { return buffer(); }
 
  private:
-  static int Append(const char *format, va_list args) {
-    va_list copy;
-    va_copy(copy, args);
-    int n = std::vsnprintf(nullptr, 0, format, copy);
-    va_end(copy);
-    if (n > 0) {
-      std::string piece(static_cast<std::size_t>(n) + 1, '\0');
-      std::vsnprintf(piece.data(), piece.size(), format, args);
-      piece.resize(static_cast<std::size_t>(n));
-      buffer() += piece;
-    }
-    return n;
-  }
-  D_OUTPUT_FUNC previous_;
+  D_OPTION *option_;
+  std::optional<std::string> saved_;
 };
+
+// Sets (null: unsets) an environment variable for one scope.
+class EnvVar {
+ public:
+  EnvVar(const char *name, const char *value) : name_(name) {
+    if (const char *old_value = std::getenv(name)) saved_ = old_value;
+    set(value);
+  }
+  ~EnvVar() { set(saved_ ? saved_->c_str() : nullptr); }
+  void set(const char *value) { value ? setenv(name_, value, 1) : unsetenv(name_); }
+
+ private:
+  const char *name_;
+  std::optional<std::string> saved_;
+};
+
+// An executable script in dir that appends "args: <its arguments>" and the
+// contents of its last argument to dir/editor.log, then runs extra.
+inline std::string recordingEditor(const TempDir &dir, const std::string &name,
+                                   const std::string &extra = "") {
+  std::string path = dir.file(name);
+  std::string log = dir.file("editor.log");
+  writeFile(path, "#!/bin/sh\necho \"args: $*\" >> '" + log + "'\nfor f; do :; done\ncat \"$f\" >> '" +
+                      log + "'\n" + extra + "\n");
+  fs::permissions(path, fs::perms::owner_all);
+  return path;
+}
 
 }  // namespace files_test

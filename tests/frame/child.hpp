@@ -4,10 +4,12 @@
 // files die with the child and parallel tests never share a file name.
 #pragma once
 
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -15,11 +17,32 @@
 #include <fstream>
 #include <iterator>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "vqutil/error.h"
+#include "vqutil/output.h"
 #include "vqutil/thread.h"
+
+// Clears the error number, then checks the call's result and the number it left.
+#define EXPECT_FAILS(call, result, err)        \
+  do {                                         \
+    DutErrNumSet(0);                           \
+    EXPECT_EQ((call), (result)) << #call;      \
+    EXPECT_EQ(DutErrNumGet(), (err)) << #call; \
+  } while (0)
+
+// The statement, run in a child with fatal errors set to abort, dies with a
+// report on standard error that matches the regular expression.
+#define EXPECT_FATAL_ABORT(statement, regex)                                  \
+  EXPECT_EXIT(                                                                \
+      {                                                                       \
+        vqtest::ClearFrameEnvironment();                                      \
+        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);                             \
+        DutSetFatalErrorFile(stderr);                                         \
+        statement;                                                            \
+        std::_Exit(0);                                                        \
+      },                                                                      \
+      ::testing::KilledBySignal(SIGABRT), regex)
 
 namespace vqtest {
 
@@ -32,21 +55,51 @@ inline std::filesystem::path MakeTempDir() {
   return dir;
 }
 
+inline void ClearFrameEnvironment() {
+  for (const char *name : {"VQTIMESTAMPOUTPUT", "VQDEBUGFILENAME", "VQ_WARNING_ABORT",
+                           "VQ_EXPECT_ABORT", "VQ_FATAL_ERROR_CONTINUE", "VQ_FATAL_ERROR_ABORT",
+                           "VQ_FATAL_ERROR_SLEEP"})
+    ::unsetenv(name);
+}
+
 // Runs body in a child process whose working directory is a new temporary
-// directory. Failed expectations inside the body make the child exit 1.
+// directory. Failed expectations inside the body are written to standard
+// error, where the parent shows them, and make the child exit 1.
 template <class Body>
 void RunInChild(Body body) {
   const std::filesystem::path dir = MakeTempDir();
   EXPECT_EXIT(
       {
-        std::filesystem::current_path(dir);
-        body();
+        ::testing::TestPartResultArray results;
+        {
+          ::testing::ScopedFakeTestPartResultReporter reporter(
+              ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &results);
+          std::filesystem::current_path(dir);
+          body();
+        }
         std::fflush(nullptr);
-        std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
+        bool failed = false;
+        for (int i = 0; i < results.size(); ++i) {
+          const ::testing::TestPartResult &part = results.GetTestPartResult(i);
+          if (!part.failed()) continue;
+          failed = true;
+          std::fprintf(stderr, "%s:%d: %s\n", part.file_name() ? part.file_name() : "?",
+                       part.line_number(), part.message());
+        }
+        std::_Exit(failed ? 1 : 0);
       },
       ::testing::ExitedWithCode(0), "");
   std::error_code ignored;
   std::filesystem::remove_all(dir, ignored);
+}
+
+// RunInChild with none of the frame's environment variables set.
+template <class Body>
+void RunClean(Body body) {
+  RunInChild([&] {
+    ClearFrameEnvironment();
+    body();
+  });
 }
 
 inline std::string ReadFile(const std::filesystem::path &path) {
@@ -79,11 +132,5 @@ inline std::set<std::string> CtimeTexts(std::time_t from, std::time_t to) {
   return texts;
 }
 
-inline void ClearFrameEnvironment() {
-  for (const char *name : {"VQTIMESTAMPOUTPUT", "VQDEBUGFILENAME", "VQ_WARNING_ABORT",
-                           "VQ_EXPECT_ABORT", "VQ_FATAL_ERROR_CONTINUE", "VQ_FATAL_ERROR_ABORT",
-                           "VQ_FATAL_ERROR_SLEEP"})
-    ::unsetenv(name);
-}
 
 }  // namespace vqtest

@@ -20,48 +20,36 @@
 namespace {
 
 using vqtest::ReadFile;
-using vqtest::RunInChild;
+using vqtest::RunClean;
 
 std::string Address(const void *block) {
   return std::to_string(static_cast<long>(reinterpret_cast<D_WORD>(block)));
 }
 
-// Memory tracing on, into the debug file "mem.dbg" of the child's directory.
-void StartTracing() {
-  vqtest::ClearFrameEnvironment();
-  DutDebugOpen("mem");
-  DutGetDebugFlags()[D_DEBUG_MEMORY] = 1;
-}
-
-TEST(MemoryLower, ZeroSizesGiveDistinctUsableBlocks) {
+TEST(MemoryLower, ZeroSizesCallocAndRealloc) {
   auto *a = static_cast<unsigned char *>(DutMalloc(0));
   auto *b = static_cast<unsigned char *>(DutMalloc(0));
-  ASSERT_NE(a, nullptr);
-  ASSERT_NE(b, nullptr);
+  auto *c = static_cast<unsigned char *>(DutCalloc(0));
+  ASSERT_TRUE(a && b && c);
   EXPECT_NE(a, b);
+  EXPECT_NE(c, a);
   a[0] = 0xA5;
   b[0] = 0x5A;
   EXPECT_EQ(a[0], 0xA5);
-
-  auto *c = static_cast<unsigned char *>(DutCalloc(0));
-  ASSERT_NE(c, nullptr);
   EXPECT_EQ(c[0], 0);
-  EXPECT_NE(c, a);
-
   // A zero size never frees: the block comes back with room for one byte.
   auto *d = static_cast<unsigned char *>(DutRealloc(a, 0));
   ASSERT_NE(d, nullptr);
   d[0] = 0x11;
-  DutFree(d);
-  DutFree(b);
-  DutFree(c);
-}
+  for (void *block : {static_cast<void *>(d), static_cast<void *>(b), static_cast<void *>(c)})
+    DutFree(block);
 
-TEST(MemoryLower, CallocClearsAndReallocKeepsContents) {
   auto *block = static_cast<unsigned char *>(DutCalloc(64));
   ASSERT_NE(block, nullptr);
-  for (int i = 0; i < 64; ++i) EXPECT_EQ(block[i], 0) << i;
-  for (int i = 0; i < 64; ++i) block[i] = static_cast<unsigned char>(i);
+  for (int i = 0; i < 64; ++i) {
+    EXPECT_EQ(block[i], 0) << i;
+    block[i] = static_cast<unsigned char>(i);
+  }
   block = static_cast<unsigned char *>(DutRealloc(block, 4096));
   ASSERT_NE(block, nullptr);
   for (int i = 0; i < 64; ++i) EXPECT_EQ(block[i], i) << i;
@@ -69,91 +57,68 @@ TEST(MemoryLower, CallocClearsAndReallocKeepsContents) {
   ASSERT_NE(block, nullptr);
   for (int i = 0; i < 8; ++i) EXPECT_EQ(block[i], i) << i;
   DutFree(block);
-
   void *fresh = DutRealloc(nullptr, 16);  // behaves as an allocation
   ASSERT_NE(fresh, nullptr);
   DutFree(fresh);
   DutFree(nullptr);
 }
 
-TEST(MemoryChecked, NoTracingTouchesNoDebugFile) {
-  RunInChild([] {
-    vqtest::ClearFrameEnvironment();
+TEST(MemoryChecked, TraceLinesOnlyWithTracingAndInTheExactFormat) {
+  RunClean([] {
     ASSERT_EQ(DutGetDebugFlags()[D_DEBUG_MEMORY], 0);
-    void *block = DutMallocCheck(24, "node", "x.c", 7);
-    ASSERT_NE(block, nullptr);
-    block = DutReallocCheck(block, 48, "node", "x.c", 8);
-    DutFreeCheck(block, "node", "x.c", 9);
+    void *quiet = DutMallocCheck(24, "node", "x.c", 7);
+    ASSERT_NE(quiet, nullptr);
+    quiet = DutReallocCheck(quiet, 48, "node", "x.c", 8);
+    DutFreeCheck(quiet, "node", "x.c", 9);
     DutFreeCheck(DutCallocCheck(0, "z", "x.c", 10), "z", "x.c", 11);
     // With tracing off nothing was written, so the debug file never opened.
     EXPECT_EQ(DutDebugFilePtr(), nullptr);
-  });
-}
 
-TEST(MemoryChecked, TraceLinesHaveTheExactFormat) {
-  RunInChild([] {
-    StartTracing();
+    DutDebugOpen("mem");
+    DutGetDebugFlags()[D_DEBUG_MEMORY] = 1;
     void *node = DutMallocCheck(24, "node", "x.c", 7);
     ASSERT_NE(node, nullptr);
     std::string expected = "D_MALLOC: node (" + Address(node) + "): 24 bytes: file x.c, line 7\n";
     EXPECT_EQ(ReadFile("mem.dbg"), expected);
-
     void *table = DutCallocCheck(100, "table->buckets", "hash.c", 200);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(static_cast<unsigned char *>(table)[99], 0);
-    expected += "D_CALLOC: table->buckets (" + Address(table) +
-                "): 100 bytes: file hash.c, line 200\n";
-
+    expected += "D_CALLOC: table->buckets (" + Address(table) + "): 100 bytes: file hash.c, line 200\n";
     void *grown = DutReallocCheck(node, 4000, "node", "x.c", 8);
     ASSERT_NE(grown, nullptr);
     expected += "D_REALLOC: node (" + Address(grown) + "): 4000 bytes: file x.c, line 8\n";
-
-    const std::string table_address = Address(table);
+    expected += "D_FREE: table->buckets (" + Address(table) + "): file hash.c, line 300\n";
     DutFreeCheck(table, "table->buckets", "hash.c", 300);
-    expected += "D_FREE: table->buckets (" + table_address + "): file hash.c, line 300\n";
-    const std::string grown_address = Address(grown);
+    expected += "D_FREE: node (" + Address(grown) + "): file x.c, line 9\n";
     DutFreeCheck(grown, "node", "x.c", 9);
-    expected += "D_FREE: node (" + grown_address + "): file x.c, line 9\n";
+    // A null block is the library's own allocation, traced as "var".
+    void *fresh = DutReallocCheck(nullptr, 10, "buf", "y.c", 9);
+    expected += "D_MALLOC: var (" + Address(fresh) + "): 10 bytes: file util.c, line 1854\n";
+    DutFree(fresh);
+    // The macros label with the variable's text.
+    char *name_buffer = nullptr;
+    const int line = __LINE__ + 1;
+    D_MALLOC(name_buffer, 12);
+    expected += "D_MALLOC: name_buffer (" + Address(name_buffer) + "): 12 bytes: file " + __FILE__ +
+                ", line " + std::to_string(line) + "\n";
+    const std::string address = Address(name_buffer);
+    const int free_line = __LINE__ + 1;
+    D_FREE(name_buffer);
+    expected += "D_FREE: name_buffer (" + address + "): file " + __FILE__ + ", line " +
+                std::to_string(free_line) + "\n";
     EXPECT_EQ(ReadFile("mem.dbg"), expected);
 
-    // Switching it off stops the lines.
     DutGetDebugFlags()[D_DEBUG_MEMORY] = 0;
     DutFreeCheck(DutMallocCheck(8, "quiet", "q.c", 1), "quiet", "q.c", 2);
     EXPECT_EQ(ReadFile("mem.dbg"), expected);
   });
 }
 
-TEST(MemoryChecked, ReallocOfNullTracesAsTheLibrarysOwnAllocation) {
-  RunInChild([] {
-    StartTracing();
-    void *block = DutReallocCheck(nullptr, 10, "buf", "y.c", 9);
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(ReadFile("mem.dbg"),
-              "D_MALLOC: var (" + Address(block) + "): 10 bytes: file util.c, line 1854\n");
-    DutFree(block);
-  });
-}
-
-TEST(MemoryChecked, MacrosLabelWithTheVariableText) {
-  RunInChild([] {
-    StartTracing();
-    char *name_buffer = nullptr;
-    const int line = __LINE__ + 1;
-    D_MALLOC(name_buffer, 12);
-    ASSERT_NE(name_buffer, nullptr);
-    const std::string expected = "D_MALLOC: name_buffer (" + Address(name_buffer) +
-                                 "): 12 bytes: file " + __FILE__ + ", line " +
-                                 std::to_string(line) + "\n";
-    EXPECT_EQ(ReadFile("mem.dbg"), expected);
-    D_FREE(name_buffer);
-  });
-}
-
 TEST(MemoryChecked, FreeingNullWarnsAndGoesOn) {
-  RunInChild([] {
-    StartTracing();
+  RunClean([] {
+    DutDebugOpen("mem");
+    DutGetDebugFlags()[D_DEBUG_MEMORY] = 1;
     vqtest::OutputCapture capture;
-    DutErrNumSet(0);
     DutFreeCheck(nullptr, "gone", "z.c", 3);
     const std::string shown = capture.Take();
     EXPECT_TRUE(std::regex_search(
@@ -169,73 +134,52 @@ TEST(MemoryChecked, FreeingNullWarnsAndGoesOn) {
   });
 }
 
-bool UnderAddressSanitizer() {
+TEST(MemoryChecked, ExhaustionIsAFatalErrorNamingTheCaller) {
 #if defined(__SANITIZE_ADDRESS__)
-  return true;
+  GTEST_SKIP() << "the sanitizer's allocator dies on huge requests";
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
-  return true;
-#else
-  return false;
+  GTEST_SKIP() << "the sanitizer's allocator dies on huge requests";
 #endif
-#else
-  return false;
 #endif
-}
-
-TEST(MemoryChecked, ExhaustionIsAFatalErrorNamingTheCaller) {
-  if (UnderAddressSanitizer()) GTEST_SKIP() << "the sanitizer's allocator dies on huge requests";
-  RunInChild([] {
-    vqtest::ClearFrameEnvironment();
+  RunClean([] {
     ::setenv("VQ_FATAL_ERROR_CONTINUE", "1", 1);
     std::FILE *report = std::tmpfile();
-    ASSERT_NE(report, nullptr);
-    ASSERT_TRUE(DutSetFatalErrorFile(report));
+    ASSERT_TRUE(report != nullptr && DutSetFatalErrorFile(report));
     // A small address space makes the largest request fail for certain.
     struct rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_AS, &limit), 0);
     limit.rlim_cur = rlim_t{1} << 30;
     ASSERT_EQ(::setrlimit(RLIMIT_AS, &limit), 0);
-    constexpr D_INT4 kHuge = INT32_MAX;
-    EXPECT_EQ(DutMallocCheck(kHuge, "huge", "big.c", 5), nullptr);
-    EXPECT_EQ(DutCallocCheck(kHuge, "huger", "big.c", 6), nullptr);
+    EXPECT_EQ(DutMallocCheck(INT32_MAX, "huge", "big.c", 5), nullptr);
+    EXPECT_EQ(DutCallocCheck(INT32_MAX, "huger", "big.c", 6), nullptr);
     void *small = DutMallocCheck(8, "small", "big.c", 7);
     ASSERT_NE(small, nullptr);
-    EXPECT_EQ(DutReallocCheck(small, kHuge, "hugest", "big.c", 8), nullptr);
+    EXPECT_EQ(DutReallocCheck(small, INT32_MAX, "hugest", "big.c", 8), nullptr);
     DutFree(small);  // a failed realloc leaves the old block alone
     const std::string text = vqtest::ReadStream(report);
-    for (const char *line :
-         {"\n*** FATAL ERROR ***\nD_MALLOC <huge>: 2147483647 bytes: out of heap: file big.c, line 5\n",
-          "\n*** FATAL ERROR ***\nD_CALLOC <huger>: 2147483647 bytes: out of heap: file big.c, line 6\n",
-          "\n*** FATAL ERROR ***\nD_REALLOC <hugest>: 2147483647 bytes: out of heap: file big.c, line "
-          "8\n"})
-      EXPECT_NE(text.find(line), std::string::npos) << line << "\nin\n" << text;
+    for (const char *what : {"D_MALLOC <huge>: 2147483647 bytes: out of heap: file big.c, line 5\n",
+                             "D_CALLOC <huger>: 2147483647 bytes: out of heap: file big.c, line 6\n",
+                             "D_REALLOC <hugest>: 2147483647 bytes: out of heap: file big.c, line 8\n"})
+      EXPECT_NE(text.find(std::string("\n*** FATAL ERROR ***\n") + what), std::string::npos)
+          << what << "\nin\n" << text;
   });
 }
 
-TEST(MemoryBreak, InitialBreakIsTakenOnceAndStaysPut) {
+TEST(MemoryBreak, InitialBreakIsTakenOnceAndCurrentNeverGoesDown) {
   const D_UWORD initial = DutGetInitialSbrk();
+  const D_UWORD first = DutWinGetCurrentSbrk();
   EXPECT_NE(initial, 0u);
+  EXPECT_LE(initial, first);  // the mark is a reading of the same high-water value
   std::vector<void *> blocks;
   for (int i = 0; i < 64; ++i) blocks.push_back(DutMalloc(64 * 1024));
+  const D_UWORD second = DutWinGetCurrentSbrk();
   DutSetInitialSbrk();
   EXPECT_EQ(DutGetInitialSbrk(), initial);
   for (void *block : blocks) DutFree(block);
   EXPECT_EQ(DutGetInitialSbrk(), initial);
-}
-
-TEST(MemoryBreak, CurrentBreakNeverGoesDown) {
-  const D_UWORD initial = DutGetInitialSbrk();
-  const D_UWORD first = DutWinGetCurrentSbrk();
-  EXPECT_NE(first, 0u);
-  std::vector<void *> blocks;
-  for (int i = 0; i < 32; ++i) blocks.push_back(DutMalloc(1024));
-  const D_UWORD second = DutWinGetCurrentSbrk();
-  for (void *block : blocks) DutFree(block);
-  const D_UWORD third = DutWinGetCurrentSbrk();
   EXPECT_GE(second, first);
-  EXPECT_GE(third, second);
-  EXPECT_LE(initial, first);  // the mark is a reading of the same high-water value
+  EXPECT_GE(DutWinGetCurrentSbrk(), second);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The output function, time stamps, warnings and internal validation.
+// The output function, time stamps, warnings, internal validation and the
+// functions run at exit.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -6,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <regex>
 #include <string>
 
 #include "support/capture.hpp"
@@ -38,61 +38,6 @@ int ClobberingOutput(const char *format, va_list args) {
 
 int StderrOutput(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
 
-class Output : public ::testing::Test {
- protected:
-  void TearDown() override { vqtest::ClearFrameEnvironment(); }
-  OutputCapture capture_;
-};
-
-// ---- The output function ---------------------------------------------------
-
-TEST_F(Output, DutOutFormatsThroughTheOutputFunction) {
-  DutOut("a%dz %s|%5.2f\n", 5, "x", 2.5);
-  EXPECT_EQ(capture_.Take(), "a5z x| 2.50\n");
-  DutOut("%s", "");
-  DutOut("no newline");
-  EXPECT_EQ(capture_.Take(), "no newline");
-}
-
-TEST_F(Output, GetReturnsTheInstalledFunction) {
-  EXPECT_EQ(DutGetOutputFunc(), &vqtest::CaptureOutput);
-  DutSetOutputFunc(&ClobberingOutput);
-  EXPECT_EQ(DutGetOutputFunc(), &ClobberingOutput);
-  DutSetOutputFunc(&vqtest::CaptureOutput);
-}
-
-TEST(OutputDefault, DefaultOutputFunctionIsVprintf) {
-  vqtest::RunInChild([] {
-    D_OUTPUT_FUNC standard = &std::vprintf;
-    EXPECT_EQ(DutGetOutputFunc(), standard);
-  });
-}
-
-TEST(OutputDeath, NullOutputFunctionIsAnAssertion) {
-  EXPECT_EXIT(
-      {
-        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
-        DutSetFatalErrorFile(stderr);
-        DutSetOutputFunc(nullptr);
-      },
-      ::testing::KilledBySignal(SIGABRT),
-      "Assertion <output_func != NULL> failed, file: util\\.c, line [0-9]+");
-}
-
-TEST_F(Output, DutOutAndWarningKeepAllFourErrorValues) {
-  DutSetOutputFunc(&ClobberingOutput);
-  SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
-  DutOut("x%d\n", 1);
-  ExpectAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
-
-  SetAllFour(D_ERR_VAL_INVALID, ENOENT, 4, 10060);
-  DutWarning("y%d\n", 2);
-  ExpectAllFour(D_ERR_VAL_INVALID, ENOENT, 4, 10060);
-  EXPECT_EQ(capture_.Take(), "x1\nWARNING: y2\n");
-  DutSetOutputFunc(&vqtest::CaptureOutput);
-}
-
-// Passes the arguments on as a va_list.
 void CallVOut(const char *format, ...) {
   va_list args;
   va_start(args, format);
@@ -100,22 +45,51 @@ void CallVOut(const char *format, ...) {
   va_end(args);
 }
 
-TEST_F(Output, DutVOutPrintsWithoutSavingTheErrorValues) {
+class Output : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    vqtest::ClearFrameEnvironment();
+    DutSetOutputFunc(&vqtest::CaptureOutput);
+  }
+  OutputCapture capture_;
+};
+
+// ---- The output function ---------------------------------------------------
+
+TEST_F(Output, DutOutVOutAndOutDebugFormatThroughTheOutputFunction) {
+  DutOut("a%dz %s|%5.2f\n", 5, "x", 2.5);
+  EXPECT_EQ(capture_.Take(), "a5z x| 2.50\n");
+  DutOut("%s", "");
+  DutOut("no newline");
+  EXPECT_EQ(capture_.Take(), "no newline");
   CallVOut("v%c%d\n", 'a', 3);
-  EXPECT_EQ(capture_.Take(), "va3\n");
+  // Without a debug file DutOutDebug reaches the output once.
+  DutOutDebug("both %d\n", 7);
+  EXPECT_EQ(capture_.Take(), "va3\nboth 7\n");
+  EXPECT_EQ(DutFlushStdout(), 0);
+}
+
+TEST(OutputDefault, DefaultIsVprintfAndNullIsAnAssertion) {
+  vqtest::RunClean([] {
+    D_OUTPUT_FUNC standard = &std::vprintf;
+    EXPECT_EQ(DutGetOutputFunc(), standard);
+  });
+  EXPECT_FATAL_ABORT(DutSetOutputFunc(nullptr),
+                     "Assertion <output_func != NULL> failed, file: util\\.c, line [0-9]+");
+}
+
+TEST_F(Output, OutAndWarningKeepAllFourErrorValuesButVOutDoesNot) {
   DutSetOutputFunc(&ClobberingOutput);
-  SetAllFour(D_ERR_DOESNT_EXIST, 0, 0, 0);
+  SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
+  DutOut("x%d\n", 1);
+  ExpectAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
+  SetAllFour(D_ERR_VAL_INVALID, ENOENT, 4, 10060);
+  DutWarning("y%d\n", 2);
+  ExpectAllFour(D_ERR_VAL_INVALID, ENOENT, 4, 10060);
+  EXPECT_EQ(capture_.Take(), "x1\nWARNING: y2\n");
   CallVOut("z");
   EXPECT_EQ(DutErrNumGet(), D_ERR_TYPE_UNKNOWN);
-  DutSetOutputFunc(&vqtest::CaptureOutput);
 }
-
-TEST_F(Output, OutDebugWithoutADebugFileReachesTheOutputOnce) {
-  DutOutDebug("both %d\n", 7);
-  EXPECT_EQ(capture_.Take(), "both 7\n");
-}
-
-TEST_F(Output, FlushStdoutAnswersLikeFflush) { EXPECT_EQ(DutFlushStdout(), 0); }
 
 // ---- Time stamps -------------------------------------------------------------
 
@@ -133,13 +107,12 @@ TEST_F(Output, FlushStdoutAnswersLikeFflush) { EXPECT_EQ(DutFlushStdout(), 0); }
   return ::testing::AssertionFailure() << "no time stamp at the head of <" << text << ">";
 }
 
-TEST_F(Output, TimestampPrecedesEveryOutputCall) {
+TEST_F(Output, TimestampPrecedesEveryOutputCallAndTwiceInAWarning) {
   ::setenv("VQTIMESTAMPOUTPUT", "1", 1);
-  const std::time_t before = std::time(nullptr);
+  std::time_t before = std::time(nullptr);
   DutOut("hello %d\n", 1);
-  const std::time_t after = std::time(nullptr);
   std::string rest;
-  ASSERT_TRUE(HasStamp(capture_.Take(), before, after, &rest));
+  ASSERT_TRUE(HasStamp(capture_.Take(), before, std::time(nullptr), &rest));
   EXPECT_EQ(rest, "hello 1\n");
 
   // The variable is read afresh on every call.
@@ -147,18 +120,9 @@ TEST_F(Output, TimestampPrecedesEveryOutputCall) {
   DutOut("plain\n");
   EXPECT_EQ(capture_.Take(), "plain\n");
   ::setenv("VQTIMESTAMPOUTPUT", "", 1);  // set to anything, even empty
-  const std::time_t again = std::time(nullptr);
-  DutOut("again");
-  ASSERT_TRUE(HasStamp(capture_.Take(), again, std::time(nullptr), &rest));
-  EXPECT_EQ(rest, "again");
-}
-
-TEST_F(Output, TimestampAppearsTwiceInAWarning) {
-  ::setenv("VQTIMESTAMPOUTPUT", "yes", 1);
-  const std::time_t before = std::time(nullptr);
+  before = std::time(nullptr);
   DutWarning("disk %d%% full\n", 90);
   const std::time_t after = std::time(nullptr);
-  std::string rest;
   ASSERT_TRUE(HasStamp(capture_.Take(), before, after, &rest));
   ASSERT_EQ(rest.compare(0, 9, "WARNING: "), 0) << rest;
   std::string text;
@@ -166,20 +130,12 @@ TEST_F(Output, TimestampAppearsTwiceInAWarning) {
   EXPECT_EQ(text, "disk 90% full\n");
 }
 
-// ---- Warnings and checks ---------------------------------------------------
+// ---- Checks ------------------------------------------------------------------
 
-TEST_F(Output, WarningPrefixesItsText) {
-  DutWarning("level %s at %d\n", "low", 3);
-  EXPECT_EQ(capture_.Take(), "WARNING: level low at 3\n");
-}
-
-TEST_F(Output, AssertAndExpectReturnATrueCondition) {
+TEST_F(Output, ExpectReportsTwoWarningsAndTheFourCodes) {
   EXPECT_EQ(DutAssert(7, "x", "x.c", 1), 7);
   EXPECT_EQ(DutExpect(-3, "x", "x.c", 1), -3);
   EXPECT_EQ(capture_.Take(), "");
-}
-
-TEST_F(Output, ExpectReportsTwoWarningsAndTheFourCodes) {
   SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
   EXPECT_EQ(DutExpect(0, "D_NULL != cbl", "callback.c", 42), 0);
   EXPECT_EQ(capture_.Take(),
@@ -191,36 +147,24 @@ TEST_F(Output, ExpectReportsTwoWarningsAndTheFourCodes) {
             "Last Socket Error Code: 10054\n");
 }
 
-TEST(OutputDeath, WarningAbortsWhenAsked) {
+TEST(OutputDeath, WarningAndExpectAbortOnlyWhenAsked) {
   EXPECT_EXIT(
       {
         ::setenv("VQ_WARNING_ABORT", "1", 1);
         DutSetOutputFunc(&StderrOutput);
         DutWarning("going %s\n", "down");
-        std::fputs("returned from the warning\n", stderr);
         std::_Exit(0);
       },
       ::testing::KilledBySignal(SIGABRT), "WARNING: going down\n");
-}
-
-TEST(OutputDeath, ExpectAbortTurnsAFailedExpectationFatal) {
-  EXPECT_EXIT(
+  EXPECT_FATAL_ABORT(
       {
         ::setenv("VQ_EXPECT_ABORT", "1", 1);
-        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
-        DutSetFatalErrorFile(stderr);
         DutSetOutputFunc(&StderrOutput);
         DutExpect(0, "n > 0", "mine.c", 12);
-        std::_Exit(0);
       },
-      ::testing::KilledBySignal(SIGABRT),
       "Internal validation <n > 0> failed, file: mine\\.c, line 12\n(.|\n)*"
       "Assertion <D_FALSE> failed, file: util\\.c, line 1102\n");
-}
-
-TEST(OutputDeath, ExpectWithoutAbortGoesOn) {
-  vqtest::RunInChild([] {
-    vqtest::ClearFrameEnvironment();
+  vqtest::RunClean([] {
     ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);  // would kill the child if reached
     OutputCapture capture;
     DutExpect(0, "t", "t.c", 2);
@@ -230,19 +174,13 @@ TEST(OutputDeath, ExpectWithoutAbortGoesOn) {
 
 // ---- At exit -----------------------------------------------------------------
 
-void FirstAtExit() { std::fputs("first registered\n", stderr); }
-void SecondAtExit() { std::fputs("second registered\n", stderr); }
-
-TEST(OutputAtExit, NullFunctionIsRefused) {
-  DutErrNumSet(0);
-  EXPECT_FALSE(DutAtExit(nullptr));
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
-}
-
 TEST(OutputAtExit, FunctionsRunAtProcessEndInReverseOrder) {
+  EXPECT_FAILS(DutAtExit(nullptr), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_EXIT(
       {
-        if (!DutAtExit(&FirstAtExit) || !DutAtExit(&SecondAtExit)) std::_Exit(3);
+        if (!DutAtExit([] { std::fputs("first registered\n", stderr); }) ||
+            !DutAtExit([] { std::fputs("second registered\n", stderr); }))
+          std::_Exit(3);
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "^second registered\nfirst registered\n$");

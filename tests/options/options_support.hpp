@@ -18,6 +18,14 @@
 
 #define OPT_EXPECT_ASSERTION VQTEST_EXPECT_ASSERTION
 
+// Clears the error number, then checks the call's result and the number it left.
+#define EXPECT_FAILS(call, result, err)        \
+  do {                                         \
+    DutErrNumSet(0);                           \
+    EXPECT_EQ((call), (result)) << #call;      \
+    EXPECT_EQ(DutErrNumGet(), (err)) << #call; \
+  } while (0)
+
 namespace opttest {
 
 using vqtest::Capture;
@@ -63,6 +71,12 @@ class NodeChain {
   std::vector<std::string> items_;
   std::vector<D_OPTION_STR_NODE> nodes_;
 };
+
+// The stored value of a numeric option.
+inline D_REAL8 Num(D_OPTION *option) { return *static_cast<D_REAL8 *>(D_GOPT_VALUE(option)); }
+inline const char *Stored(D_OPTION *option) {
+  return static_cast<const char *>(D_GOPT_VALUE(option));
+}
 
 inline std::vector<std::string> Items(const D_OPTION_STR_NODE *node) {
   std::vector<std::string> out;

@@ -19,17 +19,13 @@ namespace fs = std::filesystem;
 
 class OptionLogFile : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("vq_optlog_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
+  void SetUp() override { fs::create_directories(dir_); }
   void TearDown() override { fs::remove_all(dir_); }
   std::string Path(const char *leaf) const { return (dir_ / leaf).string(); }
 
-  fs::path dir_;
+  const fs::path dir_ = fs::temp_directory_path() /
+                        ("vq_optlog_" + std::to_string(::getpid()) + "_" +
+                         ::testing::UnitTest::GetInstance()->current_test_info()->name());
 };
 
 std::string ReadAll(const std::string &path) {

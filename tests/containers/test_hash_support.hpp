@@ -1,85 +1,54 @@
-// Shared helpers of the hash-table tests: output capture, a printf-shaped
-// sink for dumps, line splitting, chain inspection and the death-test
-// set-up that makes a fatal error abort at once with its report on stderr.
+// Shared helpers of the hash-table tests: a table owned for a test's
+// length, a printf-shaped sink for dumps, line splitting, chain inspection
+// and a scoped debug flag.
 #pragma once
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/hash.h"
-#include "vqutil/output.h"
 
 namespace hashtest {
 
-inline std::string Format(const char *format, va_list args) {
-  va_list sized;
-  va_copy(sized, args);
-  int length = std::vsnprintf(nullptr, 0, format, sized);
-  va_end(sized);
-  if (length <= 0) return {};
-  std::string text(static_cast<size_t>(length) + 1, '\0');
-  std::vsnprintf(text.data(), text.size(), format, args);
-  text.resize(static_cast<size_t>(length));
-  return text;
-}
+using vqtest::OutputCapture;
 
-inline std::mutex &SinkMutex() {
-  static std::mutex m;
-  return m;
-}
+struct Table {
+  explicit Table(D_HASH_TABLE *t) : table(t) {}
+  ~Table() {
+    if (table != nullptr) DutHashDestroy(table, nullptr, nullptr);
+  }
+  Table(const Table &) = delete;
+  Table &operator=(const Table &) = delete;
+  D_HASH_TABLE *operator->() const { return table; }
+  operator D_HASH_TABLE *() const { return table; }
+  D_HASH_TABLE *table;
+};
 
-inline std::string &Printed() {
-  static std::string text;
-  return text;
-}
-
-// The library's output function (vprintf shape).
-inline int CaptureOutput(const char *format, va_list args) {
-  std::string piece = Format(format, args);
-  std::lock_guard<std::mutex> hold(SinkMutex());
-  Printed() += piece;
-  return static_cast<int>(piece.size());
-}
-
-// A dump's output function (printf shape).
+// What a dump printed (printf shape).
 inline std::string &Dumped() {
   static std::string text;
   return text;
 }
 
 inline void DumpSink(const char *format, ...) {
-  va_list args;
+  va_list args, sized;
   va_start(args, format);
-  Dumped() += Format(format, args);
+  va_copy(sized, args);
+  const int length = std::vsnprintf(nullptr, 0, format, sized);
+  va_end(sized);
+  if (length > 0) {
+    std::string text(static_cast<size_t>(length) + 1, '\0');
+    std::vsnprintf(text.data(), text.size(), format, args);
+    text.resize(static_cast<size_t>(length));
+    Dumped() += text;
+  }
   va_end(args);
 }
-
-class OutputCapture {
- public:
-  OutputCapture() : previous_(DutGetOutputFunc()) {
-    Printed().clear();
-    DutSetOutputFunc(&CaptureOutput);
-  }
-  ~OutputCapture() { DutSetOutputFunc(previous_); }
-  OutputCapture(const OutputCapture &) = delete;
-  OutputCapture &operator=(const OutputCapture &) = delete;
-
-  std::string Take() {
-    std::lock_guard<std::mutex> hold(SinkMutex());
-    std::string text;
-    text.swap(Printed());
-    return text;
-  }
-
- private:
-  D_OUTPUT_FUNC previous_;
-};
 
 inline std::vector<std::string> Lines(const std::string &text) {
   std::vector<std::string> lines;
@@ -91,9 +60,7 @@ inline std::vector<std::string> Lines(const std::string &text) {
 // Keys of one chain, head first.
 inline std::vector<D_WORD> ChainKeys(const D_HASH_TABLE *table, D_INT4 index) {
   std::vector<D_WORD> keys;
-  for (const D_HASH_BUCKET *b = table->buckets[index]; b != nullptr; b = b->next) {
-    keys.push_back(b->key);
-  }
+  for (const D_HASH_BUCKET *b = table->buckets[index]; b != nullptr; b = b->next) keys.push_back(b->key);
   return keys;
 }
 
@@ -105,12 +72,6 @@ inline std::vector<std::vector<D_WORD>> Layout(const D_HASH_TABLE *table) {
 }
 
 inline D_WORD Word(const char *text) { return reinterpret_cast<D_WORD>(text); }
-
-// Inside a death statement: abort at once, report on stderr.
-inline void PrepareToDie() {
-  setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
-  DutSetFatalErrorFile(stderr);
-}
 
 class DebugFlagGuard {
  public:

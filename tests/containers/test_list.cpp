@@ -3,50 +3,18 @@
 // and the assertion texts for null holders.
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "support/output_capture.hpp"
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
-#include "vqutil/output.h"
 
 namespace {
 
-// ---- Helpers ---------------------------------------------------------------
-
-std::string &Captured() {
-  static std::string text;
-  return text;
-}
-
-int CaptureOutput(const char *format, va_list args) {
-  char buffer[512];
-  int length = std::vsnprintf(buffer, sizeof buffer, format, args);
-  Captured() += buffer;
-  return length;
-}
-
-class Capture {
- public:
-  Capture() : previous_(DutGetOutputFunc()) {
-    Captured().clear();
-    DutSetOutputFunc(&CaptureOutput);
-  }
-  ~Capture() { DutSetOutputFunc(previous_); }
-  std::string Take() {
-    std::string text;
-    text.swap(Captured());
-    return text;
-  }
-
- private:
-  D_OUTPUT_FUNC previous_;
-};
+using Ints = std::vector<int>;
 
 // An intrusive node: the link word first, then the caller's data.
 struct Item {
@@ -63,134 +31,103 @@ struct DqItem {
 // Nodes the containers may free: taken from the library's allocator.
 Item *NewItem(int value) {
   auto *item = static_cast<Item *>(DutMalloc(sizeof(Item)));
-  item->next = nullptr;
-  item->value = value;
+  *item = Item{nullptr, value};
   return item;
 }
 
 void **Head(Item *&head) { return reinterpret_cast<void **>(&head); }
 
-std::vector<int> Values(const Item *head) {
-  std::vector<int> values;
+Ints Values(const Item *head) {
+  Ints values;
   for (const Item *p = head; p != nullptr; p = p->next) values.push_back(p->value);
   return values;
 }
 
 // Walks the deque both ways and checks the two directions agree.
-std::vector<int> DqValues(D_DQ_NODE *dq) {
-  std::vector<int> forward;
+Ints DqValues(D_DQ_NODE *dq) {
+  Ints forward, backward;
   for (D_DQ_NODE *p = dq->next; p != dq; p = p->next) {
     forward.push_back(reinterpret_cast<DqItem *>(p)->value);
     if (p->next->prev != p) ADD_FAILURE() << "broken prev link after " << forward.back();
   }
-  std::vector<int> backward;
   for (D_DQ_NODE *p = dq->prev; p != dq; p = p->prev)
     backward.insert(backward.begin(), reinterpret_cast<DqItem *>(p)->value);
   EXPECT_EQ(forward, backward);
   return forward;
 }
 
-std::vector<void *> PqPointers(const D_PQ_HDR &hdr) {
-  std::vector<void *> pointers;
-  for (D_PQ_NODE *p = hdr.front; p != nullptr; p = p->next) pointers.push_back(p->ptr);
-  return pointers;
-}
-
-int ComesBefore(void *a, void *b) {
-  return static_cast<Item *>(a)->value < static_cast<Item *>(b)->value;
-}
-
+int ComesBefore(void *a, void *b) { return static_cast<Item *>(a)->value < static_cast<Item *>(b)->value; }
 int PointerComesBefore(void *a, void *b) { return *static_cast<int *>(a) < *static_cast<int *>(b); }
 
-std::string Hex(const void *p) {
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%lx",
-                static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(p)));
-  return buffer;
-}
+// ---- Intrusive stack and list -------------------------------------------------
 
-// ---- Intrusive stack ---------------------------------------------------------
-
-TEST(LinkedStack, PushAndPopAreLastInFirstOut) {
+TEST(LinkedStack, LastInFirstOutAndClose) {
   Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3};
   Item *head = nullptr;
-  DutStackPush(Head(head), &a);
-  DutStackPush(Head(head), &b);
-  DutStackPush(Head(head), &c);
-  EXPECT_EQ(Values(head), (std::vector<int>{3, 2, 1}));
-  EXPECT_EQ(DutStackPop(Head(head)), &c);
-  EXPECT_EQ(c.next, nullptr);  // popped nodes leave unlinked
-  EXPECT_EQ(DutStackPop(Head(head)), &b);
-  EXPECT_EQ(b.next, nullptr);
-  EXPECT_EQ(DutStackPop(Head(head)), &a);
+  for (Item *item : {&a, &b, &c}) DutStackPush(Head(head), item);
+  EXPECT_EQ(Values(head), (Ints{3, 2, 1}));
+  for (Item *item : {&c, &b, &a}) {
+    EXPECT_EQ(DutStackPop(Head(head)), item);
+    EXPECT_EQ(item->next, nullptr);  // popped nodes leave unlinked
+  }
   EXPECT_EQ(head, nullptr);
   EXPECT_EQ(DutStackPop(Head(head)), nullptr);
-}
 
-TEST(LinkedStack, CloseFreesEveryNodeAndClearsTheHead) {
-  Item *head = nullptr;
   for (int i = 0; i < 5; ++i) DutStackPush(Head(head), NewItem(i));
-  DutStackClose(Head(head));
+  DutStackClose(Head(head));  // frees every node: the sanitizer build checks
   EXPECT_EQ(head, nullptr);
   DutStackClose(Head(head));  // an empty stack closes too
   EXPECT_EQ(head, nullptr);
 }
 
-// ---- Intrusive list ----------------------------------------------------------
-
 class LinkedList : public ::testing::Test {
  protected:
   void SetUp() override {
-    for (int i = 0; i < 4; ++i) items_[i] = Item{nullptr, i};
-    for (int i = 0; i < 3; ++i) items_[i].next = &items_[i + 1];
+    for (int i = 0; i < 4; ++i) items_[i] = Item{i < 3 ? &items_[i + 1] : nullptr, i};
     head_ = &items_[0];
   }
   Item items_[4];
   Item *head_ = nullptr;
 };
 
-TEST_F(LinkedList, LengthAndEnd) {
+TEST_F(LinkedList, LengthEndPositionAndDelete) {
   EXPECT_EQ(DutListLength(nullptr), 0);
   EXPECT_EQ(DutListEnd(nullptr), nullptr);
   EXPECT_EQ(DutListLength(head_), 4);
   EXPECT_EQ(DutListEnd(head_), &items_[3]);
   EXPECT_EQ(DutListLength(&items_[3]), 1);
   EXPECT_EQ(DutListEnd(&items_[3]), &items_[3]);
-}
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(DutListPos(head_, &items_[i]), i);
 
-TEST_F(LinkedList, DeleteUnlinksAnywhereAndClearsTheLink) {
-  EXPECT_EQ(DutListDelete(Head(head_), &items_[2]), &items_[2]);
-  EXPECT_EQ(items_[2].next, nullptr);
-  EXPECT_EQ(Values(head_), (std::vector<int>{0, 1, 3}));
-  EXPECT_EQ(DutListDelete(Head(head_), &items_[0]), &items_[0]);
-  EXPECT_EQ(head_, &items_[1]);
-  EXPECT_EQ(items_[0].next, nullptr);
-  EXPECT_EQ(DutListDelete(Head(head_), &items_[3]), &items_[3]);
-  EXPECT_EQ(Values(head_), (std::vector<int>{1}));
-  EXPECT_EQ(DutListDelete(Head(head_), &items_[1]), &items_[1]);
+  Item stranger{nullptr, 99};
+  vqtest::OutputCapture capture;
+  EXPECT_EQ(DutListPos(head_, &stranger), -1);
+  char address[32];
+  std::snprintf(address, sizeof address, "%lx",
+                static_cast<unsigned long>(reinterpret_cast<uintptr_t>(&stranger)));
+  // The second number is where the walk ended, always 0.
+  EXPECT_EQ(capture.Take(),
+            std::string("WARNING: DutListPos: element ") + address + " is not part of list 0\n");
+
+  stranger.next = &items_[1];  // even one that points into the list is not deleted
+  EXPECT_EQ(DutListDelete(Head(head_), &stranger), nullptr);
+  EXPECT_EQ(stranger.next, &items_[1]);
+  EXPECT_EQ(Values(head_), (Ints{0, 1, 2, 3}));
+  const struct {
+    int index;
+    Ints left;
+  } steps[] = {{2, {0, 1, 3}}, {0, {1, 3}}, {3, {1}}, {1, {}}};  // middle, head, tail, last
+  for (const auto &s : steps) {
+    EXPECT_EQ(DutListDelete(Head(head_), &items_[s.index]), &items_[s.index]);
+    EXPECT_EQ(items_[s.index].next, nullptr) << s.index;
+    EXPECT_EQ(Values(head_), s.left) << s.index;
+  }
   EXPECT_EQ(head_, nullptr);
 }
 
-TEST_F(LinkedList, DeleteOfAnAbsentNodeChangesNothing) {
-  Item stranger{&items_[1], 99};  // even one that points into the list
-  EXPECT_EQ(DutListDelete(Head(head_), &stranger), nullptr);
-  EXPECT_EQ(Values(head_), (std::vector<int>{0, 1, 2, 3}));
-  EXPECT_EQ(stranger.next, &items_[1]);
-}
-
-TEST_F(LinkedList, PositionIsZeroBasedAndAbsentNodesWarn) {
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(DutListPos(head_, &items_[i]), i);
-  Item stranger{nullptr, 99};
-  Capture capture;
-  EXPECT_EQ(DutListPos(head_, &stranger), -1);
-  // The second number is where the walk ended, always 0.
-  EXPECT_EQ(capture.Take(),
-            "WARNING: DutListPos: element " + Hex(&stranger) + " is not part of list 0\n");
-}
-
 struct TravLog {
-  std::vector<int> seen;
-  std::vector<int> remove;  // values whose nodes are removed (and freed)
+  Ints seen;
+  Ints remove;  // values whose nodes are removed (and freed)
 };
 
 void *RemoveAndFree(void *node, void *arg) {
@@ -206,141 +143,95 @@ void *RemoveAndFree(void *node, void *arg) {
   return nullptr;
 }
 
-Item *MakeHeapList(int count) {
-  Item *head = nullptr;
-  for (int i = count - 1; i >= 0; --i) {
-    Item *item = NewItem(i);
-    item->next = head;
-    head = item;
+TEST(LinkedListTravDel, RemovesAnyNodesAndReturnsTheLastResult) {
+  const struct {
+    int count;
+    Ints remove, left;
+    std::intptr_t last;  // 0: null
+  } cases[] = {{7, {0, 1, 3, 6}, {2, 4, 5}, 1006},  // leading, middle and last nodes
+               {3, {1}, {0, 2}, 0},                 // the last result, even when null
+               {4, {0, 1, 2, 3}, {}, 1003},
+               {0, {}, {}, 0}};
+  for (const auto &c : cases) {
+    Item *head = nullptr;
+    for (int i = c.count - 1; i >= 0; --i) {
+      Item *item = NewItem(i);
+      item->next = head;
+      head = item;
+    }
+    TravLog log{{}, c.remove};
+    EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &log), reinterpret_cast<void *>(c.last));
+    EXPECT_EQ(log.seen.size(), static_cast<size_t>(c.count));
+    EXPECT_EQ(Values(head), c.left) << c.count;
+    if (!c.left.empty()) {
+      EXPECT_EQ(static_cast<Item *>(DutListEnd(head))->value, c.left.back());
+    }
+    DutStackClose(Head(head));
   }
-  return head;
-}
-
-void FreeHeapList(Item *head) {
-  while (head != nullptr) {
-    Item *next = head->next;
-    DutFree(head);
-    head = next;
-  }
-}
-
-TEST(LinkedListTravDel, RemovesLeadingMiddleAndLastNodes) {
-  Item *head = MakeHeapList(7);
-  TravLog log{{}, {0, 1, 3, 6}};
-  void *last = DutListTravDel(Head(head), &RemoveAndFree, &log);
-  EXPECT_EQ(log.seen, (std::vector<int>{0, 1, 2, 3, 4, 5, 6}));
-  EXPECT_EQ(Values(head), (std::vector<int>{2, 4, 5}));
-  EXPECT_EQ(last, reinterpret_cast<void *>(static_cast<std::intptr_t>(1006)));
-  auto *end = static_cast<Item *>(DutListEnd(head));
-  ASSERT_NE(end, nullptr);
-  EXPECT_EQ(end->value, 5);
-  EXPECT_EQ(end->next, nullptr);
-  FreeHeapList(head);
-}
-
-TEST(LinkedListTravDel, ReturnsTheLastResultEvenWhenNull) {
-  Item *head = MakeHeapList(3);
-  TravLog log{{}, {1}};
-  EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &log), nullptr);
-  EXPECT_EQ(Values(head), (std::vector<int>{0, 2}));
-  FreeHeapList(head);
-}
-
-TEST(LinkedListTravDel, RemovingEveryNodeEmptiesTheList) {
-  Item *head = MakeHeapList(4);
-  TravLog log{{}, {0, 1, 2, 3}};
-  DutListTravDel(Head(head), &RemoveAndFree, &log);
-  EXPECT_EQ(head, nullptr);
-  EXPECT_EQ(log.seen.size(), 4u);
-
-  TravLog none{{}, {}};
-  EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &none), nullptr);
-  EXPECT_TRUE(none.seen.empty());
 }
 
 // ---- Intrusive queue -----------------------------------------------------------
 
 class LinkedQueue : public ::testing::Test {
  protected:
-  void Append(Item *item) { DutQueueAppend(Front(), Rear(), item); }
+  void Append(std::initializer_list<Item *> items) {
+    for (Item *item : items) DutQueueAppend(Front(), Rear(), item);
+  }
   void **Front() { return reinterpret_cast<void **>(&front_); }
   void **Rear() { return reinterpret_cast<void **>(&rear_); }
+  // The values from the front, and the rear's value (-1 for none).
+  std::pair<Ints, int> State() const { return {Values(front_), rear_ == nullptr ? -1 : rear_->value}; }
   Item *front_ = nullptr;
   Item *rear_ = nullptr;
+  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3}, d{nullptr, 4};
 };
 
-TEST_F(LinkedQueue, AppendClearsTheLinkAndMovesTheRear) {
+using QState = std::pair<Ints, int>;
+
+TEST_F(LinkedQueue, AppendPushPopAndClose) {
   Item stale{nullptr, 0};
-  Item a{&stale, 1}, b{&stale, 2};
-  Append(&a);
-  EXPECT_EQ(front_, &a);
-  EXPECT_EQ(rear_, &a);
-  EXPECT_EQ(a.next, nullptr);
-  Append(&b);
-  EXPECT_EQ(front_, &a);
-  EXPECT_EQ(rear_, &b);
-  EXPECT_EQ(b.next, nullptr);
-  EXPECT_EQ(Values(front_), (std::vector<int>{1, 2}));
-}
+  a.next = b.next = &stale;  // appending clears the link
+  Append({&a});
+  EXPECT_EQ(State(), (QState{{1}, 1}));
+  Append({&b});
+  EXPECT_EQ(State(), (QState{{1, 2}, 2}));
+  DutQueuePush(Front(), Rear(), &c);  // in front; the rear stays
+  EXPECT_EQ(State(), (QState{{3, 1, 2}, 2}));
+  for (Item *item : {&c, &a, &b}) {
+    EXPECT_EQ(DutQueuePop(Front(), Rear()), item);
+    EXPECT_EQ(item->next, nullptr);
+  }
+  EXPECT_EQ(front_, nullptr);
+  EXPECT_EQ(rear_, nullptr);  // cleared with the last pop
+  EXPECT_EQ(DutQueuePop(Front(), Rear()), nullptr);
+  DutQueuePush(Front(), Rear(), &d);  // a push into an empty queue sets the rear
+  EXPECT_EQ(State(), (QState{{4}, 4}));
+  DutQueuePop(Front(), Rear());
 
-TEST_F(LinkedQueue, PushGoesInFrontAndSetsTheRearOnlyWhenEmpty) {
-  Item a{nullptr, 1}, b{nullptr, 2};
-  DutQueuePush(Front(), Rear(), &a);
-  EXPECT_EQ(front_, &a);
-  EXPECT_EQ(rear_, &a);
-  DutQueuePush(Front(), Rear(), &b);
-  EXPECT_EQ(front_, &b);
-  EXPECT_EQ(rear_, &a);
-  EXPECT_EQ(Values(front_), (std::vector<int>{2, 1}));
-}
-
-TEST_F(LinkedQueue, PopIsFirstInFirstOutAndClearsTheRearAtTheEnd) {
-  Item a{nullptr, 1}, b{nullptr, 2};
-  Append(&a);
-  Append(&b);
-  EXPECT_EQ(DutQueuePop(Front(), Rear()), &a);
-  EXPECT_EQ(a.next, nullptr);
-  EXPECT_EQ(rear_, &b);
-  EXPECT_EQ(DutQueuePop(Front(), Rear()), &b);
+  for (int i = 0; i < 4; ++i) DutQueueAppend(Front(), Rear(), NewItem(i));
+  DutQueueClose(Front(), Rear());
   EXPECT_EQ(front_, nullptr);
   EXPECT_EQ(rear_, nullptr);
-  EXPECT_EQ(DutQueuePop(Front(), Rear()), nullptr);
 }
 
-TEST_F(LinkedQueue, RightInsertLinksAfterAndLeavesASetRear) {
-  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3}, d{nullptr, 4};
-  Append(&a);
-  Append(&b);
+// The right-hand operations set the rear only when it was null: after the
+// rear, or detaching it, leaves it for the caller to repair.
+TEST_F(LinkedQueue, RightInsertAndDetachLeaveASetRear) {
+  Append({&a, &b});
   DutQueueRightInsert(Front(), Rear(), &c, &a);
-  EXPECT_EQ(Values(front_), (std::vector<int>{1, 3, 2}));
-  EXPECT_EQ(rear_, &b);
-  // After the rear: the rear is only set when it was null, so it stays.
+  EXPECT_EQ(State(), (QState{{1, 3, 2}, 2}));
   DutQueueRightInsert(Front(), Rear(), &d, &b);
-  EXPECT_EQ(Values(front_), (std::vector<int>{1, 3, 2, 4}));
-  EXPECT_EQ(rear_, &b);
-}
-
-TEST_F(LinkedQueue, RightDetachOfTheRearLeavesTheRear) {
-  Item a{nullptr, 1}, b{nullptr, 2};
-  Append(&a);
-  Append(&b);
+  EXPECT_EQ(State(), (QState{{1, 3, 2, 4}, 2}));
+  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &a), &c);  // from the middle
+  EXPECT_EQ(c.next, nullptr);
+  EXPECT_EQ(State(), (QState{{1, 2, 4}, 2}));
+  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &b), &d);  // the last node
+  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &b), nullptr);
+  EXPECT_EQ(State(), (QState{{1, 2}, 2}));
+  front_ = rear_ = nullptr;
+  Append({&a, &b});
   EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &a), &b);
-  EXPECT_EQ(b.next, nullptr);
-  EXPECT_EQ(a.next, nullptr);
-  EXPECT_EQ(front_, &a);
-  EXPECT_EQ(rear_, &b);  // callers repair it themselves
-  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &a), nullptr);
-}
-
-TEST_F(LinkedQueue, RightDetachFromTheMiddle) {
-  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3};
-  Append(&a);
-  Append(&b);
-  Append(&c);
-  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &a), &b);
-  EXPECT_EQ(b.next, nullptr);
-  EXPECT_EQ(Values(front_), (std::vector<int>{1, 3}));
-  EXPECT_EQ(rear_, &c);
+  EXPECT_EQ(State(), (QState{{1}, 2}));
 }
 
 struct FindCall {
@@ -355,76 +246,51 @@ int ValueMatches(void *node, void *key) {
 }
 
 TEST_F(LinkedQueue, LeftFindAnswersTheFrontOrTheLeftNeighbour) {
-  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3};
-  Append(&a);
-  Append(&b);
-  Append(&c);
+  Append({&a, &b, &c});
   int key = 1;
   find_calls.clear();
   EXPECT_EQ(DutQueueLeftFind(Front(), Rear(), &key, &ValueMatches), &a);
   ASSERT_FALSE(find_calls.empty());
   EXPECT_EQ(find_calls[0].node, &a);  // node first, key second
   EXPECT_EQ(find_calls[0].key, &key);
-  key = 3;
-  EXPECT_EQ(DutQueueLeftFind(Front(), Rear(), &key, &ValueMatches), &b);
-  key = 2;
-  EXPECT_EQ(DutQueueLeftFind(Front(), Rear(), &key, &ValueMatches), &a);
-  key = 9;
-  EXPECT_EQ(DutQueueLeftFind(Front(), Rear(), &key, &ValueMatches), nullptr);
-  EXPECT_EQ(Values(front_), (std::vector<int>{1, 2, 3}));
+  const std::pair<int, Item *> cases[] = {{3, &b}, {2, &a}, {9, nullptr}};
+  for (auto [value, answer] : cases) {
+    key = value;
+    EXPECT_EQ(DutQueueLeftFind(Front(), Rear(), &key, &ValueMatches), answer) << value;
+  }
+  EXPECT_EQ(Values(front_), (Ints{1, 2, 3}));
 }
 
 TEST_F(LinkedQueue, InsertIsOrderedAndStableAmongEquals) {
-  Item n5{nullptr, 5}, n3{nullptr, 3}, n8{nullptr, 8}, n5b{nullptr, 5}, n1{nullptr, 1},
-      n9{nullptr, 9}, n3b{nullptr, 3};
-  DutQueueInsert(Front(), Rear(), &n5, &ComesBefore);
-  EXPECT_EQ(front_, &n5);
-  EXPECT_EQ(rear_, &n5);
-  DutQueueInsert(Front(), Rear(), &n3, &ComesBefore);  // before the front
-  EXPECT_EQ(front_, &n3);
-  EXPECT_EQ(rear_, &n5);
-  DutQueueInsert(Front(), Rear(), &n8, &ComesBefore);  // appended
-  EXPECT_EQ(rear_, &n8);
-  DutQueueInsert(Front(), Rear(), &n5b, &ComesBefore);
-  DutQueueInsert(Front(), Rear(), &n1, &ComesBefore);
-  DutQueueInsert(Front(), Rear(), &n9, &ComesBefore);
-  DutQueueInsert(Front(), Rear(), &n3b, &ComesBefore);
-  EXPECT_EQ(Values(front_), (std::vector<int>{1, 3, 3, 5, 5, 8, 9}));
+  Item n5{nullptr, 5}, n3{nullptr, 3}, n8{nullptr, 8}, n5b{nullptr, 5}, n1{nullptr, 1}, n9{nullptr, 9},
+      n3b{nullptr, 3};
+  const std::pair<Item *, QState> steps[] = {
+      {&n5, {{5}, 5}}, {&n3, {{3, 5}, 5}},  // before the front
+      {&n8, {{3, 5, 8}, 8}},                // appended
+      {&n5b, {{3, 5, 5, 8}, 8}}, {&n1, {{1, 3, 5, 5, 8}, 8}}, {&n9, {{1, 3, 5, 5, 8, 9}, 9}},
+      {&n3b, {{1, 3, 3, 5, 5, 8, 9}, 9}}};
+  for (const auto &[item, state] : steps) {
+    DutQueueInsert(Front(), Rear(), item, &ComesBefore);
+    EXPECT_EQ(State(), state) << item->value;
+  }
   EXPECT_EQ(n3.next, &n3b);  // equal values keep their arrival order
   EXPECT_EQ(n5.next, &n5b);
-  EXPECT_EQ(rear_, &n9);
-  EXPECT_EQ(n9.next, nullptr);
 }
 
 TEST_F(LinkedQueue, DeleteFixesTheEnds) {
-  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3}, stranger{nullptr, 9};
-  Append(&a);
-  Append(&b);
-  Append(&c);
+  Item stranger{nullptr, 9};
+  Append({&a, &b, &c});
   EXPECT_EQ(DutQueueDelete(Front(), Rear(), &stranger), nullptr);
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &c), &c);
-  EXPECT_EQ(rear_, &b);
-  EXPECT_EQ(b.next, nullptr);
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &a), &a);
-  EXPECT_EQ(front_, &b);
-  EXPECT_EQ(rear_, &b);
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &b), &b);
+  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &b), &b);  // the middle
+  EXPECT_EQ(State(), (QState{{1, 3}, 3}));
+  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &c), &c);  // the rear
+  EXPECT_EQ(State(), (QState{{1}, 1}));
+  Append({&d});
+  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &a), &a);  // the front
+  EXPECT_EQ(State(), (QState{{4}, 4}));
+  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &d), &d);  // the only one
+  EXPECT_EQ(State(), (QState{{}, -1}));
   EXPECT_EQ(front_, nullptr);
-  EXPECT_EQ(rear_, nullptr);
-
-  Append(&a);
-  Append(&b);
-  Append(&c);
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &b), &b);
-  EXPECT_EQ(Values(front_), (std::vector<int>{1, 3}));
-  EXPECT_EQ(rear_, &c);
-}
-
-TEST_F(LinkedQueue, CloseFreesEveryNode) {
-  for (int i = 0; i < 4; ++i) Append(NewItem(i));
-  DutQueueClose(Front(), Rear());
-  EXPECT_EQ(front_, nullptr);
-  EXPECT_EQ(rear_, nullptr);
 }
 
 // ---- Deque ---------------------------------------------------------------------
@@ -435,65 +301,43 @@ class LinkedDeque : public ::testing::Test {
     DutDqOpen(&dq_);
     ASSERT_NE(dq_, nullptr);
   }
+  // Tests unlink their stack-held items first: the close frees what is left.
   void TearDown() override {
     if (dq_ != nullptr) DutDqClose(&dq_);
   }
-  // Unlinks every stack-held item so that the close frees only the sentinel.
-  void Drain() {
-    while (DutDqPop(dq_) != nullptr) {
-    }
-  }
   D_DQ_NODE *dq_ = nullptr;
+  DqItem a{nullptr, nullptr, 1}, b{nullptr, nullptr, 2}, c{nullptr, nullptr, 3};
 };
 
-TEST_F(LinkedDeque, FreshDequeIsEmptyAndSelfLinked) {
+TEST_F(LinkedDeque, InsertDetachPopAndTheEmptyDeque) {
   EXPECT_EQ(dq_->next, dq_);
   EXPECT_EQ(dq_->prev, dq_);
   EXPECT_EQ(DutDqFirst(dq_), nullptr);
   EXPECT_EQ(DutDqLast(dq_), nullptr);
   EXPECT_EQ(DutDqPop(dq_), nullptr);
   EXPECT_EQ(DutDqDetach(dq_, dq_), nullptr);
-  EXPECT_EQ(dq_->next, dq_);
-  EXPECT_EQ(dq_->prev, dq_);
-}
 
-TEST_F(LinkedDeque, RightInsertPlacesAfterTheGivenNode) {
-  DqItem a{nullptr, nullptr, 1}, b{nullptr, nullptr, 2}, c{nullptr, nullptr, 3};
   DutDqRightInsert(&a, dq_);
   DutDqRightInsert(&b, dq_);  // right of the sentinel: the new first item
   DutDqRightInsert(&c, DutDqLast(dq_));
-  EXPECT_EQ(DqValues(dq_), (std::vector<int>{2, 1, 3}));
+  EXPECT_EQ(DqValues(dq_), (Ints{2, 1, 3}));
   EXPECT_EQ(DutDqFirst(dq_), &b);
   EXPECT_EQ(DutDqLast(dq_), &c);
-  Drain();
-}
 
-TEST_F(LinkedDeque, DetachUnlinksButLeavesTheNodesOwnLinks) {
-  DqItem a{nullptr, nullptr, 1}, b{nullptr, nullptr, 2}, c{nullptr, nullptr, 3};
-  DutDqRightInsert(&a, dq_);
-  DutDqRightInsert(&b, &a);
-  DutDqRightInsert(&c, &b);
-  EXPECT_EQ(DutDqDetach(dq_, &b), &b);
-  EXPECT_EQ(b.prev, &a);
-  EXPECT_EQ(b.next, &c);
-  EXPECT_EQ(DqValues(dq_), (std::vector<int>{1, 3}));
-  EXPECT_EQ(DutDqDetach(dq_, dq_), nullptr);
-  EXPECT_EQ(DqValues(dq_), (std::vector<int>{1, 3}));
+  EXPECT_EQ(DutDqDetach(dq_, &a), &a);  // unlinked, its own links left
+  EXPECT_EQ(a.prev, &b);
+  EXPECT_EQ(a.next, &c);
+  EXPECT_EQ(DqValues(dq_), (Ints{2, 3}));
+  EXPECT_EQ(DutDqDetach(dq_, dq_), nullptr);  // never the sentinel
+  EXPECT_EQ(DqValues(dq_), (Ints{2, 3}));
   EXPECT_EQ(DutDqDetach(dq_, &c), &c);
-  EXPECT_EQ(DutDqLast(dq_), &a);
-  EXPECT_EQ(DutDqPop(dq_), &a);
-  EXPECT_EQ(DutDqFirst(dq_), nullptr);
+  EXPECT_EQ(DutDqLast(dq_), &b);
+  DutDqRightInsert(&c, dq_->prev);  // append
+  EXPECT_EQ(DutDqPop(dq_), &b);     // pops from the front
+  EXPECT_EQ(DutDqPop(dq_), &c);
+  EXPECT_EQ(DutDqPop(dq_), nullptr);
   EXPECT_EQ(dq_->next, dq_);
   EXPECT_EQ(dq_->prev, dq_);
-}
-
-TEST_F(LinkedDeque, PopTakesFromTheFront) {
-  DqItem items[3] = {{nullptr, nullptr, 0}, {nullptr, nullptr, 1}, {nullptr, nullptr, 2}};
-  for (DqItem &item : items) DutDqRightInsert(&item, dq_->prev);  // append
-  EXPECT_EQ(DutDqPop(dq_), &items[0]);
-  EXPECT_EQ(DutDqPop(dq_), &items[1]);
-  EXPECT_EQ(DutDqPop(dq_), &items[2]);
-  EXPECT_EQ(DutDqPop(dq_), nullptr);
 }
 
 TEST_F(LinkedDeque, CloseFreesNodesAndSentinelAndClearsTheHolder) {
@@ -506,138 +350,8 @@ TEST_F(LinkedDeque, CloseFreesNodesAndSentinelAndClearsTheHolder) {
   EXPECT_EQ(dq_, nullptr);
 }
 
-// ---- Pointer stack ---------------------------------------------------------------
-
-TEST(PointerStack, PushFindPop) {
-  int x = 1, y = 2, z = 3;
-  D_PST_NODE *head = nullptr;
-  EXPECT_EQ(DutFindPstNode(head, &x), nullptr);
-  D_PST_NODE *nx = DutPushPstNode(&head, &x);
-  ASSERT_NE(nx, nullptr);
-  EXPECT_EQ(nx->ptr, &x);
-  EXPECT_EQ(head, nx);
-  D_PST_NODE *ny = DutPushPstNode(&head, &y);
-  EXPECT_EQ(head, ny);
-  EXPECT_EQ(ny->next, nx);
-  EXPECT_EQ(DutFindPstNode(head, &x), nx);
-  EXPECT_EQ(DutFindPstNode(head, &y), ny);
-  EXPECT_EQ(DutFindPstNode(head, &z), nullptr);
-  EXPECT_EQ(DutPopPstNode(&head), &y);
-  EXPECT_EQ(DutPopPstNode(&head), &x);
-  EXPECT_EQ(head, nullptr);
-  EXPECT_EQ(DutPopPstNode(&head), nullptr);
-}
-
-// ---- Pointer queue ---------------------------------------------------------------
-
-class PointerQueue : public ::testing::Test {
- protected:
-  void TearDown() override { DutPqClose(&hdr_); }
-  D_PQ_HDR hdr_{nullptr, nullptr};
-  int v_[8] = {0, 1, 2, 3, 4, 5, 6, 7};
-};
-
-TEST_F(PointerQueue, PushAddPopCountFind) {
-  EXPECT_EQ(DutPqCount(&hdr_), 0);
-  EXPECT_EQ(DutPqPop(&hdr_), nullptr);
-  D_PQ_NODE *n1 = DutPqAdd(&hdr_, &v_[1]);
-  ASSERT_NE(n1, nullptr);
-  EXPECT_EQ(D_PQ_FRONT(&hdr_), n1);
-  EXPECT_EQ(D_PQ_REAR(&hdr_), n1);
-  D_PQ_NODE *n0 = DutPqPush(&hdr_, &v_[0]);
-  EXPECT_EQ(D_PQ_FRONT(&hdr_), n0);
-  EXPECT_EQ(D_PQ_REAR(&hdr_), n1);
-  D_PQ_NODE *n2 = DutPqAdd(&hdr_, &v_[2]);
-  EXPECT_EQ(D_PQ_REAR(&hdr_), n2);
-  EXPECT_EQ(PqPointers(hdr_), (std::vector<void *>{&v_[0], &v_[1], &v_[2]}));
-  EXPECT_EQ(DutPqCount(&hdr_), 3);
-  EXPECT_EQ(DutPqFind(&hdr_, &v_[1]), &v_[1]);
-  EXPECT_EQ(DutPqFind(&hdr_, &v_[5]), nullptr);
-
-  EXPECT_EQ(DutPqPop(&hdr_), &v_[0]);
-  EXPECT_EQ(DutPqPop(&hdr_), &v_[1]);
-  EXPECT_EQ(DutPqPop(&hdr_), &v_[2]);
-  EXPECT_EQ(hdr_.front, nullptr);
-  EXPECT_EQ(hdr_.rear, nullptr);
-  EXPECT_EQ(DutPqPop(&hdr_), nullptr);
-
-  DutPqPush(&hdr_, &v_[3]);  // a push into an empty queue sets the rear
-  EXPECT_EQ(hdr_.rear, hdr_.front);
-}
-
-TEST_F(PointerQueue, RInsertUpdatesTheRearOnlyAfterTheRear) {
-  D_PQ_NODE *n1 = DutPqAdd(&hdr_, &v_[1]);
-  D_PQ_NODE *n2 = DutPqAdd(&hdr_, &v_[2]);
-  D_PQ_NODE *mid = DutPqRInsert(&hdr_, &v_[5], n1);
-  ASSERT_NE(mid, nullptr);
-  EXPECT_EQ(mid->ptr, &v_[5]);
-  EXPECT_EQ(hdr_.rear, n2);
-  D_PQ_NODE *last = DutPqRInsert(&hdr_, &v_[6], n2);
-  EXPECT_EQ(hdr_.rear, last);
-  EXPECT_EQ(last->next, nullptr);
-  EXPECT_EQ(PqPointers(hdr_), (std::vector<void *>{&v_[1], &v_[5], &v_[2], &v_[6]}));
-}
-
-TEST_F(PointerQueue, InsertReturnsTheOneBasedPosition) {
-  EXPECT_EQ(DutPqInsert(&hdr_, &v_[4], &PointerComesBefore), 1);  // empty
-  EXPECT_EQ(DutPqInsert(&hdr_, &v_[5], &PointerComesBefore), 2);  // appended
-  EXPECT_EQ(DutPqInsert(&hdr_, &v_[6], &PointerComesBefore), 3);
-  EXPECT_EQ(hdr_.rear->ptr, &v_[6]);
-  // Three elements that all stay before it: position 4, the new rear.
-  EXPECT_EQ(DutPqInsert(&hdr_, &v_[7], &PointerComesBefore), 4);
-  EXPECT_EQ(hdr_.rear->ptr, &v_[7]);
-  EXPECT_EQ(DutPqInsert(&hdr_, &v_[1], &PointerComesBefore), 1);  // new front
-  EXPECT_EQ(hdr_.front->ptr, &v_[1]);
-  int another_five = 5;
-  EXPECT_EQ(DutPqInsert(&hdr_, &another_five, &PointerComesBefore), 4);  // after the equal 5
-  EXPECT_EQ(PqPointers(hdr_),
-            (std::vector<void *>{&v_[1], &v_[4], &v_[5], &another_five, &v_[6], &v_[7]}));
-  EXPECT_EQ(DutPqCount(&hdr_), 6);
-}
-
-TEST_F(PointerQueue, InsertKeepsArrivalOrderAmongEquals) {
-  int first = 3, second = 3, third = 3, low = 1;
-  EXPECT_EQ(DutPqInsert(&hdr_, &first, &PointerComesBefore), 1);
-  EXPECT_EQ(DutPqInsert(&hdr_, &second, &PointerComesBefore), 2);
-  EXPECT_EQ(DutPqInsert(&hdr_, &third, &PointerComesBefore), 3);
-  EXPECT_EQ(DutPqInsert(&hdr_, &low, &PointerComesBefore), 1);
-  EXPECT_EQ(PqPointers(hdr_), (std::vector<void *>{&low, &first, &second, &third}));
-  EXPECT_EQ(hdr_.rear->ptr, &third);
-}
-
-TEST_F(PointerQueue, DeleteFixesFrontAndRear) {
-  DutPqAdd(&hdr_, &v_[1]);
-  DutPqAdd(&hdr_, &v_[2]);
-  DutPqAdd(&hdr_, &v_[3]);
-  DutPqAdd(&hdr_, &v_[2]);
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[7]), nullptr);
-  EXPECT_EQ(DutPqCount(&hdr_), 4);
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[2]), &v_[2]);  // the first holder only
-  EXPECT_EQ(PqPointers(hdr_), (std::vector<void *>{&v_[1], &v_[3], &v_[2]}));
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[2]), &v_[2]);  // the rear
-  EXPECT_EQ(hdr_.rear->ptr, &v_[3]);
-  EXPECT_EQ(hdr_.rear->next, nullptr);
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[1]), &v_[1]);  // the front
-  EXPECT_EQ(hdr_.front->ptr, &v_[3]);
-  EXPECT_EQ(hdr_.front, hdr_.rear);
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[3]), &v_[3]);
-  EXPECT_EQ(hdr_.front, nullptr);
-  EXPECT_EQ(hdr_.rear, nullptr);
-}
-
-TEST_F(PointerQueue, CloseFreesAndClears) {
-  for (int &value : v_) DutPqAdd(&hdr_, &value);
-  EXPECT_EQ(DutPqCount(&hdr_), 8);
-  DutPqClose(&hdr_);
-  EXPECT_EQ(hdr_.front, nullptr);
-  EXPECT_EQ(hdr_.rear, nullptr);
-  EXPECT_EQ(DutPqCount(&hdr_), 0);
-}
-
-// ---- Pointer deque -----------------------------------------------------------------
-
 TEST_F(LinkedDeque, PointerNodesGoInFrontAndDeleteTheFirstHolder) {
-  int x = 1, y = 2;
+  int x = 1, y = 2, absent = 0;
   D_PDQ_NODE *nx = DutAddPdqNode(dq_, &x);
   ASSERT_NE(nx, nullptr);
   EXPECT_EQ(nx->ptr, &x);
@@ -647,66 +361,132 @@ TEST_F(LinkedDeque, PointerNodesGoInFrontAndDeleteTheFirstHolder) {
   D_PDQ_NODE *nx2 = DutAddPdqNode(dq_, &x);
   EXPECT_EQ(DutFindPdqNode(dq_, &x), nx2);  // searched from the front
   EXPECT_EQ(DutFindPdqNode(dq_, &y), ny);
-
-  int absent = 0;
   EXPECT_EQ(DutFindPdqNode(dq_, &absent), nullptr);
   EXPECT_EQ(DutDeletePdqNode(dq_, &absent), -1);
   EXPECT_EQ(DutDqFirst(dq_), nx2);
-
   EXPECT_EQ(DutDeletePdqNode(dq_, &x), 0);
   EXPECT_EQ(DutDqFirst(dq_), ny);
   EXPECT_EQ(DutFindPdqNode(dq_, &x), nx);
   EXPECT_EQ(DutDeletePdqNode(dq_, &x), 0);
   EXPECT_EQ(DutFindPdqNode(dq_, &x), nullptr);
-  EXPECT_EQ(DutDqLast(dq_), ny);
-  // ny is left for the close to free.
+  EXPECT_EQ(DutDqLast(dq_), ny);  // left for the close to free
+}
+
+// ---- Pointer stack and queue ------------------------------------------------------
+
+TEST(PointerStack, PushFindPop) {
+  int x = 1, y = 2, z = 3;
+  D_PST_NODE *head = nullptr;
+  EXPECT_EQ(DutFindPstNode(head, &x), nullptr);
+  D_PST_NODE *nx = DutPushPstNode(&head, &x);
+  ASSERT_NE(nx, nullptr);
+  EXPECT_EQ(nx->ptr, &x);
+  D_PST_NODE *ny = DutPushPstNode(&head, &y);
+  EXPECT_EQ(head, ny);
+  EXPECT_EQ(ny->next, nx);
+  EXPECT_EQ(DutFindPstNode(head, &x), nx);
+  EXPECT_EQ(DutFindPstNode(head, &z), nullptr);
+  EXPECT_EQ(DutPopPstNode(&head), &y);
+  EXPECT_EQ(DutPopPstNode(&head), &x);
+  EXPECT_EQ(head, nullptr);
+  EXPECT_EQ(DutPopPstNode(&head), nullptr);
+}
+
+class PointerQueue : public ::testing::Test {
+ protected:
+  void TearDown() override { DutPqClose(&hdr_); }
+  // The item pointers from the front, checked against the rear and count.
+  std::vector<void *> Items() {
+    std::vector<void *> pointers;
+    for (D_PQ_NODE *p = D_PQ_FRONT(&hdr_); p != nullptr; p = p->next) pointers.push_back(p->ptr);
+    EXPECT_EQ(D_PQ_REAR(&hdr_) == nullptr ? nullptr : D_PQ_REAR(&hdr_)->ptr,
+              pointers.empty() ? nullptr : pointers.back());
+    EXPECT_EQ(DutPqCount(&hdr_), static_cast<D_INT4>(pointers.size()));
+    return pointers;
+  }
+  using Ptrs = std::vector<void *>;
+  D_PQ_HDR hdr_{nullptr, nullptr};
+  int v_[8] = {0, 1, 2, 3, 4, 5, 6, 7};
+};
+
+TEST_F(PointerQueue, PushAddRInsertPopFind) {
+  EXPECT_EQ(DutPqPop(&hdr_), nullptr);
+  D_PQ_NODE *n1 = DutPqAdd(&hdr_, &v_[1]);
+  ASSERT_NE(n1, nullptr);
+  EXPECT_EQ(n1->ptr, &v_[1]);
+  EXPECT_EQ(DutPqPush(&hdr_, &v_[0])->ptr, &v_[0]);
+  D_PQ_NODE *n2 = DutPqAdd(&hdr_, &v_[2]);
+  EXPECT_EQ(Items(), (Ptrs{&v_[0], &v_[1], &v_[2]}));
+  EXPECT_EQ(DutPqRInsert(&hdr_, &v_[5], n1)->ptr, &v_[5]);  // inside: the rear stays
+  EXPECT_EQ(DutPqRInsert(&hdr_, &v_[6], n2)->ptr, &v_[6]);  // after the rear: the new rear
+  EXPECT_EQ(Items(), (Ptrs{&v_[0], &v_[1], &v_[5], &v_[2], &v_[6]}));
+  EXPECT_EQ(DutPqFind(&hdr_, &v_[1]), &v_[1]);
+  EXPECT_EQ(DutPqFind(&hdr_, &v_[7]), nullptr);
+  for (int i : {0, 1, 5, 2, 6}) EXPECT_EQ(DutPqPop(&hdr_), &v_[i]);
+  EXPECT_EQ(hdr_.front, nullptr);
+  EXPECT_EQ(hdr_.rear, nullptr);
+  EXPECT_EQ(DutPqPop(&hdr_), nullptr);
+  DutPqPush(&hdr_, &v_[3]);  // a push into an empty queue sets the rear
+  EXPECT_EQ(Items(), (Ptrs{&v_[3]}));
+}
+
+TEST_F(PointerQueue, InsertReturnsTheOneBasedPositionAndIsStable) {
+  int another_five = 5, first_three = 3, second_three = 3;
+  const std::pair<int *, D_INT4> steps[] = {
+      {&v_[4], 1}, {&v_[5], 2}, {&v_[6], 3},  // empty, then appended
+      {&v_[7], 4},                            // all stay before it: the new rear
+      {&v_[1], 1},                            // the new front
+      {&another_five, 4},                     // after the equal 5
+      {&first_three, 2},     {&second_three, 3}};
+  for (auto [ptr, position] : steps) {
+    EXPECT_EQ(DutPqInsert(&hdr_, ptr, &PointerComesBefore), position) << *ptr;
+  }
+  EXPECT_EQ(Items(),
+            (Ptrs{&v_[1], &first_three, &second_three, &v_[4], &v_[5], &another_five, &v_[6], &v_[7]}));
+}
+
+TEST_F(PointerQueue, DeleteFixesFrontAndRearAndCloseClears) {
+  for (int i : {1, 2, 3, 2}) DutPqAdd(&hdr_, &v_[i]);
+  EXPECT_EQ(DutPqDelete(&hdr_, &v_[7]), nullptr);
+  EXPECT_EQ(Items(), (Ptrs{&v_[1], &v_[2], &v_[3], &v_[2]}));
+  EXPECT_EQ(DutPqDelete(&hdr_, &v_[2]), &v_[2]);  // the first holder only
+  EXPECT_EQ(Items(), (Ptrs{&v_[1], &v_[3], &v_[2]}));
+  EXPECT_EQ(DutPqDelete(&hdr_, &v_[2]), &v_[2]);  // the rear
+  EXPECT_EQ(Items(), (Ptrs{&v_[1], &v_[3]}));
+  EXPECT_EQ(DutPqDelete(&hdr_, &v_[1]), &v_[1]);  // the front
+  EXPECT_EQ(Items(), (Ptrs{&v_[3]}));
+  EXPECT_EQ(DutPqDelete(&hdr_, &v_[3]), &v_[3]);
+  EXPECT_EQ(hdr_.front, nullptr);
+  EXPECT_EQ(hdr_.rear, nullptr);
+
+  for (int &value : v_) DutPqAdd(&hdr_, &value);
+  DutPqClose(&hdr_);
+  EXPECT_EQ(hdr_.front, nullptr);
+  EXPECT_EQ(hdr_.rear, nullptr);
+  EXPECT_EQ(DutPqCount(&hdr_), 0);
 }
 
 // ---- Assertions on null holders --------------------------------------------------
 
-// The statement runs in a child with fatal errors set to abort and the
-// report on standard error, where the expression text is matched.
-#define EXPECT_ASSERTION(statement, text_regex)                                   \
-  EXPECT_EXIT(                                                                   \
-      {                                                                          \
-        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);                                \
-        DutSetFatalErrorFile(stderr);                                            \
-        statement;                                                               \
-      },                                                                         \
-      ::testing::KilledBySignal(SIGABRT), "Assertion <" text_regex "> failed")
-
+// One null holder or function per family; and deleting from an empty
+// pointer queue.
 TEST(LinkedListDeath, NullHoldersAndNodesAreAssertions) {
   Item a{nullptr, 1};
   Item *head = &a;
-  void *front = nullptr;
-  void *rear = nullptr;
-  EXPECT_ASSERTION(DutListDelete(nullptr, &a), "headp");
-  EXPECT_ASSERTION(DutListDelete(Head(head), nullptr), "[^>]+");
-  EXPECT_ASSERTION(DutListTravDel(nullptr, &RemoveAndFree, nullptr), "headp != NULL");
-  EXPECT_ASSERTION(DutListTravDel(Head(head), nullptr, nullptr), "del_func != NULL");
-  EXPECT_ASSERTION(DutListPos(nullptr, &a), "front");
-  EXPECT_ASSERTION(DutListPos(&a, nullptr), "element");
-  EXPECT_ASSERTION(DutQueueAppend(nullptr, &rear, &a), "frontp != NULL");
-  EXPECT_ASSERTION(DutQueueAppend(&front, nullptr, &a), "rearp != NULL");
-  EXPECT_ASSERTION(DutQueueAppend(&front, &rear, nullptr), "p != NULL");
-  EXPECT_ASSERTION(DutQueuePop(nullptr, &rear), "frontp != NULL");
-  EXPECT_ASSERTION(DutQueueRightInsert(&front, &rear, &a, nullptr), "pp != NULL");
-  EXPECT_ASSERTION(DutQueueLeftFind(&front, &rear, &a, nullptr), "cmp_func != NULL");
-  EXPECT_ASSERTION(DutDqOpen(nullptr), "pdq != NULL");
-}
-
-TEST(LinkedListDeath, DequeAndPointerQueueAssertions) {
-  D_DQ_NODE *dq = nullptr;
-  DutDqOpen(&dq);
-  DqItem item{nullptr, nullptr, 1};
+  void *front = nullptr, *rear = nullptr;
   D_PQ_HDR hdr{nullptr, nullptr};
   int x = 0;
-  // Which of the two texts names which argument is the implementation's.
-  EXPECT_ASSERTION(DutDqRightInsert(nullptr, dq), "[dp] != NULL");
-  EXPECT_ASSERTION(DutDqRightInsert(&item, nullptr), "[dp] != NULL");
-  EXPECT_ASSERTION(DutPqPush(nullptr, &x), "hdr != NULL");
-  EXPECT_ASSERTION(DutPqDelete(&hdr, &x), "D_PQ_FRONT\\(hdr\\)");
-  DutDqClose(&dq);
+  VQTEST_EXPECT_ASSERTION(DutListDelete(nullptr, &a), "headp");
+  VQTEST_EXPECT_ASSERTION(DutListTravDel(Head(head), nullptr, nullptr), "del_func != NULL");
+  VQTEST_EXPECT_ASSERTION(DutListPos(&a, nullptr), "element");
+  VQTEST_EXPECT_ASSERTION(DutQueueAppend(&front, nullptr, &a), "rearp != NULL");
+  VQTEST_EXPECT_ASSERTION(DutQueuePop(nullptr, &rear), "frontp != NULL");
+  VQTEST_EXPECT_ASSERTION(DutQueueRightInsert(&front, &rear, &a, nullptr), "pp != NULL");
+  VQTEST_EXPECT_ASSERTION(DutQueueLeftFind(&front, &rear, &a, nullptr), "cmp_func != NULL");
+  VQTEST_EXPECT_ASSERTION(DutDqOpen(nullptr), "pdq != NULL");
+  VQTEST_EXPECT_ASSERTION(DutDqRightInsert(nullptr, nullptr), "[dp] != NULL");
+  VQTEST_EXPECT_ASSERTION(DutPqPush(nullptr, &x), "hdr != NULL");
+  VQTEST_EXPECT_ASSERTION(DutPqDelete(&hdr, &x), "D_PQ_FRONT\\(hdr\\)");
 }
 
 }  // namespace

@@ -1,20 +1,22 @@
 // Process identity (DutInit, D_INIT, CPU time, user name) and the text
-// conversions of type masks, booleans, identifiers and slot names.
+// conversions: type masks, booleans, identifiers, slot names and numbers
+// (the lexer's number grammar, the whole text consumed, and the warnings).
 #include <gtest/gtest.h>
 
 #include <csetjmp>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
-#include "init_support.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/init.h"
-
-using inittest::OutputCapture;
+#include "vqutil/strutil.h"
+#include "vqutil/thread.h"
 
 namespace {
-
-// ---- Process type and the default jump buffer ---------------------------------
 
 TEST(InitProcess, TypeIsKeptByPointer) {
   setenv("VQDEBUGFILENAME", "stderr", 1);
@@ -22,10 +24,6 @@ TEST(InitProcess, TypeIsKeptByPointer) {
   static const char kType[] = "test_monitor";
   EXPECT_EQ(DutInit(kType), 0);
   EXPECT_EQ(DutGetProcessType(), kType);
-}
-
-TEST(InitProcessDeath, NullTypeIsAnAssertion) {
-  INIT_EXPECT_ASSERTION(DutInit(nullptr), "process_type != NULL");
 }
 
 int ToStderr(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
@@ -44,12 +42,26 @@ TEST(InitProcessDeath, JumpToTheDefaultBufferExitsWithStatusTwo) {
               "^Default error jump buffer has not been set\\.  Exiting\\.\n$");
 }
 
+TEST(InitProcessDeath, NullTextsAreAssertions) {
+  D_UINT4 type = 0;
+  D_BOOL flag = 0;
+  VQTEST_EXPECT_ASSERTION(DutInit(nullptr), "process_type != NULL");
+  VQTEST_EXPECT_ASSERTION(DutStringToType(&type, nullptr), "type_string");
+  VQTEST_EXPECT_ASSERTION(DutStringToBool(&flag, nullptr), "type_string");
+  VQTEST_EXPECT_ASSERTION(DutStringToId(nullptr), "input_str != NULL");
+  VQTEST_EXPECT_ASSERTION(DutStringToInt(nullptr), "input_str != NULL");
+  VQTEST_EXPECT_ASSERTION(DutStringToIntInvalid(nullptr), "input_str != D_NULL");
+  VQTEST_EXPECT_ASSERTION(DutStringToSignedReal(nullptr), "input_str != NULL");
+  VQTEST_EXPECT_ASSERTION(DutStringToUnsignedReal(nullptr), "input_str != NULL");
+  VQTEST_EXPECT_ASSERTION(DutStringToRealInvalid(nullptr), "input_str != NULL");
+}
+
 TEST(InitProcess, CpuTimeGrowsWithWork) {
   D_WORD start = DutGetCpuTime();
   EXPECT_GE(start, 0);
   volatile double sink = 0;
   D_WORD now = start;
-  // Work until the clock moves; bounded so that a broken clock fails.
+  // Bounded, so that a clock that never moves fails instead of hanging.
   for (long round = 0; round < 200000 && now == start; ++round) {
     for (int i = 0; i < 10000; ++i) sink = sink + i * 0.5;
     now = DutGetCpuTime();
@@ -64,40 +76,36 @@ TEST(InitProcess, UserNameAndItsOverride) {
   EXPECT_EQ(DutGetUserName(buffer), buffer);
   EXPECT_GT(std::strlen(buffer), 0u);
   EXPECT_LT(std::strlen(buffer), sizeof buffer);
-
   setenv("VQ_FORCE_USER_NAME", "operator7", 1);
   EXPECT_STREQ(DutGetUserName(buffer), "operator7");
-  std::string longer(400, 'u');
-  setenv("VQ_FORCE_USER_NAME", longer.c_str(), 1);
-  DutGetUserName(buffer);
-  EXPECT_EQ(std::strlen(buffer), sizeof buffer - 1);
+  setenv("VQ_FORCE_USER_NAME", std::string(400, 'u').c_str(), 1);
+  EXPECT_EQ(std::strlen(DutGetUserName(buffer)), sizeof buffer - 1);  // cut, not overrun
   unsetenv("VQ_FORCE_USER_NAME");
 }
 
-// ---- Type masks ------------------------------------------------------------------------
-
 TEST(InitTypeText, ShortcutsAndJoinedNames) {
+  const std::pair<D_UINT4, const char *> cases[] = {
+      {0, "void"},
+      {D_TYPE_ANY_VALUE, "any value"},
+      {D_TYPE_ANY_VALUE | D_TYPE_SLOT, "any slot"},
+      {D_TYPE_ANY_VALUE | D_TYPE_INTEGER, "any value"},
+      {16383, "any slot"},
+      {3, "boolean or enumerated"},
+      {9, "boolean or string"},
+      {D_TYPE_FIRST_ARG | D_TYPE_SLOT | D_TYPE_FLOAT | D_TYPE_INTEGER,
+       "type of first argument or slot or float or integer"},
+      // One value bit short of the shortcut: every other name, none cut off.
+      {16383 & ~D_TYPE_STRING,
+       "boolean or enumerated or numeric or enumerated set or numeric set or string set or "
+       "enumerated list or numeric list or string list or type of first argument or slot or "
+       "float or integer"},
+  };
   char buffer[D_TYPE_TEXT_SIZE];
-  EXPECT_STREQ(DutTypeToString(0, buffer), "void");
-  EXPECT_STREQ(DutTypeToString(D_TYPE_ANY_VALUE, buffer), "any value");
-  EXPECT_STREQ(DutTypeToString(D_TYPE_ANY_VALUE | D_TYPE_SLOT, buffer), "any slot");
-  EXPECT_STREQ(DutTypeToString(D_TYPE_ANY_VALUE | D_TYPE_INTEGER, buffer), "any value");
-  EXPECT_STREQ(DutTypeToString(16383, buffer), "any slot");
-  EXPECT_STREQ(DutTypeToString(3, buffer), "boolean or enumerated");
-  EXPECT_STREQ(DutTypeToString(9, buffer), "boolean or string");
-  EXPECT_STREQ(DutTypeToString(D_TYPE_FIRST_ARG | D_TYPE_SLOT | D_TYPE_FLOAT | D_TYPE_INTEGER, buffer),
-               "type of first argument or slot or float or integer");
-  // One value bit short of the shortcut: every other name, none cut off.
-  std::string longest = DutTypeToString(16383 & ~D_TYPE_STRING, buffer);
-  EXPECT_EQ(longest.rfind("boolean or enumerated or numeric or enumerated set", 0), 0u);
-  EXPECT_EQ(longest.substr(longest.size() - 11), " or integer");
-  size_t joins = 0;
-  for (size_t at = longest.find(" or "); at != std::string::npos; at = longest.find(" or ", at + 1)) ++joins;
-  EXPECT_EQ(joins, 12u);
+  for (const auto &[mask, text] : cases) EXPECT_STREQ(DutTypeToString(mask, buffer), text) << mask;
 }
 
 TEST(InitTypeText, IllegalMaskAndStaticBuffer) {
-  OutputCapture capture;
+  vqtest::OutputCapture capture;
   char buffer[D_TYPE_TEXT_SIZE];
   EXPECT_STREQ(DutTypeToString(D_TYPE_ILLEGAL, buffer), "<BAD TYPE 16384>");
   EXPECT_EQ(capture.Take(), "WARNING: DutTypeToString:illegal value: 16384.\n");
@@ -106,88 +114,119 @@ TEST(InitTypeText, IllegalMaskAndStaticBuffer) {
 
   char *first = DutTypeToString(D_TYPE_NUMERIC, nullptr);
   EXPECT_STREQ(first, "numeric");
-  char *second = DutTypeToString(D_TYPE_STRING, nullptr);
-  EXPECT_EQ(first, second);
+  EXPECT_EQ(DutTypeToString(D_TYPE_STRING, nullptr), first);
   EXPECT_STREQ(first, "string");
 }
 
 TEST(InitTypeText, StringToTypeAndBool) {
   DutErrNumSet(D_ERR_TIMEOUT_REACHED);
-  D_UINT4 type = 999;
-  EXPECT_TRUE(DutStringToType(&type, "Numeric"));
-  EXPECT_EQ(type, static_cast<D_UINT4>(D_TYPE_NUMERIC));
-  EXPECT_TRUE(DutStringToType(&type, "  BOOLEAN  "));
-  EXPECT_EQ(type, static_cast<D_UINT4>(D_TYPE_BOOLEAN));
-  EXPECT_TRUE(DutStringToType(&type, "enumerated"));
-  EXPECT_EQ(type, static_cast<D_UINT4>(D_TYPE_ENUM));
-  EXPECT_TRUE(DutStringToType(&type, "sTrInG"));
-  EXPECT_EQ(type, static_cast<D_UINT4>(D_TYPE_STRING));
-  type = 999;
-  for (const char *bad : {"numeric list", "list", "", "\"string\"", "numeric,", "slot", "5", "\"open"}) {
-    EXPECT_FALSE(DutStringToType(&type, bad)) << bad;
-    EXPECT_EQ(type, 999u) << bad;
+  const std::pair<const char *, D_UINT4> types[] = {{"Numeric", D_TYPE_NUMERIC},
+                                                    {"  BOOLEAN  ", D_TYPE_BOOLEAN},
+                                                    {"enumerated", D_TYPE_ENUM},
+                                                    {"sTrInG", D_TYPE_STRING}};
+  for (const auto &[text, mask] : types) {
+    D_UINT4 type = 999;
+    EXPECT_TRUE(DutStringToType(&type, text)) << text;
+    EXPECT_EQ(type, mask) << text;
   }
-
-  D_BOOL flag = 7;
-  EXPECT_TRUE(DutStringToBool(&flag, "TRUE"));
-  EXPECT_EQ(flag, 1);
-  EXPECT_TRUE(DutStringToBool(&flag, "False"));
-  EXPECT_EQ(flag, 0);
-  flag = 7;
-  for (const char *bad : {"yes", "true false", "1", "", "truex"}) {
+  for (const auto &[text, value] : {std::pair{"TRUE", 1}, std::pair{"False", 0}}) {
+    D_BOOL flag = 7;
+    EXPECT_TRUE(DutStringToBool(&flag, text)) << text;
+    EXPECT_EQ(flag, value) << text;
+  }
+  // Both take exactly one word: neither accepts a second token, a quoted
+  // text, a number or a lexical error.
+  for (const char *bad : {"numeric list", "true false", "list", "yes", "slot", "truex", "", "\"string\"",
+                          "\"true\"", "numeric,", "5", "1", "\"open"}) {
+    D_UINT4 type = 999;
+    D_BOOL flag = 7;
+    EXPECT_FALSE(DutStringToType(&type, bad)) << bad;
     EXPECT_FALSE(DutStringToBool(&flag, bad)) << bad;
+    EXPECT_EQ(type, 999u) << bad;
     EXPECT_EQ(flag, 7) << bad;
   }
-  EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
+  EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);  // failures set no number
 }
 
-TEST(InitTypeTextDeath, NullTextsAreAssertions) {
-  D_UINT4 type = 0;
-  D_BOOL flag = 0;
-  INIT_EXPECT_ASSERTION(DutStringToType(&type, nullptr), "type_string");
-  INIT_EXPECT_ASSERTION(DutStringToBool(&flag, nullptr), "type_string");
-  INIT_EXPECT_ASSERTION(DutStringToId(nullptr), "input_str != NULL");
-}
-
-// ---- Identifiers and slots ---------------------------------------------------------------
-
-TEST(InitIdentifiers, StringToIdUsesOneStaticBuffer) {
+TEST(InitIdentifiers, StaticIdAndValidity) {
   const char *id = DutStringToId("  abc_1 ");
   ASSERT_NE(id, nullptr);
   EXPECT_STREQ(id, "abc_1");
-  const char *again = DutStringToId("other");
-  EXPECT_EQ(again, id);
+  EXPECT_EQ(DutStringToId("other"), id);
   EXPECT_STREQ(id, "other");
-  for (const char *bad : {"1abc", "a b", "", "a.b", "\"quoted\""}) EXPECT_EQ(DutStringToId(bad), nullptr) << bad;
-}
-
-TEST(InitIdentifiers, IdIsValid) {
-  EXPECT_EQ(DutIdIsValid(""), 1);
-  EXPECT_EQ(DutIdIsValid("9lives"), 0);
-  EXPECT_EQ(DutIdIsValid("a%_b9"), 1);
-  EXPECT_EQ(DutIdIsValid("_x"), 1);
-  EXPECT_EQ(DutIdIsValid("%"), 1);
-  EXPECT_EQ(DutIdIsValid("a-b"), 0);
-  EXPECT_EQ(DutIdIsValid("a b"), 0);
-  EXPECT_EQ(DutIdIsValid("a.b"), 0);
-  EXPECT_EQ(DutIdIsValid(nullptr), 0);
-}
-
-TEST(InitIdentifiers, SlotIsValid) {
-  EXPECT_EQ(DutSlotIsValid("a.b.c"), 1);
-  EXPECT_EQ(DutSlotIsValid("plant.unit_7.temp%"), 1);
-  EXPECT_EQ(DutSlotIsValid("a.b.c.d"), 1);
-  EXPECT_EQ(DutSlotIsValid("a.b"), 0);
-  EXPECT_EQ(DutSlotIsValid("a..b.c"), 0);
-  EXPECT_EQ(DutSlotIsValid("a.1b.c"), 0);
-  EXPECT_EQ(DutSlotIsValid("a.b-x.c"), 0);
-  EXPECT_EQ(DutSlotIsValid("abc"), 0);
-  EXPECT_EQ(DutSlotIsValid(""), 0);
-  EXPECT_EQ(DutSlotIsValid(nullptr), 0);
+  for (const char *bad : {"1abc", "a b", "", "a.b", "\"quoted\""}) {
+    EXPECT_EQ(DutStringToId(bad), nullptr) << bad;
+  }
+  const std::pair<const char *, D_INT4> ids[] = {{"", 1},  {"9lives", 0}, {"a%_b9", 1}, {"_x", 1},    {"%", 1},
+                                                 {"a-b", 0}, {"a b", 0},  {"a.b", 0},   {nullptr, 0}};
+  for (const auto &[text, valid] : ids) EXPECT_EQ(DutIdIsValid(text), valid) << (text ? text : "(null)");
   // The splitting skips empty pieces at either end, as the runtime's
-  // tokeniser does.
-  EXPECT_EQ(DutSlotIsValid(".a.b.c"), 1);
-  EXPECT_EQ(DutSlotIsValid("a.b."), 0);
+  // tokeniser does, but ".." inside is refused.
+  const std::pair<const char *, D_INT4> slots[] = {
+      {"a.b.c", 1}, {"plant.unit_7.temp%", 1}, {"a.b.c.d", 1}, {"a.b", 0}, {"a..b.c", 0}, {"a.1b.c", 0},
+      {"a.b-x.c", 0}, {"abc", 0}, {"", 0}, {nullptr, 0}, {".a.b.c", 1}, {"a.b.", 0}};
+  for (const auto &[text, valid] : slots) EXPECT_EQ(DutSlotIsValid(text), valid) << (text ? text : "(null)");
+}
+
+constexpr char kIntWarning[] = "WARNING: DutStringToInt: Unexpected invalid integer detected";
+constexpr char kRealWarning[] = "WARNING: DutStringToSignedReal: Unexpected invalid real number detected";
+
+TEST(StringToInt, ValidAndInvalidTexts) {
+  vqtest::OutputCapture capture;
+  const std::pair<const char *, D_INT4> good[] = {{"42", 42},   {"-17", -17},  {"+5", 5},
+                                                  {"  7  ", 7}, {"12.0", 12},  {"1e3", 1000},
+                                                  {"-0", 0},    {"2147483647", 2147483647},
+                                                  {"-2147483648", -2147483647 - 1}};
+  for (const auto &[text, value] : good) {
+    EXPECT_EQ(DutStringToInt(text), value) << text;
+    EXPECT_FALSE(DutStringToIntInvalid(text)) << text;
+  }
+  EXPECT_EQ(capture.Take(), "");
+  for (const char *bad : {"12x", "12.5", "", "abc", "2147483648", "-2147483649", "1 2", "- -1", "\"3\""}) {
+    EXPECT_EQ(DutStringToInt(bad), 0) << bad;
+    EXPECT_EQ(capture.Take(), kIntWarning) << bad;
+    EXPECT_TRUE(DutStringToIntInvalid(bad)) << bad;
+    EXPECT_EQ(capture.Take(), "") << bad;
+  }
+}
+
+TEST(StringToReal, SignedAndUnsignedReals) {
+  vqtest::OutputCapture capture;
+  const std::pair<const char *, D_REAL8> good[] = {
+      {"-2.5", -2.5}, {".5", 0.5}, {"1.", 1.0}, {"+1e3", 1000.0}};
+  for (const auto &[text, value] : good) {
+    EXPECT_EQ(DutStringToSignedReal(text), value) << text;
+    EXPECT_FALSE(DutStringToRealInvalid(text)) << text;
+  }
+  EXPECT_EQ(capture.Take(), "");
+  for (const char *bad : {"abc", "1.5 2", "", "1.5;", "--1"}) {
+    EXPECT_EQ(DutStringToSignedReal(bad), 0.0) << bad;
+    EXPECT_EQ(capture.Take(), kRealWarning) << bad;
+    EXPECT_TRUE(DutStringToRealInvalid(bad)) << bad;
+  }
+  // The unsigned form refuses any sign, quietly, with -1.
+  const std::pair<const char *, D_REAL8> unsigned_cases[] = {
+      {"2.5", 2.5}, {"0", 0.0}, {"-1", -1.0}, {"+1", -1.0}, {"x", -1.0}, {"3 4", -1.0}};
+  for (const auto &[text, value] : unsigned_cases) EXPECT_EQ(DutStringToUnsignedReal(text), value) << text;
+  EXPECT_EQ(capture.Take(), "");
+}
+
+// Each call has its own lexer and jump target: threads do not interfere,
+// including on the error path.
+TEST(StringToNumberThreads, ParallelParsing) {
+  ASSERT_TRUE(DutInitThreads());
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < 300; ++i) {
+        std::string text = std::to_string(t * 1000 + i);
+        EXPECT_EQ(DutStringToInt(text.c_str()), t * 1000 + i);
+        EXPECT_TRUE(DutStringToIntInvalid((text + ".5").c_str()));
+        EXPECT_EQ(DutStringToUnsignedReal(("-" + text).c_str()), -1.0);
+      }
+    });
+  }
+  for (auto &th : threads) th.join();
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // mutation, raised after the change is complete.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "vqutil/callback.h"
@@ -10,17 +11,15 @@
 
 namespace {
 
-struct Seen {
-  D_WORD event, item, index, other_item, other_index;
-  D_INT4 count_at_call;
-  bool head_set;
-};
+// event, item, index, other item, other index, count seen by the callback
+using Change = std::tuple<D_WORD, D_WORD, D_WORD, D_WORD, D_WORD, D_INT4>;
 
 void record(void *object, void *data, D_WORD arg) {
   auto *change = static_cast<D_PTR_ARY_CHANGE *>(data);
-  auto *seen = reinterpret_cast<std::vector<Seen> *>(arg);
-  seen->push_back({change->event, change->item, change->index, change->other_item, change->other_index,
-                   D_GPA_COUNT(static_cast<D_PTR_ARY *>(object)), change->cb != nullptr});
+  EXPECT_NE(change->cb, nullptr);  // the machinery fills the reserved field
+  reinterpret_cast<std::vector<Change> *>(arg)->emplace_back(
+      change->event, change->item, change->index, change->other_item, change->other_index,
+      D_GPA_COUNT(static_cast<D_PTR_ARY *>(object)));
 }
 
 class PtrAryChange : public ::testing::Test {
@@ -32,76 +31,48 @@ class PtrAryChange : public ::testing::Test {
     ASSERT_NE(cb_, nullptr);
   }
   void TearDown() override { EXPECT_EQ(DutPtrAryDestroy(array_, nullptr, nullptr), D_TRUE); }
-  const Seen &last() const { return seen_.back(); }
   D_PTR_ARY *array_ = nullptr;
   D_CB *cb_ = nullptr;
-  std::vector<Seen> seen_;
+  std::vector<Change> seen_;
 };
 
-TEST_F(PtrAryChange, AdditionsReportTheNewItemAndItsPosition) {
-  DutPtrAryAppend(array_, 10, nullptr);
-  EXPECT_EQ(last().event, D_PTR_ARY_ITEM_ADDED);
-  EXPECT_EQ(last().item, 10);
-  EXPECT_EQ(last().index, 0);
-  EXPECT_EQ(last().other_item, 0);
-  EXPECT_EQ(last().other_index, -1);
-  EXPECT_EQ(last().count_at_call, 1) << "raised after the change";
-  EXPECT_TRUE(last().head_set);
-  DutPtrAryAppend(array_, 30, nullptr);
-  DutPtrAryInsertAfter(array_, 10, 20);  // 10 20 30
-  EXPECT_EQ(last().item, 20);
-  EXPECT_EQ(last().index, 1);
-  DutPtrAryInsertItemAtIndex(array_, 5, 0);  // 5 10 20 30
-  EXPECT_EQ(last().index, 0);
-  DutPtrAryInsertBefore(array_, 10, 7);  // 5 7 10 20 30
-  EXPECT_EQ(last().item, 7);
-  EXPECT_EQ(last().index, 1);
-}
-
-TEST_F(PtrAryChange, InsertBeforeTheLastItemReportsTheAppendedSlot) {
-  DutPtrAryAppend(array_, 1, nullptr);
-  DutPtrAryAppend(array_, 2, nullptr);
-  ASSERT_EQ(DutPtrAryInsertBefore(array_, 2, 9), D_TRUE);  // 1 9 2
-  D_WORD *items = DutPtrAryGetArray(array_);
-  EXPECT_EQ(items[1], 9);
-  EXPECT_EQ(items[2], 2);
-  EXPECT_EQ(last().event, D_PTR_ARY_ITEM_ADDED);
-  EXPECT_EQ(last().item, 9);
-  EXPECT_EQ(last().index, 2) << "count - 1, although the new item sits at count - 2";
-}
-
-TEST_F(PtrAryChange, RemovalsReplaceSwapClearSort) {
-  for (D_WORD v : {4, 1, 4, 3, 4}) DutPtrAryAppend(array_, v, nullptr);
-  seen_.clear();
+TEST_F(PtrAryChange, EveryMutationReportsItsRecordAfterTheChange) {
+  DutPtrAryAppend(array_, 10, nullptr);                // 10
+  DutPtrAryAppend(array_, 30, nullptr);                // 10 30
+  DutPtrAryInsertAfter(array_, 10, 20);                // 10 20 30
+  DutPtrAryInsertItemAtIndex(array_, 5, 0);            // 5 10 20 30
+  DutPtrAryInsertBefore(array_, 10, 7);                // 5 7 10 20 30
+  DutPtrAryInsertBefore(array_, 30, 9);                // 5 7 10 20 9 30
   D_WORD removed = 0;
-  DutPtrAryRemoveItemAtIndex(array_, 1, &removed);  // 4 4 3 4
-  EXPECT_EQ(last().event, D_PTR_ARY_ITEM_REMOVED);
-  EXPECT_EQ(last().item, 1);
-  EXPECT_EQ(last().index, 1);
+  DutPtrAryRemoveItemAtIndex(array_, 1, &removed);     // 5 10 20 9 30
+  DutPtrAryRemove(array_, 20);                         // 5 10 9 30
+  DutPtrAryAppend(array_, 5, nullptr);                 // 5 10 9 30 5
   D_INT4 n = 0;
-  DutPtrAryRemoveAll(array_, 4, &n);  // 3
-  EXPECT_EQ(n, 3);
-  EXPECT_EQ(seen_.size(), 2u) << "remove-all raises one event";
-  EXPECT_EQ(last().event, D_PTR_ARY_ALL_REMOVED);
-  EXPECT_EQ(last().item, 4);
-  EXPECT_EQ(last().index, -1);
-  DutPtrAryAppend(array_, 8, nullptr);  // 3 8
-  DutPtrArySwapItems(array_, 0, 1);      // 8 3
-  EXPECT_EQ(last().event, D_PTR_ARY_ITEMS_SWAPPED);
-  EXPECT_EQ(last().item, 8);
-  EXPECT_EQ(last().index, 0);
-  EXPECT_EQ(last().other_item, 3);
-  EXPECT_EQ(last().other_index, 1);
-  DutPtrAryReplaceItemAtIndex(array_, 6, 1, nullptr);  // 8 6
-  EXPECT_EQ(last().event, D_PTR_ARY_ITEM_REPLACED);
-  EXPECT_EQ(last().item, 6);
-  EXPECT_EQ(last().index, 1);
+  DutPtrAryRemoveAll(array_, 5, &n);                   // 10 9 30
+  DutPtrArySwapItems(array_, 0, 2);                    // 30 9 10
+  DutPtrAryReplaceItemAtIndex(array_, 6, 1, nullptr);  // 30 6 10
   DutPtrArySort(array_, [](D_WORD a, D_WORD b) -> D_INT4 { return a < b ? -1 : (a > b ? 1 : 0); });
-  EXPECT_EQ(last().event, D_PTR_ARY_SORTED);
   DutPtrAryClear(array_, nullptr, nullptr);
-  EXPECT_EQ(last().event, D_PTR_ARY_CLEARED);
-  EXPECT_EQ(last().item, 0);
-  EXPECT_EQ(last().index, -1);
+  const std::vector<Change> expected{
+      {D_PTR_ARY_ITEM_ADDED, 10, 0, 0, -1, 1},
+      {D_PTR_ARY_ITEM_ADDED, 30, 1, 0, -1, 2},
+      {D_PTR_ARY_ITEM_ADDED, 20, 1, 0, -1, 3},
+      {D_PTR_ARY_ITEM_ADDED, 5, 0, 0, -1, 4},
+      {D_PTR_ARY_ITEM_ADDED, 7, 1, 0, -1, 5},
+      // Before the last item: the appended slot (count - 1), although the
+      // new item sits at count - 2.
+      {D_PTR_ARY_ITEM_ADDED, 9, 5, 0, -1, 6},
+      {D_PTR_ARY_ITEM_REMOVED, 7, 1, 0, -1, 5},
+      {D_PTR_ARY_ITEM_REMOVED, 20, 2, 0, -1, 4},
+      {D_PTR_ARY_ITEM_ADDED, 5, 4, 0, -1, 5},
+      {D_PTR_ARY_ALL_REMOVED, 5, -1, 0, -1, 3},  // one event for both
+      {D_PTR_ARY_ITEMS_SWAPPED, 30, 0, 10, 2, 3},
+      {D_PTR_ARY_ITEM_REPLACED, 6, 1, 0, -1, 3},
+      {D_PTR_ARY_SORTED, 0, -1, 0, -1, 3},
+      {D_PTR_ARY_CLEARED, 0, -1, 0, -1, 0},
+  };
+  ASSERT_EQ(seen_.size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(seen_[i], expected[i]) << "change " << i;
 }
 
 TEST_F(PtrAryChange, FailedChangesRaiseNothing) {
@@ -109,6 +80,7 @@ TEST_F(PtrAryChange, FailedChangesRaiseNothing) {
   seen_.clear();
   EXPECT_EQ(DutPtrAryRemove(array_, 99), D_FALSE);
   EXPECT_EQ(DutPtrAryInsertItemAtIndex(array_, 5, 7), D_FALSE);
+  EXPECT_EQ(DutPtrArySwapItems(array_, 0, 1), D_FALSE);
   EXPECT_TRUE(seen_.empty());
 }
 

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <vector>
 
 #include "vqutil/error.h"
@@ -18,7 +17,7 @@ using Items = std::vector<D_WORD>;
 class Array {
  public:
   explicit Array(D_INT4 size) : array_(DutPtrAryCreate(size)) {}
-  Array(D_INT4 size, std::initializer_list<D_WORD> items) : Array(size) {
+  Array(D_INT4 size, const Items &items) : Array(size) {
     for (D_WORD item : items) DutPtrAryAppend(array_, item, nullptr);
   }
   ~Array() {

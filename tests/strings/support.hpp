@@ -1,5 +1,5 @@
-// Shared fixtures of the string tests: output capture, a private temp
-// directory, a tap on the debug file, and the death-test preamble.
+// Shared fixtures of the string tests: a tap on the debug file, a scoped
+// debug flag, the error number a call leaves, and the assertion death test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,85 +13,26 @@
 #include <sstream>
 #include <string>
 
+#include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
 
 namespace strings_test {
 
-// Collects everything printed through the library's output function while
-// alive; restores the previous function afterwards.
-class OutputCapture {
- public:
-  OutputCapture() : previous_(DutGetOutputFunc()) {
-    text().clear();
-    DutSetOutputFunc(&OutputCapture::collect);
-  }
-  ~OutputCapture() { DutSetOutputFunc(previous_); }
-  OutputCapture(const OutputCapture &) = delete;
-  OutputCapture &operator=(const OutputCapture &) = delete;
-
-  static std::string &text() {
-    static std::string buffer;
-    return buffer;
-  }
-
- private:
-  static int collect(const char *format, va_list args) {
-    va_list copy;
-    va_copy(copy, args);
-    const int n = std::vsnprintf(nullptr, 0, format, copy);
-    va_end(copy);
-    if (n > 0) {
-      std::string piece(static_cast<std::size_t>(n) + 1, '\0');
-      std::vsnprintf(piece.data(), piece.size(), format, args);
-      piece.resize(static_cast<std::size_t>(n));
-      text() += piece;
-    }
-    return n;
-  }
-
-  D_OUTPUT_FUNC previous_;
-};
-
-// A directory of this test's own, removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string leaf = std::string("vq_strings_") + std::to_string(::getpid()) + "_" +
-                       (info != nullptr ? info->name() : "none");
-    path_ = std::filesystem::temp_directory_path() / leaf;
-    std::filesystem::remove_all(path_);
-    std::filesystem::create_directories(path_);
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TempDir(const TempDir &) = delete;
-  TempDir &operator=(const TempDir &) = delete;
-
-  std::filesystem::path file(const std::string &name) const { return path_ / name; }
-
- private:
-  std::filesystem::path path_;
-};
-
-inline std::string readAll(const std::filesystem::path &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using vqtest::OutputCapture;
 
 // Text written to the debug file between construction and since(). The
-// debug file is opened in the test's own directory unless an earlier test
-// of this process opened one on disk already; on standard error there is
+// debug file is opened under the test's own name unless an earlier test of
+// this process opened one on disk already; on standard error there is
 // nothing to read, and available() says so.
 class DebugTap {
  public:
-  explicit DebugTap(const TempDir &dir) {
-    DutDebugOpen(dir.file("strings_test").string().c_str());
+  DebugTap() {
+    const auto *info = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string leaf = std::string("vq_strings_") + std::to_string(::getpid()) + "_" +
+                             (info != nullptr ? info->name() : "none") + ".dbg";
+    own_ = std::filesystem::temp_directory_path() / leaf;
+    DutDebugOpen(own_.string().c_str());
     FILE *stream = DutDebugFilePtr();
     if (stream != nullptr && stream != stderr && DutDebugFileName() != nullptr) {
       path_ = DutDebugFileName();
@@ -99,12 +40,11 @@ class DebugTap {
       start_ = std::filesystem::file_size(path_);
     }
   }
+  // Closed so that the next tap opens a file of its own.
   ~DebugTap() {
-    // Closed so that the next tap opens a file of its own: this one goes
-    // with the test's directory.
-    if (available()) {
-      DutDebugClose();
-    }
+    if (available()) DutDebugClose();
+    std::error_code ignored;
+    std::filesystem::remove(own_, ignored);
   }
   DebugTap(const DebugTap &) = delete;
   DebugTap &operator=(const DebugTap &) = delete;
@@ -112,12 +52,14 @@ class DebugTap {
   bool available() const { return !path_.empty(); }
   std::string since() const {
     std::fflush(DutDebugFilePtr());
-    const std::string all = readAll(path_);
-    return all.substr(static_cast<std::size_t>(start_));
+    std::ifstream in(path_, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str().substr(static_cast<std::size_t>(start_));
   }
 
  private:
-  std::filesystem::path path_;
+  std::filesystem::path own_, path_;
   std::uintmax_t start_ = 0;
 };
 
@@ -136,17 +78,20 @@ class DebugFlag {
   unsigned char previous_;
 };
 
-// Inside a death statement: abort at once on a fatal error and put the
-// report on standard error, where the death test can read it.
-inline void fatalToStderr() {
-  ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
-  DutSetFatalErrorFile(stderr);
+// The error number a call leaves, starting from none.
+template <typename Call>
+D_INT4 errAfter(Call &&call) {
+  DutErrNumSet(0);
+  call();
+  return DutErrNumGet();
 }
 
-// Runs a statement that must end in a fatal error, set up by fatalToStderr.
+// Runs a statement that must end in a fatal error: abort at once, with the
+// report on standard error where the death test reads it.
 template <typename Statement>
 void runFatal(Statement &&statement) {
-  fatalToStderr();
+  ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
+  DutSetFatalErrorFile(stderr);
   statement();
 }
 

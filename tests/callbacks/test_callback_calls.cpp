@@ -26,7 +26,12 @@ class CallbackCalls : public ::testing::Test {
     list_ = DutCbListCreate(type_, &owner_);
     ASSERT_NE(list_, nullptr);
   }
-  void TearDown() override { DutCbListDestroy(list_); }
+  void TearDown() override {
+    // The object's own list (made by object()) is hung on owner_ as well.
+    D_CB_LIST *object_list = nullptr;
+    if (DutCbTypeGetCbList(type_, &owner_, &object_list) && object_list != list_) DutCbListDestroy(object_list);
+    DutCbListDestroy(list_);
+  }
 
   Action &act(const char *name, Then then) {
     actions_.push_back({name, std::move(then)});

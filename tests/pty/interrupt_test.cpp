@@ -14,41 +14,24 @@
 
 namespace {
 
-using vqsh_test::describeStatus;
-using vqsh_test::LaunchOptions;
-using vqsh_test::Session;
-using vqsh_test::TerminalMode;
-
-#define START_SHELL(session, options)                                        \
-  do {                                                                       \
-    if (vqsh_test::vqshPath().empty()) GTEST_SKIP() << "vqsh is not built"; \
-    ASSERT_TRUE((session).start(options)) << (session).error();              \
-  } while (0)
+using namespace vqsh_test;
 
 constexpr char kInterruptKey[] = "\x03";
 
-// Sends keys once the shell waits for input.
-void sendAtRead(Session &shell, const std::string &keys) {
-  ASSERT_TRUE(shell.waitUntilReading()) << "not reading; got: " << shell.output();
-  shell.send(keys);
-}
-
-// Types a line once the shell waits for one, and waits for its echo.
-void typeLine(Session &shell, const std::string &line) {
-  ASSERT_TRUE(shell.waitUntilReading()) << "not reading; got: " << shell.output();
-  shell.send(line + "\r");
-  ASSERT_TRUE(shell.expect(line + "\r\n")) << "no echo of <" << line << ">; got: " << shell.rest();
-}
-
 void expectCounter(Session &shell, int value) {
-  typeLine(shell, "_sigint get");
-  ASSERT_TRUE(shell.expect("Interrupt counter is " + std::to_string(value) + "\r\n> ")) << shell.output();
+  typeAndExpect(shell, "_sigint get", "Interrupt counter is " + std::to_string(value) + "\r\n> ");
 }
 
 void expectAborted(Session &shell) {
   int status = shell.waitExit();
   ASSERT_TRUE(WIFSIGNALED(status)) << describeStatus(status) << "; output: " << shell.output();
   EXPECT_EQ(WTERMSIG(status), SIGABRT) << shell.output();
+}
+
+// The key at the prompt drops the line and brings a new prompt.
+void pressAtPrompt(Session &shell) {
+  sendAtRead(shell, kInterruptKey);
+  ASSERT_TRUE(shell.expect("\r\n> ")) << shell.output();
 }
 
 LaunchOptions withLimit(const char *limit) {
@@ -60,25 +43,20 @@ LaunchOptions withLimit(const char *limit) {
 TEST(InterruptKey, AtThePromptCountsOnceAndTheLoopClearsIt) {
   Session shell;
   START_SHELL(shell, withLimit("2"));
-  ASSERT_TRUE(shell.expect("utInterruptMax = 2\r\n")) << shell.output();
-  ASSERT_TRUE(shell.expect("Type 'help' for help.\r\n> ")) << shell.output();
+  ASSERT_NE(shell.output().find("utInterruptMax = 2\r\n"), std::string::npos) << shell.output();
 
   // Counter 1, then the key makes it 2: at the limit, not past it. Had the
   // key been counted twice the shell would abort here.
-  typeLine(shell, "_sigint incr");
-  ASSERT_TRUE(shell.expect("Incrementing interrupt counter.\r\n> "));
-  sendAtRead(shell, kInterruptKey);
-  ASSERT_TRUE(shell.expect("\r\n> ")) << shell.output();
+  typeAndExpect(shell, "_sigint incr", "Incrementing interrupt counter.\r\n> ");
+  pressAtPrompt(shell);
   ASSERT_TRUE(shell.running()) << shell.output();
   expectCounter(shell, 0);
 
   // A half-typed line is dropped by the key; the next line is clean.
   sendAtRead(shell, "echo partial");
   ASSERT_TRUE(shell.expect("echo partial"));
-  sendAtRead(shell, kInterruptKey);
-  ASSERT_TRUE(shell.expect("\r\n> ")) << shell.output();
-  typeLine(shell, "echo whole");
-  ASSERT_TRUE(shell.expect("whole\r\n> ")) << shell.output();
+  pressAtPrompt(shell);
+  typeAndExpect(shell, "echo whole", "whole\r\n> ");
   expectCounter(shell, 0);
 
   // Counter 2 and one more press: past the limit.
@@ -92,19 +70,11 @@ TEST(InterruptKey, AtThePromptCountsOnceAndTheLoopClearsIt) {
 TEST(InterruptKey, ManyPressesAtThePromptNeverEndTheShell) {
   Session shell;
   START_SHELL(shell, LaunchOptions{});
-  ASSERT_TRUE(shell.expect("> ")) << shell.output();
   // More presses than the default limit, each answered by a new prompt.
-  for (int i = 0; i < 8; ++i) {
-    sendAtRead(shell, kInterruptKey);
-    ASSERT_TRUE(shell.expect("\r\n> ")) << "press " << i + 1 << ": " << shell.output();
-  }
-  typeLine(shell, "echo alive");
-  ASSERT_TRUE(shell.expect("alive\r\n> ")) << shell.output();
+  for (int i = 0; i < 8 && !HasFatalFailure(); ++i) pressAtPrompt(shell);
+  typeAndExpect(shell, "echo alive", "alive\r\n> ");
   expectCounter(shell, 0);
-  sendAtRead(shell, "\x04");
-  int status = shell.waitExit();
-  ASSERT_TRUE(WIFEXITED(status)) << describeStatus(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  endWithControlD(shell);
 }
 
 // The key at the yes-or-no question of quit answers "no" without passing
@@ -113,17 +83,14 @@ TEST(InterruptKey, ManyPressesAtThePromptNeverEndTheShell) {
 TEST(InterruptKey, SixthUnclearedPressAborts) {
   Session shell;
   START_SHELL(shell, LaunchOptions{});
-  ASSERT_TRUE(shell.expect("> ")) << shell.output();
   for (int press = 1; press <= 5; ++press) {
-    typeLine(shell, "quit");
-    ASSERT_TRUE(shell.expect("Really quit? ")) << shell.output();
+    typeAndExpect(shell, "quit", "Really quit? ");
     sendAtRead(shell, kInterruptKey);
     ASSERT_TRUE(shell.expect("> ")) << "press " << press << ": " << shell.output();
     ASSERT_TRUE(shell.running()) << "ended at press " << press;
   }
   expectCounter(shell, 5);
-  typeLine(shell, "quit");
-  ASSERT_TRUE(shell.expect("Really quit? ")) << shell.output();
+  typeAndExpect(shell, "quit", "Really quit? ");
   sendAtRead(shell, kInterruptKey);
   expectAborted(shell);
 }
@@ -131,8 +98,7 @@ TEST(InterruptKey, SixthUnclearedPressAborts) {
 TEST(InterruptKey, ALimitOfZeroEndsAtTheFirstPress) {
   Session shell;
   START_SHELL(shell, withLimit("0"));
-  ASSERT_TRUE(shell.expect("utInterruptMax = 0\r\n")) << shell.output();
-  ASSERT_TRUE(shell.expect("> ")) << shell.output();
+  ASSERT_NE(shell.output().find("utInterruptMax = 0\r\n"), std::string::npos) << shell.output();
   sendAtRead(shell, kInterruptKey);
   expectAborted(shell);
 }
@@ -169,7 +135,6 @@ void pressAndResume(Session &shell, int press) {
 TEST(InterruptKey, PressesDuringACommandAccumulate) {
   Session shell;
   START_SHELL(shell, withLimit("3"));
-  ASSERT_TRUE(shell.expect("> ")) << shell.output();
   typeLine(shell, "_sleep 2");
   for (int press = 1; press <= 2; ++press) {
     pressAndResume(shell, press);
@@ -179,13 +144,9 @@ TEST(InterruptKey, PressesDuringACommandAccumulate) {
   expectCounter(shell, 2);
   // The key breaks the next read at the prompt: the counter (3, at the
   // limit) is cleared.
-  sendAtRead(shell, kInterruptKey);
-  ASSERT_TRUE(shell.expect("\r\n> ")) << shell.output();
+  pressAtPrompt(shell);
   expectCounter(shell, 0);
-  sendAtRead(shell, "\x04");
-  int status = shell.waitExit();
-  ASSERT_TRUE(WIFEXITED(status)) << describeStatus(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  endWithControlD(shell);
 }
 
 // The same within one long command, with no time window to meet: the
@@ -194,7 +155,6 @@ TEST(InterruptKey, PressesDuringACommandAccumulate) {
 TEST(InterruptKey, PressPastTheLimitDuringACommandAborts) {
   Session shell;
   START_SHELL(shell, withLimit("2"));
-  ASSERT_TRUE(shell.expect("> ")) << shell.output();
   typeLine(shell, "_sleep 600");
   for (int press = 1; press <= 2; ++press) {
     pressAndResume(shell, press);
@@ -214,17 +174,9 @@ TEST(InterruptKey, ReachesTheProcessGroupOnlyFromTheTerminal) {
   LaunchOptions options;
   options.group_witness = true;
   START_SHELL(shell, options);
-  ASSERT_TRUE(shell.expect("> ")) << shell.output();
-  for (int press = 1; press <= 3; ++press) {
-    sendAtRead(shell, kInterruptKey);
-    ASSERT_TRUE(shell.expect("\r\n> ")) << shell.output();
-  }
-  typeLine(shell, "echo done");
-  ASSERT_TRUE(shell.expect("done\r\n> ")) << shell.output();
-  sendAtRead(shell, "\x04");
-  int status = shell.waitExit();
-  ASSERT_TRUE(WIFEXITED(status)) << describeStatus(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  for (int press = 1; press <= 3 && !HasFatalFailure(); ++press) pressAtPrompt(shell);
+  typeAndExpect(shell, "echo done", "done\r\n> ");
+  endWithControlD(shell);
   EXPECT_GE(shell.witness().from_terminal, 1);
   EXPECT_EQ(shell.witness().from_process, 0) << "the shell re-sent the interrupt to its process group";
 }

@@ -5,86 +5,99 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <csignal>
-#include <cstddef>
 #include <ctime>
 #include <limits>
+#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "time_support.hpp"
 #include "vqutil/callback.h"
 #include "vqutil/error.h"
+#include "vqutil/interrupt.h"
 #include "vqutil/thread.h"
 #include "vqutil/time.h"
 
 namespace {
 
+using timetest::LocalTime;
 using timetest::RunFresh;
-using timetest::RunInChild;
 
-// The callback data starts with the reserved head and carries the time
-// after it, never in its place.
-static_assert(offsetof(D_TIME_CHANGE_CB_DATA, cb) == 0);
-static_assert(offsetof(D_TIME_CHANGE_CB_DATA, time) >= sizeof(void *));
-
-struct Seen {
-  std::vector<D_TIME_VALUE> times;
-  std::vector<D_CB *> heads;
-  std::vector<void *> objects;
-  std::vector<double> reals_in_callback;
+struct Call {
+  void *object;
+  D_CB *head;
+  D_TIME_VALUE time;
+  double real;  // the current time as the callback reads it
 };
 
 void Record(void *object, void *data, D_WORD arg) {
-  auto *seen = reinterpret_cast<Seen *>(arg);
   auto *change = static_cast<D_TIME_CHANGE_CB_DATA *>(data);
-  seen->times.push_back(change->time);
-  seen->heads.push_back(change->cb);
-  seen->objects.push_back(object);
-  seen->reals_in_callback.push_back(DutGetCurrentTime());
+  reinterpret_cast<std::vector<Call> *>(arg)->push_back({object, change->cb, change->time, DutGetCurrentTime()});
 }
 
-// Registers Record for the test's lifetime.
-class TimeChangeRecorder {
- public:
-  TimeChangeRecorder() : cb_(DutTimeChangeCbCreate(&Record, reinterpret_cast<D_WORD>(&seen_))) {}
-  ~TimeChangeRecorder() {
-    if (cb_ != nullptr) DutCbDestroy(cb_);
+// Registers Record for the scope.
+struct Recorder {
+  std::vector<Call> calls;
+  D_CB *cb = DutTimeChangeCbCreate(&Record, reinterpret_cast<D_WORD>(&calls));
+  ~Recorder() {
+    if (cb != nullptr) DutCbDestroy(cb);
   }
-  TimeChangeRecorder(const TimeChangeRecorder &) = delete;
-  TimeChangeRecorder &operator=(const TimeChangeRecorder &) = delete;
-  D_CB *cb() const { return cb_; }
-  Seen &seen() { return seen_; }
-
- private:
-  Seen seen_;
-  D_CB *cb_;
 };
 
-TEST(CurrentTime, StateAtLoad) {
+void ExpectTime(const D_TIME_VALUE &t, D_INT4 seconds, D_INT4 microseconds) {
+  EXPECT_EQ(t.seconds, seconds);
+  EXPECT_EQ(t.microseconds, microseconds);
+}
+
+D_WORD CollectName(D_WORD key, D_WORD, void *names) {
+  static_cast<std::set<std::string> *>(names)->insert(reinterpret_cast<const char *>(key));
+  return 0;
+}
+
+// What the time subsystem holds at load, seen from a process that has used
+// none of it. Its first "full" text also fixes the fraction format.
+TEST(StateAtLoad, ClocksCountersAndConverters) {
   RunFresh([] {
+    setenv("VQFULLFORMAT", "%s", 1);  // unusable: would read a string from a real
     EXPECT_EQ(DutGetCurrentTime(), 0.0);
     D_TIME_VALUE t{7, 7};
-    DutErrNumSet(0);
-    EXPECT_EQ(DutGetCurrentTimeStruct(&t), D_FALSE);
-    EXPECT_EQ(DutErrNumGet(), D_ERR_VAL_TOO_SMALL);
+    EXPECT_RESULT_AND_ERROR(DutGetCurrentTimeStruct(&t), D_FALSE, D_ERR_VAL_TOO_SMALL);
     EXPECT_EQ(t.seconds, 7) << "a failed read leaves the record alone";
     // No time-change callback yet: a lookup answers null without an error.
-    DutErrNumSet(0);
-    EXPECT_EQ(DutTimeChangeCbLookup(&Record, 0), nullptr);
-    EXPECT_EQ(DutErrNumGet(), 0);
+    EXPECT_RESULT_AND_ERROR(DutTimeChangeCbLookup(&Record, 0), nullptr, 0);
     EXPECT_EQ(DutCbTypeNumLookup(D_TIME_CHANGE_CB_TYPE), nullptr);
-    // Not pinned: the real clock.
-    double wall = DutGetWallTime();
-    EXPECT_NEAR(wall, static_cast<double>(std::time(nullptr)), 5.0);
+    EXPECT_NEAR(DutGetWallTime(), static_cast<double>(std::time(nullptr)), 5.0) << "not pinned";
+    EXPECT_EQ(DutInterruptGet(), 0);
+    EXPECT_EQ(DutInterruptGetMax(), 5);
+
+    ASSERT_NE(DutTimeCvtGetCurrent(), nullptr);
+    EXPECT_STREQ(DutTimeCvtGetCurrent()->name, "hms");
+    std::set<std::string> names;
+    EXPECT_EQ(DutTimeCvtTraverse(&CollectName, &names), 0);
+    EXPECT_EQ(names, (std::set<std::string>{"full", "hms", "numeric"}));
+
+    // Without a current time the readers take the date from the wall clock.
+    D_TIME_VALUE pin{static_cast<D_INT4>(LocalTime(1999, 7, 4, 13, 0, 0)), 0};
+    DutSetTestWallTimeStruct(&pin);
+    double value = 0;
+    ASSERT_EQ(DutTimeCvtStrToNum(DutTimeCvtLookup("full"), "01:02:03", &value), D_TRUE);
+    EXPECT_EQ(value, LocalTime(1999, 7, 4, 1, 2, 3));
+    ASSERT_EQ(DutTimeCvtStrToNum(DutTimeCvtLookup("hms"), "22:00:00.25", &value), D_TRUE);
+    EXPECT_EQ(value, LocalTime(1999, 7, 4, 22, 0, 0.25));
+
+    timetest::OutputCapture capture;
+    const char *text = nullptr;
+    ASSERT_EQ(DutTimeCvtNumToStr(DutTimeCvtLookup("full"), LocalTime(2001, 3, 15, 12, 34, 56.5), &text), D_TRUE);
+    EXPECT_STREQ(text, "Thu Mar 15 12:34:56.500 2001") << "the default format stands in";
+    EXPECT_NE(capture.Take().find("VQFULLFORMAT"), std::string::npos);
   });
 }
 
 TEST(CurrentTime, SetRealSplitsIntoSecondsAndMicroseconds) {
   struct Case {
     double value;
-    D_INT4 seconds;
-    D_INT4 micros;
+    D_INT4 seconds, micros;
   };
   const Case cases[] = {
       {12.5, 12, 500000},
@@ -101,16 +114,15 @@ TEST(CurrentTime, SetRealSplitsIntoSecondsAndMicroseconds) {
     ASSERT_EQ(DutSetCurrentTime(c.value), D_TRUE);
     D_TIME_VALUE t{-5, -5};
     ASSERT_EQ(DutGetCurrentTimeStruct(&t), D_TRUE);
-    EXPECT_EQ(t.seconds, c.seconds);
-    EXPECT_EQ(t.microseconds, c.micros);
+    ExpectTime(t, c.seconds, c.micros);
     EXPECT_EQ(DutGetCurrentTime(), c.value);
   }
 }
 
 TEST(CurrentTime, RefusedValuesChangeNothingAndCallNobody) {
   ASSERT_EQ(DutSetCurrentTime(3.25), D_TRUE);
-  TimeChangeRecorder recorder;
-  ASSERT_NE(recorder.cb(), nullptr);
+  Recorder recorder;
+  ASSERT_NE(recorder.cb, nullptr);
   struct Case {
     double value;
     D_INT4 error;
@@ -124,127 +136,88 @@ TEST(CurrentTime, RefusedValuesChangeNothingAndCallNobody) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.value);
-    DutErrNumSet(0);
-    EXPECT_EQ(DutSetCurrentTime(c.value), D_FALSE);
-    EXPECT_EQ(DutErrNumGet(), c.error);
+    EXPECT_RESULT_AND_ERROR(DutSetCurrentTime(c.value), D_FALSE, c.error);
   }
-  D_TIME_VALUE bad[] = {{-1, 0}, {0, -1}, {-1, -1}};
-  for (const D_TIME_VALUE &b : bad) {
-    DutErrNumSet(0);
-    EXPECT_EQ(DutSetCurrentTimeStruct(&b), D_FALSE);
-    EXPECT_EQ(DutErrNumGet(), D_ERR_VAL_TOO_SMALL);
+  for (const D_TIME_VALUE &bad : {D_TIME_VALUE{-1, 0}, D_TIME_VALUE{0, -1}, D_TIME_VALUE{-1, -1}}) {
+    EXPECT_RESULT_AND_ERROR(DutSetCurrentTimeStruct(&bad), D_FALSE, D_ERR_VAL_TOO_SMALL);
   }
-  DutErrNumSet(0);
-  EXPECT_EQ(DutSetCurrentTimeStruct(nullptr), D_FALSE);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
-  DutErrNumSet(0);
-  EXPECT_EQ(DutGetCurrentTimeStruct(nullptr), D_FALSE);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
+  EXPECT_RESULT_AND_ERROR(DutSetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_RESULT_AND_ERROR(DutGetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
 
-  EXPECT_TRUE(recorder.seen().times.empty());
+  EXPECT_TRUE(recorder.calls.empty());
   EXPECT_EQ(DutGetCurrentTime(), 3.25);
   D_TIME_VALUE t{};
   ASSERT_EQ(DutGetCurrentTimeStruct(&t), D_TRUE);
-  EXPECT_EQ(t.seconds, 3);
-  EXPECT_EQ(t.microseconds, 250000);
-}
-
-TEST(CurrentTime, SetRecordKeepsItAsGivenAndDerivesTheReal) {
-  D_TIME_VALUE in{5, 2000000};  // not normalised: stored as given
-  ASSERT_EQ(DutSetCurrentTimeStruct(&in), D_TRUE);
-  EXPECT_DOUBLE_EQ(DutGetCurrentTime(), 7.0);
-  D_TIME_VALUE out{};
-  ASSERT_EQ(DutGetCurrentTimeStruct(&out), D_TRUE);
-  EXPECT_EQ(out.seconds, 5);
-  EXPECT_EQ(out.microseconds, 2000000);
-
-  D_TIME_VALUE exact{1000, 1};
-  ASSERT_EQ(DutSetCurrentTimeStruct(&exact), D_TRUE);
-  EXPECT_DOUBLE_EQ(DutGetCurrentTime(), 1000.000001);
+  ExpectTime(t, 3, 250000);
 }
 
 TEST(TimeChangeCallbacks, RecordCarriesHeadThenNewTime) {
-  TimeChangeRecorder recorder;
-  ASSERT_NE(recorder.cb(), nullptr);
+  Recorder recorder;
+  ASSERT_NE(recorder.cb, nullptr);
   ASSERT_EQ(DutSetCurrentTime(12.5), D_TRUE);
   D_TIME_VALUE in{40, 123456};
   ASSERT_EQ(DutSetCurrentTimeStruct(&in), D_TRUE);
+  D_TIME_VALUE unnormalised{5, 2000000};  // stored as given
+  ASSERT_EQ(DutSetCurrentTimeStruct(&unnormalised), D_TRUE);
 
-  Seen &seen = recorder.seen();
-  ASSERT_EQ(seen.times.size(), 2u);
-  EXPECT_EQ(seen.heads[0], recorder.cb());
-  EXPECT_EQ(seen.heads[1], recorder.cb());
-  EXPECT_EQ(seen.times[0].seconds, 12);
-  EXPECT_EQ(seen.times[0].microseconds, 500000);
-  EXPECT_EQ(seen.times[1].seconds, 40);
-  EXPECT_EQ(seen.times[1].microseconds, 123456);
   // The new value is stored before the callbacks run.
-  EXPECT_EQ(seen.reals_in_callback[0], 12.5);
-  EXPECT_DOUBLE_EQ(seen.reals_in_callback[1], 40.123456);
-  EXPECT_EQ(seen.objects[0], nullptr);
+  const struct {
+    D_INT4 seconds, microseconds;
+    double real;
+  } expected[] = {{12, 500000, 12.5}, {40, 123456, 40.123456}, {5, 2000000, 7.0}};
+  ASSERT_EQ(recorder.calls.size(), 3u);
+  for (int i = 0; i < 3; ++i) {
+    const Call &call = recorder.calls[i];
+    EXPECT_EQ(call.object, nullptr) << i;
+    EXPECT_EQ(call.head, recorder.cb) << i;
+    ExpectTime(call.time, expected[i].seconds, expected[i].microseconds);
+    EXPECT_DOUBLE_EQ(call.real, expected[i].real) << i;
+  }
 
   // The machinery's head never lands on the stored record.
   D_TIME_VALUE stored{};
   ASSERT_EQ(DutGetCurrentTimeStruct(&stored), D_TRUE);
-  EXPECT_EQ(stored.seconds, 40);
-  EXPECT_EQ(stored.microseconds, 123456);
+  ExpectTime(stored, 5, 2000000);
 }
 
 TEST(TimeChangeCallbacks, TypeRegistrationLookupAndDestroy) {
-  TimeChangeRecorder recorder;
-  ASSERT_NE(recorder.cb(), nullptr);
+  Recorder recorder;
+  ASSERT_NE(recorder.cb, nullptr);
   D_CB_TYPE *type = DutCbTypeNumLookup(D_TIME_CHANGE_CB_TYPE);
   ASSERT_NE(type, nullptr);
   EXPECT_STREQ(type->name, "time_change");
   EXPECT_EQ(type->glob_flag, D_CB_GLOBAL_ONLY);
 
-  D_WORD arg = reinterpret_cast<D_WORD>(&recorder.seen());
-  EXPECT_EQ(DutTimeChangeCbLookup(&Record, arg), recorder.cb());
-  DutErrNumSet(0);
-  EXPECT_EQ(DutTimeChangeCbLookup(&Record, arg + 1), nullptr);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
-
-  DutErrNumSet(0);
-  EXPECT_EQ(DutTimeChangeCbCreate(&Record, arg), nullptr);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_ALREADY_EXISTS);
+  D_WORD arg = reinterpret_cast<D_WORD>(&recorder.calls);
+  EXPECT_EQ(DutTimeChangeCbLookup(&Record, arg), recorder.cb);
+  EXPECT_RESULT_AND_ERROR(DutTimeChangeCbLookup(&Record, arg + 1), nullptr, D_ERR_DOESNT_EXIST);
+  EXPECT_RESULT_AND_ERROR(DutTimeChangeCbCreate(&Record, arg), nullptr, D_ERR_ALREADY_EXISTS);
 
   // A second callback sees the same change; a destroyed one sees no more.
-  Seen other;
+  std::vector<Call> other;
   D_CB *second = DutTimeChangeCbCreate(&Record, reinterpret_cast<D_WORD>(&other));
   ASSERT_NE(second, nullptr);
   ASSERT_EQ(DutSetCurrentTime(1.0), D_TRUE);
   ASSERT_EQ(DutCbDestroy(second), D_TRUE);
   ASSERT_EQ(DutSetCurrentTime(2.0), D_TRUE);
-  EXPECT_EQ(recorder.seen().times.size(), 2u);
-  ASSERT_EQ(other.times.size(), 1u);
-  EXPECT_EQ(other.times[0].seconds, 1);
-  EXPECT_EQ(other.heads[0], second);
-}
+  EXPECT_EQ(recorder.calls.size(), 2u);
+  ASSERT_EQ(other.size(), 1u);
+  EXPECT_EQ(other[0].time.seconds, 1);
+  EXPECT_EQ(other[0].head, second);
 
-TEST(TimeChangeCallbacks, NullFunctionIsFatal) {
-  EXPECT_EXIT(
-      {
-        timetest::PrepareToDie();
-        DutTimeChangeCbCreate(nullptr, 0);
-      },
-      testing::KilledBySignal(SIGABRT), "Assertion <func != NULL> failed");
+  VQTEST_EXPECT_ASSERTION(DutTimeChangeCbCreate(nullptr, 0), "func != NULL");
 }
 
 // Callbacks run with the process-wide lock held, while DutGetCurrentTime
 // never takes it: a thread started from inside a callback can read the
 // real value, but not the record.
-std::atomic<bool> g_real_read{false};
 std::atomic<bool> g_struct_read{false};
-std::atomic<bool> g_struct_read_inside{false};
+std::atomic<bool> g_struct_read_inside{true};
 double g_real_seen = -1.0;
 std::thread g_struct_reader;
 
 void ProbeLock(void *, void *, D_WORD) {
-  std::thread real_reader([] {
-    g_real_seen = DutGetCurrentTime();
-    g_real_read = true;
-  });
-  real_reader.join();  // would never return if the read took the lock
+  std::thread([] { g_real_seen = DutGetCurrentTime(); }).join();  // hangs if the read took the lock
   g_struct_reader = std::thread([] {
     D_TIME_VALUE t{};
     DutGetCurrentTimeStruct(&t);
@@ -255,13 +228,11 @@ void ProbeLock(void *, void *, D_WORD) {
 }
 
 TEST(TimeChangeCallbacks, RunUnderTheProcessLock) {
-  RunInChild([] {
+  timetest::RunInChild([] {
     ASSERT_EQ(DutInitThreads(), D_TRUE);
-    D_CB *cb = DutTimeChangeCbCreate(&ProbeLock, 0);
-    ASSERT_NE(cb, nullptr);
+    ASSERT_NE(DutTimeChangeCbCreate(&ProbeLock, 0), nullptr);
     ASSERT_EQ(DutSetCurrentTime(77.0), D_TRUE);
     g_struct_reader.join();
-    EXPECT_TRUE(g_real_read);
     EXPECT_EQ(g_real_seen, 77.0);
     EXPECT_FALSE(g_struct_read_inside) << "the record was read while a callback ran";
     EXPECT_TRUE(g_struct_read);
@@ -274,15 +245,12 @@ TEST(WallTime, PinnedForTests) {
   EXPECT_EQ(DutGetWallTime(), 100.25);
   D_TIME_VALUE out{};
   EXPECT_EQ(DutGetWallTimeStruct(&out), D_TRUE);
-  EXPECT_EQ(out.seconds, 100);
-  EXPECT_EQ(out.microseconds, 250000);
-  EXPECT_EQ(DutGetWallTime(), 100.25) << "a pin does not move";
+  ExpectTime(out, 100, 250000);
 
   // Pinned only while neither field is -1.
   D_TIME_VALUE half{5, -1};
   DutSetTestWallTimeStruct(&half);
   EXPECT_GT(DutGetWallTime(), 1e9);
-
   D_TIME_VALUE zero{0, 0};
   DutSetTestWallTimeStruct(&zero);
   EXPECT_EQ(DutGetWallTime(), 0.0);
@@ -317,50 +285,39 @@ TEST(TimeArithmetic, MultiplyCarriesWholeMillions) {
     SCOPED_TRACE(testing::Message() << c.in.seconds << "s " << c.in.microseconds << "us x " << c.n);
     D_TIME_VALUE out{-9, -9};
     EXPECT_EQ(DutTimeMultInt(&out, &c.in, c.n), D_TRUE);
-    EXPECT_EQ(out.seconds, c.out.seconds);
-    EXPECT_EQ(out.microseconds, c.out.microseconds);
+    ExpectTime(out, c.out.seconds, c.out.microseconds);
   }
   D_TIME_VALUE same{1, 600000};
   EXPECT_EQ(DutTimeMultInt(&same, &same, 3), D_TRUE);
-  EXPECT_EQ(same.seconds, 4);
-  EXPECT_EQ(same.microseconds, 800000);
+  ExpectTime(same, 4, 800000);
 
-  DutErrNumSet(0);
-  EXPECT_EQ(DutTimeMultInt(nullptr, &same, 2), D_FALSE);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
+  EXPECT_RESULT_AND_ERROR(DutTimeMultInt(nullptr, &same, 2), D_FALSE, D_ERR_NULL_PTR);
 }
 
 TEST(TimeArithmetic, RatioTruncatesTowardZero) {
   struct Case {
-    D_TIME_VALUE a;
-    D_TIME_VALUE b;
+    D_TIME_VALUE a, b;
     D_INT4 ratio;
+    D_INT4 error;
   };
+  constexpr D_INT4 kMax = std::numeric_limits<D_INT4>::max();
+  constexpr D_INT4 kMin = std::numeric_limits<D_INT4>::min();
   const Case cases[] = {
-      {{10, 0}, {3, 0}, 3},
-      {{-10, 0}, {3, 0}, -3},
-      {{10, 0}, {-3, 0}, -3},
-      {{1, 500000}, {0, 500000}, 3},
-      {{0, 999999}, {1, 0}, 0},
-      {{2, 999999}, {1, 0}, 2},
-      {{0, 0}, {5, 0}, 0},
+      {{10, 0}, {3, 0}, 3, 0},
+      {{-10, 0}, {3, 0}, -3, 0},
+      {{10, 0}, {-3, 0}, -3, 0},
+      {{1, 500000}, {0, 500000}, 3, 0},
+      {{0, 999999}, {1, 0}, 0, 0},
+      {{2, 999999}, {1, 0}, 2, 0},
+      {{0, 0}, {5, 0}, 0, 0},
+      {{1, 0}, {0, 0}, 0, D_ERR_VAL_INVALID},
+      {{2000000000, 0}, {0, 1}, kMax, D_ERR_VAL_TOO_LARGE},
+      {{-2000000000, 0}, {0, 1}, kMin, D_ERR_VAL_TOO_LARGE},
   };
   for (const Case &c : cases) {
-    EXPECT_EQ(DutTimeRatio(&c.a, &c.b), c.ratio) << c.a.seconds << "." << c.a.microseconds;
+    SCOPED_TRACE(testing::Message() << c.a.seconds << "." << c.a.microseconds << " / " << c.b.seconds);
+    EXPECT_RESULT_AND_ERROR(DutTimeRatio(&c.a, &c.b), c.ratio, c.error);
   }
-  D_TIME_VALUE zero{0, 0};
-  D_TIME_VALUE one{1, 0};
-  DutErrNumSet(0);
-  EXPECT_EQ(DutTimeRatio(&one, &zero), 0);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_VAL_INVALID);
-
-  D_TIME_VALUE huge{2000000000, 0};
-  D_TIME_VALUE tiny{0, 1};
-  DutErrNumSet(0);
-  EXPECT_EQ(DutTimeRatio(&huge, &tiny), std::numeric_limits<D_INT4>::max());
-  EXPECT_EQ(DutErrNumGet(), D_ERR_VAL_TOO_LARGE);
-  D_TIME_VALUE negative_huge{-2000000000, 0};
-  EXPECT_EQ(DutTimeRatio(&negative_huge, &tiny), std::numeric_limits<D_INT4>::min());
 }
 
 }  // namespace

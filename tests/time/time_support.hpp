@@ -1,6 +1,5 @@
-// Shared helpers of the time tests: children for tests that
-// change process-wide state, and local calendar times computed the way the
-// library's readers must compute them.
+// Shared helpers of the time tests: children for tests that change
+// process-wide state, and local calendar times as mktime computes them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,69 +7,59 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <string>
 
-#include "support/capture.hpp"
-#include "vqutil/output.h"
+#include "support/output_capture.hpp"
+#include "vqutil/error.h"
+
+// Expects call to answer result and to leave the error number error (0:
+// none) behind, starting from a cleared one.
+#define EXPECT_RESULT_AND_ERROR(call, result, error)  \
+  do {                                                \
+    DutErrNumSet(0);                                  \
+    EXPECT_EQ((call), (result)) << #call;             \
+    EXPECT_EQ(DutErrNumGet(), (error)) << #call;      \
+  } while (0)
 
 namespace timetest {
 
 using vqtest::OutputCapture;
 
-// Runs body in a forked child (the parent's state is inherited, and every
-// change dies with the child). Failed expectations make the child exit 1.
+// Runs body in a child; failed expectations make it exit 1. "fast" forks
+// this process as it is (every change dies with the child); "threadsafe"
+// starts the program anew, so the library's state at load is observable.
+template <class Body>
+void RunIn(const char *style, Body body) {
+  GTEST_FLAG_SET(death_test_style, style);
+  EXPECT_EXIT(
+      {
+        body();
+        std::fflush(nullptr);
+        std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
+      },
+      ::testing::ExitedWithCode(0), "");
+  GTEST_FLAG_SET(death_test_style, "fast");
+}
 template <class Body>
 void RunInChild(Body body) {
-  GTEST_FLAG_SET(death_test_style, "fast");
-  EXPECT_EXIT(
-      {
-        body();
-        std::fflush(nullptr);
-        std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
-      },
-      ::testing::ExitedWithCode(0), "");
+  RunIn("fast", body);
 }
-
-// Runs body in a new process that has executed nothing of the library
-// before this test: the state at load is observable there.
 template <class Body>
 void RunFresh(Body body) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        body();
-        std::fflush(nullptr);
-        std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
-      },
-      ::testing::ExitedWithCode(0), "");
-  GTEST_FLAG_SET(death_test_style, "fast");
-}
-
-// Fatal paths abort at once instead of sleeping and exiting.
-inline void PrepareToDie() {
-  setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
-  DutSetFatalErrorFile(stderr);
+  RunIn("threadsafe", body);
 }
 
 // Seconds since the epoch of a local calendar time, daylight saving as the
-// date has it.
-inline double LocalTime(int year, int month, int day, int hour, int minute, int second) {
+// date has it; a fraction of the second is added to the result.
+inline double LocalTime(int year, int month, int day, int hour, int minute, double second) {
   std::tm tm{};
   tm.tm_year = year - 1900;
   tm.tm_mon = month - 1;
   tm.tm_mday = day;
   tm.tm_hour = hour;
   tm.tm_min = minute;
-  tm.tm_sec = second;
+  tm.tm_sec = static_cast<int>(second);
   tm.tm_isdst = -1;
-  return static_cast<double>(std::mktime(&tm));
-}
-
-// The runtime's ctime text of whole seconds, newline included.
-inline std::string CtimeText(double seconds) {
-  std::time_t t = static_cast<std::time_t>(seconds);
-  char buffer[64];
-  return std::string(ctime_r(&t, buffer));
+  return static_cast<double>(std::mktime(&tm)) + (second - tm.tm_sec);
 }
 
 }  // namespace timetest

@@ -7,19 +7,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "quiet.hpp"
 #include "vqutil/command.h"
 #include "vqutil/option.h"
-#include "vqutil/output.h"
-
-namespace {
-
-int quietOutput(const char *, va_list) { return 0; }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  DutSetOutputFunc(quietOutput);
-  unsetenv("VQ_WARNING_ABORT");
+  fuzz::quietLibrary();
   static const char *allowed[] = {"echo",  "alias",     "unalias",          "history", "help",  "helpopt",
                                   "setopt", "unsetopt", "_set_frame_count", "_set_time", "_sigint", "_alarm",
                                   "_print_sbrk", "_set_fd_limit", "stats"};

@@ -6,18 +6,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "vqutil/output.h"
+#include "quiet.hpp"
 #include "vqutil/time.h"
 
-namespace {
-
-int quietOutput(const char *, va_list) { return 0; }
-
-}  // namespace
-
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  DutSetOutputFunc(quietOutput);
-  unsetenv("VQ_WARNING_ABORT");
+  fuzz::quietLibrary();
   return 0;
 }
 

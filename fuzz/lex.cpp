@@ -7,13 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "quiet.hpp"
 #include "vqutil/error.h"
 #include "vqutil/lex.h"
-#include "vqutil/output.h"
 
 namespace {
-
-int quietOutput(const char *, va_list) { return 0; }
 
 // Drives the lexer over text, choosing accept functions from the bytes of
 // selector. Returns when the input ends or a lexer error jumps out.
@@ -51,9 +49,7 @@ void drive(const char *text, const uint8_t *selector, size_t selector_size, int 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  DutSetOutputFunc(quietOutput);
-  // Warnings about unknown escapes and the like must not stop the run.
-  unsetenv("VQ_WARNING_ABORT");
+  fuzz::quietLibrary();
   return 0;
 }
 

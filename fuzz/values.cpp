@@ -8,14 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "quiet.hpp"
 #include "vqutil/lex.h"
 #include "vqutil/option.h"
-#include "vqutil/output.h"
 #include "vqutil/strutil.h"
 
 namespace {
-
-int quietOutput(const char *, va_list) { return 0; }
 
 constexpr D_INT4 kTypes[] = {D_OPT_TYPE_BOOLEAN, D_OPT_TYPE_ENUM, D_OPT_TYPE_NUMERIC, D_OPT_TYPE_STRING,
                              D_OPT_TYPE_ENUM_LIST, D_OPT_TYPE_NUMERIC_LIST, D_OPT_TYPE_STRING_LIST};
@@ -34,8 +32,7 @@ void parseInto(D_OPTION *option, const char *text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  DutSetOutputFunc(quietOutput);
-  unsetenv("VQ_WARNING_ABORT");
+  fuzz::quietLibrary();
   const char *names[] = {"fz_bool", "fz_enum", "fz_num", "fz_str", "fz_enum_list", "fz_num_list", "fz_str_list"};
   for (int i = 0; i < kNumTypes; ++i) g_options[i] = DutOptionCreate(names[i], kTypes[i]);
   // An enumerated option with legal values exercises the refusal path.

@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/command.h"
 #include "vqutil/error.h"
 #include "vqutil/time.h"

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/lex.h"
 
 namespace {

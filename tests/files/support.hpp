@@ -18,13 +18,6 @@
 #include "vqutil/error.h"
 #include "vqutil/option.h"
 
-// Clears the error number, then checks the call's result and the number it left.
-#define EXPECT_FAILS(call, result, err)                \
-  do {                                                 \
-    DutErrNumSet(0);                                   \
-    EXPECT_EQ((call), (result)) << #call;              \
-    EXPECT_EQ(DutErrNumGet(), (err)) << #call;         \
-  } while (0)
 
 namespace files_test {
 

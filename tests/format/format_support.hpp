@@ -6,7 +6,7 @@
 #include <bit>
 #include <string>
 
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/format.h"
 
 namespace vqfmt {

@@ -19,17 +19,11 @@
 #include <set>
 #include <string>
 
+#include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
 #include "vqutil/thread.h"
 
-// Clears the error number, then checks the call's result and the number it left.
-#define EXPECT_FAILS(call, result, err)        \
-  do {                                         \
-    DutErrNumSet(0);                           \
-    EXPECT_EQ((call), (result)) << #call;      \
-    EXPECT_EQ(DutErrNumGet(), (err)) << #call; \
-  } while (0)
 
 // The statement, run in a child with fatal errors set to abort, dies with a
 // report on standard error that matches the regular expression.

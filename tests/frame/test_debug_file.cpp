@@ -10,7 +10,7 @@
 #include <fstream>
 #include <string>
 
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 #include "child.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"

@@ -9,7 +9,7 @@
 #include <regex>
 #include <string>
 
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 #include "child.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"

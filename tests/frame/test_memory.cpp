@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 #include "child.hpp"
 #include "vqutil/error.h"
 #include "vqutil/memory.h"

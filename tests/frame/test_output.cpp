@@ -9,7 +9,7 @@
 #include <ctime>
 #include <string>
 
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 #include "child.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
@@ -33,7 +33,7 @@ int ClobberingOutput(const char *format, va_list args) {
   DutErrNumSetSocket(10099);
   DutErrNumSet(D_ERR_TYPE_UNKNOWN);
   errno = EDOM;
-  return vqtest::CaptureOutput(format, args);
+  return vqtest::Capture(format, args);
 }
 
 int StderrOutput(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
@@ -49,7 +49,7 @@ class Output : public ::testing::Test {
  protected:
   void TearDown() override {
     vqtest::ClearFrameEnvironment();
-    DutSetOutputFunc(&vqtest::CaptureOutput);
+    DutSetOutputFunc(&vqtest::Capture);
   }
   OutputCapture capture_;
 };

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "rw_support.hpp"
-#include "support/capture.hpp"
+#include "support/output_capture.hpp"
 
 using rwtest::LibThread;
 using rwtest::peek;

@@ -1,6 +1,6 @@
-// Output capture through the replaceable output function, and the check
-// that a statement fails one of the library's assertions, shared by the
-// option, initialisation and standard-option suites.
+// Output capture through the replaceable output function and the checks
+// every suite uses: a call that fails with a given error number, and a
+// statement that fails one of the library's assertions.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,16 @@
 #include <cstdlib>
 #include <string>
 
+#include "vqutil/error.h"
 #include "vqutil/output.h"
+
+// Clears the error number, then checks the call's result and the number it left.
+#define EXPECT_FAILS(call, result, err)        \
+  do {                                         \
+    DutErrNumSet(0);                           \
+    EXPECT_EQ((call), (result)) << #call;      \
+    EXPECT_EQ(DutErrNumGet(), (err)) << #call; \
+  } while (0)
 
 // The statement runs in a child with fatal errors set to abort and the
 // report on standard error, where the assertion text is matched.

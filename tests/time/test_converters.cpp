@@ -76,8 +76,8 @@ D_WORD StopAtHms(D_WORD key, D_WORD, void *) {
 
 TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   // Names ignore case: the built-in "hms" is taken, without an error number.
-  EXPECT_RESULT_AND_ERROR(DutTimeCvtCreate("HMS", &FixedNumToStr, &DoublingStrToNum, nullptr), nullptr, 0);
-  EXPECT_RESULT_AND_ERROR(DutTimeCvtCreate(nullptr, &FixedNumToStr, &DoublingStrToNum, nullptr), nullptr,
+  EXPECT_FAILS(DutTimeCvtCreate("HMS", &FixedNumToStr, &DoublingStrToNum, nullptr), nullptr, 0);
+  EXPECT_FAILS(DutTimeCvtCreate(nullptr, &FixedNumToStr, &DoublingStrToNum, nullptr), nullptr,
                           D_ERR_NULL_PTR);
   DutErrNumSet(0);
   D_TIME_CVT *mine = DutTimeCvtCreate("MyClock", &FixedNumToStr, &DoublingStrToNum, &CountCleanup);
@@ -88,7 +88,7 @@ TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   EXPECT_EQ(DutTimeCvtCreate("myclock", &FixedNumToStr, &DoublingStrToNum, nullptr), nullptr);
 
   std::set<std::string> names;
-  EXPECT_RESULT_AND_ERROR(DutTimeCvtTraverse(&CollectNames, &names), 0, D_ERR_END_OF_TRAVERSAL);
+  EXPECT_FAILS(DutTimeCvtTraverse(&CollectNames, &names), 0, D_ERR_END_OF_TRAVERSAL);
   EXPECT_EQ(names, (std::set<std::string>{"full", "hms", "numeric", "myclock"}));
   EXPECT_EQ(DutTimeCvtTraverse(&StopAtHms, nullptr), 77);
 
@@ -110,18 +110,18 @@ TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   EXPECT_EQ(DutTimeToString(5.0, buffer), buffer);
   EXPECT_STREQ(buffer, "fixed");
   EXPECT_STREQ(DutTimeToString(-5.0, buffer), "<UNKNOWN>");
-  EXPECT_RESULT_AND_ERROR(DutTimeToString(5.0, nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutTimeToString(5.0, nullptr), nullptr, D_ERR_NULL_PTR);
 
   // The current converter cannot go: no action, no error number.
   g_cleanups = 0;
-  EXPECT_RESULT_AND_ERROR(DutTimeCvtDestroy(mine), D_FALSE, 0);
+  EXPECT_FAILS(DutTimeCvtDestroy(mine), D_FALSE, 0);
   EXPECT_EQ(g_cleanups, 0);
   EXPECT_EQ(DutTimeCvtLookup("myclock"), mine);
 
   ASSERT_EQ(DutTimeCvtSetCurrent(hms_), D_TRUE);
   EXPECT_EQ(DutTimeCvtDestroy(mine), D_TRUE);
   EXPECT_EQ(g_cleanups, 1);
-  EXPECT_RESULT_AND_ERROR(DutTimeCvtLookup("myclock"), nullptr, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutTimeCvtLookup("myclock"), nullptr, D_ERR_DOESNT_EXIST);
 }
 
 TEST(TimeCvtRegistry, NullArgumentsAreFatal) {
@@ -134,7 +134,7 @@ TEST(TimeCvtRegistry, NullArgumentsAreFatal) {
 TEST_F(Converters, NullTextIsRefusedByEveryBuiltIn) {
   for (D_TIME_CVT *cvt : {full_, hms_, numeric_}) {
     double value = 7;
-    EXPECT_RESULT_AND_ERROR(DutTimeCvtStrToNum(cvt, nullptr, &value), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutTimeCvtStrToNum(cvt, nullptr, &value), D_FALSE, D_ERR_NULL_PTR);
     EXPECT_EQ(value, 7) << cvt->name;
   }
 }

@@ -62,10 +62,10 @@ TEST(StateAtLoad, ClocksCountersAndConverters) {
     setenv("VQFULLFORMAT", "%s", 1);  // unusable: would read a string from a real
     EXPECT_EQ(DutGetCurrentTime(), 0.0);
     D_TIME_VALUE t{7, 7};
-    EXPECT_RESULT_AND_ERROR(DutGetCurrentTimeStruct(&t), D_FALSE, D_ERR_VAL_TOO_SMALL);
+    EXPECT_FAILS(DutGetCurrentTimeStruct(&t), D_FALSE, D_ERR_VAL_TOO_SMALL);
     EXPECT_EQ(t.seconds, 7) << "a failed read leaves the record alone";
     // No time-change callback yet: a lookup answers null without an error.
-    EXPECT_RESULT_AND_ERROR(DutTimeChangeCbLookup(&Record, 0), nullptr, 0);
+    EXPECT_FAILS(DutTimeChangeCbLookup(&Record, 0), nullptr, 0);
     EXPECT_EQ(DutCbTypeNumLookup(D_TIME_CHANGE_CB_TYPE), nullptr);
     EXPECT_NEAR(DutGetWallTime(), static_cast<double>(std::time(nullptr)), 5.0) << "not pinned";
     EXPECT_EQ(DutInterruptGet(), 0);
@@ -136,13 +136,13 @@ TEST(CurrentTime, RefusedValuesChangeNothingAndCallNobody) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.value);
-    EXPECT_RESULT_AND_ERROR(DutSetCurrentTime(c.value), D_FALSE, c.error);
+    EXPECT_FAILS(DutSetCurrentTime(c.value), D_FALSE, c.error);
   }
   for (const D_TIME_VALUE &bad : {D_TIME_VALUE{-1, 0}, D_TIME_VALUE{0, -1}, D_TIME_VALUE{-1, -1}}) {
-    EXPECT_RESULT_AND_ERROR(DutSetCurrentTimeStruct(&bad), D_FALSE, D_ERR_VAL_TOO_SMALL);
+    EXPECT_FAILS(DutSetCurrentTimeStruct(&bad), D_FALSE, D_ERR_VAL_TOO_SMALL);
   }
-  EXPECT_RESULT_AND_ERROR(DutSetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_RESULT_AND_ERROR(DutGetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutSetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
 
   EXPECT_TRUE(recorder.calls.empty());
   EXPECT_EQ(DutGetCurrentTime(), 3.25);
@@ -190,8 +190,8 @@ TEST(TimeChangeCallbacks, TypeRegistrationLookupAndDestroy) {
 
   D_WORD arg = reinterpret_cast<D_WORD>(&recorder.calls);
   EXPECT_EQ(DutTimeChangeCbLookup(&Record, arg), recorder.cb);
-  EXPECT_RESULT_AND_ERROR(DutTimeChangeCbLookup(&Record, arg + 1), nullptr, D_ERR_DOESNT_EXIST);
-  EXPECT_RESULT_AND_ERROR(DutTimeChangeCbCreate(&Record, arg), nullptr, D_ERR_ALREADY_EXISTS);
+  EXPECT_FAILS(DutTimeChangeCbLookup(&Record, arg + 1), nullptr, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutTimeChangeCbCreate(&Record, arg), nullptr, D_ERR_ALREADY_EXISTS);
 
   // A second callback sees the same change; a destroyed one sees no more.
   std::vector<Call> other;
@@ -291,7 +291,7 @@ TEST(TimeArithmetic, MultiplyCarriesWholeMillions) {
   EXPECT_EQ(DutTimeMultInt(&same, &same, 3), D_TRUE);
   ExpectTime(same, 4, 800000);
 
-  EXPECT_RESULT_AND_ERROR(DutTimeMultInt(nullptr, &same, 2), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutTimeMultInt(nullptr, &same, 2), D_FALSE, D_ERR_NULL_PTR);
 }
 
 TEST(TimeArithmetic, RatioTruncatesTowardZero) {
@@ -316,7 +316,7 @@ TEST(TimeArithmetic, RatioTruncatesTowardZero) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(testing::Message() << c.a.seconds << "." << c.a.microseconds << " / " << c.b.seconds);
-    EXPECT_RESULT_AND_ERROR(DutTimeRatio(&c.a, &c.b), c.ratio, c.error);
+    EXPECT_FAILS(DutTimeRatio(&c.a, &c.b), c.ratio, c.error);
   }
 }
 

@@ -48,8 +48,8 @@ TEST(FrameCount, StableAddressSharedByAllCallers) {
 }
 
 TEST_F(FramePacing, LateFrameWarnsAndRestartsFromNow) {
-  EXPECT_RESULT_AND_ERROR(DutFrameCheck(2), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_RESULT_AND_ERROR(DutFrameCheck(-1), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutFrameCheck(2), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutFrameCheck(-1), D_FALSE, D_ERR_VAL_INVALID);
   OutputCapture capture;
   PinWall(100, 0);
   EXPECT_EQ(DutFrameCheck(1), D_TRUE) << "the first check only notes the time";
@@ -123,7 +123,7 @@ TEST(TimeFormatCheck, NamedConverterBecomesCurrent) {
   EXPECT_EQ(DutTimeCvtGetCurrent(), DutTimeCvtLookup("full"));
 
   OutputCapture capture;
-  EXPECT_RESULT_AND_ERROR(DutOptionSetEnum(option, "sundial"), D_FALSE, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutOptionSetEnum(option, "sundial"), D_FALSE, D_ERR_DOESNT_EXIST);
   EXPECT_EQ(capture.Take(), "WARNING: Time converter <sundial> does not exist.\n");
   EXPECT_EQ(DutTimeCvtGetCurrent(), DutTimeCvtLookup("full")) << "a refused value changes nothing";
   const char *value = nullptr;

@@ -11,14 +11,6 @@
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
 
-// Expects call to answer result and to leave the error number error (0:
-// none) behind, starting from a cleared one.
-#define EXPECT_RESULT_AND_ERROR(call, result, error)  \
-  do {                                                \
-    DutErrNumSet(0);                                  \
-    EXPECT_EQ((call), (result)) << #call;             \
-    EXPECT_EQ(DutErrNumGet(), (error)) << #call;      \
-  } while (0)
 
 namespace timetest {
 

@@ -22,17 +22,13 @@ void drive(const char *text, const uint8_t *selector, size_t selector_size, int 
                               D_LEX_ATT_ERROR_ARG, &jb, D_LEX_ATT_WHITE_SPACE, white_space, 0);
   for (size_t step = 0; DutLexGetToken(lexer) != D_TOK_EOF; ++step) {
     uint8_t choice = selector_size > 0 ? selector[step % selector_size] : 0;
-    D_REAL8 r;
-    D_INT4 i;
-    D_UINT4 u;
-    D_BOOL b;
     switch (choice % 12) {
       case 0: DutLexAcceptId(lexer); break;
       case 1: DutLexAcceptPattern(lexer); break;
-      case 2: DutLexAcceptSignedReal(lexer, &r); break;
-      case 3: DutLexAcceptSignedInt(lexer, &i); break;
-      case 4: DutLexAcceptUnsignedInt(lexer, &u); break;
-      case 5: DutLexAcceptBool(lexer, &b); break;
+      case 2: DutLexAcceptSignedReal(lexer); break;
+      case 3: DutLexAcceptSignedInt(lexer); break;
+      case 4: DutLexAcceptUnsignedInt(lexer); break;
+      case 5: DutLexAcceptBool(lexer); break;
       case 6: DutLexAcceptFileName(lexer); break;
       case 7: DutLexAcceptSlot(lexer); break;
       case 8: DutLexAcceptSlotOrAlias(lexer); break;

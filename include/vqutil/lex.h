@@ -168,15 +168,28 @@ D_EXPORT const char *DutLexGetText(D_LEX *lexer);
 D_EXPORT D_REAL8 DutLexGetValue(D_LEX *lexer);
 
 /* Accept functions: D_TRUE and the next token read, or D_FALSE after the
- * error function ran (the lexer is then destroyed). Values go to the out
- * arguments when they are not null. */
+ * error function ran (the lexer is then destroyed). */
 D_EXPORT D_BOOL DutLexAccept(D_LEX *lexer, D_INT4 kind);
 D_EXPORT D_BOOL DutLexAcceptId(D_LEX *lexer);
 D_EXPORT D_BOOL DutLexAcceptPattern(D_LEX *lexer);
-D_EXPORT D_BOOL DutLexAcceptSignedReal(D_LEX *lexer, D_REAL8 *value);
-D_EXPORT D_BOOL DutLexAcceptSignedInt(D_LEX *lexer, D_INT4 *value);
-D_EXPORT D_BOOL DutLexAcceptUnsignedInt(D_LEX *lexer, D_UINT4 *value);
-D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer, D_BOOL *value);
+/* Typed accepts: the accepted value is the result, and is also kept in the
+ * lexer (DutLexGetValue, DutLexGetText).
+ * - DutLexAcceptSignedReal: an optional "+" or "-", then an unsigned number;
+ *   "-" negates it.
+ * - DutLexAcceptSignedInt: the same, refusing a value that is not a whole
+ *   number ("ERROR: Expected: signed integer,  Found: signed real <%s>");
+ *   the result is truncated to 32 bits.
+ * - DutLexAcceptUnsignedInt: an unsigned number with the same whole-number
+ *   check and, deliberately, the same "signed integer" message.
+ * - DutLexAcceptBool: the identifier "true" or "false" (any case) gives 1 or 0.
+ * On a syntax error the error function runs and the lexer is destroyed; the
+ * result is then 0. A caller whose error function returns (rather than
+ * long-jumping, as DutLexLongjmpErrorFunc does) cannot tell that 0 from an
+ * accepted zero: install a long-jumping error function to survive errors. */
+D_EXPORT D_REAL8 DutLexAcceptSignedReal(D_LEX *lexer);
+D_EXPORT D_INT4 DutLexAcceptSignedInt(D_LEX *lexer);
+D_EXPORT D_UINT4 DutLexAcceptUnsignedInt(D_LEX *lexer);
+D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer);
 /* An unquoted file name up to white space; read with white-space tokens. */
 D_EXPORT D_BOOL DutLexAcceptFileName(D_LEX *lexer);
 D_EXPORT D_BOOL DutLexAcceptSlot(D_LEX *lexer);

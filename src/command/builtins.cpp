@@ -113,8 +113,7 @@ void parseSetFrameCount(D_LEX *lexer) {
     DutOut("Frame Count is %ld\n", static_cast<long>(*DutFrameCountGetPtr()));
     return;
   }
-  D_REAL8 value = 0;
-  DutLexAcceptSignedReal(lexer, &value);
+  D_REAL8 value = DutLexAcceptSignedReal(lexer);
   *DutFrameCountGetPtr() = static_cast<D_UINT4>(toInt(value));
   DutOut("Frame count is now %ld\n", static_cast<long>(*DutFrameCountGetPtr()));
 }
@@ -125,8 +124,7 @@ void parseSetTime(D_LEX *lexer) {
     DutOut("Current time is %s\n", DutRealToStr(DutGetCurrentTime()));
     return;
   }
-  D_REAL8 value = 0;
-  DutLexAcceptSignedReal(lexer, &value);
+  D_REAL8 value = DutLexAcceptSignedReal(lexer);
   DutSetCurrentTime(value);
   DutOut("Current time is now %s\n", DutRealToStr(DutGetCurrentTime()));
 }
@@ -159,8 +157,7 @@ void parseSigint(D_LEX *lexer) {
 
 void parseSleep(D_LEX *lexer) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
-  D_REAL8 seconds = 0;
-  DutLexAcceptSignedReal(lexer, &seconds);
+  D_REAL8 seconds = DutLexAcceptSignedReal(lexer);
   DutWinSleep(seconds);
 }
 

@@ -5,6 +5,7 @@
 // destroying the lexer. So no frame here holds an object with a destructor,
 // and every scanning function answers whether the lexer is still alive.
 #include "vqutil/lex.h"
+#include "command/lex_internal.hpp"
 
 #include <array>
 #include <atomic>
@@ -669,6 +670,34 @@ D_CB_TYPE *tokenCbType(bool create) {
 
 }  // namespace
 
+// The typed accepts keep their value in the lexer and give it as the result.
+// A failure is reported through the error function, which destroys the
+// lexer; the library's own callers use these bool forms to tell a failure
+// from a zero value whatever error function the lexer has.
+namespace vq::lex {
+
+bool acceptSignedReal(D_LEX *lexer, D_REAL8 *value) {
+  VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
+  bool negative = false;
+  if (!readSign(lexer, &negative)) return false;
+  if (!DutLexAccept(lexer, D_TOK_UNSIGNED_NUMBER)) return false;
+  if (negative) lexer->accepted_value = -lexer->accepted_value;
+  *value = lexer->accepted_value;
+  return true;
+}
+
+bool acceptSignedInt(D_LEX *lexer, D_INT4 *value) {
+  VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
+  bool negative = false;
+  if (!readSign(lexer, &negative)) return false;
+  D_REAL8 v = 0;
+  if (!wholeNumber(lexer, negative, &v)) return false;
+  *value = static_cast<D_INT4>(v);
+  return true;
+}
+
+}  // namespace vq::lex
+
 extern "C" {
 
 // ---- Creation -----------------------------------------------------------------
@@ -822,35 +851,25 @@ D_EXPORT D_BOOL DutLexAcceptPattern(D_LEX *lexer) {
   return acceptCurrent(lexer) ? D_TRUE : D_FALSE;
 }
 
-D_EXPORT D_BOOL DutLexAcceptSignedReal(D_LEX *lexer, D_REAL8 *value) {
-  VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
-  bool negative = false;
-  if (!readSign(lexer, &negative)) return D_FALSE;
-  if (!DutLexAccept(lexer, D_TOK_UNSIGNED_NUMBER)) return D_FALSE;
-  if (negative) lexer->accepted_value = -lexer->accepted_value;
-  if (value != nullptr) *value = lexer->accepted_value;
-  return D_TRUE;
+
+D_EXPORT D_REAL8 DutLexAcceptSignedReal(D_LEX *lexer) {
+  D_REAL8 value = 0.0;
+  return vq::lex::acceptSignedReal(lexer, &value) ? value : 0.0;
 }
 
-D_EXPORT D_BOOL DutLexAcceptSignedInt(D_LEX *lexer, D_INT4 *value) {
-  VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
-  bool negative = false;
-  if (!readSign(lexer, &negative)) return D_FALSE;
-  D_REAL8 v = 0;
-  if (!wholeNumber(lexer, negative, &v)) return D_FALSE;
-  if (value != nullptr) *value = static_cast<D_INT4>(v);
-  return D_TRUE;
+D_EXPORT D_INT4 DutLexAcceptSignedInt(D_LEX *lexer) {
+  D_INT4 value = 0;
+  return vq::lex::acceptSignedInt(lexer, &value) ? value : 0;
 }
 
-D_EXPORT D_BOOL DutLexAcceptUnsignedInt(D_LEX *lexer, D_UINT4 *value) {
+D_EXPORT D_UINT4 DutLexAcceptUnsignedInt(D_LEX *lexer) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
   D_REAL8 v = 0;
-  if (!wholeNumber(lexer, false, &v)) return D_FALSE;
-  if (value != nullptr) *value = static_cast<D_UINT4>(static_cast<D_INT4>(v));
-  return D_TRUE;
+  if (!wholeNumber(lexer, false, &v)) return 0;
+  return static_cast<D_UINT4>(static_cast<D_INT4>(v));
 }
 
-D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer, D_BOOL *value) {
+D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
   int result = -1;
   if (lexer->token == D_TOK_IDENTIFIER) {
@@ -865,8 +884,7 @@ D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer, D_BOOL *value) {
   }
   if (!acceptCurrent(lexer)) return D_FALSE;
   lexer->accepted_value = result;
-  if (value != nullptr) *value = result;
-  return D_TRUE;
+  return result;
 }
 
 D_EXPORT D_BOOL DutLexAcceptFileName(D_LEX *lexer) {

@@ -2,6 +2,7 @@
 // same grammar as numbers in command lines.
 #include <csetjmp>
 
+#include "command/lex_internal.hpp"
 #include "frame/check.hpp"
 #include "vqutil/lex.h"
 #include "vqutil/output.h"
@@ -27,12 +28,12 @@ bool parseNumber(const char *text, Number kind, D_REAL8 *value) {
   switch (kind) {
     case Number::SignedInt: {
       D_INT4 whole = 0;
-      if (!DutLexAcceptSignedInt(lexer, &whole)) return false;
+      if (!vq::lex::acceptSignedInt(lexer, &whole)) return false;
       number = whole;
       break;
     }
     case Number::SignedReal:
-      if (!DutLexAcceptSignedReal(lexer, &number)) return false;
+      if (!vq::lex::acceptSignedReal(lexer, &number)) return false;
       break;
     case Number::UnsignedReal:
       if (!DutLexAccept(lexer, D_TOK_UNSIGNED_NUMBER)) return false;

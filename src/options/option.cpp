@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "command/lex_internal.hpp"
 #include "containers/real_format.hpp"
 #include "frame/check.hpp"
 #include "options/option_internal.hpp"
@@ -644,7 +645,7 @@ D_EXPORT D_BOOL DutOptionParseValue(D_OPTION *option, D_LEX *lexer) {
       return parseEnum(option, lexer);
     case D_OPT_TYPE_NUMERIC: {
       D_REAL8 value = 0.0;
-      if (!DutLexAcceptSignedReal(lexer, &value)) return D_FALSE;
+      if (!vq::lex::acceptSignedReal(lexer, &value)) return D_FALSE;
       return DutOptionSetNum(option, value);
     }
     case D_OPT_TYPE_STRING: {

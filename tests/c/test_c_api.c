@@ -4,6 +4,7 @@
  * behave the same when called from C.
  */
 #include <errno.h>
+#include <setjmp.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -166,11 +167,56 @@ static void test_threads(void) {
   CHECK(DutErrNumGet() == D_ERR_VAL_INVALID);
 }
 
+/* The typed accepts as a C host calls them: one argument, the value as the
+ * result; a refusal long-jumps through the quiet error function. */
+static jmp_buf lex_jump;
+
+static int accept_refused(const char *text, int which) {
+  D_LEX *volatile lexer = NULL;
+  if (setjmp(lex_jump) == D_LEX_JUMP_VALUE) {
+    return 1; /* the error function destroyed the lexer and jumped here */
+  }
+  lexer = DutLexCreate(D_LEX_ATT_STRING, text, D_LEX_ATT_ERROR_FUNC, DutLexQuietLongjmpErrorFunc,
+                       D_LEX_ATT_ERROR_ARG, (void *)&lex_jump, 0);
+  switch (which) {
+    case 0: (void)DutLexAcceptSignedReal(lexer); break;
+    case 1: (void)DutLexAcceptSignedInt(lexer); break;
+    case 2: (void)DutLexAcceptUnsignedInt(lexer); break;
+    default: (void)DutLexAcceptBool(lexer); break;
+  }
+  DutLexDestroy(lexer);
+  return 0;
+}
+
+static void test_lexer(void) {
+  D_LEX *lexer = DutLexCreate(D_LEX_ATT_STRING, "-2.5 +7 -4.0 2147483647 TRUE false", 0);
+  D_REAL8 real = DutLexAcceptSignedReal(lexer);
+  D_INT4 whole = DutLexAcceptSignedInt(lexer);
+  D_INT4 negative = DutLexAcceptSignedInt(lexer);
+  D_UINT4 big = DutLexAcceptUnsignedInt(lexer);
+  D_BOOL yes = DutLexAcceptBool(lexer);
+  D_BOOL no = DutLexAcceptBool(lexer);
+  CHECK(real == -2.5);
+  CHECK(whole == 7 && negative == -4);
+  CHECK(big == 2147483647u);
+  CHECK(yes == 1 && no == 0);
+  CHECK(DutLexGetValue(lexer) == 0.0); /* the last value stays in the lexer */
+  CHECK(DutLexGetToken(lexer) == D_TOK_EOF);
+  DutLexDestroy(lexer);
+
+  CHECK(accept_refused("x", 0) == 1);
+  CHECK(accept_refused("1.5", 1) == 1); /* not a whole number */
+  CHECK(accept_refused("-3", 2) == 1);  /* no sign before an unsigned number */
+  CHECK(accept_refused("yes", 3) == 1);
+  CHECK(accept_refused("true", 3) == 0);
+}
+
 int main(void) {
   test_errors();
   test_output();
   test_containers();
   test_memory();
+  test_lexer();
   test_threads();
   printf("c_api: %d passed, %d failed\n", passed, failed);
   return failed == 0 ? 0 : 1;

@@ -270,21 +270,17 @@ TEST(LexReserved, WordsAnyCaseTokenTextsAndTheirErrors) {
 // ---- Accept functions -------------------------------------------------------------
 
 TEST(LexAccept, ValuesAndWhereReadingStops) {
-  D_LEX *lexer = over("-2.5 +7 3.0 -4 TRUE false");
-  D_REAL8 r = 0;
-  D_INT4 i = 0;
-  D_BOOL b = -1;
-  ASSERT_EQ(DutLexAcceptSignedReal(lexer, &r), D_TRUE);
-  EXPECT_EQ(r, -2.5);
+  D_LEX *lexer = over("-2.5 +7 3.0 -4 2147483647 TRUE false");
+  EXPECT_EQ(DutLexAcceptSignedReal(lexer), -2.5);
   EXPECT_EQ(DutLexGetValue(lexer), -2.5);
   for (D_INT4 expected : {7, 3, -4}) {  // a zero fraction is a whole number
-    ASSERT_EQ(DutLexAcceptSignedInt(lexer, &i), D_TRUE);
-    EXPECT_EQ(i, expected);
+    EXPECT_EQ(DutLexAcceptSignedInt(lexer), expected);
+    EXPECT_EQ(DutLexGetValue(lexer), expected);
   }
-  for (D_BOOL expected : {1, 0}) {
-    ASSERT_EQ(DutLexAcceptBool(lexer, &b), D_TRUE);
-    EXPECT_EQ(b, expected);
-  }
+  EXPECT_EQ(DutLexAcceptUnsignedInt(lexer), 2147483647u);
+  EXPECT_EQ(DutLexAcceptBool(lexer), 1);
+  EXPECT_EQ(DutLexAcceptBool(lexer), 0);
+  EXPECT_EQ(DutLexGetToken(lexer), D_TOK_EOF);
   DutLexDestroy(lexer);
 
   // File names run up to white space or a comma (list items), and the
@@ -332,14 +328,9 @@ TEST(LexAccept, ValuesAndWhereReadingStops) {
 TEST(LexAccept, RefusalsNameWhatWasExpectedAndFound) {
   using Accept = D_BOOL (*)(D_LEX *);
   const Accept string = [](D_LEX *l) { return DutLexAccept(l, D_TOK_STRING); };
-  const Accept unsigned_int = [](D_LEX *l) {
-    D_UINT4 u = 0;
-    return DutLexAcceptUnsignedInt(l, &u);
-  };
-  const Accept boolean = [](D_LEX *l) {
-    D_BOOL b = 0;
-    return DutLexAcceptBool(l, &b);
-  };
+  // A refused typed accept gives 0, whatever its type.
+  const Accept unsigned_int = [](D_LEX *l) { return static_cast<D_BOOL>(DutLexAcceptUnsignedInt(l)); };
+  const Accept boolean = DutLexAcceptBool;
   struct Case {
     const char *text;
     Accept accept;

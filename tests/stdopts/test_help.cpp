@@ -21,15 +21,9 @@ namespace fs = std::filesystem;
 using stdopts::EnvGuard;
 using stdopts::OutputCapture;
 
-// The source tree's data folder: VQUTIL_SOURCE_DIR when set, else the
-// first folder above the working directory that holds it.
-fs::path DataDir() {
-  if (const char *source = std::getenv("VQUTIL_SOURCE_DIR")) return fs::path(source) / "data";
-  for (fs::path dir = fs::current_path(); dir != dir.parent_path(); dir = dir.parent_path()) {
-    if (fs::exists(dir / "data/help/options/common.hlp")) return dir / "data";
-  }
-  return {};
-}
+// The data folder that ships with vqsh, as the build names it: the tests
+// pass from any build folder, inside the source tree or not.
+fs::path DataDir() { return fs::path(VQUTIL_DATA_DIR); }
 
 std::vector<std::string> Lines(const std::string &text) {
   std::vector<std::string> lines;
@@ -40,7 +34,7 @@ std::vector<std::string> Lines(const std::string &text) {
 
 class OptionHelp : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_FALSE(data_.empty()) << "set VQUTIL_SOURCE_DIR to the source tree"; }
+  void SetUp() override { ASSERT_TRUE(fs::exists(data_ / "help/options/common.hlp")) << data_; }
   fs::path data_ = DataDir();
   EnvGuard home_{"VQHOME", data_.string()};
 };

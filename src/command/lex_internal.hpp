@@ -1,0 +1,12 @@
+// Internal forms of the typed accepts: true with the value, false once the
+// error function has run (the lexer is then gone).
+#pragma once
+
+#include "vqutil/lex.h"
+
+namespace vq::lex {
+
+bool acceptSignedReal(D_LEX *lexer, D_REAL8 *value);
+bool acceptSignedInt(D_LEX *lexer, D_INT4 *value);
+
+}  // namespace vq::lex

@@ -34,5 +34,6 @@
 #include "stdopt.h"
 #include "rwmutex.h"
 #include "type.h"
+#include "filelock.h"
 
 #endif /* VQUTIL_UTIL_H */

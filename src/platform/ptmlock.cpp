@@ -35,7 +35,7 @@ bool refuseOs() {
   return false;
 }
 
-// An option's value, or the fallback when the option is missing or has no
+// Reads an option's value; false when the option is missing or has no
 // value of the expected type. An absent value is ordinary here, so the
 // caller's error number is kept.
 template <typename Stored>

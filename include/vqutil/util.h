@@ -33,5 +33,7 @@
 #include "net.h"
 #include "stdopt.h"
 #include "rwmutex.h"
+#include "type.h"
+#include "filelock.h"
 
 #endif /* VQUTIL_UTIL_H */

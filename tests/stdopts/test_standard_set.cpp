@@ -122,6 +122,9 @@ const std::vector<Expected> &StandardTable() {
       {"_socket_linger_time", N, false, {}, nullptr, "60"},
       {"_socket_listen_backlog", N, true, {}, DutOptionVerifyNonNeg, "50"},
       {"_conn_read_size_init", N, true, {}, DutOptionVerifyNonNeg, "8192"},
+      {"ptm_lock_loops", N, false, {}, DutOptionVerifyNonNeg, "600"},
+      {"ptm_lock_delay", N, false, {}, DutOptionVerifyNonNeg, "0.2"},
+      {"ptm_lock_trace", B, false, {}, nullptr, "FALSE"},
   };
   return table;
 }

@@ -212,8 +212,9 @@ os::WaitTime waitTimeFromSeconds(double seconds) {
 enum class Awaited { Data, TimedOut, Broken };
 
 // Waits for data to read. Interrupted waits go on for the time that
-// remains; other failures are reported and tried again, except on a
-// descriptor that is not open, which would fail for ever.
+// remains; other failures (already printed by the check) are warned about
+// and tried again, except on a descriptor that is not open, which would
+// fail for ever.
 Awaited awaitData(int s, bool forever, os::WaitTime time) {
   double deadline = forever ? 0.0 : os::monotonicSeconds() + secondsOf(time);
   for (;;) {
@@ -221,7 +222,6 @@ Awaited awaitData(int s, bool forever, os::WaitTime time) {
     if (DutErrNumGet() == D_ERR_TIMEOUT_REACHED) return Awaited::TimedOut;
     int code = os::socketError();
     if (code == kBadDescriptor || (code != kInterrupted && DutErrNumGet() != D_ERR_INTERRUPTED)) {
-      DutPerror("select");
       DutWarning("DutSocketRecvTimeout: select failed\n");
       if (code == kBadDescriptor) return Awaited::Broken;
     }

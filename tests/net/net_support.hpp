@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -38,7 +37,6 @@ class Fd {
   }
   Fd(const Fd &) = delete;
   Fd &operator=(const Fd &) = delete;
-  int get() const { return fd_; }
   operator int() const { return fd_; }
 
  private:
@@ -61,26 +59,19 @@ inline int portOf(int s) {
 }
 
 // A TCP socket bound to 127.0.0.1 on a port the system picks; listening
-// with the backlog when one is given.
-inline int plainTcp(std::optional<int> backlog) {
+// when a backlog is given.
+inline int plainTcp(int backlog = -1) {
   int s = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in a = loopback(0);
   EXPECT_EQ(bind(s, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
-  if (backlog) {
-    EXPECT_EQ(listen(s, *backlog), 0);
+  if (backlog >= 0) {
+    EXPECT_EQ(listen(s, backlog), 0);
   }
   return s;
 }
 
 inline bool sendAll(int s, const std::string &data) {
   return send(s, data.data(), data.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(data.size());
-}
-
-inline int intOption(int s, int level, int name) {
-  int value = -1;
-  socklen_t size = sizeof value;
-  getsockopt(s, level, name, &value, &size);
-  return value;
 }
 
 inline bool closeOnExec(int fd) { return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
@@ -114,5 +105,12 @@ struct Connection {
   Fd accepted{client >= 0 ? DutSocketAccept(server) : -1};
   bool ok() const { return server >= 0 && client >= 0 && accepted >= 0; }
 };
+
+// A failure of a socket call: the result, D_ERR_SOCKET and the socket error.
+#define EXPECT_SOCKET_FAILURE(call, result, socket_err)          \
+  do {                                                          \
+    EXPECT_FAILS(call, result, D_ERR_SOCKET);                   \
+    EXPECT_EQ(DutErrNumGetSocket(), (socket_err)) << #call;     \
+  } while (0)
 
 }  // namespace net_test

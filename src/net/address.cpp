@@ -13,6 +13,10 @@ namespace {
 constexpr int kHostNotFound = 11001;
 constexpr int kHostUnreachable = 10065;
 
+// Longest node name taken to the resolver: a DNS name has at most 255
+// octets, so anything longer cannot name a host.
+constexpr std::size_t kMaxNodeName = 255;
+
 // ASCII only: node names do not follow the locale.
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
@@ -68,10 +72,10 @@ bool underDomain(std::string_view name, std::string_view domain) {
          equalNoCase(name.substr(name.size() - domain.size()), domain);
 }
 
-}  // namespace
-
-namespace vq::net {
-
+// The first IPv4 address of a host name. localhost names answer the
+// loopback address, and names that cannot be host names, or that lie under
+// the reserved "invalid" domain, fail with 11001 (host not found), all
+// without asking a name server.
 bool resolveName(const char *name, std::uint32_t *address) {
   std::string_view n(name, boundedLength(name, kMaxNodeName));
   // Reserved names are answered here, never by a name server.
@@ -83,10 +87,15 @@ bool resolveName(const char *name, std::uint32_t *address) {
   return vq::os::resolveIpv4(name, address);
 }
 
+// Dotted notation first, then the resolver: how node names are compared.
 bool addressOf(const char *name, std::uint32_t *address) {
   if (boundedLength(name, kMaxNodeName) > kMaxNodeName) return false;
   return vq::os::parseIpv4(name, address) || resolveName(name, address);
 }
+
+}  // namespace
+
+namespace vq::net {
 
 bool parseNodeName(const char *node_name, std::uint32_t *address) {
   std::size_t length = boundedLength(node_name, kMaxNodeName);
@@ -134,7 +143,7 @@ D_EXPORT D_BOOL DutCompareNodeNames(const char *name1, const char *name2, D_INT4
   }
   std::uint32_t a1 = 0;
   std::uint32_t a2 = 0;
-  *result = vq::net::addressOf(name1, &a1) && vq::net::addressOf(name2, &a2) && a1 == a2 ? 1 : 0;
+  *result = addressOf(name1, &a1) && addressOf(name2, &a2) && a1 == a2 ? 1 : 0;
   return D_TRUE;
 }
 

@@ -1,4 +1,4 @@
-// Shared pieces of the socket family: name resolution with the local rules,
+// Shared pieces of the socket family: node names to addresses,
 // error-preserving close, and the checks of wait times.
 #pragma once
 
@@ -12,27 +12,15 @@ namespace vq::net {
 // The source label of the family's assertions and expectations.
 inline constexpr const char *kFile = "utsocket";
 
-// Longest node name taken to the resolver: a DNS name has at most 255
-// octets, so anything longer cannot name a host.
-inline constexpr std::size_t kMaxNodeName = 255;
-
 // The longest wait, in seconds, that a time-out may ask for (the range of
 // a 32-bit seconds field).
 inline constexpr double kMaxWaitSeconds = 2147483647.0;
 
-// The first IPv4 address of a host name. localhost names answer the
-// loopback address, and names that cannot be host names, or that lie under
-// the reserved "invalid" domain, fail with 11001 (host not found), all
-// without asking the resolver.
-bool resolveName(const char *name, std::uint32_t *address);
-
 // The address of a node name as DutSocketParseIpAddr finds it: a name
 // with a letter is resolved, any other read in dotted notation. Failures
-// set the library error number and warn about an unknown node.
+// set the library error number and warn about an unknown node (a name too
+// long for any host only sets D_ERR_VAL_TOO_LARGE).
 bool parseNodeName(const char *node_name, std::uint32_t *address);
-
-// Dotted notation first, then the resolver: how node names are compared.
-bool addressOf(const char *name, std::uint32_t *address);
 
 // Closes a socket on an error path: the caller sees the first failure,
 // not whatever the close left behind.

@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/env_var.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/option.h"
@@ -22,6 +23,7 @@
 namespace files_test {
 
 namespace fs = std::filesystem;
+using vqtest::EnvVar;
 using vqtest::OutputCapture;
 
 // A fresh directory that is the current directory for the test's lifetime.
@@ -83,21 +85,6 @@ class StrOption {
 
  private:
   D_OPTION *option_;
-  std::optional<std::string> saved_;
-};
-
-// Sets (null: unsets) an environment variable for one scope.
-class EnvVar {
- public:
-  EnvVar(const char *name, const char *value) : name_(name) {
-    if (const char *old_value = std::getenv(name)) saved_ = old_value;
-    set(value);
-  }
-  ~EnvVar() { set(saved_ ? saved_->c_str() : nullptr); }
-  void set(const char *value) { value ? setenv(name_, value, 1) : unsetenv(name_); }
-
- private:
-  const char *name_;
   std::optional<std::string> saved_;
 };
 

@@ -33,5 +33,6 @@
 #include "net.h"
 #include "stdopt.h"
 #include "rwmutex.h"
+#include "ringbuf.h"
 
 #endif /* VQUTIL_UTIL_H */

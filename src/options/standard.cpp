@@ -173,6 +173,7 @@ const StandardOption kStandardOptions[] = {
     num("_socket_linger_time", false, 60),
     num("_socket_listen_backlog", true, 50, DutOptionVerifyNonNeg),
     num("_conn_read_size_init", true, 8192, DutOptionVerifyNonNeg),
+    num("default_history_buffer_size", true, 1000, DutOptionVerifyNonNeg),
 };
 
 // Runs a setopt line as the program's own (no feedback unless the mode is

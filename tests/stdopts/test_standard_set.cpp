@@ -122,6 +122,7 @@ const std::vector<Expected> &StandardTable() {
       {"_socket_linger_time", N, false, {}, nullptr, "60"},
       {"_socket_listen_backlog", N, true, {}, DutOptionVerifyNonNeg, "50"},
       {"_conn_read_size_init", N, true, {}, DutOptionVerifyNonNeg, "8192"},
+      {"default_history_buffer_size", N, true, {}, DutOptionVerifyNonNeg, "1000"},
   };
   return table;
 }

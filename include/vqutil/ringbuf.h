@@ -59,8 +59,9 @@
  *   D_ERR_DOESNT_EXIST (8)     searches and look-ups that find nothing;
  *   D_ERR_TYPE_INVALID (14)    a value type outside the six;
  *   D_ERR_TYPE_MISMATCH (15)   a free function for a ring not of type 0,
- *                              maximum and minimum of a non-numeric ring,
- *                              two buffers of different rings;
+ *                              maximum and minimum of a non-numeric ring, a
+ *                              fixed buffer asked for as growable or the
+ *                              other way round;
  *   D_ERR_END_OF_TRAVERSAL (18) a traversal step past the end;
  *   D_ERR_EMPTY (19)           no value where one is needed.
  *

@@ -1,6 +1,8 @@
 // Writing values: the newer-value path every archive takes, the insertion
 // of older values in time order, growth, and the ring's initial value.
 #include <algorithm>
+#include <cstring>
+#include <string>
 
 #include "frame/check.hpp"
 #include "ringbuf/ring_internal.hpp"
@@ -120,6 +122,83 @@ D_RING_ENTRY *keepInitial(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incomin
 
 }  // namespace
 
+bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
+  switch (type) {
+    case D_RING_TYPE_VOID:
+      return entry.value.ptr == value.ptr;
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return entry.value.i == value.i;
+    case D_RING_TYPE_DOUBLE:
+      return *entry.value.dp == value.d;
+    case D_RING_TYPE_STRING:
+      return std::strcmp(entry.value.rs != nullptr ? entry.value.rs->str : "", value.text) == 0;
+    case D_RING_TYPE_FLOAT:
+      return entry.value.f == value.f;
+    case D_RING_TYPE_WORD:
+      return entry.value.w == value.w;
+    default:
+      DutWarning("Invalid buffer type: %ld in utRingValuesEqual\n", static_cast<long>(type));
+      return false;
+  }
+}
+
+void setValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) {
+  switch (ring->type) {
+    case D_RING_TYPE_VOID: {
+      void *old = entry.value.ptr;
+      takePointer(ring, value.ptr);
+      entry.value.ptr = value.ptr;
+      dropPointer(ring, old);
+      break;
+    }
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      entry.value.i = value.i;
+      break;
+    case D_RING_TYPE_DOUBLE:
+      *entry.value.dp = value.d;
+      break;
+    case D_RING_TYPE_STRING:
+      setText(entry, value.text);
+      break;
+    case D_RING_TYPE_FLOAT:
+      entry.value.f = value.f;
+      break;
+    case D_RING_TYPE_WORD:
+      entry.value.w = value.w;
+      break;
+    default:
+      DutWarning("Unexpected value type in utRingSetValue: %ld\n", static_cast<long>(ring->type));
+      break;
+  }
+}
+
+bool storeValue(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
+                D_UINT2 status, D_UINT2 flag) {
+  D_RING_BUF *ring = hdr->ring;
+  if (!inArray(hdr, entry)) {
+    if (tracing()) trace("Invalid entry in utRingStoreValue, Buffer: %s\n", nameOf(ring));
+    return false;
+  }
+  if (tracing()) trace("Storing value for %s at %ld.%06ld\n", nameOf(ring), sec(t), usec(t));
+  if (entry->status != 0 && ring->overwrite_cb_list != nullptr) {
+    D_RING_OVERWRITE_CB_DATA data{nullptr, hdr, entry};
+    DutCbListCall(ring->overwrite_cb_list, ring, &data);
+  }
+  fillEntry(ring, *entry, t, value, status, flag);
+  return true;
+}
+
+void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+               D_UINT2 flag) {
+  setValue(ring, entry, value);
+  entry.sec = t.seconds;
+  entry.usec = t.microseconds;
+  entry.status = status;
+  entry.flag = flag;
+}
+
 D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
                           D_UINT2 flag) {
   D_RING_BUF *ring = hdr->ring;
@@ -148,7 +227,7 @@ D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming
     return nullptr;
   }
   if ((hdr->flags & D_RING_TIME_REPEAT) == 0 && when == micros(*cur)) {
-    if (tracing() && ring->name != nullptr && ring->name[0] != '_') {
+    if (tracing() && (ring->name == nullptr || ring->name[0] != '_')) {
       trace("Duplicate timestamp received for %s, incr %ld.%06ld\n", nameOf(ring), sec(hdr->incr),
             usec(hdr->incr));
       trace("at time %ld.%06ld - overwriting previous value\n", sec(t), usec(t));
@@ -259,7 +338,8 @@ D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE
                                           D_UINT2 status, D_UINT2 flag) {
   if (!acceptValue(buffer, time, value, status)) return nullptr;
   if (buffer->start == nullptr || buffer->ring == nullptr) return fail(D_ERR_NULL_PTR, static_cast<D_RING_ENTRY *>(nullptr));
-  const Incoming in = readValue(buffer->ring->type, value);
+  std::string text;
+  const Incoming in = readValue(buffer->ring->type, value, &text);
   D_RING_ENTRY *cur = buffer->current;
   if (cur->status == 0) {
     // Into the current slot, then slot 0 is current: a new buffer's first
@@ -283,7 +363,8 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
     }
     return nullptr;
   }
-  return archive(ring, *time, readValue(ring->type, value), status, flag);
+  std::string text;
+  return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
 }
 
 }  // extern "C"

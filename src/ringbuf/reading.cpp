@@ -3,6 +3,7 @@
 // touches the process-wide iteration of DutRingNextEntry.
 #include <algorithm>
 #include <limits>
+#include <string>
 
 #include "frame/check.hpp"
 #include "ringbuf/ring_internal.hpp"
@@ -393,7 +394,8 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveHistoryData(D_RING_BUF *ring, const D_TIME_
   const D_INT4 at = upperBound(seq, when);
   D_RING_ENTRY *e = hdr->start;
   for (D_INT4 i = seq.count - 1; i >= at; --i) moveSlot(ring, e[i], e[i + 1]);
-  storeValue(hdr, e + at, *time, readValue(ring->type, value), status, flag);
+  std::string text;
+  storeValue(hdr, e + at, *time, readValue(ring->type, value, &text), status, flag);
   hdr->current = e + seq.count;
   return e + at;
 }

@@ -1,6 +1,9 @@
 // Rings and their buffers: creation, the buffer list ordered by increment,
 // flags, clearing, destruction and the overwrite callbacks.
+#include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <string>
 
 #include "frame/check.hpp"
 #include "ringbuf/ring_internal.hpp"
@@ -14,8 +17,10 @@ namespace vq::ring {
 
 namespace {
 
-// -1, -1: never set.
-D_TIME_VALUE utRingStartTime = {-1, -1};
+// The ring start time in microseconds, kUnset until set. Every grid reset
+// reads it, so it is read without the lock.
+constexpr std::int64_t kUnset = INT64_MIN;
+std::atomic<std::int64_t> utRingStartTime{kUnset};
 D_CB_TYPE *utRingOverwriteCbType = nullptr;
 
 bool incrementAccepted(const D_RING_BUF *ring, const D_TIME_VALUE &incr) {
@@ -29,8 +34,9 @@ bool incrementAccepted(const D_RING_BUF *ring, const D_TIME_VALUE &incr) {
   return false;
 }
 
-// The value the ring holds now, read before a new buffer is linked.
-bool currentData(D_RING_BUF *ring, D_RING_ENTRY *data, Incoming *value) {
+// The value the ring holds now, read (a text copied into holder) before a
+// new buffer is linked.
+bool currentData(D_RING_BUF *ring, D_RING_ENTRY *data, Incoming *value, std::string *holder) {
   D_RING_HDR *first = firstBuffer(ring);
   const D_RING_ENTRY *source = nullptr;
   if (first != nullptr) {
@@ -41,6 +47,10 @@ bool currentData(D_RING_BUF *ring, D_RING_ENTRY *data, Incoming *value) {
   if (source == nullptr) return false;
   *data = *source;
   *value = valueOf(ring->type, *source);
+  if (ring->type == D_RING_TYPE_STRING) {
+    holder->assign(value->text);
+    value->text = holder->c_str();
+  }
   return true;
 }
 
@@ -92,7 +102,8 @@ D_RING_HDR *addNew(D_RING_BUF *ring, const D_TIME_VALUE &min_span, const D_TIME_
                    D_UINT4 flags) {
   D_RING_ENTRY data{};
   Incoming value;
-  const bool has_data = currentData(ring, &data, &value);
+  std::string text;
+  const bool has_data = currentData(ring, &data, &value, &text);
   D_RING_HDR *hdr = createHeader(ring, min_span, incr, size, flags);
   if (hdr != nullptr && has_data) {
     archive(ring, D_TIME_VALUE{data.sec, data.usec}, value, data.status, data.flag);
@@ -128,9 +139,8 @@ D_RING_HDR *byIncrement(const D_RING_BUF *ring, const D_TIME_VALUE &incr) {
 }
 
 D_TIME_VALUE startTime() {
-  ProcessLock lock;
-  if (utRingStartTime.seconds < 0 || utRingStartTime.microseconds < 0) return D_TIME_VALUE{0, 0};
-  return utRingStartTime;
+  const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
+  return start == kUnset ? D_TIME_VALUE{0, 0} : fromMicros(start);
 }
 
 }  // namespace vq::ring
@@ -145,16 +155,15 @@ D_EXPORT D_BOOL DutRingSetStartTime(const D_TIME_VALUE *start) {
   const bool usec_ok = VQ_EXPECT(start->microseconds >= 0, "start->usec >= 0", kFile) != 0;
   if (!sec_ok || !usec_ok) return fail(D_ERR_VAL_TOO_SMALL, D_FALSE);
   if (!validTime(*start)) return fail(D_ERR_VAL_INVALID, D_FALSE);
-  vq::ProcessLock lock;
-  utRingStartTime = *start;
+  utRingStartTime.store(micros(*start), std::memory_order_relaxed);
   return D_TRUE;
 }
 
 D_EXPORT D_BOOL DutRingGetStartTime(D_TIME_VALUE *start_return) {
   if (start_return == nullptr) return fail(D_ERR_NULL_PTR, D_FALSE);
-  vq::ProcessLock lock;
-  if (utRingStartTime.seconds < 0 || utRingStartTime.microseconds < 0) return D_FALSE;
-  *start_return = utRingStartTime;
+  const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
+  if (start == kUnset) return D_FALSE;
+  *start_return = fromMicros(start);
   return D_TRUE;
 }
 

@@ -69,15 +69,22 @@ struct Incoming {
   D_REAL8 d = 0.0;
   float f = 0.0f;
   D_UINT4 w = 0;
-  std::string text;
+  const char *text = "";
 };
-Incoming readValue(D_UINT4 type, const void *value);
+// The caller's value; a text is copied into holder first.
+Incoming readValue(D_UINT4 type, const void *value, std::string *holder);
 // An entry's value as a caller would hand it in.
 Incoming valueOf(D_UINT4 type, const D_RING_ENTRY &entry);
 bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value);
 // Sets the value by type: a pointer value is taken before the old one is let
 // go, so storing a pointer over itself never frees it.
 void setValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value);
+// Counted copies of pointer values (type 0): the free function runs when
+// the last copy goes.
+void takePointer(D_RING_BUF *ring, void *ptr);
+void dropPointer(D_RING_BUF *ring, void *ptr);
+// Copies a text into the entry's own storage.
+void setText(D_RING_ENTRY &entry, const char *text);
 // Lets the entry's value go (the free function for a pointer's last copy),
 // empties a text and zeroes the rest; storage owned by the entry stays.
 void clearValue(D_RING_BUF *ring, D_RING_ENTRY &entry);

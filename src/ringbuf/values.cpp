@@ -91,7 +91,7 @@ bool validType(D_UINT4 type) {
 
 // ---- Values ---------------------------------------------------------------
 
-Incoming readValue(D_UINT4 type, const void *value) {
+Incoming readValue(D_UINT4 type, const void *value, std::string *holder) {
   Incoming in;
   switch (type) {
     case D_RING_TYPE_VOID:
@@ -105,7 +105,8 @@ Incoming readValue(D_UINT4 type, const void *value) {
       std::memcpy(&in.d, value, sizeof in.d);
       break;
     case D_RING_TYPE_STRING:
-      in.text = static_cast<const char *>(value);
+      holder->assign(static_cast<const char *>(value));
+      in.text = holder->c_str();
       break;
     case D_RING_TYPE_FLOAT:
       std::memcpy(&in.f, value, sizeof in.f);
@@ -147,29 +148,6 @@ Incoming valueOf(D_UINT4 type, const D_RING_ENTRY &entry) {
   return in;
 }
 
-bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
-  switch (type) {
-    case D_RING_TYPE_VOID:
-      return entry.value.ptr == value.ptr;
-    case D_RING_TYPE_INT:
-    case D_RING_TYPE_LONG:
-      return entry.value.i == value.i;
-    case D_RING_TYPE_DOUBLE:
-      return *entry.value.dp == value.d;
-    case D_RING_TYPE_STRING:
-      return std::strcmp(entry.value.rs != nullptr ? entry.value.rs->str : "", value.text.c_str()) == 0;
-    case D_RING_TYPE_FLOAT:
-      return entry.value.f == value.f;
-    case D_RING_TYPE_WORD:
-      return entry.value.w == value.w;
-    default:
-      DutWarning("Invalid buffer type: %ld in utRingValuesEqual\n", static_cast<long>(type));
-      return false;
-  }
-}
-
-namespace {
-
 void takePointer(D_RING_BUF *ring, void *ptr) {
   if (ptr == nullptr) return;
   auto *&refs = blockOf(ring)->refs;
@@ -190,8 +168,6 @@ void dropPointer(D_RING_BUF *ring, void *ptr) {
   if (ring->free_func != nullptr) ring->free_func(ptr);
 }
 
-}  // namespace
-
 PointerGuard::PointerGuard(D_RING_BUF *ring, const Incoming &value)
     : ring_(ring), ptr_(ring->type == D_RING_TYPE_VOID ? value.ptr : nullptr) {
   if (ptr_ == nullptr) return;
@@ -209,53 +185,20 @@ PointerGuard::~PointerGuard() {
   if (held_before_ && ring_->free_func != nullptr) ring_->free_func(ptr_);
 }
 
-namespace {
-
 // The text buffer grows in 32-byte units to hold length + 1 bytes.
-void setText(D_RING_ENTRY &entry, const std::string &text) {
+void setText(D_RING_ENTRY &entry, const char *text) {
   D_RING_STR *&rs = entry.value.rs;
   if (rs == nullptr) {
     rs = static_cast<D_RING_STR *>(DutCallocCheck(sizeof(D_RING_STR), "rbe->value.rs", kFile, __LINE__));
   }
-  const D_INT4 needed = static_cast<D_INT4>((text.size() + 1 + 31) / 32);
+  const std::size_t length = std::strlen(text);
+  const D_INT4 needed = static_cast<D_INT4>((length + 1 + 31) / 32);
   if (rs->str == nullptr || rs->size < needed) {
     rs->str = static_cast<char *>(DutReallocCheck(rs->str, needed * 32, "rbe->value.rs->str", kFile, __LINE__));
     rs->size = needed;
   }
-  std::memcpy(rs->str, text.c_str(), text.size() + 1);
-}
-
-}  // namespace
-
-void setValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) {
-  switch (ring->type) {
-    case D_RING_TYPE_VOID: {
-      void *old = entry.value.ptr;
-      takePointer(ring, value.ptr);
-      entry.value.ptr = value.ptr;
-      dropPointer(ring, old);
-      break;
-    }
-    case D_RING_TYPE_INT:
-    case D_RING_TYPE_LONG:
-      entry.value.i = value.i;
-      break;
-    case D_RING_TYPE_DOUBLE:
-      *entry.value.dp = value.d;
-      break;
-    case D_RING_TYPE_STRING:
-      setText(entry, value.text);
-      break;
-    case D_RING_TYPE_FLOAT:
-      entry.value.f = value.f;
-      break;
-    case D_RING_TYPE_WORD:
-      entry.value.w = value.w;
-      break;
-    default:
-      DutWarning("Unexpected value type in utRingSetValue: %ld\n", static_cast<long>(ring->type));
-      break;
-  }
+  // A text stored over itself stays as it is.
+  std::memmove(rs->str, text, length + 1);
 }
 
 void clearValue(D_RING_BUF *ring, D_RING_ENTRY &entry) {
@@ -309,31 +252,6 @@ bool numericValue(D_UINT4 type, const D_RING_ENTRY &entry, D_REAL8 *value) {
     default:
       return false;
   }
-}
-
-bool storeValue(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
-                D_UINT2 status, D_UINT2 flag) {
-  D_RING_BUF *ring = hdr->ring;
-  if (!inArray(hdr, entry)) {
-    if (tracing()) trace("Invalid entry in utRingStoreValue, Buffer: %s\n", nameOf(ring));
-    return false;
-  }
-  if (tracing()) trace("Storing value for %s at %ld.%06ld\n", nameOf(ring), sec(t), usec(t));
-  if (entry->status != 0 && ring->overwrite_cb_list != nullptr) {
-    D_RING_OVERWRITE_CB_DATA data{nullptr, hdr, entry};
-    DutCbListCall(ring->overwrite_cb_list, ring, &data);
-  }
-  fillEntry(ring, *entry, t, value, status, flag);
-  return true;
-}
-
-void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
-               D_UINT2 flag) {
-  setValue(ring, entry, value);
-  entry.sec = t.seconds;
-  entry.usec = t.microseconds;
-  entry.status = status;
-  entry.flag = flag;
 }
 
 // ---- Arrays -----------------------------------------------------------------

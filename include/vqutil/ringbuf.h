@@ -221,7 +221,7 @@ typedef struct D_RING_CONTEXT {
   D_TIME_VALUE end;
   D_TIME_VALUE next_time; /* the next sample time */
   D_INT4 position;        /* entry by entry: index from the oldest entry */
-  D_INT4 remaining;       /* changes still to visit (D_RING_TRAV_CHANGES) */
+  D_INT4 remaining;       /* changes still to visit; -1: the samples are over */
   D_INT4 lead;            /* every change: the value in force at start is still to come */
   D_INT4 done;
 } D_RING_CONTEXT;

@@ -111,10 +111,16 @@ bool step(D_RING_CONTEXT &ctx, D_RING_ENTRY **entry, D_TIME_VALUE *time) {
     return true;
   }
   if (!isZero(ctx.incr)) {
-    if (micros(ctx.next_time) > micros(ctx.end)) return false;
+    if (ctx.remaining < 0 || micros(ctx.next_time) > micros(ctx.end)) return false;
     *time = ctx.next_time;
     *entry = inForce(ctx, *time);
-    ctx.next_time = fromMicros(micros(ctx.next_time) + micros(ctx.incr));
+    // Marked rather than stored: a time past the end may not fit the record.
+    const std::int64_t following = micros(ctx.next_time) + micros(ctx.incr);
+    if (following > micros(ctx.end)) {
+      ctx.remaining = -1;
+    } else {
+      ctx.next_time = fromMicros(following);
+    }
     return true;
   }
   // Every change: what was in force at start when it began before, then the

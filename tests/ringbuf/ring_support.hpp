@@ -64,16 +64,7 @@ class Ring : public ::testing::Test {
 using Pairs = std::vector<std::pair<std::int64_t, double>>;
 inline double Number(D_UINT4 type, const D_RING_ENTRY *e) {
   if (e->status == 0) return -1.0;
-  switch (type) {
-    case D_RING_TYPE_DOUBLE:
-      return *e->value.dp;
-    case D_RING_TYPE_FLOAT:
-      return e->value.f;
-    case D_RING_TYPE_WORD:
-      return e->value.w;
-    default:
-      return e->value.i;
-  }
+  return type == D_RING_TYPE_DOUBLE ? *e->value.dp : e->value.i;
 }
 inline Pairs Doubles(D_RING_HDR *hdr) {
   Pairs out;
@@ -84,15 +75,12 @@ inline Pairs Doubles(D_RING_HDR *hdr) {
   return out;
 }
 
-// A value of the ring's numeric type.
+// A value of a double or integer ring.
 struct Num {
-  explicit Num(D_UINT4 type, double v) : d(v), f(static_cast<float>(v)), i(static_cast<D_INT4>(v)) {
-    p = type == D_RING_TYPE_DOUBLE ? static_cast<const void *>(&d)
-        : type == D_RING_TYPE_FLOAT ? static_cast<const void *>(&f)
-                                    : static_cast<const void *>(&i);
+  Num(D_UINT4 type, double v) : d(v), i(static_cast<D_INT4>(v)) {
+    p = type == D_RING_TYPE_DOUBLE ? static_cast<const void *>(&d) : static_cast<const void *>(&i);
   }
   double d;
-  float f;
   D_INT4 i;
   const void *p;
 };

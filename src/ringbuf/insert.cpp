@@ -120,9 +120,7 @@ D_RING_ENTRY *keepInitial(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incomin
   return initial;
 }
 
-}  // namespace
-
-bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
+inline bool sameValue(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
   switch (type) {
     case D_RING_TYPE_VOID:
       return entry.value.ptr == value.ptr;
@@ -143,7 +141,7 @@ bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &val
   }
 }
 
-void setValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) {
+inline void putValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) {
   switch (ring->type) {
     case D_RING_TYPE_VOID: {
       void *old = entry.value.ptr;
@@ -174,8 +172,17 @@ void setValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) {
   }
 }
 
-bool storeValue(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
-                D_UINT2 status, D_UINT2 flag) {
+inline void fill(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                 D_UINT2 flag) {
+  putValue(ring, entry, value);
+  entry.sec = t.seconds;
+  entry.usec = t.microseconds;
+  entry.status = status;
+  entry.flag = flag;
+}
+
+inline bool putEntry(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
+                     D_UINT2 status, D_UINT2 flag) {
   D_RING_BUF *ring = hdr->ring;
   if (!inArray(hdr, entry)) {
     if (tracing()) trace("Invalid entry in utRingStoreValue, Buffer: %s\n", nameOf(ring));
@@ -186,17 +193,25 @@ bool storeValue(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, con
     D_RING_OVERWRITE_CB_DATA data{nullptr, hdr, entry};
     DutCbListCall(ring->overwrite_cb_list, ring, &data);
   }
-  fillEntry(ring, *entry, t, value, status, flag);
+  fill(ring, *entry, t, value, status, flag);
   return true;
 }
 
+}  // namespace
+
+// The value operations other files use; the insertion paths here use the
+// inline forms above.
+bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
+  return sameValue(type, entry, value);
+}
+void setValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) { putValue(ring, entry, value); }
+bool storeValue(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
+                D_UINT2 status, D_UINT2 flag) {
+  return putEntry(hdr, entry, t, value, status, flag);
+}
 void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
                D_UINT2 flag) {
-  setValue(ring, entry, value);
-  entry.sec = t.seconds;
-  entry.usec = t.microseconds;
-  entry.status = status;
-  entry.flag = flag;
+  fill(ring, entry, t, value, status, flag);
 }
 
 D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
@@ -205,12 +220,12 @@ D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming
   D_RING_ENTRY *cur = hdr->current;
   if (cur->status == 0) {
     if (tracing()) trace("Updating empty header\n");
-    storeValue(hdr, hdr->start, t, value, status, flag);
+    putEntry(hdr, hdr->start, t, value, status, flag);
     hdr->current = hdr->start;
     setGrid(hdr, t);
     return hdr->current;
   }
-  if ((hdr->flags & D_RING_VALUE_REPEAT) == 0 && equalsIncoming(ring->type, *cur, value)) {
+  if ((hdr->flags & D_RING_VALUE_REPEAT) == 0 && sameValue(ring->type, *cur, value)) {
     if (tracing()) {
       trace("New value equals previous value for buffer %s, incr: %ld.%06ld, time %ld.%06ld\n", nameOf(ring),
             sec(hdr->incr), usec(hdr->incr), sec(t), usec(t));
@@ -232,13 +247,13 @@ D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming
             usec(hdr->incr));
       trace("at time %ld.%06ld - overwriting previous value\n", sec(t), usec(t));
     }
-    storeValue(hdr, cur, t, value, status, flag);
+    putEntry(hdr, cur, t, value, status, flag);
     return cur;
   }
   growIfShort(hdr);
   if ((hdr->flags & D_RING_TIME_REPEAT) != 0) {
     D_RING_ENTRY *slot = after(hdr, hdr->current);
-    storeValue(hdr, slot, t, value, status, flag);
+    putEntry(hdr, slot, t, value, status, flag);
     hdr->current = slot;
     return slot;
   }
@@ -274,7 +289,7 @@ D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming
     if (tracing()) trace("Time %ld.%06ld LT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
     target = just_one || at_boundary ? after(hdr, cur) : cur;
   }
-  storeValue(hdr, target, t, value, status, flag);
+  putEntry(hdr, target, t, value, status, flag);
   hdr->current = target;
   return target;
 }
@@ -300,7 +315,7 @@ D_RING_ENTRY *insertInOrder(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incomi
   Seq seq = seqOf(hdr);
   D_INT4 at = upperBound(seq, when);
   if ((hdr->flags & D_RING_TIME_REPEAT) == 0 && at > 0 && sameTime(seq[at - 1], t)) {
-    storeValue(hdr, &seq[at - 1], t, value, status, flag);
+    putEntry(hdr, &seq[at - 1], t, value, status, flag);
     return &seq[at - 1];
   }
   if (isWrapped(hdr)) {
@@ -311,13 +326,13 @@ D_RING_ENTRY *insertInOrder(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incomi
     // Room after the newest: the newer entries move up one slot, newest first.
     for (D_INT4 i = seq.count - 1; i >= at; --i) copyEntry(hdr, &seq[i], hdr, &seq[i + 1]);
     hdr->current = &seq[seq.count];
-    storeValue(hdr, &seq[at], t, value, status, flag);
+    putEntry(hdr, &seq[at], t, value, status, flag);
     return &seq[at];
   }
   if (at == 0) return fail(D_ERR_VAL_TOO_SMALL, static_cast<D_RING_ENTRY *>(nullptr));
   // Full: the oldest entry is given up and the older ones move down a slot.
   for (D_INT4 i = 1; i < at; ++i) copyEntry(hdr, &seq[i], hdr, &seq[i - 1]);
-  storeValue(hdr, &seq[at - 1], t, value, status, flag);
+  putEntry(hdr, &seq[at - 1], t, value, status, flag);
   return &seq[at - 1];
 }
 

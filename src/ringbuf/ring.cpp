@@ -2,7 +2,6 @@
 // flags, clearing, destruction and the overwrite callbacks.
 #include <atomic>
 #include <cstdint>
-#include <cstring>
 #include <string>
 
 #include "frame/check.hpp"
@@ -11,7 +10,6 @@
 #include "vqutil/memory.h"
 #include "vqutil/output.h"
 #include "vqutil/strutil.h"
-#include "vqutil/thread.h"
 
 namespace vq::ring {
 

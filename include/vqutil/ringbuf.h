@@ -70,7 +70,7 @@
  * preceded by "Wall time %s, data time: %s\n".
  *
  * Thread safety: none inside. Rings and buffers are not locked: the caller
- * serialises each ring. DutRingNextEntry and the two specified searches
+ * serialises each ring. DutRingNextEntry and the two searches
  * (DutRingFindTime, DutRingFindTimeEntry) share one process-wide iteration
  * state, so one such iteration runs at a time in the whole process, also
  * across threads. The D_RING_ITER forms below and every reading-side

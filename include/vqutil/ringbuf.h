@@ -201,7 +201,7 @@ typedef struct D_RING_OVERWRITE_CB_DATA {
 typedef struct D_RING_ITER {
   D_RING_HDR *buffer; /* null before the first call */
   D_INT4 index;       /* slot of the entry last returned */
-  D_INT4 done;        /* the newest entry has been returned */
+  D_INT4 done;        /* the iteration has ended */
 } D_RING_ITER;
 
 /* Traversal kinds. */

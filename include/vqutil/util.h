@@ -35,5 +35,6 @@
 #include "rwmutex.h"
 #include "type.h"
 #include "filelock.h"
+#include "ringbuf.h"
 
 #endif /* VQUTIL_UTIL_H */

@@ -176,6 +176,7 @@ const StandardOption kStandardOptions[] = {
     num("ptm_lock_loops", false, 600, DutOptionVerifyNonNeg),
     num("ptm_lock_delay", false, 0.2, DutOptionVerifyNonNeg),
     boolean("ptm_lock_trace", false, false),
+    num("default_history_buffer_size", true, 1000, DutOptionVerifyNonNeg),
 };
 
 // Runs a setopt line as the program's own (no feedback unless the mode is

@@ -211,6 +211,26 @@ static void test_lexer(void) {
   CHECK(accept_refused("true", 3) == 0);
 }
 
+/* A ring as C sees it: the records' fields through the accessor macros. */
+static void test_ringbuf(void) {
+  D_TIME_VALUE now = {0, 0}, incr = {1, 0}, t = {3, 250000};
+  D_RING_BUF *ring;
+  D_RING_HDR *hdr;
+  D_RING_ENTRY *e;
+  double v = 2.5;
+  DutSetCurrentTime(0.0);
+  ring = DutRingCreate(D_RING_TYPE_DOUBLE, "c");
+  hdr = DutRingAddFixedBuffer(ring, 1, &incr);
+  CHECK(hdr != NULL && D_GRH_SIZE(hdr) == 2 && D_GRH_RING(hdr) == ring);
+  e = DutRingArchiveValue(ring, &t, &v, D_RING_STATUS_KNOWN, 9);
+  CHECK(e == D_GRH_CURRENT(hdr) && D_GRBE_SEC(e) == 3 && D_GRBE_USEC(e) == 250000 && D_GRBE_FLAG(e) == 9);
+  CHECK(*(double *)DutRingValuePtr(e, D_GRB_TYPE(ring)) == 2.5);
+  CHECK(DutRingFindTime(hdr, &t) == e && DutRingFindTime(hdr, &now) == NULL);
+  CHECK(DutRingDestroy(ring) == D_TRUE && D_GRB_NAME(ring) == NULL);
+  DutDqClose(&D_GRB_BUFFERS(ring));
+  DutFreeCheck(ring, "ring", __FILE__, __LINE__);
+}
+
 int main(void) {
   test_errors();
   test_output();
@@ -218,6 +238,7 @@ int main(void) {
   test_memory();
   test_lexer();
   test_threads();
+  test_ringbuf();
   printf("c_api: %d passed, %d failed\n", passed, failed);
   return failed == 0 ? 0 : 1;
 }

@@ -125,6 +125,7 @@ const std::vector<Expected> &StandardTable() {
       {"ptm_lock_loops", N, false, {}, DutOptionVerifyNonNeg, "600"},
       {"ptm_lock_delay", N, false, {}, DutOptionVerifyNonNeg, "0.2"},
       {"ptm_lock_trace", B, false, {}, nullptr, "FALSE"},
+      {"default_history_buffer_size", N, true, {}, DutOptionVerifyNonNeg, "1000"},
   };
   return table;
 }

@@ -1,0 +1,385 @@
+// Writing values: the newer-value path every archive takes, the insertion
+// of older values in time order, growth, and the ring's initial value.
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "frame/check.hpp"
+#include "ringbuf/ring_internal.hpp"
+#include "vqutil/memory.h"
+#include "vqutil/output.h"
+#include "vqutil/strutil.h"
+
+namespace vq::ring {
+
+namespace {
+
+bool sameTime(const D_RING_ENTRY &e, const D_TIME_VALUE &t) { return e.sec == t.seconds && e.usec == t.microseconds; }
+
+// The size a full growable buffer grows to, from the entry rate it has seen
+// and the span it must cover.
+D_INT4 newSize(const D_RING_HDR *hdr) {
+  const char *name = nameOf(hdr->ring);
+  if (tracing()) trace("Entering utRingGetNewSize for %s\n", name);
+  const D_REAL8 s = seconds(spanOf(hdr));
+  const std::int64_t n = hdr->size;
+  const std::int64_t fallback = n + n / 2;
+  std::int64_t size = fallback;
+  if (s > 0.001) {
+    D_REAL8 rate = static_cast<D_REAL8>(n) / s;
+    // At most one entry per increment; an increment of a microsecond or less
+    // caps the rate at one in a million seconds instead, so such buffers
+    // grow by the default.
+    const D_REAL8 cap = micros(hdr->incr) <= 1 ? 0.000001 : 1.0 / seconds(hdr->incr);
+    rate = std::min(rate, cap);
+    if (tracing()) trace("Entries per second: %s\n", DutRealToStr(rate));
+    if (rate >= 0.00000001) {
+      const D_REAL8 wanted = std::min(seconds(hdr->min_span) * rate, 1e12);
+      size = static_cast<std::int64_t>(wanted) + 2;
+      if (size >= 6 * n) size += size / 5;
+    }
+  }
+  if (size < fallback) {
+    if (tracing()) trace("new size (%ld) < default (%ld)\n", static_cast<long>(size), static_cast<long>(fallback));
+    size = fallback;
+  }
+  if (size <= n) {
+    DutDebug("Ring Buffer Resize algorithm Failed, buffer %s\n", name);
+    DutDebug("new size = %ld, current size = %ld\n", static_cast<long>(size), static_cast<long>(n));
+    size = n + n / 2;
+  }
+  if (tracing()) trace("Returning from utRingGetNewSize with %ld\n", static_cast<long>(size));
+  return static_cast<D_INT4>(std::min<std::int64_t>(size, D_RING_MAX_SIZE));
+}
+
+// A full growable buffer that covers less than its minimum span grows; at
+// the size limit it wraps instead.
+void growIfShort(D_RING_HDR *hdr) {
+  if (isFixed(hdr) || !isWrapped(hdr) || hdr->size >= D_RING_MAX_SIZE) return;
+  if (micros(spanOf(hdr)) >= micros(hdr->min_span)) return;
+  const D_INT4 size = newSize(hdr);
+  if (size <= hdr->size) return;
+  if (tracing()) {
+    trace("Resize %s buffer from %ld to %ld entries, incr = %ld.%06ld\n", nameOf(hdr->ring),
+          static_cast<long>(hdr->size), static_cast<long>(size), sec(hdr->incr), usec(hdr->incr));
+  }
+  reallocArray(hdr, size);
+}
+
+// Moves an entry to another slot of the same buffer and empties the source.
+// A double cannot move (its value lives in the slot's own storage): the
+// source is emptied and the destination left as it was.
+void copyEntry(D_RING_HDR *from_hdr, D_RING_ENTRY *from, D_RING_HDR *to_hdr, D_RING_ENTRY *to) {
+  if (from_hdr == nullptr || from == nullptr || to_hdr == nullptr || to == nullptr) {
+    if (tracing()) trace("Error in utRingCopyEntry: NULL argument\n");
+    return;
+  }
+  if (!inArray(from_hdr, from)) {
+    if (tracing()) trace("Error in utRingCopyEntry, from invalid\n");
+    return;
+  }
+  if (!inArray(to_hdr, to)) {
+    if (tracing()) trace("Error in utRingCopyEntry, to invalid\n");
+    return;
+  }
+  if (from_hdr != to_hdr) {
+    if (tracing()) trace("Error in utRingCopyEntry: hdrs from different buffers\n");
+    return;
+  }
+  D_RING_BUF *ring = from_hdr->ring;
+  if (ring->type == D_RING_TYPE_DOUBLE) {
+    DutWarning("Error in utRingCopyEntry: type numeric not implemented\n");
+    clearValue(ring, *from);
+    from_hdr->flags |= D_RING_HOLES;
+    return;
+  }
+  if (to->status != 0 && ring->overwrite_cb_list != nullptr) {
+    D_RING_OVERWRITE_CB_DATA data{nullptr, to_hdr, to};
+    DutCbListCall(ring->overwrite_cb_list, ring, &data);
+  }
+  releaseEntry(ring, *to);
+  *to = *from;
+  // The value now belongs to the destination.
+  from->value = D_RING_VALUE{};
+  from->sec = 0;
+  from->usec = 0;
+  from->status = 0;
+  from->flag = 0;
+}
+
+D_RING_ENTRY *keepInitial(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                          D_UINT2 flag) {
+  D_RING_ENTRY *&initial = ring->initial_value;
+  if (initial == nullptr) {
+    // A double needs a slot of its own: it follows the entry in one block.
+    const D_INT4 bytes = static_cast<D_INT4>(sizeof(D_RING_ENTRY) + sizeof(D_REAL8));
+    initial = static_cast<D_RING_ENTRY *>(DutCallocCheck(bytes, "((rb)->initial_value)", kFile, __LINE__));
+    if (ring->type == D_RING_TYPE_DOUBLE) initial->value.dp = reinterpret_cast<D_REAL8 *>(initial + 1);
+  }
+  fillEntry(ring, *initial, t, value, status, flag);
+  return initial;
+}
+
+inline bool sameValue(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
+  switch (type) {
+    case D_RING_TYPE_VOID:
+      return entry.value.ptr == value.ptr;
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return entry.value.i == value.i;
+    case D_RING_TYPE_DOUBLE:
+      return *entry.value.dp == value.d;
+    case D_RING_TYPE_STRING:
+      return std::strcmp(entry.value.rs != nullptr ? entry.value.rs->str : "", value.text) == 0;
+    case D_RING_TYPE_FLOAT:
+      return entry.value.f == value.f;
+    case D_RING_TYPE_WORD:
+      return entry.value.w == value.w;
+    default:
+      DutWarning("Invalid buffer type: %ld in utRingValuesEqual\n", static_cast<long>(type));
+      return false;
+  }
+}
+
+inline void putValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) {
+  switch (ring->type) {
+    case D_RING_TYPE_VOID: {
+      void *old = entry.value.ptr;
+      takePointer(ring, value.ptr);
+      entry.value.ptr = value.ptr;
+      dropPointer(ring, old);
+      break;
+    }
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      entry.value.i = value.i;
+      break;
+    case D_RING_TYPE_DOUBLE:
+      *entry.value.dp = value.d;
+      break;
+    case D_RING_TYPE_STRING:
+      setText(entry, value.text);
+      break;
+    case D_RING_TYPE_FLOAT:
+      entry.value.f = value.f;
+      break;
+    case D_RING_TYPE_WORD:
+      entry.value.w = value.w;
+      break;
+    default:
+      DutWarning("Unexpected value type in utRingSetValue: %ld\n", static_cast<long>(ring->type));
+      break;
+  }
+}
+
+inline void fill(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                 D_UINT2 flag) {
+  putValue(ring, entry, value);
+  entry.sec = t.seconds;
+  entry.usec = t.microseconds;
+  entry.status = status;
+  entry.flag = flag;
+}
+
+inline bool putEntry(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
+                     D_UINT2 status, D_UINT2 flag) {
+  D_RING_BUF *ring = hdr->ring;
+  if (!inArray(hdr, entry)) {
+    if (tracing()) trace("Invalid entry in utRingStoreValue, Buffer: %s\n", nameOf(ring));
+    return false;
+  }
+  if (tracing()) trace("Storing value for %s at %ld.%06ld\n", nameOf(ring), sec(t), usec(t));
+  if (entry->status != 0 && ring->overwrite_cb_list != nullptr) {
+    D_RING_OVERWRITE_CB_DATA data{nullptr, hdr, entry};
+    DutCbListCall(ring->overwrite_cb_list, ring, &data);
+  }
+  fill(ring, *entry, t, value, status, flag);
+  return true;
+}
+
+}  // namespace
+
+// The value operations other files use; the insertion paths here use the
+// inline forms above.
+bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
+  return sameValue(type, entry, value);
+}
+void setValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) { putValue(ring, entry, value); }
+bool storeValue(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
+                D_UINT2 status, D_UINT2 flag) {
+  return putEntry(hdr, entry, t, value, status, flag);
+}
+void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+               D_UINT2 flag) {
+  fill(ring, entry, t, value, status, flag);
+}
+
+D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                          D_UINT2 flag) {
+  D_RING_BUF *ring = hdr->ring;
+  D_RING_ENTRY *cur = hdr->current;
+  if (cur->status == 0) {
+    if (tracing()) trace("Updating empty header\n");
+    putEntry(hdr, hdr->start, t, value, status, flag);
+    hdr->current = hdr->start;
+    setGrid(hdr, t);
+    return hdr->current;
+  }
+  if ((hdr->flags & D_RING_VALUE_REPEAT) == 0 && sameValue(ring->type, *cur, value)) {
+    if (tracing()) {
+      trace("New value equals previous value for buffer %s, incr: %ld.%06ld, time %ld.%06ld\n", nameOf(ring),
+            sec(hdr->incr), usec(hdr->incr), sec(t), usec(t));
+    }
+    return cur;
+  }
+  const std::int64_t when = micros(t);
+  if (when < micros(*cur)) {
+    if (tracing()) {
+      traceWarning("Time reversal Buffer %s, incr %ld.%06ld (%ld.%06ld vs %ld.%06ld) - data ignored\n",
+                   nameOf(ring), sec(hdr->incr), usec(hdr->incr), sec(t), usec(t), static_cast<long>(cur->sec),
+                   static_cast<long>(cur->usec));
+    }
+    return nullptr;
+  }
+  if ((hdr->flags & D_RING_TIME_REPEAT) == 0 && when == micros(*cur)) {
+    if (tracing() && (ring->name == nullptr || ring->name[0] != '_')) {
+      trace("Duplicate timestamp received for %s, incr %ld.%06ld\n", nameOf(ring), sec(hdr->incr),
+            usec(hdr->incr));
+      trace("at time %ld.%06ld - overwriting previous value\n", sec(t), usec(t));
+    }
+    putEntry(hdr, cur, t, value, status, flag);
+    return cur;
+  }
+  growIfShort(hdr);
+  if ((hdr->flags & D_RING_TIME_REPEAT) != 0) {
+    D_RING_ENTRY *slot = after(hdr, hdr->current);
+    putEntry(hdr, slot, t, value, status, flag);
+    hdr->current = slot;
+    return slot;
+  }
+  cur = hdr->current;
+  const bool just_one = !isWrapped(hdr) && cur == hdr->start;
+  const bool at_boundary = micros(*cur) == micros(hdr->next_incr) - micros(hdr->incr);
+  const std::int64_t next = micros(hdr->next_incr);
+  if (tracing()) {
+    trace("Updating buffer at %ld.%06ld next inc = %ld.%06ld just1 = %ld\n", sec(t), usec(t),
+          sec(hdr->next_incr), usec(hdr->next_incr), static_cast<long>(just_one));
+  }
+  D_RING_ENTRY *target = nullptr;
+  if (when == next) {
+    if (tracing()) trace("Time match at %ld.%06ld\n", sec(t), usec(t));
+    bool advanced = false;
+    if (at_boundary) {
+      if (tracing()) trace("Prev time %ld.%06ld\n", static_cast<long>(cur->sec), static_cast<long>(cur->usec));
+      hdr->current = after(hdr, cur);
+      advanced = true;
+    }
+    target = just_one && !advanced ? after(hdr, hdr->current) : hdr->current;
+    setGrid(hdr, t);
+  } else if (when > next) {
+    if (tracing()) trace("Time %ld.%06ld GT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    if (!isFixed(hdr) && micros(hdr->incr) > 0) {
+      setGrid(hdr, t);
+    } else {
+      hdr->next_incr = t;
+    }
+    target = after(hdr, cur);
+  } else {
+    // Within the newest increment: only its latest value is kept.
+    if (tracing()) trace("Time %ld.%06ld LT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    target = just_one || at_boundary ? after(hdr, cur) : cur;
+  }
+  putEntry(hdr, target, t, value, status, flag);
+  hdr->current = target;
+  return target;
+}
+
+D_RING_ENTRY *archive(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                      D_UINT2 flag) {
+  D_RING_HDR *first = firstBuffer(ring);
+  D_TIME_VALUE now;
+  if ((status & D_RING_STATUS_KNOWN) != 0 && first != nullptr && currentTime(&now)) {
+    D_RING_ENTRY *result = insertNewer(first, t, value, status, flag);
+    for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
+      insertNewer(h, t, value, status, flag);
+    }
+    return result;
+  }
+  return keepInitial(ring, t, value, status, flag);
+}
+
+D_RING_ENTRY *insertInOrder(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                            D_UINT2 flag) {
+  const PointerGuard guard(hdr->ring, value);
+  const std::int64_t when = micros(t);
+  Seq seq = seqOf(hdr);
+  D_INT4 at = upperBound(seq, when);
+  if ((hdr->flags & D_RING_TIME_REPEAT) == 0 && at > 0 && sameTime(seq[at - 1], t)) {
+    putEntry(hdr, &seq[at - 1], t, value, status, flag);
+    return &seq[at - 1];
+  }
+  if (isWrapped(hdr)) {
+    growIfShort(hdr);
+    seq = seqOf(hdr);
+  }
+  if (seq.count < seq.size) {
+    // Room after the newest: the newer entries move up one slot, newest first.
+    for (D_INT4 i = seq.count - 1; i >= at; --i) copyEntry(hdr, &seq[i], hdr, &seq[i + 1]);
+    hdr->current = &seq[seq.count];
+    putEntry(hdr, &seq[at], t, value, status, flag);
+    return &seq[at];
+  }
+  if (at == 0) return fail(D_ERR_VAL_TOO_SMALL, static_cast<D_RING_ENTRY *>(nullptr));
+  // Full: the oldest entry is given up and the older ones move down a slot.
+  for (D_INT4 i = 1; i < at; ++i) copyEntry(hdr, &seq[i], hdr, &seq[i - 1]);
+  putEntry(hdr, &seq[at - 1], t, value, status, flag);
+  return &seq[at - 1];
+}
+
+bool acceptValue(const void *holder, const D_TIME_VALUE *time, const void *value, D_UINT2 status) {
+  if (holder == nullptr || time == nullptr || value == nullptr) return fail(D_ERR_NULL_PTR, false);
+  if (!validTime(*time)) return fail(D_ERR_VAL_INVALID, false);
+  if (status == 0) return fail(D_ERR_VAL_INVALID, false);
+  return true;
+}
+
+}  // namespace vq::ring
+
+using namespace vq::ring;
+
+extern "C" {
+
+D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE *time, const void *value,
+                                          D_UINT2 status, D_UINT2 flag) {
+  if (!acceptValue(buffer, time, value, status)) return nullptr;
+  if (buffer->start == nullptr || buffer->ring == nullptr) return fail(D_ERR_NULL_PTR, static_cast<D_RING_ENTRY *>(nullptr));
+  std::string text;
+  const Incoming in = readValue(buffer->ring->type, value, &text);
+  D_RING_ENTRY *cur = buffer->current;
+  if (cur->status == 0) {
+    // Into the current slot, then slot 0 is current: a new buffer's first
+    // value thus lands in its last slot.
+    storeValue(buffer, cur, *time, in, status, flag);
+    if (cur != buffer->start) buffer->flags |= D_RING_HOLES;
+    buffer->current = buffer->start;
+    setGrid(buffer, *time);
+    return cur;
+  }
+  if (micros(*time) > micros(*cur)) return insertNewer(buffer, *time, in, status, flag);
+  return insertInOrder(buffer, *time, in, status, flag);
+}
+
+D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
+                                           D_UINT2 status, D_UINT2 flag) {
+  if (!acceptValue(ring, time, value, status)) {
+    if (ring != nullptr && time != nullptr && value != nullptr && status == 0 && tracing()) {
+      trace("Error in DutRingArchiveValue: Invalid status flag (%ld)\n", static_cast<long>(status));
+      trace("Buffer: %s, changing status to known runtime\n", nameOf(ring));
+    }
+    return nullptr;
+  }
+  std::string text;
+  return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+}
+
+}  // extern "C"

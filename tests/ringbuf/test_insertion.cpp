@@ -1,0 +1,202 @@
+// Writing values: the increment grid, repeats, time reversal, growth and
+// its size limit, wrapping with overwrite callbacks, the initial value and
+// the deliberate empty-buffer case of DutRingInsertValue.
+#include <vector>
+
+#include "ring_support.hpp"
+
+namespace {
+
+using namespace ringtest;
+
+using RingInsert = Ring;
+
+TEST_F(RingInsert, IncrementGridKeepsTheLatestValueOfEachIncrement) {
+  const struct {
+    bool fixed;
+    std::int64_t first;  // data times first, first + 0.2 s, ... up to last
+    std::int64_t last;
+    std::vector<std::int64_t> kept;
+  } cases[] = {
+      // The first value, then the latest of each second (k, k + 1].
+      {false, 100000, 4900000, {100000, 900000, 1900000, 2900000, 3900000, 4900000}},
+      // On the boundaries: the value at k closes (k - 1, k].
+      {false, 0, 2000000, {0, 1000000, 2000000}},
+      // A fixed buffer past a boundary follows the data time itself.
+      {true, 100000, 1700000, {100000, 900000, 1100000, 1300000, 1500000, 1700000}},
+  };
+  for (const auto &c : cases) {
+    D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+    D_RING_HDR *hdr = c.fixed ? Fixed(ring, 1.0, 100) : Growable(ring, 1.0, 0.0, 100);
+    for (std::int64_t t = c.first; t <= c.last; t += 200000) Archive(ring, t, static_cast<double>(t));
+    Pairs expected;
+    for (std::int64_t t : c.kept) expected.emplace_back(t, static_cast<double>(t));
+    EXPECT_EQ(Doubles(hdr), expected) << c.fixed << " " << c.first;
+  }
+}
+
+TEST_F(RingInsert, ValueAndTimeRepeats) {
+  const struct {
+    bool value_repeat, time_repeat;
+    std::int64_t t2;
+    double v2;
+    Pairs kept;
+  } cases[] = {
+      {false, false, 2, 5.0, {{1, 5.0}}},         {true, false, 2, 5.0, {{1, 5.0}, {2, 5.0}}},
+      {false, false, 1, 6.0, {{1, 6.0}}},         {false, true, 1, 6.0, {{1, 5.0}, {1, 6.0}}},
+      {true, true, 0, 6.0, {{1, 5.0}}},  // an earlier time is ignored whatever the flags
+  };
+  for (const auto &c : cases) {
+    D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+    D_RING_HDR *hdr = Fixed(ring, 0.0, 8);
+    EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), D_FALSE);
+    DutRingSetTimeRepeat(hdr, c.time_repeat);
+    EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), c.value_repeat ? D_TRUE : D_FALSE);
+    Archive(ring, 1, 5.0);
+    Archive(ring, c.t2, c.v2);
+    EXPECT_EQ(Doubles(hdr), c.kept) << c.value_repeat << c.time_repeat << c.t2;
+  }
+}
+
+TEST_F(RingInsert, ArchivingIgnoresTimeReversalInsertionKeepsTimeOrder) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_INT, "rev");
+  D_RING_HDR *hdr = Fixed(ring, 0.0, 8);
+  Archive(ring, 10, 1);
+  Archive(ring, 30, 3);
+  {
+    DebugTap tap;
+    DebugFlag flag(D_DEBUG_RINGBUF);
+    OutputCapture capture;
+    EXPECT_EQ(Archive(ring, 20, 2), nullptr);
+    EXPECT_EQ(capture.Take(),
+              "WARNING: Time reversal Buffer rev, incr 0.000000 (0.000020 vs 0.000030) - data ignored\n");
+  }
+  EXPECT_EQ(Doubles(hdr), (Pairs{{10, 1}, {30, 3}}));
+  D_RING_ENTRY *e = Insert(hdr, 20, 2, 7);
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->flag, 7);
+  EXPECT_EQ(Doubles(hdr), (Pairs{{10, 1}, {20, 2}, {30, 3}}));
+  // Doubles cannot move: each move warns and empties the entry it should
+  // have moved (here the newest, so the buffer counts as empty).
+  D_RING_BUF *doubles = Make(D_RING_TYPE_DOUBLE);
+  D_RING_HDR *dhdr = Fixed(doubles, 0.0, 8);
+  for (int t : {10, 30}) Archive(doubles, t, t);
+  OutputCapture capture;
+  Insert(dhdr, 20, 2);
+  EXPECT_EQ(capture.Take(), "WARNING: Error in utRingCopyEntry: type numeric not implemented\n");
+  EXPECT_EQ(DutRingBuffHasData(doubles), D_FALSE);
+}
+
+// 10 entries a second apart cover 9 s of a 100 s minimum span: the rate,
+// capped at one entry per 1.0 s increment, asks for 100 x 1 + 2 = 102
+// entries, and 102 >= 6 x 10 adds a fifth: 122.
+TEST_F(RingInsert, GrowableBufferGrowsByTheNewSizeRule) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+  D_RING_HDR *hdr = Growable(ring, 1.0, 100.0, 10);
+  for (int s = 0; s <= 9; ++s) Archive(ring, s * 1000000LL, s);
+  EXPECT_EQ(hdr->size, 10);
+  Archive(ring, 10000000, 10);
+  EXPECT_EQ(hdr->size, 122);
+  Pairs expected;
+  for (int s = 0; s <= 10; ++s) expected.emplace_back(s * 1000000LL, s);
+  EXPECT_EQ(Doubles(hdr), expected);
+}
+
+TEST_F(RingInsert, GrowthStopsAtTheSixteenBitLimitAndTheBufferWraps) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+  D_RING_HDR *hdr = Growable(ring, 0.0, 1e6, 40000);
+  std::int64_t n = 0;
+  auto fill = [&](std::int64_t upto) {
+    for (; n < upto; ++n) Archive(ring, (n + 1) * 1000000, static_cast<double>(n));
+  };
+  // An increment of 0.0 caps the rate, so each growth is by half.
+  const struct {
+    std::int64_t values;
+    D_INT4 size;
+    std::int64_t oldest;
+  } steps[] = {{40000, 40000, 1}, {40001, 60000, 1}, {60001, 65535, 1}, {65535, 65535, 1},
+               {65536, 65535, 2}, {65537, 65535, 3}};
+  for (const auto &s : steps) {
+    fill(s.values);
+    EXPECT_EQ(hdr->size, s.size) << s.values;
+    EXPECT_EQ(Us(DutRingNextEntry(hdr)), s.oldest * 1000000) << s.values;
+    EXPECT_EQ(Us(hdr->current), s.values * 1000000) << s.values;
+  }
+  EXPECT_EQ(DutRingZeroSpan(ring), 65535);
+  const D_TIME_VALUE big = S(100.0);
+  EXPECT_EQ(DutRingAddBuffer(ring, &big, &big, 1 << 20)->size, 65535);
+}
+
+struct Overwrite {
+  D_RING_BUF *ring;
+  D_RING_HDR *hdr;
+  Pairs seen;  // the entry as the callback found it
+};
+
+void RecordOverwrite(void *object, void *data, D_WORD arg) {
+  auto *record = reinterpret_cast<Overwrite *>(arg);
+  auto *d = static_cast<D_RING_OVERWRITE_CB_DATA *>(data);
+  EXPECT_TRUE(object == record->ring && d->buffer == record->hdr && d->cb != nullptr);
+  record->seen.emplace_back(Us(d->entry), *d->entry->value.dp);
+}
+
+TEST_F(RingInsert, FixedBufferWrapsAndCallsOverwriteCallbacksBeforeTheSlotChanges) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+  Overwrite record{ring, Fixed(ring, 0.0, 3), {}};
+  const D_WORD arg = reinterpret_cast<D_WORD>(&record);
+  D_CB *cb = DutRingOverwriteCbCreate(ring, RecordOverwrite, arg);
+  EXPECT_EQ(DutRingOverwriteCbLookup(ring, RecordOverwrite, arg), cb);
+  for (int t = 1; t <= 5; ++t) Archive(ring, t, t * 1.5);
+  EXPECT_EQ(Doubles(record.hdr), (Pairs{{3, 4.5}, {4, 6.0}, {5, 7.5}}));
+  // Overwriting the newest in place is an overwrite too.
+  Insert(record.hdr, 5, 9.0);
+  EXPECT_EQ(record.seen, (Pairs{{1, 1.5}, {2, 3.0}, {5, 7.5}}));
+}
+
+TEST_F(RingInsert, InsertIntoEmptyBufferUsesTheCurrentSlotThenSlotZero) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+  D_RING_HDR *hdr = Fixed(ring, 0.0, 4);
+  // A new buffer's current slot is its last: the first value lands there,
+  // slot 0 stays empty and the buffer still counts as empty.
+  EXPECT_EQ(Insert(hdr, 5, 1.0), hdr->start + 3);
+  EXPECT_EQ(hdr->current, hdr->start);
+  EXPECT_EQ(DutRingBuffHasData(ring), D_FALSE);
+  EXPECT_EQ(Insert(hdr, 6, 1.0), hdr->start);
+  EXPECT_EQ(DutRingBuffHasData(ring), D_TRUE);
+  // The archiving path's empty case starts in slot 0.
+  D_RING_HDR *other = Fixed(ring, 1.0, 4);
+  DutRingClearBuffer(other);
+  EXPECT_EQ(Archive(ring, 7, 2.0), hdr->start + 1);
+  EXPECT_EQ(other->current, other->start);
+}
+
+TEST_F(RingInsert, InitialValueUntilABufferCanTakeTheValue) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+  D_RING_ENTRY *initial = Archive(ring, 5, 1.5);
+  ASSERT_NE(initial, nullptr);
+  EXPECT_EQ(initial, ring->initial_value);
+  EXPECT_EQ(DutRingCurrentEntry(ring), initial);
+  // A buffer added later starts with the value the ring holds.
+  D_RING_HDR *hdr = Growable(ring, 0.0, 50.0, 4);
+  EXPECT_EQ(Doubles(hdr), (Pairs{{5, 1.5}}));
+  // Without status bit 1 the value stays the initial value.
+  EXPECT_EQ(Archive(ring, 6, 2.5, 1), initial);
+  EXPECT_EQ(*initial->value.dp, 2.5);
+  EXPECT_EQ(Doubles(hdr), (Pairs{{5, 1.5}}));
+  // The newest value of the first buffer starts a later one, whose minimum
+  // span exceeds the finer buffer's by its own increment.
+  Archive(ring, 8, 3.5);
+  D_RING_HDR *ten = Fixed(ring, 10.0, 4);
+  EXPECT_EQ(Doubles(ten), (Pairs{{8, 3.5}}));
+  EXPECT_EQ(ten->min_span.seconds, 60);
+  D_RING_HDR *coarse = Growable(ring, 60.0, 30.0, 4);
+  EXPECT_EQ(coarse->min_span.seconds, 120);
+  // Widening the finest span removes the coarser buffers that now cover
+  // less, up to the first that does not.
+  const D_TIME_VALUE span = S(100.0), zero = S(0.0), incr10 = S(10.0), incr60 = S(60.0);
+  EXPECT_EQ(DutRingAddBuffer(ring, &span, &zero, 4), hdr);
+  EXPECT_EQ(DutRingGetIncrement(ring, &incr10), nullptr);
+  EXPECT_EQ(DutRingGetIncrement(ring, &incr60), coarse);
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+// Bad input gets an error number or the family's warning, never a crash;
+// and the trace of debug flag 3, each message after its wall-time header.
+#include <functional>
+#include <regex>
+#include <sstream>
+
+#include "ring_support.hpp"
+
+namespace {
+
+using namespace ringtest;
+
+using RingRefusal = Ring;
+
+D_WORD W(const void *p) { return reinterpret_cast<D_WORD>(p); }
+
+TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE, "bad");
+  D_RING_HDR *hdr = Growable(ring, 1.0, 1.0, 4);
+  Fixed(ring, 2.0, 4);
+  Archive(ring, 5, 1.0);
+  const double v = 1.0;
+  const D_TIME_VALUE ok = T(9), neg_usec{1, -1}, big_usec{1, 1000000}, minus_half{-1, 500000};
+  const D_TIME_VALUE one = S(1.0), two = S(2.0);
+  D_RING_CONTEXT ctx{};
+  D_RING_ENTRY *entry = nullptr;
+  const char *mismatch = "WARNING: Fixed size mismatch for buffer bad, incr ";
+  const struct {
+    std::function<D_WORD()> call;
+    D_INT4 err;
+    const char *warning;
+  } cases[] = {
+      {[] { return W(DutRingCreate(3, "x")); }, D_ERR_TYPE_INVALID,
+       "WARNING: DutRingCreate: invalid type <3> requested (using double)\n"},
+      {[&] { return W(DutRingAddBuffer(nullptr, &ok, &ok, 4)); }, D_ERR_NULL_PTR, ""},
+      {[&] { return W(DutRingAddBuffer(ring, &ok, &minus_half, 4)); }, D_ERR_VAL_TOO_SMALL, ""},
+      {[&] { return W(DutRingAddFixedBuffer(ring, 4, &big_usec)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return W(DutRingAddFixedBuffer(ring, 4, &one)); }, D_ERR_TYPE_MISMATCH, mismatch},
+      {[&] { return W(DutRingAddBuffer(ring, &ok, &two, 4)); }, D_ERR_TYPE_MISMATCH, mismatch},
+      {[&] { return W(DutRingInsertValue(hdr, &ok, nullptr, 2, 0)); }, D_ERR_NULL_PTR, ""},
+      {[&] { return W(DutRingInsertValue(hdr, &ok, &v, 0, 0)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return W(DutRingArchiveValue(ring, &neg_usec, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return W(DutRingArchiveValue(ring, &ok, &v, 0, 0)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return W(DutRingFindTime(hdr, &big_usec)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return D_WORD{DutRingSetFreeFunc(ring, nullptr)}; }, D_ERR_TYPE_MISMATCH,
+       "WARNING: Cannot set free function for non-void ring buffer\n"},
+      {[&] { return D_WORD{DutRingSetValueRepeat(hdr, 2)}; }, D_ERR_VAL_INVALID, ""},
+      {[&] { return D_WORD{DutRingReallocArray(hdr, 3)}; }, D_ERR_VAL_TOO_SMALL, ""},
+      {[&] { return D_WORD{DutRingAllocateArray(hdr, 8)}; }, D_ERR_ALREADY_EXISTS, ""},
+      {[&] { return D_WORD{DutRingEntriesEqual(hdr, nullptr, hdr->start)}; }, D_ERR_NULL_PTR, ""},
+      {[&] { return W(DutRingValuePtr(hdr->start, 16)); }, D_ERR_TYPE_INVALID, ""},
+      {[&] { return D_WORD{DutRingSetStartTime(&neg_usec)}; }, D_ERR_VAL_TOO_SMALL,
+       "WARNING: Internal validation <start->usec >= 0> failed"},
+      {[&] { return D_WORD{DutRingDeleteEntry(hdr, nullptr)}; }, D_ERR_NULL_PTR, ""},
+      {[&] { return D_WORD{DutRingTravNext(&ctx, &entry, nullptr)}; }, D_ERR_VAL_INVALID, ""},
+      {[&] { return W(DutRingArchiveHistoryData(ring, &ok, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
+  };
+  int i = 0;
+  for (const auto &c : cases) {
+    OutputCapture capture;
+    DutErrNumSet(0);
+    EXPECT_EQ(c.call(), 0) << "case " << i;
+    EXPECT_EQ(DutErrNumGet(), c.err) << "case " << i;
+    EXPECT_EQ(capture.Take().rfind(c.warning, 0), 0u) << "case " << i++;
+  }
+  // Accepted increments (0.0 and a microsecond) and held sizes.
+  const struct {
+    D_TIME_VALUE incr;
+    D_INT4 size, kept;
+  } sizes[] = {{{0, 0}, 0, 2}, {{0, 1}, 1, 2}, {T(7), -5, 2}, {T(8), 70000, D_RING_MAX_SIZE}};
+  for (const auto &s : sizes) {
+    D_RING_HDR *fixed = DutRingAddFixedBuffer(ring, s.size, &s.incr);
+    ASSERT_NE(fixed, nullptr) << s.size;
+    EXPECT_EQ(fixed->size, s.kept) << s.size;
+  }
+}
+
+TEST_F(RingRefusal, FlagThreeTracesEachStepAfterItsHeader) {
+  DebugTap tap;
+  if (!tap.available()) GTEST_SKIP() << "debug file on standard error";
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE, "tr");
+  {
+    DebugFlag flag(D_DEBUG_RINGBUF);
+    OutputCapture capture;
+    const D_TIME_VALUE minus{-1, 500000}, zero{0, 0}, before = T(1);
+    DutRingAddBuffer(ring, &zero, &minus, 4);
+    D_RING_HDR *hdr = Fixed(ring, 1.0, 2);
+    for (auto [t, v] : Pairs{{500000, 1}, {700000, 2}, {900000, 2}}) Archive(ring, t, v);
+    DutRingFindTime(hdr, &before);
+  }
+  const std::vector<std::string> expected = {
+      "WARNING: Smallest increment allowed is 0.000001",
+      "WARNING: Requested Increment (-1.500000) too small for buffer tr",
+      "WARNING: Ring buffer not added for buffer tr",
+      "Allocating fixed array of 2 for tr",
+      "Updating empty header",
+      "Storing value for tr at 0.500000",
+      "Updating buffer at 0.700000 next inc = 1.000000 just1 = 1",
+      "Time 0.700000 LT 1.000000",
+      "Storing value for tr at 0.700000",
+      "New value equals previous value for buffer tr, incr: 1.000000, time 0.900000",
+      "DutRingFindTime: Req time (0.000001) before buf start (0.500000)",
+  };
+  // Every message follows a header of its own.
+  const std::regex header("Wall time \\w{3} \\w{3} +\\d+ [0-9:]{8} \\d{4}, data time: .+");
+  std::istringstream in(tap.since());
+  std::vector<std::string> messages;
+  for (std::string line, last; std::getline(in, line); last = line) {
+    if (std::regex_match(line, header)) continue;
+    EXPECT_TRUE(std::regex_match(last, header)) << line;
+    messages.push_back(line);
+  }
+  EXPECT_EQ(messages, expected);
+}
+
+}  // namespace

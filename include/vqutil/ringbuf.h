@@ -288,7 +288,7 @@ D_EXPORT D_BOOL DutRingSetIndirect(D_RING_HDR *buffer, D_BOOL flag);
 D_EXPORT D_BOOL DutRingReallocArray(D_RING_HDR *buffer, D_INT4 new_size);
 /* The first allocation of a buffer's entry array (size held within
  * 2..65535); the last slot becomes current. A buffer that has its array
- * already: D_ERR_ALREADY_EXISTS, D_FALSE. */
+ * already is a fatal assertion ("hdr->start == NULL"). */
 D_EXPORT D_BOOL DutRingAllocateArray(D_RING_HDR *buffer, D_INT4 size);
 
 /* ---- Values ---------------------------------------------------------------- */
@@ -309,7 +309,8 @@ D_EXPORT D_BOOL DutRingAllocateArray(D_RING_HDR *buffer, D_INT4 size);
  *     refused (D_ERR_VAL_TOO_SMALL, null). Double entries (type 4) cannot
  *     move: each move warns "Error in utRingCopyEntry: type numeric not
  *     implemented\n" and empties the entry it should have moved.
- * A status of 0 (an empty slot) is refused: D_ERR_VAL_INVALID. */
+ * A status of 0 (an empty slot) is refused: D_ERR_VAL_INVALID. A null
+ * buffer or value is a fatal assertion ("hdr", "value"). */
 D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE *time, const void *value,
                                           D_UINT2 status, D_UINT2 flag);
 /* Stores a value into every buffer of the ring. With status bit 1 set,
@@ -330,7 +331,8 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
  * never held one, D_ERR_EMPTY). Another type: D_ERR_TYPE_INVALID, null. */
 D_EXPORT void *DutRingValuePtr(D_RING_ENTRY *entry, D_UINT4 type);
 /* D_TRUE when both entries lie in the buffer's array and are the same entry
- * or hold equal values; D_FALSE otherwise (D_ERR_NULL_PTR for null ones). */
+ * or hold equal values; D_FALSE otherwise (D_ERR_NULL_PTR for a null
+ * buffer). A null entry is a fatal assertion ("rbe1", "rbe2"). */
 D_EXPORT D_BOOL DutRingEntriesEqual(D_RING_HDR *buffer, D_RING_ENTRY *entry1, D_RING_ENTRY *entry2);
 
 /* ---- Iteration and searches ------------------------------------------------ */

@@ -351,6 +351,9 @@ extern "C" {
 
 D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE *time, const void *value,
                                           D_UINT2 status, D_UINT2 flag) {
+  // Storing into no buffer, or no value, is a broken caller: fatal.
+  VQ_ASSERT(buffer != nullptr, "hdr", kFile);
+  VQ_ASSERT(value != nullptr, "value", kFile);
   if (!acceptValue(buffer, time, value, status)) return nullptr;
   if (buffer->start == nullptr || buffer->ring == nullptr) return fail(D_ERR_NULL_PTR, static_cast<D_RING_ENTRY *>(nullptr));
   std::string text;

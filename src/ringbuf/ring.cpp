@@ -243,7 +243,8 @@ D_EXPORT D_BOOL DutRingReallocArray(D_RING_HDR *buffer, D_INT4 new_size) {
 
 D_EXPORT D_BOOL DutRingAllocateArray(D_RING_HDR *buffer, D_INT4 size) {
   if (buffer == nullptr || buffer->ring == nullptr) return fail(D_ERR_NULL_PTR, D_FALSE);
-  if (buffer->start != nullptr) return fail(D_ERR_ALREADY_EXISTS, D_FALSE);
+  // A second allocation would lose the entries: a broken caller, not bad data.
+  VQ_ASSERT(buffer->start == nullptr, "hdr->start == NULL", kFile);
   allocateArray(buffer, clampSize(size));
   return D_TRUE;
 }
@@ -383,9 +384,9 @@ D_EXPORT void *DutRingValuePtr(D_RING_ENTRY *entry, D_UINT4 type) {
 }
 
 D_EXPORT D_BOOL DutRingEntriesEqual(D_RING_HDR *buffer, D_RING_ENTRY *entry1, D_RING_ENTRY *entry2) {
-  if (buffer == nullptr || entry1 == nullptr || entry2 == nullptr || buffer->start == nullptr) {
-    return fail(D_ERR_NULL_PTR, D_FALSE);
-  }
+  VQ_ASSERT(entry1 != nullptr, "rbe1", kFile);
+  VQ_ASSERT(entry2 != nullptr, "rbe2", kFile);
+  if (buffer == nullptr || buffer->start == nullptr) return fail(D_ERR_NULL_PTR, D_FALSE);
   if (!inArray(buffer, entry1) || !inArray(buffer, entry2)) return D_FALSE;
   if (entry1 == entry2) return D_TRUE;
   const D_UINT4 type = buffer->ring->type;

@@ -37,7 +37,6 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
       {[&] { return W(DutRingAddFixedBuffer(ring, 4, &big_usec)); }, D_ERR_VAL_INVALID, ""},
       {[&] { return W(DutRingAddFixedBuffer(ring, 4, &one)); }, D_ERR_TYPE_MISMATCH, mismatch},
       {[&] { return W(DutRingAddBuffer(ring, &ok, &two, 4)); }, D_ERR_TYPE_MISMATCH, mismatch},
-      {[&] { return W(DutRingInsertValue(hdr, &ok, nullptr, 2, 0)); }, D_ERR_NULL_PTR, ""},
       {[&] { return W(DutRingInsertValue(hdr, &ok, &v, 0, 0)); }, D_ERR_VAL_INVALID, ""},
       {[&] { return W(DutRingArchiveValue(ring, &neg_usec, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
       {[&] { return W(DutRingArchiveValue(ring, &ok, &v, 0, 0)); }, D_ERR_VAL_INVALID, ""},
@@ -46,8 +45,6 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
        "WARNING: Cannot set free function for non-void ring buffer\n"},
       {[&] { return D_WORD{DutRingSetValueRepeat(hdr, 2)}; }, D_ERR_VAL_INVALID, ""},
       {[&] { return D_WORD{DutRingReallocArray(hdr, 3)}; }, D_ERR_VAL_TOO_SMALL, ""},
-      {[&] { return D_WORD{DutRingAllocateArray(hdr, 8)}; }, D_ERR_ALREADY_EXISTS, ""},
-      {[&] { return D_WORD{DutRingEntriesEqual(hdr, nullptr, hdr->start)}; }, D_ERR_NULL_PTR, ""},
       {[&] { return W(DutRingValuePtr(hdr->start, 16)); }, D_ERR_TYPE_INVALID, ""},
       {[&] { return D_WORD{DutRingSetStartTime(&neg_usec)}; }, D_ERR_VAL_TOO_SMALL,
        "WARNING: Internal validation <start->usec >= 0> failed"},
@@ -73,6 +70,20 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
     ASSERT_NE(fixed, nullptr) << s.size;
     EXPECT_EQ(fixed->size, s.kept) << s.size;
   }
+}
+
+// A caller that stores into no buffer or no value, compares missing
+// entries or allocates an array twice is broken: each is a fatal assertion.
+TEST(RingRefusalDeathTest, BrokenCallersAssert) {
+  const double v = 1.0;
+  const D_TIME_VALUE t{1, 0};
+  D_RING_HDR *hdr = DutRingAddFixedBuffer(DutRingCreate(D_RING_TYPE_DOUBLE, "d"), 4, &t);
+  VQTEST_EXPECT_ASSERTION(DutRingInsertValue(nullptr, &t, &v, 2, 0), "hdr");
+  VQTEST_EXPECT_ASSERTION(DutRingInsertValue(hdr, &t, nullptr, 2, 0), "value");
+  VQTEST_EXPECT_ASSERTION(DutRingEntriesEqual(hdr, nullptr, hdr->start), "rbe1");
+  VQTEST_EXPECT_ASSERTION(DutRingEntriesEqual(hdr, hdr->start, nullptr), "rbe2");
+  VQTEST_EXPECT_ASSERTION(DutRingAllocateArray(hdr, 8), "hdr->start == NULL");
+  DutRingDestroy(hdr->ring);
 }
 
 TEST_F(RingRefusal, FlagThreeTracesEachStepAfterItsHeader) {

@@ -297,9 +297,48 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   return target;
 }
 
+// The steady state of a quiet archive, with no call in it: a new value at a
+// later time into a buffer that repeats neither times nor values and will
+// not grow, landing in the newest increment or opening the next entry
+// without a new grid. Anything else (including the value equal to the
+// newest) answers null before changing anything, for the full path.
+template <D_UINT4 kType>
+inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t, const Incoming &value,
+                                D_UINT2 status, D_UINT2 flag) {
+  D_RING_ENTRY *cur = hdr->current;
+  if (cur->status == 0 || (hdr->flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
+  const std::int64_t newest = micros(*cur);
+  const std::int64_t next = micros(hdr->next_incr);
+  if (when <= newest || when == next || sameValue<kType>(kType, *cur, value)) return nullptr;
+  const bool wrapped = isWrapped(hdr);
+  if (!isFixed(hdr) && wrapped && hdr->size < D_RING_MAX_SIZE) return nullptr;
+  D_RING_ENTRY *target;
+  if (when > next) {
+    if (!isFixed(hdr) && micros(hdr->incr) > 0) return nullptr;
+    hdr->next_incr = t;
+    target = after(hdr, cur);
+  } else {
+    const bool just_one = !wrapped && cur == hdr->start;
+    const bool at_boundary = newest == next - micros(hdr->incr);
+    target = just_one || at_boundary ? after(hdr, cur) : cur;
+  }
+  fill<kType>(hdr->ring, *target, t, value, status, flag);
+  hdr->current = target;
+  return target;
+}
+
 template <D_UINT4 kType, bool kQuiet>
 D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t, const Incoming &value,
                          D_UINT2 status, D_UINT2 flag) {
+  if constexpr (kQuiet) {
+    const std::int64_t when = micros(t);
+    D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
+    if (result == nullptr) result = newer<kType, kQuiet>(first, t, value, status, flag);
+    for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
+      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) newer<kType, kQuiet>(h, t, value, status, flag);
+    }
+    return result;
+  }
   D_RING_ENTRY *result = newer<kType, kQuiet>(first, t, value, status, flag);
   for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
     newer<kType, kQuiet>(h, t, value, status, flag);

@@ -297,29 +297,37 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   return target;
 }
 
-// The steady state of a quiet archive, with no call in it: a new value at a
-// later time into a buffer that repeats neither times nor values and will
-// not grow, landing in the newest increment or opening the next entry
-// without a new grid. Anything else (including the value equal to the
-// newest) answers null before changing anything, for the full path.
+// The steady state of a quiet archive, with no call in it but the grid's: a
+// new value at a later time into a buffer that repeats neither times nor
+// values and will not grow, landing in the newest increment or opening the
+// next entry. Anything else (including the value equal to the newest)
+// answers null before changing anything, for the full path.
 template <D_UINT4 kType>
 inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t, const Incoming &value,
                                 D_UINT2 status, D_UINT2 flag) {
   D_RING_ENTRY *cur = hdr->current;
   if (cur->status == 0 || (hdr->flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
   const std::int64_t newest = micros(*cur);
+  if (when <= newest || sameValue<kType>(kType, *cur, value)) return nullptr;
+  // Most buffers are fixed or at the size limit: the wrap test, a load from
+  // the far end of the array, only when it matters.
+  if (!isFixed(hdr) && hdr->size < D_RING_MAX_SIZE && isWrapped(hdr)) return nullptr;
   const std::int64_t next = micros(hdr->next_incr);
-  if (when <= newest || when == next || sameValue<kType>(kType, *cur, value)) return nullptr;
-  const bool wrapped = isWrapped(hdr);
-  if (!isFixed(hdr) && wrapped && hdr->size < D_RING_MAX_SIZE) return nullptr;
+  const bool just_one = cur == hdr->start && !isWrapped(hdr);
+  const bool at_boundary = newest == next - micros(hdr->incr);
   D_RING_ENTRY *target;
-  if (when > next) {
-    if (!isFixed(hdr) && micros(hdr->incr) > 0) return nullptr;
-    hdr->next_incr = t;
+  if (when == next) {
+    if (at_boundary) hdr->current = cur = after(hdr, cur);
+    target = just_one && !at_boundary ? after(hdr, cur) : cur;
+    setGrid(hdr, t);
+  } else if (when > next) {
+    if (!isFixed(hdr) && micros(hdr->incr) > 0) {
+      setGrid(hdr, t);
+    } else {
+      hdr->next_incr = t;
+    }
     target = after(hdr, cur);
   } else {
-    const bool just_one = !wrapped && cur == hdr->start;
-    const bool at_boundary = newest == next - micros(hdr->incr);
     target = just_one || at_boundary ? after(hdr, cur) : cur;
   }
   fill<kType>(hdr->ring, *target, t, value, status, flag);

@@ -303,7 +303,7 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
 // next entry. Anything else (including the value equal to the newest)
 // answers null before changing anything, for the full path.
 template <D_UINT4 kType>
-inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t, const Incoming &value,
+[[gnu::always_inline]] inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t, const Incoming &value,
                                 D_UINT2 status, D_UINT2 flag) {
   D_RING_ENTRY *cur = hdr->current;
   if (cur->status == 0 || (hdr->flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;

@@ -273,14 +273,18 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
     if (!kQuiet && tracing()) trace("Time match at %ld.%06ld\n", sec(t), usec(t));
     bool advanced = false;
     if (at_boundary) {
-      if (!kQuiet && tracing()) trace("Prev time %ld.%06ld\n", static_cast<long>(cur->sec), static_cast<long>(cur->usec));
+      if (!kQuiet && tracing()) {
+        trace("Prev time %ld.%06ld\n", static_cast<long>(cur->sec), static_cast<long>(cur->usec));
+      }
       hdr->current = after(hdr, cur);
       advanced = true;
     }
     target = just_one && !advanced ? after(hdr, hdr->current) : hdr->current;
     setGrid(hdr, t);
   } else if (when > next) {
-    if (!kQuiet && tracing()) trace("Time %ld.%06ld GT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    if (!kQuiet && tracing()) {
+      trace("Time %ld.%06ld GT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    }
     if (!isFixed(hdr) && micros(hdr->incr) > 0) {
       setGrid(hdr, t);
     } else {
@@ -289,7 +293,9 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
     target = after(hdr, cur);
   } else {
     // Within the newest increment: only its latest value is kept.
-    if (!kQuiet && tracing()) trace("Time %ld.%06ld LT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    if (!kQuiet && tracing()) {
+      trace("Time %ld.%06ld LT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    }
     target = just_one || at_boundary ? after(hdr, cur) : cur;
   }
   putEntry<kType, kQuiet>(hdr, target, t, value, status, flag);
@@ -303,8 +309,8 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
 // next entry. Anything else (including the value equal to the newest)
 // answers null before changing anything, for the full path.
 template <D_UINT4 kType>
-[[gnu::always_inline]] inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t, const Incoming &value,
-                                D_UINT2 status, D_UINT2 flag) {
+[[gnu::always_inline]] inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t,
+                                                       const Incoming &value, D_UINT2 status, D_UINT2 flag) {
   D_RING_ENTRY *cur = hdr->current;
   if (cur->status == 0 || (hdr->flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
   const std::int64_t newest = micros(*cur);
@@ -343,7 +349,9 @@ D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE
     D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
     if (result == nullptr) result = newer<kType, kQuiet>(first, t, value, status, flag);
     for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
-      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) newer<kType, kQuiet>(h, t, value, status, flag);
+      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) {
+        newer<kType, kQuiet>(h, t, value, status, flag);
+      }
     }
     return result;
   }
@@ -383,7 +391,9 @@ D_RING_ENTRY *archive(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &v
     // Without tracing or overwrite callbacks no code of the caller's runs
     // during the archive (a pointer ring's free function excepted), so the
     // loop may leave both out and fix the value type.
-    if (tracing() || ring->overwrite_cb_list != nullptr) return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
+    if (tracing() || ring->overwrite_cb_list != nullptr) {
+      return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
+    }
     switch (ring->type) {
       case D_RING_TYPE_INT:
       case D_RING_TYPE_LONG:

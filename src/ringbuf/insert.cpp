@@ -54,8 +54,7 @@ D_INT4 newSize(const D_RING_HDR *hdr) {
 
 // A full growable buffer that covers less than its minimum span grows; at
 // the size limit it wraps instead.
-void growIfShort(D_RING_HDR *hdr) {
-  if (isFixed(hdr) || !isWrapped(hdr) || hdr->size >= D_RING_MAX_SIZE) return;
+[[gnu::noinline]] void growIfShortSlow(D_RING_HDR *hdr) {
   if (micros(spanOf(hdr)) >= micros(hdr->min_span)) return;
   const D_INT4 size = newSize(hdr);
   if (size <= hdr->size) return;
@@ -64,6 +63,12 @@ void growIfShort(D_RING_HDR *hdr) {
           static_cast<long>(hdr->size), static_cast<long>(size), sec(hdr->incr), usec(hdr->incr));
   }
   reallocArray(hdr, size);
+}
+// Most buffers an archive sees are fixed, not yet full or at the limit: a
+// few flag tests, inline.
+inline void growIfShort(D_RING_HDR *hdr) {
+  if (isFixed(hdr) || !isWrapped(hdr) || hdr->size >= D_RING_MAX_SIZE) return;
+  growIfShortSlow(hdr);
 }
 
 // Moves an entry to another slot of the same buffer and empties the source.
@@ -120,7 +125,14 @@ D_RING_ENTRY *keepInitial(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incomin
   return initial;
 }
 
-inline bool sameValue(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value) {
+// The value operations take the ring type as a template argument where an
+// archive knows it, so that the type switch folds away in the loop over the
+// buffers; kAnyType switches at run time.
+inline constexpr D_UINT4 kAnyType = ~0u;
+
+template <D_UINT4 kType = kAnyType>
+inline bool sameValue(D_UINT4 runtime_type, const D_RING_ENTRY &entry, const Incoming &value) {
+  const D_UINT4 type = kType == kAnyType ? runtime_type : kType;
   switch (type) {
     case D_RING_TYPE_VOID:
       return entry.value.ptr == value.ptr;
@@ -141,8 +153,10 @@ inline bool sameValue(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &v
   }
 }
 
+template <D_UINT4 kType = kAnyType>
 inline void putValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &value) {
-  switch (ring->type) {
+  const D_UINT4 type = kType == kAnyType ? ring->type : kType;
+  switch (type) {
     case D_RING_TYPE_VOID: {
       void *old = entry.value.ptr;
       takePointer(ring, value.ptr);
@@ -172,29 +186,180 @@ inline void putValue(D_RING_BUF *ring, D_RING_ENTRY &entry, const Incoming &valu
   }
 }
 
+template <D_UINT4 kType = kAnyType>
 inline void fill(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
                  D_UINT2 flag) {
-  putValue(ring, entry, value);
+  putValue<kType>(ring, entry, value);
   entry.sec = t.seconds;
   entry.usec = t.microseconds;
   entry.status = status;
   entry.flag = flag;
 }
 
+// kQuiet: the caller saw tracing off and no overwrite callbacks, and
+// nothing the store runs can change either, so neither is looked at again.
+template <D_UINT4 kType = kAnyType, bool kQuiet = false>
 inline bool putEntry(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, const Incoming &value,
                      D_UINT2 status, D_UINT2 flag) {
   D_RING_BUF *ring = hdr->ring;
   if (!inArray(hdr, entry)) {
-    if (tracing()) trace("Invalid entry in utRingStoreValue, Buffer: %s\n", nameOf(ring));
+    if (!kQuiet && tracing()) trace("Invalid entry in utRingStoreValue, Buffer: %s\n", nameOf(ring));
     return false;
   }
-  if (tracing()) trace("Storing value for %s at %ld.%06ld\n", nameOf(ring), sec(t), usec(t));
-  if (entry->status != 0 && ring->overwrite_cb_list != nullptr) {
-    D_RING_OVERWRITE_CB_DATA data{nullptr, hdr, entry};
-    DutCbListCall(ring->overwrite_cb_list, ring, &data);
+  if constexpr (!kQuiet) {
+    if (tracing()) trace("Storing value for %s at %ld.%06ld\n", nameOf(ring), sec(t), usec(t));
+    if (entry->status != 0 && ring->overwrite_cb_list != nullptr) {
+      D_RING_OVERWRITE_CB_DATA data{nullptr, hdr, entry};
+      DutCbListCall(ring->overwrite_cb_list, ring, &data);
+    }
   }
-  fill(ring, *entry, t, value, status, flag);
+  fill<kType>(ring, *entry, t, value, status, flag);
   return true;
+}
+
+template <D_UINT4 kType, bool kQuiet>
+D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status, D_UINT2 flag) {
+  D_RING_BUF *ring = hdr->ring;
+  D_RING_ENTRY *cur = hdr->current;
+  if (cur->status == 0) {
+    if (!kQuiet && tracing()) trace("Updating empty header\n");
+    putEntry<kType, kQuiet>(hdr, hdr->start, t, value, status, flag);
+    hdr->current = hdr->start;
+    setGrid(hdr, t);
+    return hdr->current;
+  }
+  if ((hdr->flags & D_RING_VALUE_REPEAT) == 0 && sameValue<kType>(ring->type, *cur, value)) {
+    if (!kQuiet && tracing()) {
+      trace("New value equals previous value for buffer %s, incr: %ld.%06ld, time %ld.%06ld\n", nameOf(ring),
+            sec(hdr->incr), usec(hdr->incr), sec(t), usec(t));
+    }
+    return cur;
+  }
+  const std::int64_t when = micros(t);
+  if (when < micros(*cur)) {
+    if (!kQuiet && tracing()) {
+      traceWarning("Time reversal Buffer %s, incr %ld.%06ld (%ld.%06ld vs %ld.%06ld) - data ignored\n",
+                   nameOf(ring), sec(hdr->incr), usec(hdr->incr), sec(t), usec(t), static_cast<long>(cur->sec),
+                   static_cast<long>(cur->usec));
+    }
+    return nullptr;
+  }
+  if ((hdr->flags & D_RING_TIME_REPEAT) == 0 && when == micros(*cur)) {
+    if (tracing() && (ring->name == nullptr || ring->name[0] != '_')) {
+      trace("Duplicate timestamp received for %s, incr %ld.%06ld\n", nameOf(ring), sec(hdr->incr),
+            usec(hdr->incr));
+      trace("at time %ld.%06ld - overwriting previous value\n", sec(t), usec(t));
+    }
+    putEntry<kType, kQuiet>(hdr, cur, t, value, status, flag);
+    return cur;
+  }
+  growIfShort(hdr);
+  if ((hdr->flags & D_RING_TIME_REPEAT) != 0) {
+    D_RING_ENTRY *slot = after(hdr, hdr->current);
+    putEntry<kType, kQuiet>(hdr, slot, t, value, status, flag);
+    hdr->current = slot;
+    return slot;
+  }
+  cur = hdr->current;
+  const bool just_one = !isWrapped(hdr) && cur == hdr->start;
+  const bool at_boundary = micros(*cur) == micros(hdr->next_incr) - micros(hdr->incr);
+  const std::int64_t next = micros(hdr->next_incr);
+  if (!kQuiet && tracing()) {
+    trace("Updating buffer at %ld.%06ld next inc = %ld.%06ld just1 = %ld\n", sec(t), usec(t),
+          sec(hdr->next_incr), usec(hdr->next_incr), static_cast<long>(just_one));
+  }
+  D_RING_ENTRY *target = nullptr;
+  if (when == next) {
+    if (!kQuiet && tracing()) trace("Time match at %ld.%06ld\n", sec(t), usec(t));
+    bool advanced = false;
+    if (at_boundary) {
+      if (!kQuiet && tracing()) {
+        trace("Prev time %ld.%06ld\n", static_cast<long>(cur->sec), static_cast<long>(cur->usec));
+      }
+      hdr->current = after(hdr, cur);
+      advanced = true;
+    }
+    target = just_one && !advanced ? after(hdr, hdr->current) : hdr->current;
+    setGrid(hdr, t);
+  } else if (when > next) {
+    if (!kQuiet && tracing()) {
+      trace("Time %ld.%06ld GT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    }
+    if (!isFixed(hdr) && micros(hdr->incr) > 0) {
+      setGrid(hdr, t);
+    } else {
+      hdr->next_incr = t;
+    }
+    target = after(hdr, cur);
+  } else {
+    // Within the newest increment: only its latest value is kept.
+    if (!kQuiet && tracing()) {
+      trace("Time %ld.%06ld LT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
+    }
+    target = just_one || at_boundary ? after(hdr, cur) : cur;
+  }
+  putEntry<kType, kQuiet>(hdr, target, t, value, status, flag);
+  hdr->current = target;
+  return target;
+}
+
+// The steady state of a quiet archive, with no call in it but the grid's: a
+// new value at a later time into a buffer that repeats neither times nor
+// values and will not grow, landing in the newest increment or opening the
+// next entry. Anything else (including the value equal to the newest)
+// answers null before changing anything, for the full path.
+template <D_UINT4 kType>
+[[gnu::always_inline]] inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t,
+                                                       const Incoming &value, D_UINT2 status, D_UINT2 flag) {
+  D_RING_ENTRY *cur = hdr->current;
+  if (cur->status == 0 || (hdr->flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
+  const std::int64_t newest = micros(*cur);
+  if (when <= newest || sameValue<kType>(kType, *cur, value)) return nullptr;
+  // Most buffers are fixed or at the size limit: the wrap test, a load from
+  // the far end of the array, only when it matters.
+  if (!isFixed(hdr) && hdr->size < D_RING_MAX_SIZE && isWrapped(hdr)) return nullptr;
+  const std::int64_t next = micros(hdr->next_incr);
+  const bool just_one = cur == hdr->start && !isWrapped(hdr);
+  const bool at_boundary = newest == next - micros(hdr->incr);
+  D_RING_ENTRY *target;
+  if (when == next) {
+    if (at_boundary) hdr->current = cur = after(hdr, cur);
+    target = just_one && !at_boundary ? after(hdr, cur) : cur;
+    setGrid(hdr, t);
+  } else if (when > next) {
+    if (!isFixed(hdr) && micros(hdr->incr) > 0) {
+      setGrid(hdr, t);
+    } else {
+      hdr->next_incr = t;
+    }
+    target = after(hdr, cur);
+  } else {
+    target = just_one || at_boundary ? after(hdr, cur) : cur;
+  }
+  fill<kType>(hdr->ring, *target, t, value, status, flag);
+  hdr->current = target;
+  return target;
+}
+
+template <D_UINT4 kType, bool kQuiet>
+D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t, const Incoming &value,
+                         D_UINT2 status, D_UINT2 flag) {
+  if constexpr (kQuiet) {
+    const std::int64_t when = micros(t);
+    D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
+    if (result == nullptr) result = newer<kType, kQuiet>(first, t, value, status, flag);
+    for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
+      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) {
+        newer<kType, kQuiet>(h, t, value, status, flag);
+      }
+    }
+    return result;
+  }
+  D_RING_ENTRY *result = newer<kType, kQuiet>(first, t, value, status, flag);
+  for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
+    newer<kType, kQuiet>(h, t, value, status, flag);
+  }
+  return result;
 }
 
 }  // namespace
@@ -209,89 +374,13 @@ bool storeValue(D_RING_HDR *hdr, D_RING_ENTRY *entry, const D_TIME_VALUE &t, con
                 D_UINT2 status, D_UINT2 flag) {
   return putEntry(hdr, entry, t, value, status, flag);
 }
+D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                          D_UINT2 flag) {
+  return newer<kAnyType, false>(hdr, t, value, status, flag);
+}
 void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
                D_UINT2 flag) {
   fill(ring, entry, t, value, status, flag);
-}
-
-D_RING_ENTRY *insertNewer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
-                          D_UINT2 flag) {
-  D_RING_BUF *ring = hdr->ring;
-  D_RING_ENTRY *cur = hdr->current;
-  if (cur->status == 0) {
-    if (tracing()) trace("Updating empty header\n");
-    putEntry(hdr, hdr->start, t, value, status, flag);
-    hdr->current = hdr->start;
-    setGrid(hdr, t);
-    return hdr->current;
-  }
-  if ((hdr->flags & D_RING_VALUE_REPEAT) == 0 && sameValue(ring->type, *cur, value)) {
-    if (tracing()) {
-      trace("New value equals previous value for buffer %s, incr: %ld.%06ld, time %ld.%06ld\n", nameOf(ring),
-            sec(hdr->incr), usec(hdr->incr), sec(t), usec(t));
-    }
-    return cur;
-  }
-  const std::int64_t when = micros(t);
-  if (when < micros(*cur)) {
-    if (tracing()) {
-      traceWarning("Time reversal Buffer %s, incr %ld.%06ld (%ld.%06ld vs %ld.%06ld) - data ignored\n",
-                   nameOf(ring), sec(hdr->incr), usec(hdr->incr), sec(t), usec(t), static_cast<long>(cur->sec),
-                   static_cast<long>(cur->usec));
-    }
-    return nullptr;
-  }
-  if ((hdr->flags & D_RING_TIME_REPEAT) == 0 && when == micros(*cur)) {
-    if (tracing() && (ring->name == nullptr || ring->name[0] != '_')) {
-      trace("Duplicate timestamp received for %s, incr %ld.%06ld\n", nameOf(ring), sec(hdr->incr),
-            usec(hdr->incr));
-      trace("at time %ld.%06ld - overwriting previous value\n", sec(t), usec(t));
-    }
-    putEntry(hdr, cur, t, value, status, flag);
-    return cur;
-  }
-  growIfShort(hdr);
-  if ((hdr->flags & D_RING_TIME_REPEAT) != 0) {
-    D_RING_ENTRY *slot = after(hdr, hdr->current);
-    putEntry(hdr, slot, t, value, status, flag);
-    hdr->current = slot;
-    return slot;
-  }
-  cur = hdr->current;
-  const bool just_one = !isWrapped(hdr) && cur == hdr->start;
-  const bool at_boundary = micros(*cur) == micros(hdr->next_incr) - micros(hdr->incr);
-  const std::int64_t next = micros(hdr->next_incr);
-  if (tracing()) {
-    trace("Updating buffer at %ld.%06ld next inc = %ld.%06ld just1 = %ld\n", sec(t), usec(t),
-          sec(hdr->next_incr), usec(hdr->next_incr), static_cast<long>(just_one));
-  }
-  D_RING_ENTRY *target = nullptr;
-  if (when == next) {
-    if (tracing()) trace("Time match at %ld.%06ld\n", sec(t), usec(t));
-    bool advanced = false;
-    if (at_boundary) {
-      if (tracing()) trace("Prev time %ld.%06ld\n", static_cast<long>(cur->sec), static_cast<long>(cur->usec));
-      hdr->current = after(hdr, cur);
-      advanced = true;
-    }
-    target = just_one && !advanced ? after(hdr, hdr->current) : hdr->current;
-    setGrid(hdr, t);
-  } else if (when > next) {
-    if (tracing()) trace("Time %ld.%06ld GT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
-    if (!isFixed(hdr) && micros(hdr->incr) > 0) {
-      setGrid(hdr, t);
-    } else {
-      hdr->next_incr = t;
-    }
-    target = after(hdr, cur);
-  } else {
-    // Within the newest increment: only its latest value is kept.
-    if (tracing()) trace("Time %ld.%06ld LT %ld.%06ld\n", sec(t), usec(t), sec(hdr->next_incr), usec(hdr->next_incr));
-    target = just_one || at_boundary ? after(hdr, cur) : cur;
-  }
-  putEntry(hdr, target, t, value, status, flag);
-  hdr->current = target;
-  return target;
 }
 
 D_RING_ENTRY *archive(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
@@ -299,11 +388,27 @@ D_RING_ENTRY *archive(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &v
   D_RING_HDR *first = firstBuffer(ring);
   D_TIME_VALUE now;
   if ((status & D_RING_STATUS_KNOWN) != 0 && first != nullptr && currentTime(&now)) {
-    D_RING_ENTRY *result = insertNewer(first, t, value, status, flag);
-    for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
-      insertNewer(h, t, value, status, flag);
+    // Without tracing or overwrite callbacks no code of the caller's runs
+    // during the archive (a pointer ring's free function excepted), so the
+    // loop may leave both out and fix the value type.
+    if (tracing() || ring->overwrite_cb_list != nullptr) {
+      return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
     }
-    return result;
+    switch (ring->type) {
+      case D_RING_TYPE_INT:
+      case D_RING_TYPE_LONG:
+        return archiveAll<D_RING_TYPE_INT, true>(ring, first, t, value, status, flag);
+      case D_RING_TYPE_DOUBLE:
+        return archiveAll<D_RING_TYPE_DOUBLE, true>(ring, first, t, value, status, flag);
+      case D_RING_TYPE_FLOAT:
+        return archiveAll<D_RING_TYPE_FLOAT, true>(ring, first, t, value, status, flag);
+      case D_RING_TYPE_WORD:
+        return archiveAll<D_RING_TYPE_WORD, true>(ring, first, t, value, status, flag);
+      case D_RING_TYPE_STRING:
+        return archiveAll<D_RING_TYPE_STRING, true>(ring, first, t, value, status, flag);
+      default:
+        return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
+    }
   }
   return keepInitial(ring, t, value, status, flag);
 }

@@ -4,12 +4,14 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <unordered_map>
 
 #include "vqutil/error.h"
 #include "vqutil/ringbuf.h"
+#include "vqutil/time.h"
 
 namespace vq::ring {
 
@@ -35,7 +37,7 @@ inline long usec(const D_TIME_VALUE &t) { return static_cast<long>(t.microsecond
 // The ring start time, or 0.0 while none was set.
 D_TIME_VALUE startTime();
 // The current time of the application, when one was set.
-bool currentTime(D_TIME_VALUE *now);
+inline bool currentTime(D_TIME_VALUE *now) { return DutGetCurrentTimeStruct(now) == D_TRUE; }
 
 // ---- Trace ----------------------------------------------------------------
 
@@ -71,8 +73,36 @@ struct Incoming {
   D_UINT4 w = 0;
   const char *text = "";
 };
-// The caller's value; a text is copied into holder first.
-Incoming readValue(D_UINT4 type, const void *value, std::string *holder);
+// The caller's value; a text is copied into holder first. Inline: every
+// insertion starts with it.
+inline Incoming readValue(D_UINT4 type, const void *value, std::string *holder) {
+  Incoming in;
+  switch (type) {
+    case D_RING_TYPE_VOID:
+      in.ptr = const_cast<void *>(value);
+      break;
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      std::memcpy(&in.i, value, sizeof in.i);
+      break;
+    case D_RING_TYPE_DOUBLE:
+      std::memcpy(&in.d, value, sizeof in.d);
+      break;
+    case D_RING_TYPE_STRING:
+      holder->assign(static_cast<const char *>(value));
+      in.text = holder->c_str();
+      break;
+    case D_RING_TYPE_FLOAT:
+      std::memcpy(&in.f, value, sizeof in.f);
+      break;
+    case D_RING_TYPE_WORD:
+      std::memcpy(&in.w, value, sizeof in.w);
+      break;
+    default:
+      break;
+  }
+  return in;
+}
 // An entry's value as a caller would hand it in.
 Incoming valueOf(D_UINT4 type, const D_RING_ENTRY &entry);
 bool equalsIncoming(D_UINT4 type, const D_RING_ENTRY &entry, const Incoming &value);

@@ -35,8 +35,6 @@ bool checkedTimes(std::initializer_list<const D_TIME_VALUE *> times) {
   return true;
 }
 
-bool currentTime(D_TIME_VALUE *now) { return DutGetCurrentTimeStruct(now) == D_TRUE; }
-
 // ---- Trace ----------------------------------------------------------------
 
 namespace {
@@ -90,35 +88,6 @@ bool validType(D_UINT4 type) {
 }
 
 // ---- Values ---------------------------------------------------------------
-
-Incoming readValue(D_UINT4 type, const void *value, std::string *holder) {
-  Incoming in;
-  switch (type) {
-    case D_RING_TYPE_VOID:
-      in.ptr = const_cast<void *>(value);
-      break;
-    case D_RING_TYPE_INT:
-    case D_RING_TYPE_LONG:
-      std::memcpy(&in.i, value, sizeof in.i);
-      break;
-    case D_RING_TYPE_DOUBLE:
-      std::memcpy(&in.d, value, sizeof in.d);
-      break;
-    case D_RING_TYPE_STRING:
-      holder->assign(static_cast<const char *>(value));
-      in.text = holder->c_str();
-      break;
-    case D_RING_TYPE_FLOAT:
-      std::memcpy(&in.f, value, sizeof in.f);
-      break;
-    case D_RING_TYPE_WORD:
-      std::memcpy(&in.w, value, sizeof in.w);
-      break;
-    default:
-      break;
-  }
-  return in;
-}
 
 Incoming valueOf(D_UINT4 type, const D_RING_ENTRY &entry) {
   Incoming in;

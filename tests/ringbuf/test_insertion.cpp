@@ -1,6 +1,8 @@
 // Writing values: the increment grid, repeats, time reversal, growth and
 // its size limit, wrapping with overwrite callbacks, the initial value and
 // the deliberate empty-buffer case of DutRingInsertValue.
+#include <algorithm>
+#include <random>
 #include <vector>
 
 #include "ring_support.hpp"
@@ -151,6 +153,44 @@ TEST_F(RingInsert, FixedBufferWrapsAndCallsOverwriteCallbacksBeforeTheSlotChange
   // Overwriting the newest in place is an overwrite too.
   Insert(record.hdr, 5, 9.0);
   EXPECT_EQ(record.seen, (Pairs{{1, 1.5}, {2, 3.0}, {5, 7.5}}));
+}
+
+void IgnoreOverwrite(void *, void *, D_WORD) {}
+
+// Archiving takes a shortcut when no overwrite callback exists; a ring with
+// one takes the full path. Both must end with the same buffers, grids and
+// answers, over reversals, duplicate times, repeated values, boundaries,
+// growth and wrapping.
+TEST_F(RingInsert, ArchiveShortcutAgreesWithTheFullPath) {
+  for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT}) {
+    D_RING_BUF *rings[2] = {Make(type), Make(type)};
+    DutRingOverwriteCbCreate(rings[1], IgnoreOverwrite, 0);
+    D_RING_HDR *hdrs[2][5];
+    for (int r = 0; r < 2; ++r) {
+      D_RING_HDR *h[] = {Growable(rings[r], 0.0, 0.0, 4), Fixed(rings[r], 0.5, 5), Growable(rings[r], 1.0, 30.0, 3),
+                         Fixed(rings[r], 2.0, 4), Growable(rings[r], 60.0, 0.0, 3)};
+      DutRingSetValueRepeat(h[3], D_TRUE);
+      DutRingSetTimeRepeat(h[4], D_TRUE);
+      std::copy(h, h + 5, hdrs[r]);
+    }
+    std::mt19937 random(7);
+    const std::int64_t steps[] = {-300000, 0, 100000, 250000, 500000, 1000000, 3000000};
+    std::int64_t t = 1000000;
+    for (int i = 0; i < 3000; ++i) {
+      t = std::max<std::int64_t>(0, t + steps[random() % 7]);
+      const double value = static_cast<double>(random() % 4);
+      const D_RING_ENTRY *got[2] = {Archive(rings[0], t, value), Archive(rings[1], t, value)};
+      ASSERT_EQ(got[0] == nullptr ? -1 : Us(got[0]), got[1] == nullptr ? -1 : Us(got[1])) << i;
+    }
+    for (int k = 0; k < 5; ++k) {
+      const D_RING_HDR *a = hdrs[0][k], *b = hdrs[1][k];
+      EXPECT_EQ(Doubles(hdrs[0][k]), Doubles(hdrs[1][k])) << k;
+      EXPECT_EQ(a->size, b->size) << k;
+      EXPECT_EQ(Us(a->current), Us(b->current)) << k;
+      EXPECT_EQ(a->next_incr.seconds * 1000000LL + a->next_incr.microseconds,
+                b->next_incr.seconds * 1000000LL + b->next_incr.microseconds) << k;
+    }
+  }
 }
 
 TEST_F(RingInsert, InsertIntoEmptyBufferUsesTheCurrentSlotThenSlotZero) {

@@ -83,7 +83,10 @@ TEST(RingRefusalDeathTest, BrokenCallersAssert) {
   VQTEST_EXPECT_ASSERTION(DutRingEntriesEqual(hdr, nullptr, hdr->start), "rbe1");
   VQTEST_EXPECT_ASSERTION(DutRingEntriesEqual(hdr, hdr->start, nullptr), "rbe2");
   VQTEST_EXPECT_ASSERTION(DutRingAllocateArray(hdr, 8), "hdr->start == NULL");
-  DutRingDestroy(hdr->ring);
+  D_RING_BUF *ring = hdr->ring;
+  DutRingDestroy(ring);
+  DutDqClose(&ring->buffers);
+  DutFreeCheck(ring, "ring", __FILE__, __LINE__);
 }
 
 TEST_F(RingRefusal, FlagThreeTracesEachStepAfterItsHeader) {

@@ -94,20 +94,24 @@ VQ_INLINE constexpr std::uint32_t ieeeToIbm32(std::uint32_t v) {
   return sign | (((x + 1) / 4 + 32) << 24) | (m >> shift);
 }
 
+// Leading zero bits (0..3) of a non-zero hex digit, by comparisons rather
+// than a count instruction, which vector units lack.
+template <typename W>
+VQ_INLINE constexpr W digitZeros(W d) {
+  return static_cast<W>(d < 8) + static_cast<W>(d < 4) + static_cast<W>(d < 2);
+}
+
 VQ_INLINE constexpr std::uint32_t ibmToIeee32Kernel(std::uint32_t sign, std::int32_t e, std::uint32_t f) {
-  // Normalise on the first hex digit: its leading zero bits (0..3) move
-  // the fraction left and lower the exponent. A zero digit keeps both.
-  std::int32_t exponent;
-  if ((f & 0x00F00000u) != 0) [[likely]] {
-    const int lz = std::countl_zero(f << 8);
-    f <<= lz;
-    exponent = 4 * e - 130 - lz;
-  } else {
-    exponent = 4 * e - 129;
-  }
+  // Normalise on the first hex digit: its leading zero bits move the
+  // fraction left and lower the exponent. A zero digit keeps the fraction
+  // and gives exponent 4E - 129, one above the unshifted case.
+  const std::uint32_t d = f >> 20;
+  const std::uint32_t lz = d == 0 ? 0 : digitZeros(d);
+  const std::int32_t drop = d == 0 ? -1 : static_cast<std::int32_t>(lz);
+  f <<= lz;
   // Only the low eight bits of the exponent are kept (E = 33 with a leading
   // digit of 1 gives all ones).
-  const std::uint32_t field = static_cast<std::uint32_t>(exponent) & 0xFFu;
+  const std::uint32_t field = static_cast<std::uint32_t>(4 * e - 130 - drop) & 0xFFu;
   return sign | (f & 0x007FFFFFu) | (field << 23);
 }
 
@@ -270,17 +274,16 @@ VQ_INLINE std::uint64_t ieeeToIbm64(std::uint64_t v, std::uint64_t &rare) {
 
 VQ_INLINE constexpr std::uint64_t ibmToIeee64(std::uint64_t v) {
   const std::uint64_t sign = v & kSign64;
-  const std::int32_t e = static_cast<std::int32_t>((v >> 56) & 0x7Fu);
+  const auto e = static_cast<std::int64_t>((v >> 56) & 0x7Fu);
   std::uint64_t f = v & 0x00FFFFFFFFFFFFFFu;
-  std::int32_t exponent;
-  if ((f & 0x00F0000000000000u) != 0) [[likely]] {
-    const int lz = std::countl_zero(f << 8);
-    f >>= 3 - lz;
-    exponent = 4 * e + 766 - lz;
-  } else {
-    exponent = 4 * e + 767;
-  }
-  const auto field = static_cast<std::uint64_t>(exponent) & 0x7FFu;
+  // The first hex digit's leading zeros (0..3) decide a right shift of
+  // 3 - zeros and exponent 4E + 766 - zeros; a zero digit keeps the
+  // fraction with exponent 4E + 767.
+  const std::uint64_t d = f >> 52;
+  const std::uint64_t lz = digitZeros(d);
+  f >>= d == 0 ? 0 : 3 - lz;
+  const std::int64_t drop = d == 0 ? -1 : static_cast<std::int64_t>(lz);
+  const auto field = static_cast<std::uint64_t>(4 * e + 766 - drop) & 0x7FFu;
   return sign | (f & kFrac52) | (field << 52);
 }
 
@@ -493,7 +496,7 @@ VQ_INLINE D_BOOL convertOne(void *p, D_INT4 in, D_INT4 out) {
 // from its untouched input, so the results, warnings and their order are
 // those of the per-value calls.
 template <typename C, D_INT4 In, D_INT4 Out>
-void convertMany(unsigned char *p, std::size_t count) {
+VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
   using W = typename C::Word;
   constexpr std::size_t kBlock = 256;
   std::size_t at = 0;
@@ -513,6 +516,33 @@ void convertMany(unsigned char *p, std::size_t count) {
     }
   }
   for (; at < count; ++at) convertAt<C, In, Out>(p + at * sizeof(W));
+}
+
+// The block loop is built twice: for the baseline instruction set and,
+// on x86-64, for AVX2, which has the byte shuffles, per-lane shifts and
+// 64-bit compares the conversions need to run as vector code. The choice
+// is made once per array.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+template <typename C, D_INT4 In, D_INT4 Out>
+[[gnu::target("avx2")]] void convertManyAvx2(unsigned char *p, std::size_t count) {
+  convertBlocks<C, In, Out>(p, count);
+}
+
+bool hasAvx2() {
+  static const bool has = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+  }();
+  return has;
+}
+#endif
+
+template <typename C, D_INT4 In, D_INT4 Out>
+void convertMany(unsigned char *p, std::size_t count) {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  if (hasAvx2()) return convertManyAvx2<C, In, Out>(p, count);
+#endif
+  convertBlocks<C, In, Out>(p, count);
 }
 
 template <typename C>

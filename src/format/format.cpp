@@ -511,6 +511,11 @@ VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
   std::size_t at = 0;
   for (; at + kBlock <= count; at += kBlock) {
     unsigned char *block = p + at * sizeof(W);
+    if constexpr (!C::kRare) {
+      // Nothing to redo: convert in place.
+      for (std::size_t i = 0; i < kBlock; ++i) convertAt<C, In, Out>(block + i * sizeof(W));
+      continue;
+    }
     W out[kBlock];
     W rare = 0;
     for (std::size_t i = 0; i < kBlock; ++i) {

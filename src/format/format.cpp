@@ -131,7 +131,7 @@ VQ_COLD std::uint32_t ibmToIeee32Clamped(std::uint32_t v) {
 
 VQ_INLINE std::uint32_t ibmToIeee32(std::uint32_t v, std::uint32_t &rare) {
   const std::int32_t e = static_cast<std::int32_t>((v >> 24) & 0x7Fu);
-  rare |= static_cast<std::uint32_t>(e < 33 || e > 96);
+  rare |= static_cast<std::uint32_t>(e < 33) | static_cast<std::uint32_t>(e > 96);
   return ibmToIeee32Kernel(v & kSign32, e, v & 0x00FFFFFFu);
 }
 
@@ -354,7 +354,7 @@ struct FromIeee {
     const W v = fromOrder<In>(raw);
     W flag = 0;
     const W r = Store(Kernel(v, flag));
-    rare |= isZero(v) ? W{0} : flag;
+    rare |= flag & (W{0} - static_cast<W>(!isZero(v)));
     return isZero(v) ? W{0} : r;
   }
   template <D_INT4 In, D_INT4>
@@ -378,7 +378,7 @@ struct FromForeign {
     const W v = Load(raw);
     W flag = 0;
     const W r = Store.template operator()<Out>(Kernel(v, flag));
-    rare |= v == 0 ? W{0} : flag;
+    rare |= flag & (W{0} - static_cast<W>(v != 0));
     return v == 0 ? W{0} : r;
   }
   template <D_INT4, D_INT4 Out>

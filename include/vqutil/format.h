@@ -199,7 +199,8 @@ D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecG(void *val_in_out, D_INT4 format_in, D_I
 
 /* ---- Arrays of reals ----------------------------------------------------- */
 
-/* Each real conversion above also has an array form, named after it with
+/* An extension of the family for bulk conversion: each real conversion
+ * above also has an array form, named after it with
  * "Array" appended, that converts `count` consecutive values (4 or 8 bytes
  * each, no padding) in place:
  *   D_BOOL DutSwapReal4IeeeToIbm370Array(void *values, D_UINT4 count,

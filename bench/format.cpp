@@ -11,7 +11,9 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "../tests/format/format_oracle.hpp"
@@ -211,6 +213,106 @@ void BM_DecGToIeee_Oracle(benchmark::State &state) {
     return ieeeArray(static_cast<double>(vqoracle::decGValue(bytes.data())));
   });
 }
+
+// ---- Array forms ------------------------------------------------------------
+
+// Every conversion over the same 10^6 values three ways in one run: one
+// call per value, one array call, and memcpy of the same bytes (above).
+using ConvertArray = D_BOOL (*)(void *, D_UINT4, D_INT4, D_INT4);
+
+template <typename T>
+void runArray(benchmark::State &state, const std::vector<T> &input, ConvertArray fn, D_INT4 in, D_INT4 out) {
+  std::vector<T> work(input.size());
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::memcpy(work.data(), input.data(), input.size() * sizeof(T));
+    state.ResumeTiming();
+    fn(work.data(), static_cast<D_UINT4>(work.size()), in, out);
+    benchmark::DoNotOptimize(work.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(input.size()));
+}
+
+template <typename T>
+void runPerValue(benchmark::State &state, const std::vector<T> &input, Convert fn, D_INT4 in, D_INT4 out) {
+  std::vector<T> work(input.size());
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::memcpy(work.data(), input.data(), input.size() * sizeof(T));
+    state.ResumeTiming();
+    for (auto &v : work) fn(&v, in, out);
+    benchmark::DoNotOptimize(work.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(input.size()));
+}
+
+struct Member {
+  const char *name;
+  Convert one;
+  ConvertArray many;
+  int size;
+  Convert make;  // IEEE in host order -> the input format (null: IEEE)
+  D_INT4 in;
+  D_INT4 out;
+};
+
+#define VQ_MEMBER(name, size, make, in, out) {#name, DutSwap##name, DutSwap##name##Array, size, make, in, out}
+const Member kMembers[] = {
+    VQ_MEMBER(Real4IeeeToDecF, 4, nullptr, kHost, D_INT_LITTLE_ENDIAN),
+    VQ_MEMBER(Real4DecFToIeee, 4, DutSwapReal4IeeeToDecF, D_INT_LITTLE_ENDIAN, kHost),
+    VQ_MEMBER(Real4IeeeToIbm370, 4, nullptr, kHost, D_INT_BIG_ENDIAN),
+    VQ_MEMBER(Real4Ibm370ToIeee, 4, DutSwapReal4IeeeToIbm370, D_INT_BIG_ENDIAN, kHost),
+    VQ_MEMBER(Real4DecFToIbm370, 4, DutSwapReal4IeeeToDecF, D_INT_LITTLE_ENDIAN, D_INT_BIG_ENDIAN),
+    VQ_MEMBER(Real4Ibm370ToDecF, 4, DutSwapReal4IeeeToIbm370, D_INT_BIG_ENDIAN, D_INT_LITTLE_ENDIAN),
+    VQ_MEMBER(Real8IeeeToDecD, 8, nullptr, kHost, D_INT_LITTLE_ENDIAN),
+    VQ_MEMBER(Real8IeeeToDecG, 8, nullptr, kHost, D_INT_LITTLE_ENDIAN),
+    VQ_MEMBER(Real8DecDToIeee, 8, DutSwapReal8IeeeToDecD, D_INT_LITTLE_ENDIAN, kHost),
+    VQ_MEMBER(Real8DecGToIeee, 8, DutSwapReal8IeeeToDecG, D_INT_LITTLE_ENDIAN, kHost),
+    VQ_MEMBER(Real8DecDToDecG, 8, DutSwapReal8IeeeToDecD, D_INT_LITTLE_ENDIAN, D_INT_LITTLE_ENDIAN),
+    VQ_MEMBER(Real8DecGToDecD, 8, DutSwapReal8IeeeToDecG, D_INT_LITTLE_ENDIAN, D_INT_LITTLE_ENDIAN),
+    VQ_MEMBER(Real8IeeeToIbm370, 8, nullptr, kHost, D_INT_BIG_ENDIAN),
+    VQ_MEMBER(Real8Ibm370ToIeee, 8, DutSwapReal8IeeeToIbm370, D_INT_BIG_ENDIAN, kHost),
+    VQ_MEMBER(Real8DecDToIbm370, 8, DutSwapReal8IeeeToDecD, D_INT_LITTLE_ENDIAN, D_INT_BIG_ENDIAN),
+    VQ_MEMBER(Real8DecGToIbm370, 8, DutSwapReal8IeeeToDecG, D_INT_LITTLE_ENDIAN, D_INT_BIG_ENDIAN),
+    VQ_MEMBER(Real8Ibm370ToDecD, 8, DutSwapReal8IeeeToIbm370, D_INT_BIG_ENDIAN, D_INT_LITTLE_ENDIAN),
+    VQ_MEMBER(Real8Ibm370ToDecG, 8, DutSwapReal8IeeeToIbm370, D_INT_BIG_ENDIAN, D_INT_LITTLE_ENDIAN),
+};
+#undef VQ_MEMBER
+
+// Inputs inside every conversion's exact range (|x| within 2^+-120), so
+// that nothing warns.
+template <typename T>
+std::vector<T> inputOf(const Member &m) {
+  const std::vector<T> ieee = values<T>(-120, 120);
+  return m.make == nullptr ? ieee : foreign(ieee, m.make, m.in);
+}
+
+// Each member's input is made on its first run and shared by its two forms.
+template <typename T>
+void registerMember(const Member &m) {
+  const std::string name = m.name;
+  auto input = std::make_shared<std::vector<T>>();
+  auto get = [m, input]() -> const std::vector<T> & {
+    if (input->empty()) *input = inputOf<T>(m);
+    return *input;
+  };
+  benchmark::RegisterBenchmark((name + "/PerValue").c_str(), [m, get](benchmark::State &state) {
+    runPerValue(state, get(), m.one, m.in, m.out);
+  })->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark((name + "/Array").c_str(), [m, get](benchmark::State &state) {
+    runArray(state, get(), m.many, m.in, m.out);
+  })->Unit(benchmark::kMicrosecond);
+}
+
+const bool kRegistered = [] {
+  for (const Member &m : kMembers) {
+    if (m.size == 4) registerMember<float>(m);
+    else registerMember<double>(m);
+  }
+  return true;
+}();
 
 }  // namespace
 

@@ -197,6 +197,41 @@ D_EXPORT D_BOOL DutSwapReal8DecGToIbm370(void *val_in_out, D_INT4 format_in, D_I
 D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecD(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
 D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecG(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
 
+/* ---- Arrays of reals ----------------------------------------------------- */
+
+/* An extension of the family for bulk conversion: each real conversion
+ * above also has an array form, named after it with
+ * "Array" appended, that converts `count` consecutive values (4 or 8 bytes
+ * each, no padding) in place:
+ *   D_BOOL DutSwapReal4IeeeToIbm370Array(void *values, D_UINT4 count,
+ *                                        D_INT4 format_in, D_INT4 format_out);
+ * Every value gets exactly the bytes the per-value call gives it, and the
+ * warnings and fatal assertions of the per-value call, once per value and
+ * in array order. The arguments are checked once, before any value
+ * changes: a null array with a count above 0 sets D_ERR_NULL_PTR, a format
+ * not allowed for its side sets D_ERR_VAL_INVALID (even with count 0), and
+ * both return D_FALSE. A null array with a count of 0 converts nothing and
+ * returns D_TRUE. Values are read and written with byte copies, so the
+ * array needs no particular alignment. */
+D_EXPORT D_BOOL DutSwapReal4IeeeToDecFArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal4DecFToIeeeArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal4IeeeToIbm370Array(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal4Ibm370ToIeeeArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal4DecFToIbm370Array(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal4Ibm370ToDecFArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8IeeeToDecDArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8IeeeToDecGArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8DecDToIeeeArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8DecGToIeeeArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8DecDToDecGArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8DecGToDecDArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8IeeeToIbm370Array(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8Ibm370ToIeeeArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8DecDToIbm370Array(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8DecGToIbm370Array(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecDArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecGArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+
 D_END_DECLS
 
 #endif /* VQUTIL_FORMAT_H */

@@ -51,28 +51,6 @@ constexpr std::uint64_t swap64(std::uint64_t v) {
          swap32(static_cast<std::uint32_t>(v >> 32));
 }
 
-std::uint32_t load32(const void *p, D_INT4 order) {
-  std::uint32_t v;
-  std::memcpy(&v, p, sizeof v);
-  return order == kHostOrder ? v : swap32(v);
-}
-
-void store32(void *p, std::uint32_t v, D_INT4 order) {
-  if (order != kHostOrder) v = swap32(v);
-  std::memcpy(p, &v, sizeof v);
-}
-
-std::uint64_t load64(const void *p, D_INT4 order) {
-  std::uint64_t v;
-  std::memcpy(&v, p, sizeof v);
-  return order == kHostOrder ? v : swap64(v);
-}
-
-void store64(void *p, std::uint64_t v, D_INT4 order) {
-  if (order != kHostOrder) v = swap64(v);
-  std::memcpy(p, &v, sizeof v);
-}
-
 // VAX storage: little-endian 16-bit words, the most significant word first.
 // Read as a little-endian integer, that puts the words in reverse order.
 constexpr std::uint32_t vaxWords32(std::uint32_t v) { return (v << 16) | (v >> 16); }
@@ -80,42 +58,6 @@ constexpr std::uint32_t vaxWords32(std::uint32_t v) { return (v << 16) | (v >> 1
 constexpr std::uint64_t vaxWords64(std::uint64_t v) {
   v = (v << 32) | (v >> 32);
   return ((v & 0x0000FFFF0000FFFFu) << 16) | ((v >> 16) & 0x0000FFFF0000FFFFu);
-}
-
-std::uint32_t loadVax32(const void *p) { return vaxWords32(load32(p, D_INT_LITTLE_ENDIAN)); }
-void storeVax32(void *p, std::uint32_t v) { store32(p, vaxWords32(v), D_INT_LITTLE_ENDIAN); }
-std::uint64_t loadVax64(const void *p) { return vaxWords64(load64(p, D_INT_LITTLE_ENDIAN)); }
-void storeVax64(void *p, std::uint64_t v) { store64(p, vaxWords64(v), D_INT_LITTLE_ENDIAN); }
-
-bool isZero32(const void *p) {
-  std::uint32_t v;
-  std::memcpy(&v, p, sizeof v);
-  return v == 0;
-}
-
-bool isZero64(const void *p) {
-  std::uint64_t v;
-  std::memcpy(&v, p, sizeof v);
-  return v == 0;
-}
-
-// ---- Argument checks ----------------------------------------------------
-
-constexpr bool ieeeOrder(D_INT4 f) { return f == D_INT_LITTLE_ENDIAN || f == D_INT_BIG_ENDIAN; }
-constexpr bool decOrder(D_INT4 f) { return f == D_INT_LITTLE_ENDIAN; }
-constexpr bool ibmOrder(D_INT4 f) { return f == D_INT_BIG_ENDIAN; }
-
-// Null first, then the two formats; the value is never touched on failure.
-bool argsOk(const void *p, bool in_ok, bool out_ok) {
-  if (p == nullptr) [[unlikely]] {
-    DutErrNumSet(D_ERR_NULL_PTR);
-    return false;
-  }
-  if (!in_ok || !out_ok) [[unlikely]] {
-    DutErrNumSet(D_ERR_VAL_INVALID);
-    return false;
-  }
-  return true;
 }
 
 // Failed checks and warnings are rare; keeping them out of line leaves the
@@ -152,20 +94,24 @@ VQ_INLINE constexpr std::uint32_t ieeeToIbm32(std::uint32_t v) {
   return sign | (((x + 1) / 4 + 32) << 24) | (m >> shift);
 }
 
+// Leading zero bits (0..3) of a non-zero hex digit, by comparisons rather
+// than a count instruction, which vector units lack.
+template <typename W>
+VQ_INLINE constexpr W digitZeros(W d) {
+  return static_cast<W>(d < 8) + static_cast<W>(d < 4) + static_cast<W>(d < 2);
+}
+
 VQ_INLINE constexpr std::uint32_t ibmToIeee32Kernel(std::uint32_t sign, std::int32_t e, std::uint32_t f) {
-  // Normalise on the first hex digit: its leading zero bits (0..3) move
-  // the fraction left and lower the exponent. A zero digit keeps both.
-  std::int32_t exponent;
-  if ((f & 0x00F00000u) != 0) [[likely]] {
-    const int lz = std::countl_zero(f << 8);
-    f <<= lz;
-    exponent = 4 * e - 130 - lz;
-  } else {
-    exponent = 4 * e - 129;
-  }
+  // Normalise on the first hex digit: its leading zero bits move the
+  // fraction left and lower the exponent. A zero digit keeps the fraction
+  // and gives exponent 4E - 129, one above the unshifted case.
+  const std::uint32_t d = f >> 20;
+  const std::uint32_t lz = d == 0 ? 0 : digitZeros(d);
+  const std::int32_t drop = d == 0 ? -1 : static_cast<std::int32_t>(lz);
+  f <<= lz;
   // Only the low eight bits of the exponent are kept (E = 33 with a leading
   // digit of 1 gives all ones).
-  const std::uint32_t field = static_cast<std::uint32_t>(exponent) & 0xFFu;
+  const std::uint32_t field = static_cast<std::uint32_t>(4 * e - 130 - drop) & 0xFFu;
   return sign | (f & 0x007FFFFFu) | (field << 23);
 }
 
@@ -183,9 +129,9 @@ VQ_COLD std::uint32_t ibmToIeee32Clamped(std::uint32_t v) {
   return ibmToIeee32Kernel(v & kSign32, e, v & 0x00FFFFFFu);
 }
 
-VQ_INLINE std::uint32_t ibmToIeee32(std::uint32_t v) {
+VQ_INLINE std::uint32_t ibmToIeee32(std::uint32_t v, std::uint32_t &rare) {
   const std::int32_t e = static_cast<std::int32_t>((v >> 24) & 0x7Fu);
-  if (e < 33 || e > 96) [[unlikely]] return ibmToIeee32Clamped(v);
+  rare |= static_cast<std::uint32_t>(e < 33) | static_cast<std::uint32_t>(e > 96);
   return ibmToIeee32Kernel(v & kSign32, e, v & 0x00FFFFFFu);
 }
 
@@ -195,7 +141,9 @@ constexpr std::uint64_t kFrac52 = 0x000FFFFFFFFFFFFFu;
 constexpr std::uint64_t kFrac55 = 0x007FFFFFFFFFFFFFu;
 
 // The slow paths below handle the exponents that assert or warn; they are
-// out of line so that the common path makes no call.
+// out of line so that the common path makes no call. The common paths
+// compute their result without a branch and only flag (`rare`) a value
+// that needs its slow path, so that array loops stay vectorisable.
 
 VQ_COLD std::uint64_t ieeeToDecDSlow(std::uint64_t v) {
   const std::uint64_t sign = v & kSign64;
@@ -211,9 +159,9 @@ VQ_COLD std::uint64_t ieeeToDecDSlow(std::uint64_t v) {
   return sign | (static_cast<std::uint64_t>(dec_exp) << 55) | ((v & kFrac52) << 3);
 }
 
-VQ_INLINE std::uint64_t ieeeToDecD(std::uint64_t v) {
+VQ_INLINE std::uint64_t ieeeToDecD(std::uint64_t v, std::uint64_t &rare) {
   const std::int32_t ieee_exp = static_cast<std::int32_t>((v >> 52) & 0x7FFu) - 1023;
-  if (!D_IN_RANGE(ieee_exp, -1022, 126)) [[unlikely]] return ieeeToDecDSlow(v);
+  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(ieee_exp, -1022, 126));
   // No underflow check: exponents below -128 wrap.
   const auto dec_exp = static_cast<std::uint64_t>(static_cast<std::uint32_t>(ieee_exp + 129) & 0xFFu);
   return (v & kSign64) | (dec_exp << 55) | ((v & kFrac52) << 3);
@@ -233,9 +181,9 @@ VQ_COLD std::uint64_t ieeeToDecGSlow(std::uint64_t v) {
   return sign | (static_cast<std::uint64_t>(dec_g_exp) << 52) | (v & kFrac52);
 }
 
-VQ_INLINE std::uint64_t ieeeToDecG(std::uint64_t v) {
+VQ_INLINE std::uint64_t ieeeToDecG(std::uint64_t v, std::uint64_t &rare) {
   const std::int32_t ieee_exp = static_cast<std::int32_t>((v >> 52) & 0x7FFu) - 1023;
-  if (!D_IN_RANGE(ieee_exp, -1022, 1022)) [[unlikely]] return ieeeToDecGSlow(v);
+  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(ieee_exp, -1022, 1022));
   const auto dec_g_exp = static_cast<std::uint64_t>(ieee_exp + 1025);
   return (v & kSign64) | (dec_g_exp << 52) | (v & kFrac52);
 }
@@ -277,9 +225,9 @@ VQ_COLD std::uint64_t decGToDecDSlow(std::uint64_t v) {
   return sign | (static_cast<std::uint64_t>(dec_d_exp) << 55) | ((v & kFrac52) << 3);
 }
 
-VQ_INLINE std::uint64_t decGToDecD(std::uint64_t v) {
+VQ_INLINE std::uint64_t decGToDecD(std::uint64_t v, std::uint64_t &rare) {
   const std::int32_t dec_g_exp = static_cast<std::int32_t>((v >> 52) & 0x7FFu) - 1024;
-  if (!D_IN_RANGE(dec_g_exp, -1023, 126)) [[unlikely]] return decGToDecDSlow(v);
+  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(dec_g_exp, -1023, 126));
   // No underflow check: exponents below -128 wrap.
   const auto dec_d_exp = static_cast<std::uint64_t>(static_cast<std::uint32_t>(dec_g_exp + 128) & 0xFFu);
   return (v & kSign64) | (dec_d_exp << 55) | ((v & kFrac52) << 3);
@@ -290,127 +238,335 @@ constexpr std::uint64_t ibm64Assemble(std::uint64_t sign, std::int32_t x, std::u
   return sign | (ibm_exp << 56) | m;
 }
 
-VQ_COLD std::uint64_t ieeeToIbm64Clamped(std::uint64_t sign, std::int32_t x,
-                                                              std::uint64_t m) {
-  if (x < 767) {
-    warn("DutSwapReal8IeeeToIbm370: IEEE exponent underflows IBM_370 exponent\n");
-    x = 767;
-  } else {
-    warn("DutSwapReal8IeeeToIbm370: IEEE exponent overflows IBM_370 exponent\n");
-    x = 1275;
-  }
-  return ibm64Assemble(sign, x, m);
+// The 53-bit significand moves left into the 56-bit fraction, so nothing is
+// lost on this side: (exponent + 1) mod 4 is the shift, and
+// x = exponent + 4 - shift makes x + 1 a multiple of four.
+struct Ibm64Parts {
+  std::uint64_t sign;
+  std::int32_t x;
+  std::uint64_t m;
+};
+
+VQ_INLINE constexpr Ibm64Parts ibm64Parts(std::uint64_t v) {
+  const std::uint32_t exponent = static_cast<std::uint32_t>((v >> 52) & 0x7FFu);
+  const std::uint32_t shift = (exponent + 1) & 3u;
+  return {v & kSign64, static_cast<std::int32_t>(exponent + 4 - shift),
+          ((v & kFrac52) | (std::uint64_t{1} << 52)) << shift};
 }
 
-VQ_INLINE std::uint64_t ieeeToIbm64(std::uint64_t v) {
-  const std::uint64_t sign = v & kSign64;
-  const std::uint32_t exponent = static_cast<std::uint32_t>((v >> 52) & 0x7FFu);
-  // The 53-bit significand moves left into the 56-bit fraction, so nothing
-  // is lost on this side: (exponent + 1) mod 4 is the shift, and
-  // x = exponent + 4 - shift makes x + 1 a multiple of four.
-  const std::uint32_t shift = (exponent + 1) & 3u;
-  const std::uint64_t m = ((v & kFrac52) | (std::uint64_t{1} << 52)) << shift;
-  const auto x = static_cast<std::int32_t>(exponent + 4 - shift);
-  if (!D_IN_RANGE(x, 767, 1275)) [[unlikely]] return ieeeToIbm64Clamped(sign, x, m);
-  return ibm64Assemble(sign, x, m);
+VQ_COLD std::uint64_t ieeeToIbm64Slow(std::uint64_t v) {
+  Ibm64Parts p = ibm64Parts(v);
+  if (p.x < 767) {
+    warn("DutSwapReal8IeeeToIbm370: IEEE exponent underflows IBM_370 exponent\n");
+    p.x = 767;
+  } else {
+    warn("DutSwapReal8IeeeToIbm370: IEEE exponent overflows IBM_370 exponent\n");
+    p.x = 1275;
+  }
+  return ibm64Assemble(p.sign, p.x, p.m);
+}
+
+VQ_INLINE std::uint64_t ieeeToIbm64(std::uint64_t v, std::uint64_t &rare) {
+  const Ibm64Parts p = ibm64Parts(v);
+  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(p.x, 767, 1275));
+  return ibm64Assemble(p.sign, p.x, p.m);
 }
 
 VQ_INLINE constexpr std::uint64_t ibmToIeee64(std::uint64_t v) {
   const std::uint64_t sign = v & kSign64;
-  const std::int32_t e = static_cast<std::int32_t>((v >> 56) & 0x7Fu);
+  const auto e = static_cast<std::int64_t>((v >> 56) & 0x7Fu);
   std::uint64_t f = v & 0x00FFFFFFFFFFFFFFu;
-  std::int32_t exponent;
-  if ((f & 0x00F0000000000000u) != 0) [[likely]] {
-    const int lz = std::countl_zero(f << 8);
-    f >>= 3 - lz;
-    exponent = 4 * e + 766 - lz;
-  } else {
-    exponent = 4 * e + 767;
-  }
-  const auto field = static_cast<std::uint64_t>(exponent) & 0x7FFu;
+  // The first hex digit's leading zeros (0..3) decide a right shift of
+  // 3 - zeros and exponent 4E + 766 - zeros; a zero digit keeps the
+  // fraction with exponent 4E + 767.
+  const std::uint64_t d = f >> 52;
+  const std::uint64_t lz = digitZeros(d);
+  f >>= d == 0 ? 0 : 3 - lz;
+  const std::int64_t drop = d == 0 ? -1 : static_cast<std::int64_t>(lz);
+  const auto field = static_cast<std::uint64_t>(4 * e + 766 - drop) & 0x7FFu;
   return sign | (f & kFrac52) | (field << 52);
 }
 
-// ---- Conversions with their byte orders ---------------------------------
+// ---- Conversions on stored words ----------------------------------------
 
-// IEEE single in format_in -> DEC F in VAX order.
-VQ_INLINE void toDecF(void *p, D_INT4 format_in) {
-  const std::uint32_t v = load32(p, format_in);
-  if (v == 0) return;
-  if (v == kSign32) {
-    store32(p, 0, kHostOrder);
-    return;
+// A stored word is the value's bytes read as a host integer. Byte orders
+// are template arguments, so that a loop over many values decides them
+// once and keeps only the shifts.
+template <D_INT4 Order, typename W>
+VQ_INLINE constexpr W fromOrder(W raw) {
+  if constexpr (Order == kHostOrder) return raw;
+  else if constexpr (sizeof(W) == 4) return swap32(raw);
+  else return swap64(raw);
+}
+template <D_INT4 Order, typename W>
+VQ_INLINE constexpr W toOrder(W v) { return fromOrder<Order>(v); }
+
+template <typename W>
+VQ_INLINE constexpr W vaxWords(W v) {
+  if constexpr (sizeof(W) == 4) return vaxWords32(v);
+  else return vaxWords64(v);
+}
+template <typename W>
+VQ_INLINE constexpr W fromVax(W raw) { return vaxWords(fromOrder<D_INT_LITTLE_ENDIAN>(raw)); }
+template <typename W>
+VQ_INLINE constexpr W toVax(W v) { return toOrder<D_INT_LITTLE_ENDIAN>(vaxWords(v)); }
+
+// Zero or negative zero: IEEE inputs of either give all-zero bytes.
+template <typename W>
+VQ_INLINE constexpr bool isZero(W v) { return (v << 1) == 0; }
+
+enum class Side { Ieee, Dec, Ibm };
+
+constexpr bool orderOk(Side side, D_INT4 f) {
+  switch (side) {
+    case Side::Ieee: return f == D_INT_LITTLE_ENDIAN || f == D_INT_BIG_ENDIAN;
+    case Side::Dec: return f == D_INT_LITTLE_ENDIAN;
+    case Side::Ibm: return f == D_INT_BIG_ENDIAN;
   }
-  storeVax32(p, ieeeToDecF(v));
+  return false;
 }
 
-VQ_INLINE void fromDecF(void *p, D_INT4 format_out) {
-  if (isZero32(p)) return;
-  store32(p, decFToIeee(loadVax32(p)), format_out);
-}
-
-VQ_INLINE void toIbm32(void *p, D_INT4 format_in) {
-  const std::uint32_t v = load32(p, format_in);
-  if (v == 0) return;
-  if (v == kSign32) {
-    store32(p, 0, kHostOrder);
-    return;
+// Each conversion is a type with
+//   Word, from, to, kRare (whether any value can take the slow path),
+//   fast<In, Out>(raw, rare): the result, and rare set non-zero when the
+//     value warns or asserts, in which case the result is not used;
+//   slow<In, Out>(raw): the full conversion of such a value (only with kRare).
+// `convert` runs one value through both.
+template <typename C, D_INT4 In, D_INT4 Out>
+VQ_INLINE typename C::Word convert(typename C::Word raw) {
+  typename C::Word rare = 0;
+  const auto result = C::template fast<In, Out>(raw, rare);
+  if constexpr (C::kRare) {
+    if (rare != 0) [[unlikely]] return C::template slow<In, Out>(raw);
   }
-  store32(p, ieeeToIbm32(v), D_INT_BIG_ENDIAN);
+  return result;
 }
 
-VQ_INLINE void fromIbm32(void *p, D_INT4 format_out) {
-  if (isZero32(p)) return;
-  store32(p, ibmToIeee32(load32(p, D_INT_BIG_ENDIAN)), format_out);
-}
-
-// IEEE double in format_in -> a foreign format through `kernel`, stored by
-// `store`. Zero stays, negative zero becomes zero.
-template <typename Kernel, typename Store>
-VQ_INLINE void fromIeee64(void *p, D_INT4 format_in, Kernel kernel, Store store) {
-  const std::uint64_t v = load64(p, format_in);
-  if (v == 0) return;
-  if (v == kSign64) {
-    store64(p, 0, kHostOrder);
-    return;
+// IEEE -> a foreign format: zero stays, negative zero becomes zero.
+template <typename W, Side To, auto Kernel, auto Store, auto Slow = nullptr>
+struct FromIeee {
+  using Word = W;
+  static constexpr Side from = Side::Ieee;
+  static constexpr Side to = To;
+  static constexpr bool kRare = Slow != nullptr;
+  template <D_INT4 In, D_INT4>
+  VQ_INLINE static W fast(W raw, W &rare) {
+    const W v = fromOrder<In>(raw);
+    W flag = 0;
+    const W r = Store(Kernel(v, flag));
+    rare |= flag & (W{0} - static_cast<W>(!isZero(v)));
+    return isZero(v) ? W{0} : r;
   }
-  store(p, kernel(v));
-}
+  template <D_INT4 In, D_INT4>
+  static W slow(W raw) {
+    if constexpr (kRare) return Store(Slow(fromOrder<In>(raw)));
+    else return raw;
+  }
+};
 
-VQ_INLINE void toDecD(void *p, D_INT4 format_in) { fromIeee64(p, format_in, ieeeToDecD, storeVax64); }
-VQ_INLINE void toDecG(void *p, D_INT4 format_in) { fromIeee64(p, format_in, ieeeToDecG, storeVax64); }
+// A foreign format -> IEEE or DEC: all-zero bytes stay as they are.
+template <typename W, Side From, Side To, auto Load, auto Kernel, auto Store, auto Slow = nullptr>
+struct FromForeign {
+  using Word = W;
+  static constexpr Side from = From;
+  static constexpr Side to = To;
+  static constexpr bool kRare = Slow != nullptr;
+  template <D_INT4, D_INT4 Out>
+  VQ_INLINE static W fast(W raw, W &rare) {
+    // Tested after loading: a reordered zero is zero, and the vectoriser
+    // then sees one value instead of two.
+    const W v = Load(raw);
+    W flag = 0;
+    const W r = Store.template operator()<Out>(Kernel(v, flag));
+    rare |= flag & (W{0} - static_cast<W>(v != 0));
+    return v == 0 ? W{0} : r;
+  }
+  template <D_INT4, D_INT4 Out>
+  static W slow(W raw) {
+    if constexpr (kRare) return Store.template operator()<Out>(Slow(Load(raw)));
+    else return raw;
+  }
+};
 
-VQ_INLINE void toIbm64(void *p, D_INT4 format_in) {
-  fromIeee64(p, format_in, ieeeToIbm64,
-             [](void *q, std::uint64_t r) { store64(q, r, D_INT_BIG_ENDIAN); });
-}
+// Two steps through IEEE in host order; the slow path runs them one after
+// the other, so warnings come in the order the steps give them.
+template <typename A, typename B>
+struct Chain {
+  using Word = typename A::Word;
+  static constexpr Side from = A::from;
+  static constexpr Side to = B::to;
+  static constexpr bool kRare = A::kRare || B::kRare;
+  template <D_INT4 In, D_INT4 Out>
+  VQ_INLINE static Word fast(Word raw, Word &rare) {
+    // Flags of their own keep one update of `rare` per value, which the
+    // vectoriser recognises as a reduction.
+    Word rare_a = 0;
+    Word rare_b = 0;
+    const Word r = B::template fast<kHostOrder, Out>(A::template fast<In, kHostOrder>(raw, rare_a), rare_b);
+    rare |= rare_a | rare_b;
+    return r;
+  }
+  template <D_INT4 In, D_INT4 Out>
+  static Word slow(Word raw) {
+    return convert<B, kHostOrder, Out>(convert<A, In, kHostOrder>(raw));
+  }
+};
 
-VQ_INLINE void fromDecD(void *p, D_INT4 format_out) {
-  if (isZero64(p)) return;
-  store64(p, decDToIeee(loadVax64(p)), format_out);
-}
+// Kernels that never flag, lifted to the (value, rare) form.
+template <auto Kernel>
+constexpr auto quiet = [](auto v, auto &) { return Kernel(v); };
 
-VQ_INLINE void fromDecG(void *p, D_INT4 format_out) {
-  if (isZero64(p)) return;
-  store64(p, decGToIeee(loadVax64(p)), format_out);
-}
+template <typename W> constexpr auto storeVax = [](W v) { return toVax(v); };
+template <typename W> constexpr auto loadVax = [](W raw) { return fromVax(raw); };
+template <typename W> constexpr auto storeBig = [](W v) { return toOrder<D_INT_BIG_ENDIAN>(v); };
+template <typename W> constexpr auto loadBig = [](W raw) { return fromOrder<D_INT_BIG_ENDIAN>(raw); };
+template <typename W> constexpr auto storeIeee = []<D_INT4 Out>(W v) { return toOrder<Out>(v); };
+template <typename W> constexpr auto storeDec = []<D_INT4>(W v) { return toVax(v); };
 
-VQ_INLINE void fromIbm64(void *p, D_INT4 format_out) {
-  if (isZero64(p)) return;
-  store64(p, ibmToIeee64(load64(p, D_INT_BIG_ENDIAN)), format_out);
-}
+using U4 = std::uint32_t;
+using U8 = std::uint64_t;
 
+using IeeeToDecF = FromIeee<U4, Side::Dec, quiet<ieeeToDecF>, storeVax<U4>>;
+using DecFToIeee = FromForeign<U4, Side::Dec, Side::Ieee, loadVax<U4>, quiet<decFToIeee>, storeIeee<U4>>;
+using IeeeToIbm4 = FromIeee<U4, Side::Ibm, quiet<ieeeToIbm32>, storeBig<U4>>;
+using Ibm4ToIeee = FromForeign<U4, Side::Ibm, Side::Ieee, loadBig<U4>, ibmToIeee32, storeIeee<U4>, ibmToIeee32Clamped>;
+using IeeeToDecD = FromIeee<U8, Side::Dec, ieeeToDecD, storeVax<U8>, ieeeToDecDSlow>;
+using IeeeToDecG = FromIeee<U8, Side::Dec, ieeeToDecG, storeVax<U8>, ieeeToDecGSlow>;
+using DecDToIeee = FromForeign<U8, Side::Dec, Side::Ieee, loadVax<U8>, quiet<decDToIeee>, storeIeee<U8>>;
+using DecGToIeee = FromForeign<U8, Side::Dec, Side::Ieee, loadVax<U8>, quiet<decGToIeee>, storeIeee<U8>>;
 // A DEC zero has no other meaning than zero, so it is not run through the
 // exponent arithmetic (which would give a tiny non-zero value, or fail the
 // range assertion on the G side).
-VQ_INLINE void decDToDecGInPlace(void *p) {
-  if (isZero64(p)) return;
-  storeVax64(p, decDToDecG(loadVax64(p)));
+using DecDToDecG = FromForeign<U8, Side::Dec, Side::Dec, loadVax<U8>, quiet<decDToDecG>, storeDec<U8>>;
+using DecGToDecD = FromForeign<U8, Side::Dec, Side::Dec, loadVax<U8>, decGToDecD, storeDec<U8>, decGToDecDSlow>;
+using IeeeToIbm8 = FromIeee<U8, Side::Ibm, ieeeToIbm64, storeBig<U8>, ieeeToIbm64Slow>;
+using Ibm8ToIeee = FromForeign<U8, Side::Ibm, Side::Ieee, loadBig<U8>, quiet<ibmToIeee64>, storeIeee<U8>>;
+using DecFToIbm4 = Chain<DecFToIeee, IeeeToIbm4>;
+using Ibm4ToDecF = Chain<Ibm4ToIeee, IeeeToDecF>;
+using DecDToIbm8 = Chain<DecDToIeee, IeeeToIbm8>;
+using DecGToIbm8 = Chain<DecGToIeee, IeeeToIbm8>;
+using Ibm8ToDecD = Chain<Ibm8ToIeee, IeeeToDecD>;
+using Ibm8ToDecG = Chain<Ibm8ToIeee, IeeeToDecG>;
+
+// ---- Calls: one value and arrays ----------------------------------------
+
+// Null first, then the two formats; no value is touched on failure.
+bool argsOk(bool null_bad, bool in_ok, bool out_ok) {
+  if (null_bad) [[unlikely]] {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return false;
+  }
+  if (!in_ok || !out_ok) [[unlikely]] {
+    DutErrNumSet(D_ERR_VAL_INVALID);
+    return false;
+  }
+  return true;
 }
 
-VQ_INLINE void decGToDecDInPlace(void *p) {
-  if (isZero64(p)) return;
-  storeVax64(p, decGToDecD(loadVax64(p)));
+// Calls f.template operator()<In, Out>() with checked byte orders as
+// constants; a side with one allowed order is not dispatched on.
+template <typename C, typename F>
+VQ_INLINE void byOrders(D_INT4 in, D_INT4 out, F f) {
+  auto outer = [&]<D_INT4 In>() {
+    if constexpr (C::to != Side::Ieee) {
+      f.template operator()<In, C::to == Side::Dec ? D_INT_LITTLE_ENDIAN : D_INT_BIG_ENDIAN>();
+    } else if (out == D_INT_LITTLE_ENDIAN) {
+      f.template operator()<In, D_INT_LITTLE_ENDIAN>();
+    } else {
+      f.template operator()<In, D_INT_BIG_ENDIAN>();
+    }
+  };
+  if constexpr (C::from != Side::Ieee) {
+    outer.template operator()<C::from == Side::Dec ? D_INT_LITTLE_ENDIAN : D_INT_BIG_ENDIAN>();
+  } else if (in == D_INT_LITTLE_ENDIAN) {
+    outer.template operator()<D_INT_LITTLE_ENDIAN>();
+  } else {
+    outer.template operator()<D_INT_BIG_ENDIAN>();
+  }
+}
+
+template <typename C, D_INT4 In, D_INT4 Out>
+VQ_INLINE void convertAt(unsigned char *p) {
+  typename C::Word raw;
+  std::memcpy(&raw, p, sizeof raw);
+  raw = convert<C, In, Out>(raw);
+  std::memcpy(p, &raw, sizeof raw);
+}
+
+template <typename C>
+VQ_INLINE D_BOOL convertOne(void *p, D_INT4 in, D_INT4 out) {
+  if (!argsOk(p == nullptr, orderOk(C::from, in), orderOk(C::to, out))) return D_FALSE;
+  byOrders<C>(in, out, [p]<D_INT4 In, D_INT4 Out>() { convertAt<C, In, Out>(static_cast<unsigned char *>(p)); });
+  return D_TRUE;
+}
+
+// Blocks of a fixed size go through the branch-free path into a buffer; a
+// block with a value that warns or asserts is done again value by value
+// from its untouched input, so the results, warnings and their order are
+// those of the per-value calls.
+template <typename C, D_INT4 In, D_INT4 Out>
+VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
+  using W = typename C::Word;
+  constexpr std::size_t kBlock = 256;
+  std::size_t at = 0;
+  for (; at + kBlock <= count; at += kBlock) {
+    unsigned char *block = p + at * sizeof(W);
+    if constexpr (!C::kRare) {
+      // Nothing to redo: convert in place.
+      for (std::size_t i = 0; i < kBlock; ++i) convertAt<C, In, Out>(block + i * sizeof(W));
+      continue;
+    }
+    W out[kBlock];
+    W rare = 0;
+    for (std::size_t i = 0; i < kBlock; ++i) {
+      W raw;
+      std::memcpy(&raw, block + i * sizeof(W), sizeof raw);
+      out[i] = C::template fast<In, Out>(raw, rare);
+    }
+    if (rare == 0) [[likely]] {
+      std::memcpy(block, out, sizeof out);
+    } else {
+      for (std::size_t i = 0; i < kBlock; ++i) convertAt<C, In, Out>(block + i * sizeof(W));
+    }
+  }
+  for (; at < count; ++at) convertAt<C, In, Out>(p + at * sizeof(W));
+}
+
+// The block loop is built twice: for the baseline instruction set and,
+// on x86-64, for AVX2, which has the byte shuffles, per-lane shifts and
+// 64-bit compares the conversions need to run as vector code. The choice
+// is made once per array.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+template <typename C, D_INT4 In, D_INT4 Out>
+[[gnu::target("avx2")]] void convertManyAvx2(unsigned char *p, std::size_t count) {
+  convertBlocks<C, In, Out>(p, count);
+}
+
+bool hasAvx2() {
+  static const bool has = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+  }();
+  return has;
+}
+#endif
+
+template <typename C, D_INT4 In, D_INT4 Out>
+void convertMany(unsigned char *p, std::size_t count) {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  if (hasAvx2()) return convertManyAvx2<C, In, Out>(p, count);
+#endif
+  convertBlocks<C, In, Out>(p, count);
+}
+
+template <typename C>
+D_BOOL convertArray(void *values, D_UINT4 count, D_INT4 in, D_INT4 out) {
+  if (!argsOk(values == nullptr && count > 0, orderOk(C::from, in), orderOk(C::to, out))) return D_FALSE;
+  if (count == 0) return D_TRUE;
+  byOrders<C>(in, out, [=]<D_INT4 In, D_INT4 Out>() {
+    convertMany<C, In, Out>(static_cast<unsigned char *>(values), count);
+  });
+  return D_TRUE;
 }
 
 void assertNotNull(const void *p, D_INT4 line) {
@@ -518,124 +674,37 @@ D_EXPORT void DutSwapSixteenBytes(void *val_in_out) {
   std::memcpy(bytes + 8, &lo, sizeof lo);
 }
 
-// ---- 4-byte reals ---------------------------------------------------------------
+// ---- Real conversions ---------------------------------------------------------
 
-D_EXPORT D_BOOL DutSwapReal4IeeeToDecF(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ieeeOrder(format_in), decOrder(format_out))) return D_FALSE;
-  toDecF(val_in_out, format_in);
-  return D_TRUE;
-}
+// Each member converts one value or an array of values; the composite ones
+// go through IEEE in host order and check both formats first.
+#define VQ_FORMAT_MEMBER(name, conversion)                                                          \
+  D_EXPORT D_BOOL DutSwap##name(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {          \
+    return convertOne<conversion>(val_in_out, format_in, format_out);                              \
+  }                                                                                                \
+  D_EXPORT D_BOOL DutSwap##name##Array(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out) { \
+    return convertArray<conversion>(values, count, format_in, format_out);                         \
+  }
 
-D_EXPORT D_BOOL DutSwapReal4DecFToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), ieeeOrder(format_out))) return D_FALSE;
-  fromDecF(val_in_out, format_out);
-  return D_TRUE;
-}
+VQ_FORMAT_MEMBER(Real4IeeeToDecF, IeeeToDecF)
+VQ_FORMAT_MEMBER(Real4DecFToIeee, DecFToIeee)
+VQ_FORMAT_MEMBER(Real4IeeeToIbm370, IeeeToIbm4)
+VQ_FORMAT_MEMBER(Real4Ibm370ToIeee, Ibm4ToIeee)
+VQ_FORMAT_MEMBER(Real4DecFToIbm370, DecFToIbm4)
+VQ_FORMAT_MEMBER(Real4Ibm370ToDecF, Ibm4ToDecF)
+VQ_FORMAT_MEMBER(Real8IeeeToDecD, IeeeToDecD)
+VQ_FORMAT_MEMBER(Real8IeeeToDecG, IeeeToDecG)
+VQ_FORMAT_MEMBER(Real8DecDToIeee, DecDToIeee)
+VQ_FORMAT_MEMBER(Real8DecGToIeee, DecGToIeee)
+VQ_FORMAT_MEMBER(Real8DecDToDecG, DecDToDecG)
+VQ_FORMAT_MEMBER(Real8DecGToDecD, DecGToDecD)
+VQ_FORMAT_MEMBER(Real8IeeeToIbm370, IeeeToIbm8)
+VQ_FORMAT_MEMBER(Real8Ibm370ToIeee, Ibm8ToIeee)
+VQ_FORMAT_MEMBER(Real8DecDToIbm370, DecDToIbm8)
+VQ_FORMAT_MEMBER(Real8DecGToIbm370, DecGToIbm8)
+VQ_FORMAT_MEMBER(Real8Ibm370ToDecD, Ibm8ToDecD)
+VQ_FORMAT_MEMBER(Real8Ibm370ToDecG, Ibm8ToDecG)
 
-D_EXPORT D_BOOL DutSwapReal4IeeeToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ieeeOrder(format_in), ibmOrder(format_out))) return D_FALSE;
-  toIbm32(val_in_out, format_in);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal4Ibm370ToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ibmOrder(format_in), ieeeOrder(format_out))) return D_FALSE;
-  fromIbm32(val_in_out, format_out);
-  return D_TRUE;
-}
-
-// The composite conversions check both formats here; their steps on a
-// checked pointer cannot fail, and go through IEEE in host order.
-D_EXPORT D_BOOL DutSwapReal4DecFToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), ibmOrder(format_out))) return D_FALSE;
-  fromDecF(val_in_out, kHostOrder);
-  toIbm32(val_in_out, kHostOrder);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal4Ibm370ToDecF(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ibmOrder(format_in), decOrder(format_out))) return D_FALSE;
-  fromIbm32(val_in_out, kHostOrder);
-  toDecF(val_in_out, kHostOrder);
-  return D_TRUE;
-}
-
-// ---- 8-byte reals ---------------------------------------------------------------
-
-D_EXPORT D_BOOL DutSwapReal8IeeeToDecD(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ieeeOrder(format_in), decOrder(format_out))) return D_FALSE;
-  toDecD(val_in_out, format_in);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8IeeeToDecG(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ieeeOrder(format_in), decOrder(format_out))) return D_FALSE;
-  toDecG(val_in_out, format_in);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8DecDToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), ieeeOrder(format_out))) return D_FALSE;
-  fromDecD(val_in_out, format_out);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8DecGToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), ieeeOrder(format_out))) return D_FALSE;
-  fromDecG(val_in_out, format_out);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8DecDToDecG(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), decOrder(format_out))) return D_FALSE;
-  decDToDecGInPlace(val_in_out);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8DecGToDecD(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), decOrder(format_out))) return D_FALSE;
-  decGToDecDInPlace(val_in_out);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8IeeeToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ieeeOrder(format_in), ibmOrder(format_out))) return D_FALSE;
-  toIbm64(val_in_out, format_in);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8Ibm370ToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ibmOrder(format_in), ieeeOrder(format_out))) return D_FALSE;
-  fromIbm64(val_in_out, format_out);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8DecDToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), ibmOrder(format_out))) return D_FALSE;
-  fromDecD(val_in_out, kHostOrder);
-  toIbm64(val_in_out, kHostOrder);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8DecGToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, decOrder(format_in), ibmOrder(format_out))) return D_FALSE;
-  fromDecG(val_in_out, kHostOrder);
-  toIbm64(val_in_out, kHostOrder);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecD(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ibmOrder(format_in), decOrder(format_out))) return D_FALSE;
-  fromIbm64(val_in_out, kHostOrder);
-  toDecD(val_in_out, kHostOrder);
-  return D_TRUE;
-}
-
-D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecG(void *val_in_out, D_INT4 format_in, D_INT4 format_out) {
-  if (!argsOk(val_in_out, ibmOrder(format_in), decOrder(format_out))) return D_FALSE;
-  fromIbm64(val_in_out, kHostOrder);
-  toDecG(val_in_out, kHostOrder);
-  return D_TRUE;
-}
+#undef VQ_FORMAT_MEMBER
 
 }  // extern "C"

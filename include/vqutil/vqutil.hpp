@@ -401,16 +401,16 @@ class Lexer {
   static Lexer from_string(std::string_view text) {
     Lexer lexer;
     lexer.state_->text.assign(text);
-    lexer.lex_ = DutLexCreate(D_LEX_ATT_STRING, lexer.state_->text.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error,
-                              D_LEX_ATT_ERROR_ARG, lexer.state_.get(), 0);
+    lexer.adopt(DutLexCreate(D_LEX_ATT_STRING, lexer.state_->text.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error, D_LEX_ATT_ERROR_ARG,
+                             lexer.state_.get(), 0));
     return lexer;
   }
   // Lexes the named file (a file that cannot be opened is fatal, as in C).
   static Lexer from_file(std::string_view file_name) {
     Lexer lexer;
     const std::string name(file_name);
-    lexer.lex_ = DutLexCreate(D_LEX_ATT_FILE_NAME, name.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error,
-                              D_LEX_ATT_ERROR_ARG, lexer.state_.get(), 0);
+    lexer.adopt(DutLexCreate(D_LEX_ATT_FILE_NAME, name.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error, D_LEX_ATT_ERROR_ARG,
+                             lexer.state_.get(), 0));
     return lexer;
   }
   Lexer(Lexer &&other) noexcept : lex_(std::exchange(other.lex_, nullptr)), state_(std::move(other.state_)) {}
@@ -473,6 +473,11 @@ class Lexer {
     std::vsnprintf(message, sizeof message, format, args);
     state->error = message;
     state->failed = true;
+  }
+  // Reading the first token may already fail and destroy the lexer.
+  void adopt(D_LEX *lex) {
+    lex_ = lex;
+    guard(0);
   }
   // After an accept: a reported error means the library destroyed the lexer.
   template <class T>

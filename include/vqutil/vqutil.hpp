@@ -214,48 +214,66 @@ Callback on_quit(F f) {
   return Callback::make([](D_CB_FUNC fn, D_WORD arg) { return DutQuitCbCreate(fn, arg); }, std::move(f));
 }
 
-// ---- Hash tables ---------------------------------------------------------------
+// ---- Hash tables and pointer arrays ----------------------------------------------
+
+namespace detail {
+
+// Owns a T destroyed by Destroy(object, release, release_arg): the entry or
+// item function given at creation sees each remaining element once.
+template <class T, class ReleaseFn, auto Destroy>
+class Releasing {
+ public:
+  Releasing() = default;
+  Releasing(T *object, ReleaseFn release, void *release_arg) : p_(object), release_(release), arg_(release_arg) {}
+  Releasing(Releasing &&other) noexcept { swap(other); }
+  Releasing &operator=(Releasing &&other) noexcept {
+    Releasing(std::move(other)).swap(*this);
+    return *this;
+  }
+  ~Releasing() {
+    if (p_ != nullptr) static_cast<void>(Destroy(p_, release_, arg_));
+  }
+
+  void swap(Releasing &other) noexcept {
+    std::swap(p_, other.p_);
+    std::swap(release_, other.release_);
+    std::swap(arg_, other.arg_);
+  }
+  T *get() const noexcept { return p_; }
+  // Gives up ownership; the caller destroys the object.
+  T *release() noexcept { return std::exchange(p_, nullptr); }
+  explicit operator bool() const noexcept { return p_ != nullptr; }
+
+ private:
+  T *p_ = nullptr;
+  ReleaseFn release_ = nullptr;
+  void *arg_ = nullptr;
+};
+
+}  // namespace detail
 
 // Owns a D_HASH_TABLE; keys and values stay the caller's, as in C. The
 // destructor runs DutHashDestroy with the entry function given at creation
 // (or none), so that function sees each remaining entry exactly once.
-class HashTable {
+class HashTable : public detail::Releasing<D_HASH_TABLE, D_HASH_ENTRY_FUNC, &DutHashDestroy> {
  public:
   enum class Keys { Int, Str, Stri, Ptr };
 
   HashTable() = default;
   explicit HashTable(Keys keys, D_INT4 size = 0, D_HASH_ENTRY_FUNC release = nullptr, void *release_arg = nullptr)
-      : table_(create(keys, size)), release_(release), release_arg_(release_arg) {}
-  HashTable(HashTable &&other) noexcept { swap(other); }
-  HashTable &operator=(HashTable &&other) noexcept {
-    HashTable(std::move(other)).swap(*this);
-    return *this;
-  }
-  ~HashTable() {
-    if (table_ != nullptr) DutHashDestroy(table_, release_, release_arg_);
-  }
+      : Releasing(create(keys, size), release, release_arg) {}
 
-  void swap(HashTable &other) noexcept {
-    std::swap(table_, other.table_);
-    std::swap(release_, other.release_);
-    std::swap(release_arg_, other.release_arg_);
-  }
-  D_HASH_TABLE *get() const noexcept { return table_; }
-  // Gives up ownership; the caller destroys the table.
-  D_HASH_TABLE *release() noexcept { return std::exchange(table_, nullptr); }
-  explicit operator bool() const noexcept { return table_ != nullptr; }
-
-  D_INT4 size() const { return DutHashGetSize(table_); }
-  void insert(D_WORD key, D_WORD value) { DutHashInsert(table_, key, value); }
+  D_INT4 size() const { return DutHashGetSize(get()); }
+  void insert(D_WORD key, D_WORD value) { DutHashInsert(get(), key, value); }
   // The table keeps the key pointer: text keys must outlive their entry.
   void insert(const char *key, D_WORD value) { insert(reinterpret_cast<D_WORD>(key), value); }
-  D_WORD lookup(D_WORD key) const { return DutHashLookup(table_, key); }
+  D_WORD lookup(D_WORD key) const { return DutHashLookup(get(), key); }
   // Text lookup (string tables): the view is copied to end in a NUL.
   D_WORD lookup(std::string_view key) const {
     const std::string text(key);
     return lookup(reinterpret_cast<D_WORD>(text.c_str()));
   }
-  D_WORD erase(D_WORD key) { return DutHashDelete(table_, key); }
+  D_WORD erase(D_WORD key) { return DutHashDelete(get(), key); }
   D_WORD erase(std::string_view key) {
     const std::string text(key);
     return erase(reinterpret_cast<D_WORD>(text.c_str()));
@@ -267,7 +285,7 @@ class HashTable {
     auto visit = [](D_WORD key, D_WORD value, void *arg) noexcept -> D_WORD {
       return static_cast<D_WORD>((*static_cast<std::remove_reference_t<F> *>(arg))(key, value));
     };
-    return DutHashTraverse(table_, visit, const_cast<void *>(static_cast<const void *>(&f)));
+    return DutHashTraverse(get(), visit, const_cast<void *>(static_cast<const void *>(&f)));
   }
 
  private:
@@ -280,69 +298,52 @@ class HashTable {
     }
     return nullptr;
   }
-
-  D_HASH_TABLE *table_ = nullptr;
-  D_HASH_ENTRY_FUNC release_ = nullptr;
-  void *release_arg_ = nullptr;
 };
-
-// ---- Pointer arrays --------------------------------------------------------------
 
 // Owns a D_PTR_ARY and the lambdas of its change callbacks. Items stay the
 // caller's; the destructor runs DutPtrAryDestroy with the item function
 // given at creation (or none), which also destroys the change callbacks,
-// and then frees their lambdas.
-class PtrArray {
+// and only then frees their lambdas (the store is the first base, so it
+// goes last).
+class PtrArray : private detail::ThunkStore,
+                 public detail::Releasing<D_PTR_ARY, D_PTR_ARY_ITEM_FUNC, &DutPtrAryDestroy> {
  public:
   PtrArray() = default;
   explicit PtrArray(D_INT4 increment, D_PTR_ARY_ITEM_FUNC release = nullptr, void *release_arg = nullptr)
-      : array_(DutPtrAryCreate(increment)), release_(release), release_arg_(release_arg) {}
-  PtrArray(PtrArray &&other) noexcept { swap(other); }
+      : Releasing(DutPtrAryCreate(increment), release, release_arg) {}
+  PtrArray(PtrArray &&) noexcept = default;
+  // Through a temporary, so the old array goes before its lambdas.
   PtrArray &operator=(PtrArray &&other) noexcept {
     PtrArray(std::move(other)).swap(*this);
     return *this;
   }
-  ~PtrArray() {
-    if (array_ != nullptr) DutPtrAryDestroy(array_, release_, release_arg_);
-  }
-
   void swap(PtrArray &other) noexcept {
-    std::swap(array_, other.array_);
-    std::swap(release_, other.release_);
-    std::swap(release_arg_, other.release_arg_);
-    std::swap(thunks_, other.thunks_);
+    Releasing::swap(other);
+    std::swap(static_cast<ThunkStore &>(*this), static_cast<ThunkStore &>(other));
   }
-  D_PTR_ARY *get() const noexcept { return array_; }
-  explicit operator bool() const noexcept { return array_ != nullptr; }
 
-  D_INT4 size() const { return D_GPA_COUNT(array_); }
-  D_WORD operator[](D_INT4 index) const { return DutPtrAryGetArray(array_)[index]; }
-  const D_WORD *begin() const { return DutPtrAryGetArray(array_); }
+  D_INT4 size() const { return D_GPA_COUNT(get()); }
+  D_WORD operator[](D_INT4 index) const { return DutPtrAryGetArray(get())[index]; }
+  const D_WORD *begin() const { return DutPtrAryGetArray(get()); }
   const D_WORD *end() const { return begin() + size(); }
-  bool append(D_WORD item) { return DutPtrAryAppend(array_, item, nullptr) != D_FALSE; }
-  bool insert(D_INT4 index, D_WORD item) { return DutPtrAryInsertItemAtIndex(array_, item, index) != D_FALSE; }
-  bool remove(D_WORD item) { return DutPtrAryRemove(array_, item) != D_FALSE; }
+  bool append(D_WORD item) { return DutPtrAryAppend(get(), item, nullptr) != D_FALSE; }
+  bool insert(D_INT4 index, D_WORD item) { return DutPtrAryInsertItemAtIndex(get(), item, index) != D_FALSE; }
+  bool remove(D_WORD item) { return DutPtrAryRemove(get(), item) != D_FALSE; }
   bool remove_at(D_INT4 index, D_WORD *item = nullptr) {
-    return DutPtrAryRemoveItemAtIndex(array_, index, item) != D_FALSE;
+    return DutPtrAryRemoveItemAtIndex(get(), index, item) != D_FALSE;
   }
-  bool contains(D_WORD item) const { return DutPtrAryItemExists(array_, item) != D_FALSE; }
+  bool contains(D_WORD item) const { return DutPtrAryItemExists(get(), item) != D_FALSE; }
 
   // f(const D_PTR_ARY_CHANGE &) after every change. The callback is
   // destroyed with the array; the lambda is kept until then.
   template <class F>
   D_CB *on_change(F f) {
-    return thunks_.add(
+    return add(
         [](void *array, D_CB_FUNC fn, D_WORD arg) {
           return DutPtrAryChangeCbCreate(static_cast<D_PTR_ARY *>(array), fn, arg);
         },
-        array_, detail::typed<D_PTR_ARY_CHANGE>(std::move(f)));
+        get(), detail::typed<D_PTR_ARY_CHANGE>(std::move(f)));
   }
-
- private:
-  D_PTR_ARY *array_ = nullptr;
-  D_PTR_ARY_ITEM_FUNC release_ = nullptr;
-  void *release_arg_ = nullptr;
-  detail::ThunkStore thunks_;
 };
 
 // ---- Safe strings ----------------------------------------------------------------

@@ -437,7 +437,7 @@ class Lexer {
 
   bool accept(D_INT4 kind) { return guard(DutLexAccept(lex_, kind)) != D_FALSE; }
   bool accept_id() { return guard(DutLexAcceptId(lex_)) != D_FALSE; }
-  // The typed accepts: nullopt-like false result through ok.
+  // The typed accepts: the value goes to out only when accepted.
   bool accept_real(D_REAL8 &out) { return typed_accept(out, DutLexAcceptSignedReal); }
   bool accept_int(D_INT4 &out) { return typed_accept(out, DutLexAcceptSignedInt); }
   bool accept_bool(bool &out) {

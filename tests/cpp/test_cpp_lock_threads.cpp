@@ -1,0 +1,157 @@
+// The library's locks under the standard guards, across library threads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <shared_mutex>
+#include <thread>
+#include <vector>
+
+#include "vqutil/vqutil.hpp"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// Spins (yielding) until pred holds or a generous limit passes.
+template <class P>
+bool waitFor(P pred) {
+  const auto limit = std::chrono::steady_clock::now() + 10s;
+  while (!pred()) {
+    if (std::chrono::steady_clock::now() > limit) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+TEST(CppLockThreads, MutexGuardsACounter) {
+  vqutil::Mutex m;
+  ASSERT_TRUE(m);
+  long counter = 0;  // plain: only the mutex protects it
+  {
+    std::vector<vqutil::Thread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&] {
+        for (int i = 0; i < 2000; ++i) {
+          std::lock_guard<vqutil::Mutex> guard(m);
+          ++counter;
+        }
+      });
+      ASSERT_TRUE(threads.back().joinable());
+    }
+  }
+  EXPECT_EQ(counter, 8000);
+}
+
+TEST(CppLockThreads, MutexTryLockFromAnotherThread) {
+  DutInitThreads();
+  vqutil::Mutex m;
+  std::unique_lock<vqutil::Mutex> held(m);
+  // Recursive for its holder, refused to everyone else.
+  EXPECT_TRUE(m.try_lock());
+  m.unlock();
+  int other = -1;
+  D_INT4 error = 0;
+  vqutil::Thread([&] {
+    other = m.try_lock_for(20ms) ? 1 : 0;
+    error = DutErrNumGet();
+  }).join();
+  EXPECT_EQ(other, 0);
+  EXPECT_EQ(error, D_ERR_TIMEOUT_REACHED);
+  held.unlock();
+  vqutil::Thread([&] {
+    std::unique_lock<vqutil::Mutex> lock(m, std::try_to_lock);
+    other = lock.owns_lock() ? 1 : 0;
+  }).join();
+  EXPECT_EQ(other, 1);
+}
+
+TEST(CppLockThreads, ReadersShareWritersExclude) {
+  vqutil::RwMutex rw;
+  ASSERT_TRUE(rw);
+  std::atomic<int> inside{0}, peak{0};
+  std::atomic<bool> release{false};
+  {
+    std::vector<vqutil::Thread> readers;
+    for (int t = 0; t < 3; ++t) {
+      readers.emplace_back([&] {
+        std::shared_lock<vqutil::RwMutex> lock(rw);
+        int now = ++inside;
+        int seen = peak.load();
+        while (now > seen && !peak.compare_exchange_weak(seen, now)) {
+        }
+        waitFor([&] { return release.load(); });
+        --inside;
+      });
+    }
+    // All readers are in at once: shared really is shared.
+    EXPECT_TRUE(waitFor([&] { return inside.load() == 3; }));
+    std::atomic<int> writer_state{0};
+    vqutil::Thread writer([&] {
+      writer_state = 1;
+      std::unique_lock<vqutil::RwMutex> lock(rw);
+      writer_state = inside.load() == 0 ? 2 : 3;
+    });
+    EXPECT_TRUE(waitFor([&] { return writer_state.load() == 1; }));
+    // A waiting writer holds back new readers and refuses try_lock.
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(writer_state.load(), 1);
+    int try_shared = -1, try_write = -1;
+    vqutil::Thread([&] {
+      try_shared = rw.try_lock_shared() ? 1 : 0;
+      if (try_shared == 1) rw.unlock_shared();
+      try_write = rw.try_lock() ? 1 : 0;
+      if (try_write == 1) rw.unlock();
+    }).join();
+    EXPECT_EQ(try_shared, 0);
+    EXPECT_EQ(try_write, 0);
+    release = true;
+    writer.join();
+    EXPECT_EQ(writer_state.load(), 2);
+  }
+  EXPECT_EQ(peak.load(), 3);
+  // Free again: both try forms succeed from a fresh thread.
+  int ok = 0;
+  vqutil::Thread([&] {
+    if (std::unique_lock<vqutil::RwMutex>(rw, std::try_to_lock).owns_lock()) ++ok;
+    if (std::shared_lock<vqutil::RwMutex>(rw, std::try_to_lock).owns_lock()) ++ok;
+  }).join();
+  EXPECT_EQ(ok, 2);
+}
+
+TEST(CppLockThreads, WriterGuardsSharedCounterWithReaders) {
+  vqutil::RwMutex rw;
+  long value = 0;  // written under the write lock, read under read locks
+  std::atomic<bool> torn{false};
+  {
+    std::vector<vqutil::Thread> threads;
+    for (int t = 0; t < 2; ++t) {
+      threads.emplace_back([&] {
+        for (int i = 0; i < 500; ++i) {
+          std::lock_guard<vqutil::RwMutex> lock(rw);
+          value += 2;
+          if (value % 2 != 0) torn = true;
+        }
+      });
+      threads.emplace_back([&] {
+        for (int i = 0; i < 500; ++i) {
+          std::shared_lock<vqutil::RwMutex> lock(rw);
+          if (value % 2 != 0) torn = true;
+        }
+      });
+    }
+  }
+  EXPECT_FALSE(torn.load());
+  EXPECT_EQ(value, 2000);
+}
+
+TEST(CppLockThreads, ThreadExitCodeAndLambdaLifetime) {
+  auto life = std::make_shared<int>(7);
+  vqutil::Thread t([life] { return static_cast<D_WORD>(*life * 6); });
+  EXPECT_EQ(t.join(), 42);
+  EXPECT_FALSE(t.joinable());
+  EXPECT_EQ(life.use_count(), 1);
+}
+
+}  // namespace

@@ -127,6 +127,12 @@ void abandonHeldMutexes() noexcept {
 WaitResult ThreadEvent::waitContended(std::uint32_t seen, std::uint32_t timeout_ms) noexcept {
   const std::uint64_t deadline = deadlineAfterMs(timeout_ms);
   auto released = [seen](std::uint32_t s) { return (s & 1u) != 0 || (s >> 1) != (seen >> 1); };
+  // Sets usually follow soon: a waiter that sees one while spinning spares
+  // the setter the wake-up call as well as itself the sleep.
+  for (int i = 0; i < kSpins; ++i) {
+    if (released(state.load(std::memory_order_acquire))) return WaitResult::Signalled;
+    cpuRelax();
+  }
   waiters.fetch_add(1, std::memory_order_seq_cst);
   WaitResult result = WaitResult::Signalled;
   for (;;) {

@@ -9,13 +9,24 @@
 #include "frame/check.hpp"
 #include "platform/os.hpp"
 #include "platform/thread_lock.hpp"
+#include "threads/own_sync.hpp"
 #include "vqutil/error.h"
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
 #include "vqutil/platform.h"
 #include "vqutil/thread.h"
 
+namespace vq::threads {
+
+// Beside the closure stored under the thread-identity key: DutThreadSelf
+// runs on every read-write lock call.
+constinit thread_local D_THREAD tlsSelf VQ_STATIC_TLS = D_INVALID_THREAD;
+
+}  // namespace vq::threads
+
 namespace {
+
+using vq::threads::tlsSelf;
 
 constexpr const char *kFile = "utthread";
 
@@ -43,10 +54,6 @@ D_DQ_NODE *utTsdList = nullptr;  // guarded by the process-wide lock
 
 // Serialises the first DutInitThreads of racing threads.
 std::mutex utInitGuard;
-
-// The calling library thread's handle, beside the closure stored under the
-// thread-identity key: DutThreadSelf runs on every read-write lock call.
-constinit thread_local D_THREAD tlsSelf VQ_STATIC_TLS = D_INVALID_THREAD;
 
 // While a thread builds its record, anything that reaches for the record
 // again (tracing of the allocation, a warning) gets this stand-in instead

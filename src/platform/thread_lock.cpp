@@ -2,7 +2,8 @@
 // the registry of live mutexes, and giving up a thread's mutexes when it
 // ends. Only addressWait/addressWake and thread-local storage come from
 // the backend.
-#include "platform/thread_lock.hpp"
+// Relative, so that a test can compile this file in on its own.
+#include "thread_lock.hpp"
 
 #include <cerrno>
 #include <mutex>

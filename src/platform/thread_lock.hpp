@@ -21,7 +21,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "platform/os.hpp"
+#include "os.hpp"
 
 #if defined(__SANITIZE_THREAD__)
 #define VQ_THREAD_SANITIZER 1

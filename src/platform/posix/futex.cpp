@@ -7,7 +7,8 @@
 #include <cerrno>
 #include <climits>
 
-#include "platform/thread_lock.hpp"
+// Relative, so that a test can compile this file in on its own.
+#include "../thread_lock.hpp"
 
 namespace vq::os {
 

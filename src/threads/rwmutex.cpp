@@ -9,6 +9,8 @@
 
 #include "vqutil/rwmutex.h"
 
+#include <cstdint>
+
 #include "frame/check.hpp"
 #include "threads/own_sync.hpp"
 #include "vqutil/error.h"
@@ -65,17 +67,24 @@ void freeSlots(D_RW_MUTEX *rw) {
 }
 
 // The caller's slot as findSlot answers it, and in the same pass the first
-// free slot (-1: none), which a new reader that need not wait takes.
+// free slot (-1: none), which a new reader that need not wait takes. With
+// no upgrader queued the counts in use add up to write.lock_count (none
+// while write-held), so the search ends once they are all seen: a free
+// lock is not searched at all.
 D_INT4 findSlotOrFree(const D_RW_MUTEX *rw, D_THREAD self, D_INT4 *first_free) {
   *first_free = -1;
-  for (D_INT4 i = 0; i < rw->read_quota; ++i) {
+  D_INT4 unseen = queueEmpty(rw) ? (rw->write.lock_count > 0 ? rw->write.lock_count : 0) : INT32_MAX;
+  D_INT4 i = 0;
+  for (; i < rw->read_quota && unseen > 0; ++i) {
     const D_INT4 count = rw->read_lock_counts[i];
     if (count > 0) {
       if (rw->read_threads[i] == self) return i;
+      unseen -= count;
     } else if (*first_free == -1) {
       *first_free = i;
     }
   }
+  if (*first_free == -1 && i < rw->read_quota) *first_free = i;
   return -1;
 }
 

@@ -99,7 +99,9 @@ D_INT4 firstFreeSlot(const D_RW_MUTEX *rw) {
 // new one past the end.
 D_INT4 takeSlot(D_RW_MUTEX *rw, D_THREAD self, D_INT4 free_slot) {
   if (free_slot != -1) {
-    rw->read_threads[free_slot] = self;
+    // Often the slot's stale owner is the caller already: leaving the word
+    // alone keeps its cache line shared between the readers' cores.
+    if (rw->read_threads[free_slot] != self) rw->read_threads[free_slot] = self;
     return free_slot;
   }
   const D_INT4 slot = rw->read_quota;

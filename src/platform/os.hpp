@@ -43,7 +43,8 @@ bool runtimeErrorText(int errno_value, char *buffer, std::size_t size) noexcept;
 // Every mutex and event handle starts with its kind, so that a single close
 // operation serves all of them (CloseHandle) and a handle of the wrong kind
 // is refused. Unnamed objects live in this process only (thread_lock.hpp);
-// named ones live in shared memory.
+// named ones live in shared memory. The kinds start at an unlikely value,
+// so that a stray word is seldom taken for a handle.
 enum class HandleKind : std::uint32_t { ThreadMutex = 0x564d5431, SharedMutex, ThreadEvent, SharedEvent };
 struct Handle {
   const HandleKind kind;

@@ -166,19 +166,15 @@ D_EXPORT D_BOOL DutInitThreads(void) {
   return D_TRUE;
 }
 
-// The process-wide lock is always one of the library's own mutexes; an
-// endless wait on it cannot fail.
+// The process-wide lock is always one of the library's own mutexes.
 D_EXPORT D_BOOL DutProcessMutexLock(void) {
   D_MUTEX mutex = utProcessMutex.load(std::memory_order_acquire);
-  if (mutex == D_INVALID_MUTEX) return D_TRUE;
-  static_cast<vq::os::ThreadMutex *>(asHandle(mutex))->lock(vq::os::kInfinite);
-  return D_TRUE;
+  return mutex == D_INVALID_MUTEX ? D_TRUE : vq::threads::lockOwn(mutex);
 }
 
 D_EXPORT D_BOOL DutProcessMutexUnlock(void) {
   D_MUTEX mutex = utProcessMutex.load(std::memory_order_acquire);
-  if (mutex == D_INVALID_MUTEX) return D_TRUE;
-  return static_cast<vq::os::ThreadMutex *>(asHandle(mutex))->unlock() ? D_TRUE : failOs();
+  return mutex == D_INVALID_MUTEX ? D_TRUE : vq::threads::unlockOwn(mutex);
 }
 
 D_EXPORT D_TSD_RECORD *DutGetTsdValue(void) {

@@ -14,7 +14,6 @@
 #include <functional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "../../src/platform/posix/errors.cpp"
 #include "../../src/platform/posix/futex.cpp"
@@ -248,25 +247,4 @@ TEST(PlatformLockWord, TimedLockWaitsItsTimeOnTheMonotonicClockThenFails) {
   EXPECT_TRUE(got);
   EXPECT_TRUE(word.lock(0));
   word.unlock();
-}
-
-TEST(PlatformLockWord, ManyThreadsLoseNoUpdate) {
-  os::LockWord word;
-  long counter = 0;
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 20000;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < kRounds; ++i) {
-        // Some rounds with a finite time-out, which must not fail here.
-        if (!word.lock(i % 3 == 0 ? 60000u : os::kInfinite)) return;
-        ++counter;
-        if ((i + t) % 64 == 0) std::this_thread::yield();
-        word.unlock();
-      }
-    });
-  }
-  for (auto &t : threads) t.join();
-  EXPECT_EQ(counter, long{kThreads} * kRounds);
 }

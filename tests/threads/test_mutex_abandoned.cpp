@@ -1,12 +1,10 @@
 // Mutexes whose owner thread ended holding them, through the API: the next
-// locker gets the mutex at once with no error number, owns it at depth one,
-// and a locker already asleep on it is woken. For unnamed and named
-// mutexes, library and foreign threads, and the process-wide lock.
+// locker gets the mutex at once with no error number and owns it at depth
+// one. For unnamed and named mutexes, library and foreign threads, and the
+// process-wide lock. (Lockers asleep when the owner ends: test_locks.)
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
-#include <memory>
 #include <string>
 #include <thread>
 
@@ -14,7 +12,6 @@
 
 using vqtest::LibThread;
 using vqtest::uniqueName;
-using vqtest::waitUntil;
 
 namespace {
 
@@ -76,37 +73,6 @@ TEST(MutexAbandoned, NextLockerTakesItOverSilentlyAtDepthOne) {
       EXPECT_EQ(DutMutexUnlock(m), D_TRUE);
       EXPECT_FALSE(heldElsewhere(m));
       VQTEST_EXPECT_FAILS(DutMutexUnlock(m), D_ERR_OS, EPERM);
-      EXPECT_EQ(DutMutexDestroy(m), D_TRUE);
-    }
-  }
-}
-
-TEST(MutexAbandoned, LockerAsleepOnItIsWokenWhenTheOwnerEnds) {
-  for (const Kind &kind : kKinds) {
-    for (double timeout : {D_WAIT_FOREVER, 20.0}) {
-      SCOPED_TRACE(std::string(kind.name) + ", time-out " + std::to_string(timeout));
-      D_MUTEX m = makeMutex(kind);
-      std::atomic<bool> end_owner{false};
-      std::atomic<bool> returned{false};
-      auto owner = std::make_unique<LibThread>([&] {
-        DutMutexLock(m, D_WAIT_FOREVER);
-        waitUntil([&] { return end_owner.load(); });
-        return D_WORD{0};
-      });
-      ASSERT_TRUE(waitUntil([&] { return heldElsewhere(m); }));
-      LibThread waiter([&] {
-        DutErrNumSet(0);
-        D_BOOL got = DutMutexLock(m, timeout);
-        D_INT4 error = DutErrNumGet();
-        returned = true;
-        if (got == D_TRUE) DutMutexUnlock(m);
-        return D_WORD{got == D_TRUE && error == 0 ? 1 : 0};
-      });
-      rwtest::settle();
-      EXPECT_FALSE(returned.load());
-      end_owner = true;
-      owner.reset();
-      EXPECT_EQ(waiter.join(), 1);
       EXPECT_EQ(DutMutexDestroy(m), D_TRUE);
     }
   }

@@ -131,8 +131,10 @@ inline std::uint64_t lockToken() noexcept {
 
 // Recursive: the owner locks again by counting, without touching the word.
 // `owner` is atomic because any thread may compare it with its own token;
-// only the holder writes it, and `depth` and `abandoned` too.
-struct alignas(64) ThreadMutex : Handle {
+// only the holder writes it, and `depth` and `abandoned` too. Aligned so
+// that the fields every lock and unlock touch never straddle two cache
+// lines.
+struct alignas(32) ThreadMutex : Handle {
   ThreadMutex() noexcept : Handle{HandleKind::ThreadMutex} {}
 
   WaitResult lock(std::uint32_t timeout_ms) noexcept {
@@ -194,7 +196,7 @@ void abandonHeldMutexes() noexcept;
 // that found the event unsignalled, so a waiter is released by a set that
 // came after it started waiting even when a reset follows at once.
 // `waiters` tells a set whether anyone may be asleep.
-struct alignas(64) ThreadEvent : Handle {
+struct ThreadEvent : Handle {
   explicit ThreadEvent(bool initial_state) noexcept
       : Handle{HandleKind::ThreadEvent}, state(initial_state ? 1u : 0u) {}
 

@@ -2,6 +2,7 @@
 // the registry of live mutexes, and giving up a thread's mutexes when it
 // ends. Only addressWait/addressWake and thread-local storage come from
 // the backend.
+
 // Relative, so that a test can compile this file in on its own.
 #include "thread_lock.hpp"
 

@@ -11,9 +11,11 @@
 //
 // Ownership, recursion and "abandoned" are kept by the mutex itself. A
 // thread that ends holding mutexes gives them up in its thread-end code
-// (abandonHeldMutexes): library threads in DutThreadExit, every other
-// thread through a thread-local-storage destructor the system runs when it
-// ends. The next locker gets the mutex with the result "abandoned".
+// (abandonHeldMutexes), the destructor of a thread-local key that the
+// system runs, once the thread's stack has unwound, for every thread that
+// ever locked one: library threads (DutThreadExit ends them through the
+// system's thread exit) and the host's own threads alike. The next locker
+// gets the mutex with the result "abandoned".
 // Mutexes shared between processes are not these: they are the robust
 // pthread mutexes of sync.cpp, the only ones whose owner can die unseen.
 #pragma once

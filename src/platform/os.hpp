@@ -40,18 +40,26 @@ bool runtimeErrorText(int errno_value, char *buffer, std::size_t size) noexcept;
 
 // ---- Synchronisation objects ----------------------------------------------
 
-// One opaque kind for mutexes and events, so that a single close operation
-// serves all of them (CloseHandle).
-struct Handle;
+// Every mutex and event handle starts with its kind, so that a single close
+// operation serves all of them (CloseHandle) and a handle of the wrong kind
+// is refused. Unnamed objects live in this process only (thread_lock.hpp);
+// named ones live in shared memory. The kinds start at an unlikely value,
+// so that a stray word is seldom taken for a handle.
+enum class HandleKind : std::uint32_t { ThreadMutex = 0x564d5431, SharedMutex, ThreadEvent, SharedEvent };
+struct Handle {
+  const HandleKind kind;
+};
 
 enum class WaitResult { Signalled, Abandoned, Timeout, Failed };
 
 // Time-outs are milliseconds; kInfinite waits for ever.
 inline constexpr std::uint32_t kInfinite = 0xFFFFFFFFu;
 
-// A recursive mutex, owned by the caller when `owned`. A named mutex lives
-// in the system namespace ("/vq.mutex.NAME") and is created exclusively:
-// an existing name fails with the platform's "already exists" code.
+// A recursive mutex, owned by the caller when `owned`. An unnamed one is a
+// ThreadMutex (thread_lock.hpp). A named mutex lives in the system
+// namespace ("/vq.mutex.NAME"), survives the death of its owner process and
+// is created exclusively: an existing name fails with the platform's
+// "already exists" code.
 Handle *mutexCreate(bool owned) noexcept;
 Handle *mutexCreateNamed(const char *name, bool owned) noexcept;
 Handle *mutexAttach(const char *name) noexcept;

@@ -3,11 +3,16 @@
 //
 // write.lock_count is the whole state: 0 free, n > 0 read-held, -d
 // write-held at depth d. Every field is touched only with `mutex` held;
-// waits release it through DutCondWait.
+// waits release it through DutCondWait. The mutex and the conditions are
+// the library's own unnamed objects, taken and set through the thread
+// layer's inline paths.
 
 #include "vqutil/rwmutex.h"
 
+#include <cstdint>
+
 #include "frame/check.hpp"
+#include "threads/own_sync.hpp"
 #include "vqutil/error.h"
 #include "vqutil/memory.h"
 #include "vqutil/thread.h"
@@ -23,9 +28,9 @@ void expectStatus(D_BOOL status, D_INT4 line) {
   if (D_TRUE != status) DutExpect(0, "D_TRUE == status", kFile, line);
 }
 
-void lockInner(D_RW_MUTEX *rw) { expectStatus(DutMutexLock(rw->mutex, D_WAIT_FOREVER), __LINE__); }
+void lockInner(D_RW_MUTEX *rw) { expectStatus(vq::threads::lockOwn(rw->mutex), __LINE__); }
 
-void unlockInner(D_RW_MUTEX *rw) { expectStatus(DutMutexUnlock(rw->mutex), __LINE__); }
+void unlockInner(D_RW_MUTEX *rw) { expectStatus(vq::threads::unlockOwn(rw->mutex), __LINE__); }
 
 void waitOn(D_COND cond, D_RW_MUTEX *rw) {
   expectStatus(DutCondWait(cond, rw->mutex, D_WAIT_FOREVER), __LINE__);
@@ -61,13 +66,43 @@ void freeSlots(D_RW_MUTEX *rw) {
   rw->read_lock_counts = nullptr;
 }
 
-// A new reader's slot: the first free one, or a new one past the end.
-D_INT4 takeSlot(D_RW_MUTEX *rw, D_THREAD self) {
-  for (D_INT4 i = 0; i < rw->read_quota; ++i) {
-    if (rw->read_lock_counts[i] == 0) {
-      rw->read_threads[i] = self;
-      return i;
+// The caller's slot as findSlot answers it, and in the same pass the first
+// free slot (-1: none), which a new reader that need not wait takes. With
+// no upgrader queued the counts in use add up to write.lock_count (none
+// while write-held), so the search ends once they are all seen: a free
+// lock is not searched at all.
+D_INT4 findSlotOrFree(const D_RW_MUTEX *rw, D_THREAD self, D_INT4 *first_free) {
+  *first_free = -1;
+  D_INT4 unseen = queueEmpty(rw) ? (rw->write.lock_count > 0 ? rw->write.lock_count : 0) : INT32_MAX;
+  D_INT4 i = 0;
+  for (; i < rw->read_quota && unseen > 0; ++i) {
+    const D_INT4 count = rw->read_lock_counts[i];
+    if (count > 0) {
+      if (rw->read_threads[i] == self) return i;
+      unseen -= count;
+    } else if (*first_free == -1) {
+      *first_free = i;
     }
+  }
+  if (*first_free == -1 && i < rw->read_quota) *first_free = i;
+  return -1;
+}
+
+D_INT4 firstFreeSlot(const D_RW_MUTEX *rw) {
+  for (D_INT4 i = 0; i < rw->read_quota; ++i) {
+    if (rw->read_lock_counts[i] == 0) return i;
+  }
+  return -1;
+}
+
+// A new reader's slot: the first free one (`free_slot`, when known), or a
+// new one past the end.
+D_INT4 takeSlot(D_RW_MUTEX *rw, D_THREAD self, D_INT4 free_slot) {
+  if (free_slot != -1) {
+    // Often the slot's stale owner is the caller already: leaving the word
+    // alone keeps its cache line shared between the readers' cores.
+    if (rw->read_threads[free_slot] != self) rw->read_threads[free_slot] = self;
+    return free_slot;
   }
   const D_INT4 slot = rw->read_quota;
   rw->read_quota += 1;
@@ -166,7 +201,7 @@ D_EXPORT D_BOOL DutRwMutexSetReadQuota(D_RW_MUTEX *rw_mutex, D_INT4 read_quota) 
 
 D_EXPORT D_BOOL DutRwMutexReadLock(D_RW_MUTEX *rw_mutex) {
   if (rw_mutex == nullptr) return nullRecord();
-  const D_THREAD self = DutThreadSelf();
+  const D_THREAD self = vq::threads::threadSelf();
   lockInner(rw_mutex);
   if (writeHeldBy(rw_mutex, self)) {
     // A writer's read lock is one more write level.
@@ -174,14 +209,18 @@ D_EXPORT D_BOOL DutRwMutexReadLock(D_RW_MUTEX *rw_mutex) {
     unlockInner(rw_mutex);
     return D_TRUE;
   }
-  D_INT4 slot = findSlot(rw_mutex, self);
+  D_INT4 free_slot = -1;
+  D_INT4 slot = findSlotOrFree(rw_mutex, self, &free_slot);
   if (slot == -1) {
     // Only new readers yield to writers and upgraders; a recursive read
     // must not block, or a reader waiting behind an upgrader deadlocks.
-    while (rw_mutex->write.lock_count < 0 || rw_mutex->wait_count > 0) {
-      waitOn(rw_mutex->read_cond, rw_mutex);
+    if (rw_mutex->write.lock_count < 0 || rw_mutex->wait_count > 0) {
+      do {
+        waitOn(rw_mutex->read_cond, rw_mutex);
+      } while (rw_mutex->write.lock_count < 0 || rw_mutex->wait_count > 0);
+      free_slot = firstFreeSlot(rw_mutex);  // the slots changed meanwhile
     }
-    slot = takeSlot(rw_mutex, self);
+    slot = takeSlot(rw_mutex, self, free_slot);
   }
   rw_mutex->read_lock_counts[slot] += 1;
   rw_mutex->write.lock_count += 1;
@@ -191,7 +230,7 @@ D_EXPORT D_BOOL DutRwMutexReadLock(D_RW_MUTEX *rw_mutex) {
 
 D_EXPORT D_BOOL DutRwMutexWriteLock(D_RW_MUTEX *rw_mutex) {
   if (rw_mutex == nullptr) return nullRecord();
-  const D_THREAD self = DutThreadSelf();
+  const D_THREAD self = vq::threads::threadSelf();
   lockInner(rw_mutex);
   if (rw_mutex->write.lock_count >= 1 && findSlot(rw_mutex, self) != -1) {
     // A reader cannot wait for the readers to leave: it is one of them.
@@ -216,7 +255,7 @@ D_EXPORT D_BOOL DutRwMutexWriteLock(D_RW_MUTEX *rw_mutex) {
 
 D_EXPORT D_BOOL DutRwMutexUnlock(D_RW_MUTEX *rw_mutex) {
   if (rw_mutex == nullptr) return nullRecord();
-  const D_THREAD self = DutThreadSelf();
+  const D_THREAD self = vq::threads::threadSelf();
   lockInner(rw_mutex);
   VQ_ASSERT(rw_mutex->write.lock_count != 0, "rw_mutex->write.lock_count != 0", kFile);
   if (rw_mutex->write.lock_count < 1) {
@@ -234,9 +273,10 @@ D_EXPORT D_BOOL DutRwMutexUnlock(D_RW_MUTEX *rw_mutex) {
       // The oldest upgrader, or the plain writers when none is queued (the
       // head of the queue is the write record itself).
       auto *first = reinterpret_cast<D_RW_WAIT *>(rw_mutex->wait_queue->next);
-      DutCondWakeAll(first->cond);
+      vq::threads::wakeAllOwn(first->cond);
     } else {
-      DutCondWakeAll(rw_mutex->read_cond);
+      // Costs one load while no reader has reset it since the last time.
+      vq::threads::wakeAllOwn(rw_mutex->read_cond);
     }
   }
   unlockInner(rw_mutex);
@@ -249,7 +289,7 @@ D_EXPORT D_BOOL DutRwMutexUpgradeLock(D_RW_MUTEX *rw_mutex, D_REAL8 timeout) {
     DutErrNumSet(D_ERR_VAL_TOO_SMALL);
     return D_FALSE;
   }
-  const D_THREAD self = DutThreadSelf();
+  const D_THREAD self = vq::threads::threadSelf();
   lockInner(rw_mutex);
   VQ_ASSERT(rw_mutex->write.lock_count != 0, "rw_mutex->write.lock_count != 0", kFile);
   if (rw_mutex->write.lock_count < 0) {
@@ -308,7 +348,7 @@ D_EXPORT D_BOOL DutRwMutexUpgradeLock(D_RW_MUTEX *rw_mutex, D_REAL8 timeout) {
 
 D_EXPORT D_BOOL DutRwMutexReadLocked(D_RW_MUTEX *rw_mutex) {
   if (rw_mutex == nullptr) return nullRecord();
-  const D_THREAD self = DutThreadSelf();
+  const D_THREAD self = vq::threads::threadSelf();
   lockInner(rw_mutex);
   const bool held = writeHeldBy(rw_mutex, self) || findSlot(rw_mutex, self) != -1;
   unlockInner(rw_mutex);
@@ -317,7 +357,7 @@ D_EXPORT D_BOOL DutRwMutexReadLocked(D_RW_MUTEX *rw_mutex) {
 
 D_EXPORT D_BOOL DutRwMutexWriteLocked(D_RW_MUTEX *rw_mutex) {
   if (rw_mutex == nullptr) return nullRecord();
-  const D_THREAD self = DutThreadSelf();
+  const D_THREAD self = vq::threads::threadSelf();
   lockInner(rw_mutex);
   const bool held = writeHeldBy(rw_mutex, self);
   unlockInner(rw_mutex);

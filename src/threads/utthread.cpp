@@ -8,13 +8,25 @@
 
 #include "frame/check.hpp"
 #include "platform/os.hpp"
+#include "platform/thread_lock.hpp"
+#include "threads/own_sync.hpp"
 #include "vqutil/error.h"
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
 #include "vqutil/platform.h"
 #include "vqutil/thread.h"
 
+namespace vq::threads {
+
+// Beside the closure stored under the thread-identity key: DutThreadSelf
+// runs on every read-write lock call.
+constinit thread_local D_THREAD tlsSelf VQ_STATIC_TLS = D_INVALID_THREAD;
+
+}  // namespace vq::threads
+
 namespace {
+
+using vq::threads::tlsSelf;
 
 constexpr const char *kFile = "utthread";
 
@@ -69,7 +81,7 @@ D_BOOL failOs() {
 }
 
 // Lock-style results: signalled and abandoned succeed.
-D_BOOL waitOutcome(vq::os::WaitResult r) {
+inline D_BOOL waitOutcome(vq::os::WaitResult r) {
   switch (r) {
     case vq::os::WaitResult::Signalled:
     case vq::os::WaitResult::Abandoned:
@@ -112,9 +124,11 @@ void threadTrampoline(void *arg) {
   auto *closure = static_cast<ThreadClosure *>(arg);
   D_BOOL status = DutTsdSetValue(utThreadKey.load(), closure);
   VQ_EXPECT(status == D_TRUE, "D_TRUE == status", kFile);
+  tlsSelf = closure->handle;
   D_WORD result = closure->func(closure->arg);
   DutFreeCheck(closure, "closure", kFile, __LINE__);
   vq::os::tlsSet(utThreadKey.load(), nullptr);
+  tlsSelf = D_INVALID_THREAD;
   DutThreadExit(result);
 }
 
@@ -152,16 +166,15 @@ D_EXPORT D_BOOL DutInitThreads(void) {
   return D_TRUE;
 }
 
+// The process-wide lock is always one of the library's own mutexes.
 D_EXPORT D_BOOL DutProcessMutexLock(void) {
-  D_MUTEX mutex = utProcessMutex.load();
-  if (mutex == D_INVALID_MUTEX) return D_TRUE;
-  return DutMutexLock(mutex, D_WAIT_FOREVER);
+  D_MUTEX mutex = utProcessMutex.load(std::memory_order_acquire);
+  return mutex == D_INVALID_MUTEX ? D_TRUE : vq::threads::lockOwn(mutex);
 }
 
 D_EXPORT D_BOOL DutProcessMutexUnlock(void) {
-  D_MUTEX mutex = utProcessMutex.load();
-  if (mutex == D_INVALID_MUTEX) return D_TRUE;
-  return DutMutexUnlock(mutex);
+  D_MUTEX mutex = utProcessMutex.load(std::memory_order_acquire);
+  return mutex == D_INVALID_MUTEX ? D_TRUE : vq::threads::unlockOwn(mutex);
 }
 
 D_EXPORT D_TSD_RECORD *DutGetTsdValue(void) {
@@ -232,12 +245,18 @@ D_EXPORT D_MUTEX DutMutexAttachNamedNp(const char *name) {
   return asWord(h);
 }
 
+// The library's own mutexes are taken inline; named ones, and handles that
+// are no mutex, go through the platform.
 D_EXPORT D_BOOL DutMutexLock(D_MUTEX mutex, D_REAL8 timeout) {
-  return waitOutcome(vq::os::mutexLock(asHandle(mutex), waitMillis(timeout, 1000.0)));
+  const std::uint32_t ms = waitMillis(timeout, 1000.0);
+  if (vq::os::ThreadMutex *own = vq::os::asThreadMutex(asHandle(mutex))) return waitOutcome(own->lock(ms));
+  return waitOutcome(vq::os::mutexLock(asHandle(mutex), ms));
 }
 
 D_EXPORT D_BOOL DutMutexUnlock(D_MUTEX mutex) {
-  return vq::os::mutexUnlock(asHandle(mutex)) ? D_TRUE : failOs();
+  vq::os::ThreadMutex *own = vq::os::asThreadMutex(asHandle(mutex));
+  const bool done = own != nullptr ? own->unlock() : vq::os::mutexUnlock(asHandle(mutex));
+  return done ? D_TRUE : failOs();
 }
 
 // Mutexes, conditions and events close alike.
@@ -346,6 +365,9 @@ D_EXPORT D_THREAD DutThreadCreateVa(D_THREAD_FUNC func, D_WORD arg, va_list) {
   return D_INVALID_THREAD;
 }
 
+// Mutexes the thread still holds once its stack has unwound are given up,
+// as abandoned, by the lock layer's own thread-end destructor, which the
+// system runs for every thread that ever locked one (thread_lock.hpp).
 D_EXPORT void DutThreadExit(D_WORD exit_code) {
   DutProcessMutexLock();
   if (utTsdList != nullptr) {
@@ -364,12 +386,7 @@ D_EXPORT void DutThreadExit(D_WORD exit_code) {
   vq::os::threadExit(exit_code);
 }
 
-D_EXPORT D_THREAD DutThreadSelf(void) {
-  D_TSD_KEY key = utThreadKey.load();
-  if (key == D_INVALID_TSD_KEY) return D_INVALID_THREAD;
-  auto *closure = static_cast<ThreadClosure *>(vq::os::tlsGet(key));
-  return closure != nullptr ? closure->handle : D_INVALID_THREAD;
-}
+D_EXPORT D_THREAD DutThreadSelf(void) { return tlsSelf; }
 
 D_EXPORT D_BOOL DutThreadEqual(D_THREAD a, D_THREAD b) { return a == b ? D_TRUE : D_FALSE; }
 

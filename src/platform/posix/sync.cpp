@@ -1,9 +1,10 @@
-// Mutexes and manual-reset events on pthreads, unnamed in the heap or named
-// in POSIX shared memory.
+// Mutexes and manual-reset events: the handle operations for every kind,
+// and the named kinds, which live in POSIX shared memory as pthread objects.
+// The unnamed kinds are the library's own (thread_lock.hpp).
 //
-// Every mutex is recursive and robust, so that a lock taken after the
-// owner died (thread or process) succeeds as "abandoned". An event is a
-// mutex, a condition variable, a signalled flag and a generation count: a
+// A named mutex is recursive and robust, so that a lock taken after the
+// owner died (thread or process) succeeds as "abandoned". A named event is
+// a mutex, a condition variable, a signalled flag and a generation count: a
 // set bumps the generation, which releases every thread waiting at that
 // moment even when another thread resets the event before they wake.
 // Timed waits use CLOCK_MONOTONIC.
@@ -21,18 +22,9 @@
 #include <new>
 #include <string>
 
-#include "platform/os.hpp"
-
-#if defined(__SANITIZE_THREAD__)
-#define VQ_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define VQ_THREAD_SANITIZER 1
-#endif
-#endif
-#ifndef VQ_THREAD_SANITIZER
-#define VQ_THREAD_SANITIZER 0
-#endif
+// Relative, so that a test can compile this file in on its own.
+#include "../os.hpp"
+#include "../thread_lock.hpp"
 
 namespace vq::os {
 
@@ -40,11 +32,12 @@ namespace {
 
 // Besides the pthread mutex, who holds it and how often: closing needs to
 // know whether the caller holds it, and a refused unlock should not reach
-// pthreads at all. Only the holder writes these fields.
+// pthreads at all. Only the holder writes these fields; both are atomic
+// because an owner that died never released what it wrote.
 struct MutexState {
   pthread_mutex_t mutex;
   std::atomic<std::uint64_t> owner;  // holder's token, 0 when free
-  std::uint32_t depth;
+  std::atomic<std::uint32_t> depth;
 };
 
 struct EventState {
@@ -74,24 +67,15 @@ struct SharedEvent {
   EventState state;
 };
 
-enum class Kind { Mutex, Event };
-
-}  // namespace
-
-struct Handle {
-  Kind kind;
-  MutexState *mutex = nullptr;  // points at local or into the mapping
+// A handle of a named object: a mapping of its shared block.
+struct SharedHandle : Handle {
+  explicit SharedHandle(HandleKind k) : Handle{k} {}
+  MutexState *mutex = nullptr;  // into the mapping
   EventState *event = nullptr;
-  SharedHeader *shared = nullptr;  // null for unnamed objects
+  SharedHeader *shared = nullptr;
   std::size_t map_size = 0;
   std::string shm_name;
-  MutexState local_mutex;  // the object itself when unnamed
-  EventState local_event;
-
-  explicit Handle(Kind k) : kind(k) {}
 };
-
-namespace {
 
 // Stores the failure as the OS last error and answers false / null.
 bool fail(int code) {
@@ -99,14 +83,8 @@ bool fail(int code) {
   return false;
 }
 
-std::uint64_t monotonicNowNs() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<std::uint64_t>(ts.tv_sec) * 1000000000u + static_cast<std::uint64_t>(ts.tv_nsec);
-}
-
 timespec deadlineAfter(std::uint32_t timeout_ms) {
-  std::uint64_t at = monotonicNowNs() + static_cast<std::uint64_t>(timeout_ms) * 1000000u;
+  std::uint64_t at = deadlineAfterMs(timeout_ms);
   timespec ts;
   ts.tv_sec = static_cast<time_t>(at / 1000000000u);
   ts.tv_nsec = static_cast<long>(at % 1000000000u);
@@ -133,36 +111,36 @@ bool heldByCaller(MutexState *m) { return m->owner.load(std::memory_order_relaxe
 
 void noteLocked(MutexState *m, WaitResult r) {
   if (r == WaitResult::Signalled && heldByCaller(m)) {
-    ++m->depth;
+    m->depth.store(m->depth.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   } else if (r == WaitResult::Signalled || r == WaitResult::Abandoned) {
     // After an owner died the pthread count starts again at one.
     m->owner.store(ownerToken(), std::memory_order_relaxed);
-    m->depth = 1;
+    m->depth.store(1, std::memory_order_relaxed);
   }
 }
 
-int initMutex(pthread_mutex_t *m, bool shared) {
+int initMutex(pthread_mutex_t *m) {
   pthread_mutexattr_t attr;
   int rc = pthread_mutexattr_init(&attr);
   if (rc != 0) return rc;
   rc = pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
-  // Robust: a thread (or, shared, a process) that ends holding the mutex
-  // leaves it to be taken over, as a wait that returns "abandoned".
+  // Robust: a thread or process that ends holding the mutex leaves it to
+  // be taken over, as a wait that returns "abandoned".
   if (rc == 0) rc = pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
-  if (rc == 0 && shared) rc = pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+  if (rc == 0) rc = pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
   if (rc == 0) rc = pthread_mutex_init(m, &attr);
   pthread_mutexattr_destroy(&attr);
   return rc;
 }
 
-int initEvent(EventState *e, bool shared, bool initial_state) {
-  int rc = initMutex(&e->mutex, shared);
+int initEvent(EventState *e, bool initial_state) {
+  int rc = initMutex(&e->mutex);
   if (rc != 0) return rc;
   pthread_condattr_t attr;
   rc = pthread_condattr_init(&attr);
   if (rc == 0) {
     rc = pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
-    if (rc == 0 && shared) rc = pthread_condattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+    if (rc == 0) rc = pthread_condattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
     if (rc == 0) rc = pthread_cond_init(&e->cond, &attr);
     pthread_condattr_destroy(&attr);
   }
@@ -207,25 +185,26 @@ WaitResult lockMutex(pthread_mutex_t *m, std::uint32_t timeout_ms) {
   if (timeout_ms == kInfinite) return lockResult(m, pthread_mutex_lock(m));
   if (timeout_ms == 0) return lockResult(m, pthread_mutex_trylock(m));
 #if VQ_THREAD_SANITIZER
-  // The thread sanitizer does not know pthread_mutex_clocklock; the
-  // wall-clock form it does know keeps its lock tracking whole.
-  timespec deadline;
-  clock_gettime(CLOCK_REALTIME, &deadline);
-  std::uint64_t at = static_cast<std::uint64_t>(deadline.tv_sec) * 1000000000u +
-                     static_cast<std::uint64_t>(deadline.tv_nsec) + static_cast<std::uint64_t>(timeout_ms) * 1000000u;
-  deadline.tv_sec = static_cast<time_t>(at / 1000000000u);
-  deadline.tv_nsec = static_cast<long>(at % 1000000000u);
-  return lockResult(m, pthread_mutex_timedlock(m, &deadline));
+  // The thread sanitizer does not know pthread_mutex_clocklock, and its
+  // timed form does not count a mutex taken over from a dead owner as
+  // taken; its try form it knows fully, so a finite wait polls that.
+  const std::uint64_t deadline = deadlineAfterMs(timeout_ms);
+  for (;;) {
+    const int rc = pthread_mutex_trylock(m);
+    if (rc != EBUSY || monotonicNs() >= deadline) return lockResult(m, rc);
+    timespec pause{0, 200000};
+    nanosleep(&pause, nullptr);
+  }
 #else
   timespec deadline = deadlineAfter(timeout_ms);
   return lockResult(m, pthread_mutex_clocklock(m, CLOCK_MONOTONIC, &deadline));
 #endif
 }
 
-int initOwnedState(MutexState *m, bool shared, bool owned) {
+int initOwnedState(MutexState *m, bool owned) {
   m->owner.store(0, std::memory_order_relaxed);
-  m->depth = 0;
-  int rc = initMutex(&m->mutex, shared);
+  m->depth.store(0, std::memory_order_relaxed);
+  int rc = initMutex(&m->mutex);
   if (rc == 0 && owned) {
     rc = pthread_mutex_lock(&m->mutex);
     if (rc == 0) noteLocked(m, WaitResult::Signalled);
@@ -239,7 +218,9 @@ bool unlockState(MutexState *m) {
     return false;
   }
   // Give up the bookkeeping first: the next holder writes it at once.
-  if (--m->depth == 0) m->owner.store(0, std::memory_order_relaxed);
+  const std::uint32_t depth = m->depth.load(std::memory_order_relaxed) - 1;
+  m->depth.store(depth, std::memory_order_relaxed);
+  if (depth == 0) m->owner.store(0, std::memory_order_relaxed);
   int rc = pthread_mutex_unlock(&m->mutex);
   if (rc != 0) {
     setLastError(rc);
@@ -366,8 +347,8 @@ Block *openShared(const std::string &shm_name, OpenMode mode, Init init) {
 }
 
 template <typename Block>
-Handle *sharedHandle(Kind kind, Block *block, std::string shm_name) {
-  auto *h = new (std::nothrow) Handle(kind);
+SharedHandle *sharedHandle(HandleKind kind, Block *block, std::string shm_name) {
+  auto *h = new (std::nothrow) SharedHandle(kind);
   if (h == nullptr) {
     if (block->header.refs.fetch_sub(1) == 1) shm_unlink(shm_name.c_str());
     munmap(block, sizeof(Block));
@@ -387,9 +368,9 @@ Handle *namedMutex(const char *name, OpenMode mode, bool owned) {
   }
   std::string shm_name = sharedName("/vq.mutex.", name);
   auto *block = openShared<SharedMutex>(shm_name, mode,
-                                       [owned](SharedMutex *b) { return initOwnedState(&b->state, true, owned); });
+                                       [owned](SharedMutex *b) { return initOwnedState(&b->state, owned); });
   if (block == nullptr) return nullptr;
-  Handle *h = sharedHandle(Kind::Mutex, block, std::move(shm_name));
+  SharedHandle *h = sharedHandle(HandleKind::SharedMutex, block, std::move(shm_name));
   if (h != nullptr) h->mutex = &block->state;
   return h;
 }
@@ -401,57 +382,31 @@ Handle *namedEvent(const char *name, OpenMode mode, bool initial_state) {
   }
   std::string shm_name = sharedName("/vq.event.", name);
   auto *block = openShared<SharedEvent>(
-      shm_name, mode, [initial_state](SharedEvent *b) { return initEvent(&b->state, true, initial_state); });
+      shm_name, mode, [initial_state](SharedEvent *b) { return initEvent(&b->state, initial_state); });
   if (block == nullptr) return nullptr;
-  Handle *h = sharedHandle(Kind::Event, block, std::move(shm_name));
+  SharedHandle *h = sharedHandle(HandleKind::SharedEvent, block, std::move(shm_name));
   if (h != nullptr) h->event = &block->state;
   return h;
 }
 
 bool isUnnamed(const char *name) { return name == nullptr || name[0] == '\0'; }
 
-MutexState *mutexOf(Handle *h) {
-  if (h == nullptr) {
-    fail(EBADF);
-    return nullptr;
-  }
-  if (h->kind != Kind::Mutex) {
-    fail(EINVAL);
-    return nullptr;
-  }
-  return h->mutex;
+// A null handle is EBADF, one of another kind EINVAL.
+bool refuseHandle(const Handle *h) { return fail(h == nullptr ? EBADF : EINVAL); }
+
+MutexState *sharedMutexOf(Handle *h) {
+  return h != nullptr && h->kind == HandleKind::SharedMutex ? static_cast<SharedHandle *>(h)->mutex : nullptr;
 }
 
-EventState *eventOf(Handle *h) {
-  if (h == nullptr) {
-    fail(EBADF);
-    return nullptr;
-  }
-  if (h->kind != Kind::Event) {
-    fail(EINVAL);
-    return nullptr;
-  }
-  return h->event;
+EventState *sharedEventOf(Handle *h) {
+  return h != nullptr && h->kind == HandleKind::SharedEvent ? static_cast<SharedHandle *>(h)->event : nullptr;
 }
 
 }  // namespace
 
 // ---- Mutexes ------------------------------------------------------------------
 
-Handle *mutexCreate(bool owned) noexcept {
-  auto *h = new (std::nothrow) Handle(Kind::Mutex);
-  if (h == nullptr) {
-    fail(ENOMEM);
-    return nullptr;
-  }
-  h->mutex = &h->local_mutex;
-  if (int rc = initOwnedState(h->mutex, false, owned); rc != 0) {
-    delete h;
-    fail(rc);
-    return nullptr;
-  }
-  return h;
-}
+Handle *mutexCreate(bool owned) noexcept { return threadMutexCreate(owned); }
 
 Handle *mutexCreateNamed(const char *name, bool owned) noexcept {
   // No name is an ordinary unnamed mutex, as with CreateMutex.
@@ -462,34 +417,30 @@ Handle *mutexCreateNamed(const char *name, bool owned) noexcept {
 Handle *mutexAttach(const char *name) noexcept { return namedMutex(name, OpenMode::OpenOnly, false); }
 
 WaitResult mutexLock(Handle *mutex, std::uint32_t timeout_ms) noexcept {
-  MutexState *m = mutexOf(mutex);
-  if (m == nullptr) return WaitResult::Failed;
+  if (ThreadMutex *own = asThreadMutex(mutex)) return own->lock(timeout_ms);
+  MutexState *m = sharedMutexOf(mutex);
+  if (m == nullptr) {
+    refuseHandle(mutex);
+    return WaitResult::Failed;
+  }
   WaitResult r = lockMutex(&m->mutex, timeout_ms);
   noteLocked(m, r);
   return r;
 }
 
 bool mutexUnlock(Handle *mutex) noexcept {
-  MutexState *m = mutexOf(mutex);
-  if (m == nullptr) return false;
+  if (ThreadMutex *own = asThreadMutex(mutex)) return own->unlock();
+  MutexState *m = sharedMutexOf(mutex);
+  if (m == nullptr) return refuseHandle(mutex);
   return unlockState(m);
 }
 
 // ---- Events ---------------------------------------------------------------------
 
 Handle *eventCreate(bool initial_state) noexcept {
-  auto *h = new (std::nothrow) Handle(Kind::Event);
-  if (h == nullptr) {
-    fail(ENOMEM);
-    return nullptr;
-  }
-  h->event = &h->local_event;
-  if (int rc = initEvent(h->event, false, initial_state); rc != 0) {
-    delete h;
-    fail(rc);
-    return nullptr;
-  }
-  return h;
+  auto *e = new (std::nothrow) ThreadEvent(initial_state);
+  if (e == nullptr) fail(ENOMEM);
+  return e;
 }
 
 Handle *eventCreateNamed(const char *name, bool initial_state, bool exclusive) noexcept {
@@ -500,8 +451,12 @@ Handle *eventCreateNamed(const char *name, bool initial_state, bool exclusive) n
 Handle *eventAttach(const char *name) noexcept { return namedEvent(name, OpenMode::OpenOnly, false); }
 
 bool eventSet(Handle *event) noexcept {
-  EventState *e = eventOf(event);
-  if (e == nullptr) return false;
+  if (ThreadEvent *own = asThreadEvent(event)) {
+    own->set();
+    return true;
+  }
+  EventState *e = sharedEventOf(event);
+  if (e == nullptr) return refuseHandle(event);
   if (int rc = lockInternal(&e->mutex); rc != 0) return fail(rc);
   e->signalled = 1;
   ++e->generation;
@@ -511,8 +466,12 @@ bool eventSet(Handle *event) noexcept {
 }
 
 bool eventReset(Handle *event) noexcept {
-  EventState *e = eventOf(event);
-  if (e == nullptr) return false;
+  if (ThreadEvent *own = asThreadEvent(event)) {
+    own->reset();
+    return true;
+  }
+  EventState *e = sharedEventOf(event);
+  if (e == nullptr) return refuseHandle(event);
   if (int rc = lockInternal(&e->mutex); rc != 0) return fail(rc);
   e->signalled = 0;
   pthread_mutex_unlock(&e->mutex);
@@ -520,8 +479,12 @@ bool eventReset(Handle *event) noexcept {
 }
 
 WaitResult eventWait(Handle *event, std::uint32_t timeout_ms) noexcept {
-  EventState *e = eventOf(event);
-  if (e == nullptr) return WaitResult::Failed;
+  if (ThreadEvent *own = asThreadEvent(event)) return own->wait(timeout_ms);
+  EventState *e = sharedEventOf(event);
+  if (e == nullptr) {
+    refuseHandle(event);
+    return WaitResult::Failed;
+  }
   return waitEvent(e, timeout_ms);
 }
 
@@ -529,32 +492,29 @@ WaitResult eventWait(Handle *event, std::uint32_t timeout_ms) noexcept {
 
 bool closeHandle(Handle *handle) noexcept {
   if (handle == nullptr) return fail(EBADF);
-  if (handle->kind == Kind::Mutex) {
-    // A robust mutex stays linked into its owner's robust list: the caller's
-    // holds must go before the memory does.
-    while (heldByCaller(handle->mutex)) {
-      if (!unlockState(handle->mutex)) return false;
-    }
-    pthread_mutex_t *m = &handle->mutex->mutex;
-    if (handle->shared == nullptr) {
-      int rc = pthread_mutex_trylock(m);
-      if (rc == EOWNERDEAD) rc = pthread_mutex_consistent(m);
-      if (rc != 0) return fail(rc);  // EBUSY: another thread holds it
-      pthread_mutex_unlock(m);
-      if (rc = pthread_mutex_destroy(m); rc != 0) return fail(rc);
-    }
-  } else if (handle->shared == nullptr) {
-    int rc = pthread_cond_destroy(&handle->event->cond);
-    if (rc == 0) rc = pthread_mutex_destroy(&handle->event->mutex);
-    if (rc != 0) return fail(rc);
+  switch (handle->kind) {
+    case HandleKind::ThreadMutex:
+      return threadMutexClose(static_cast<ThreadMutex *>(handle));
+    case HandleKind::ThreadEvent:
+      delete static_cast<ThreadEvent *>(handle);
+      return true;
+    case HandleKind::SharedMutex:
+    case HandleKind::SharedEvent:
+      break;
+    default:
+      return fail(EINVAL);
   }
-  if (handle->shared != nullptr) {
-    // The last handle anywhere removes the name; the memory goes with the
-    // last mapping.
-    if (handle->shared->refs.fetch_sub(1) == 1) shm_unlink(handle->shm_name.c_str());
-    munmap(static_cast<void *>(handle->shared), handle->map_size);
+  auto *h = static_cast<SharedHandle *>(handle);
+  // A robust mutex stays linked into its owner's robust list: the caller's
+  // holds must go before the mapping does.
+  while (h->mutex != nullptr && heldByCaller(h->mutex)) {
+    if (!unlockState(h->mutex)) return false;
   }
-  delete handle;
+  // The last handle anywhere removes the name; the memory goes with the
+  // last mapping.
+  if (h->shared->refs.fetch_sub(1) == 1) shm_unlink(h->shm_name.c_str());
+  munmap(static_cast<void *>(h->shared), h->map_size);
+  delete h;
   return true;
 }
 

@@ -6,7 +6,8 @@
 #include <new>
 #include <type_traits>
 
-#include "platform/os.hpp"
+// Relative, so that a test can compile this file in on its own.
+#include "../os.hpp"
 
 namespace vq::os {
 

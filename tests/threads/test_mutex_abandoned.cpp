@@ -1,0 +1,96 @@
+// Mutexes whose owner thread ended holding them, through the API: the next
+// locker gets the mutex at once with no error number and owns it at depth
+// one. For unnamed and named mutexes, library and foreign threads, and the
+// process-wide lock. (Lockers asleep when the owner ends: test_locks.)
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+
+#include "thread_support.hpp"
+
+using vqtest::LibThread;
+using vqtest::uniqueName;
+
+namespace {
+
+struct Kind {
+  const char *name;
+  bool named;
+};
+constexpr Kind kKinds[] = {{"unnamed", false}, {"named", true}};
+
+D_MUTEX makeMutex(const Kind &kind) {
+  return kind.named ? DutMutexCreateNamedNp(uniqueName("abandoned").c_str(), 0) : DutMutexCreate(0);
+}
+
+// Ways a thread ends while it holds a mutex.
+struct Ending {
+  const char *name;
+  void (*run)(D_MUTEX m);
+};
+
+D_WORD lockThenExit(D_WORD m) {
+  for (int i = 0; i < 3; ++i) DutMutexLock(m, D_WAIT_FOREVER);
+  DutThreadExit(0);
+}
+
+constexpr Ending kEndings[] = {
+    {"library thread returns",
+     [](D_MUTEX m) {
+       LibThread t([m] { return D_WORD{DutMutexLock(m, D_WAIT_FOREVER)}; });
+       EXPECT_EQ(t.join(), D_TRUE);
+     }},
+    {"library thread calls DutThreadExit at depth 3",
+     [](D_MUTEX m) { EXPECT_EQ(DutThreadWait(DutThreadCreate(&lockThenExit, m), nullptr), D_TRUE); }},
+    {"foreign thread returns", [](D_MUTEX m) { std::thread([m] { DutMutexLock(m, D_WAIT_FOREVER); }).join(); }},
+};
+
+bool heldElsewhere(D_MUTEX m) {
+  LibThread t([m] {
+    D_BOOL got = DutMutexLock(m, 0.0);
+    D_INT4 error = DutErrNumGet();
+    if (got == D_TRUE) DutMutexUnlock(m);
+    return D_WORD{got == D_FALSE && error == D_ERR_TIMEOUT_REACHED ? 1 : 0};
+  });
+  return t.join() == 1;
+}
+
+}  // namespace
+
+TEST(MutexAbandoned, NextLockerTakesItOverSilentlyAtDepthOne) {
+  for (const Kind &kind : kKinds) {
+    for (const Ending &ending : kEndings) {
+      SCOPED_TRACE(std::string(kind.name) + ", " + ending.name);
+      D_MUTEX m = makeMutex(kind);
+      ASSERT_NE(m, D_INVALID_MUTEX);
+      ending.run(m);
+      DutErrNumSet(0);
+      EXPECT_EQ(DutMutexLock(m, 0.0), D_TRUE);
+      EXPECT_EQ(DutErrNumGet(), 0);
+      EXPECT_TRUE(heldElsewhere(m));
+      EXPECT_EQ(DutMutexUnlock(m), D_TRUE);
+      EXPECT_FALSE(heldElsewhere(m));
+      VQTEST_EXPECT_FAILS(DutMutexUnlock(m), D_ERR_OS, EPERM);
+      EXPECT_EQ(DutMutexDestroy(m), D_TRUE);
+    }
+  }
+}
+
+TEST(MutexAbandoned, ProcessWideLockIsTakenOverToo) {
+  DutInitThreads();
+  LibThread t([] {
+    DutProcessMutexLock();
+    DutProcessMutexLock();
+    return D_WORD{0};
+  });
+  t.join();
+  EXPECT_EQ(DutProcessMutexLock(), D_TRUE);
+  EXPECT_EQ(DutProcessMutexUnlock(), D_TRUE);
+  // One level only: the dead owner's second level is gone with it.
+  VQTEST_EXPECT_FAILS(DutProcessMutexUnlock(), D_ERR_OS, EPERM);
+  // And the library's tables work from other threads again.
+  LibThread other([] { return D_WORD{DutProcessMutexLock() == D_TRUE && DutProcessMutexUnlock() == D_TRUE}; });
+  EXPECT_EQ(other.join(), 1);
+}

@@ -21,41 +21,31 @@ std::string hex(const void *p) {
   std::snprintf(buf, sizeof buf, "%lx", static_cast<unsigned long>(reinterpret_cast<D_UWORD>(p)));
   return buf;
 }
-
 std::string hex(D_CB_FUNC f) { return hex(reinterpret_cast<void *>(f)); }
 
 void other(void *, void *, D_WORD) {}
 
 TEST(CallbackTypes, CreateLookupFlagsAndTraverse) {
-  auto count = [](D_WORD, D_WORD, void *arg) -> D_WORD {
-    ++*static_cast<int *>(arg);
-    return 0;
-  };
-  int before = 0;
+  auto count = [](D_WORD, D_WORD, void *arg) -> D_WORD { return ++*static_cast<int *>(arg), 0; };
+  int before = 0, after = 0;
   EXPECT_EQ(DutCbTypeTraverse(count, &before), 0);
-
   D_CB_TYPE *t = DutCbTypeCreate(7001, "Alarm");
-  ASSERT_NE(t, nullptr);
   EXPECT_EQ(DutCbTypeCreate(7001, "again"), nullptr);
-  EXPECT_EQ(DutCbTypeNumLookup(7001), t);
-  EXPECT_EQ(DutCbTypeLookup("aLARM"), t);
-  EXPECT_EQ(DutCbTypeLookup("nothing"), nullptr);
+  EXPECT_TRUE(DutCbTypeNumLookup(7001) == t && DutCbTypeLookup("aLARM") == t && DutCbTypeLookup("nothing") == nullptr);
   ASSERT_NE(DutCbTypeCreate(7002, nullptr), nullptr);
   EXPECT_EQ(DutCbTypeLookup(""), nullptr) << "unnamed types never match";
   EXPECT_NE(DutLobeLookup(static_cast<D_UINT4>(7001)), nullptr) << "each type has its lobe";
-  int after = 0;
   DutCbTypeTraverse(count, &after);
   EXPECT_EQ(after, before + 2);
 
-  D_INT4 v = -1;
+  D_INT4 num = -1, glob = -1, local = -1;
   const char *name = nullptr;
-  EXPECT_TRUE(DutCbTypeGetNum(t, &v) && v == 7001);
-  EXPECT_TRUE(DutCbTypeGetName(t, &name) && std::string(name) == "Alarm");
-  EXPECT_TRUE(DutCbTypeGetGlobFlag(t, &v) && v == D_CB_GLOBALS_OK);
-  EXPECT_TRUE(DutCbTypeGetLocalFlag(t, &v) && v == D_CB_LOCAL_INDIRECT);
+  ASSERT_TRUE(DutCbTypeGetNum(t, &num) && DutCbTypeGetName(t, &name) && DutCbTypeGetGlobFlag(t, &glob) &&
+              DutCbTypeGetLocalFlag(t, &local));
+  EXPECT_TRUE(num == 7001 && std::string(name) == "Alarm" && glob == D_CB_GLOBALS_OK && local == D_CB_LOCAL_INDIRECT);
   EXPECT_FAILS(DutCbTypeSetLocalFlag(t, 2), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_EQ(DutCbTypeSetGlobFlag(t, 99), D_TRUE) << "any global flag is stored";
-  EXPECT_FAILS(DutCbTypeGetNum(nullptr, &v), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutCbTypeGetNum(nullptr, &num), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutCbTypeGetName(t, nullptr), D_FALSE, D_ERR_NULL_PTR);
 }
 
@@ -63,11 +53,9 @@ TEST(CallbackLists, DuplicatesLookupsAccessorsAndNullArguments) {
   D_CB_TYPE *t = DutCbTypeCreate(7201, nullptr);
   int owner = 0;
   D_CB_LIST *l = DutCbListCreate(t, &owner);
-  Action a{"A", {}};
-  D_CB *cb = DutCbListCbCreate(l, run, word(a));
-  ASSERT_NE(cb, nullptr);
-  EXPECT_FAILS(DutCbListCbCreate(l, run, word(a)), nullptr, D_ERR_ALREADY_EXISTS);
-  EXPECT_EQ(DutCbListCbLookup(l, run, word(a)), cb);
+  D_CB *cb = DutCbListCbCreate(l, run, 1);
+  EXPECT_FAILS(DutCbListCbCreate(l, run, 1), nullptr, D_ERR_ALREADY_EXISTS);
+  EXPECT_EQ(DutCbListCbLookup(l, run, 1), cb);
   EXPECT_FAILS(DutCbListCbLookup(l, run, 12345), nullptr, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutCbListCbCreate(l, nullptr, 0), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutCbListCreate(nullptr, &owner), nullptr, D_ERR_NULL_PTR);
@@ -76,44 +64,32 @@ TEST(CallbackLists, DuplicatesLookupsAccessorsAndNullArguments) {
   EXPECT_EQ(DutCbListDestroy(nullptr), D_FALSE);
 
   // A callback reaches its list, owner and type.
-  void *got_owner = nullptr;
-  D_CB_TYPE *got_type = nullptr;
+  void *got_owner = nullptr, *cb_owner = nullptr;
+  D_CB_TYPE *got_type = nullptr, *cb_type = nullptr;
   D_CB_LIST *got_list = nullptr;
-  EXPECT_TRUE(DutCbListGetOwner(l, &got_owner) && got_owner == &owner);
-  EXPECT_TRUE(DutCbListGetType(l, &got_type) && got_type == t);
-  EXPECT_TRUE(DutCbGetList(cb, &got_list) && got_list == l);
-  got_owner = nullptr;
-  got_type = nullptr;
-  EXPECT_TRUE(DutCbGetOwner(cb, &got_owner) && got_owner == &owner);
-  EXPECT_TRUE(DutCbGetCbType(cb, &got_type) && got_type == t);
+  EXPECT_TRUE(DutCbListGetOwner(l, &got_owner) && DutCbListGetType(l, &got_type) && DutCbGetList(cb, &got_list) &&
+              DutCbGetOwner(cb, &cb_owner) && DutCbGetCbType(cb, &cb_type));
+  EXPECT_TRUE(got_owner == &owner && cb_owner == &owner && got_type == t && cb_type == t && got_list == l);
 
   // Changing a callback's argument or function refuses duplicates, its
   // own current argument included.
   D_CB *two = DutCbListCbCreate(l, run, 2);
-  ASSERT_NE(two, nullptr);
-  EXPECT_EQ(DutCbSetArgument(cb, word(a)), D_FALSE);
-  EXPECT_EQ(DutCbSetArgument(cb, 2), D_FALSE);
-  EXPECT_EQ(DutCbSetArgument(cb, 3), D_TRUE);
+  EXPECT_TRUE(!DutCbSetArgument(cb, 1) && !DutCbSetArgument(cb, 2) && DutCbSetArgument(cb, 3));
+  EXPECT_TRUE(!DutCbSetFunction(two, run) && DutCbSetFunction(two, other));
   D_WORD arg = 0;
-  EXPECT_TRUE(DutCbGetArgument(cb, &arg) && arg == 3);
-  EXPECT_EQ(DutCbSetFunction(two, run), D_FALSE);
-  EXPECT_EQ(DutCbSetFunction(two, other), D_TRUE);
   D_CB_FUNC f = nullptr;
-  EXPECT_TRUE(DutCbGetFunction(two, &f) && f == &other);
+  EXPECT_TRUE(DutCbGetArgument(cb, &arg) && arg == 3 && DutCbGetFunction(two, &f) && f == &other);
   EXPECT_FAILS(DutCbSetFunction(two, nullptr), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_EQ(DutCbListDestroy(l), D_TRUE);
 }
 
 TEST(CallbackLists, ThresholdsAreStoredAndWarnAsNotImplemented) {
   D_CB_LIST *l = DutCbListCreate(DutCbTypeCreate(7401, nullptr), nullptr);
-  D_UINT2 v = 0;
+  D_UINT2 start = 0, current = 0;
   OutputCapture c;
-  EXPECT_EQ(DutCbListSetStartThresh(l, 11), D_FALSE);
-  EXPECT_EQ(DutCbListSetCurrentThresh(l, 12), D_FALSE);
-  EXPECT_EQ(DutCbListGetStartThresh(l, &v), D_FALSE);
-  EXPECT_EQ(v, 11);
-  EXPECT_EQ(DutCbListGetCurrentThresh(l, &v), D_FALSE);
-  EXPECT_EQ(v, 12);
+  EXPECT_FALSE(DutCbListSetStartThresh(l, 11) || DutCbListSetCurrentThresh(l, 12) ||
+               DutCbListGetStartThresh(l, &start) || DutCbListGetCurrentThresh(l, &current));
+  EXPECT_TRUE(start == 11 && current == 12);
   EXPECT_EQ(c.Take(),
             "WARNING: DutCbListSetStartThresh not yet implemented\n"
             "WARNING: DutListSetCurrentThresh not yet implemented\n"
@@ -131,14 +107,12 @@ TEST(CallbackLists, DirectAndNoGlobalsTypesRefuseWhatTheyCannotDo) {
   ASSERT_EQ(DutCbTypeSetLocalFlag(t, D_CB_LOCAL_DIRECT), D_TRUE);
   OutputCapture c;
   D_CB_LIST *l = nullptr;
-  EXPECT_EQ(DutCbTypeGetCbList(t, &owner, &l), D_FALSE);
-  EXPECT_EQ(DutCbTypeCbListCreate(t, &owner), nullptr);
-  EXPECT_EQ(DutCbTypeCbCreate(t, &owner, run, 0), nullptr);
+  EXPECT_FALSE(DutCbTypeGetCbList(t, &owner, &l) || DutCbTypeCbListCreate(t, &owner) ||
+               DutCbTypeCbCreate(t, &owner, run, 0));
   EXPECT_FAILS(DutCbTypeCbLookup(t, &owner, run, 0), nullptr, D_ERR_TYPE_MISMATCH);
   EXPECT_EQ(c.Take(),
             "WARNING: DutCbTypeGetCbList: Attempted to look up local cblist, type: 7501\n"
             "WARNING: Attempted to use DutCbTypeCbLookup for local cb list (type: 7501)!\n");
-
   DutCbTypeSetGlobFlag(t, D_CB_NO_GLOBALS);
   EXPECT_FAILS(DutCbCreateGlobal(t, run, 0), nullptr, D_ERR_TYPE_MISMATCH);
   EXPECT_EQ(DutCbTypeCbCreate(t, nullptr, run, 0), nullptr) << "a null object means the global list";
@@ -147,14 +121,10 @@ TEST(CallbackLists, DirectAndNoGlobalsTypesRefuseWhatTheyCannotDo) {
 TEST(CallbackLists, TypeLevelLookupAndDestroyByNumber) {
   D_CB_TYPE *t = DutCbTypeCreate(7601, nullptr);
   int owner = 0, stranger = 0;
-  D_CB *local = DutCbTypeCbCreate(t, &owner, run, 5);
-  D_CB *global = DutCbTypeCbCreate(t, nullptr, run, 5);
-  ASSERT_TRUE(local && global);
-  EXPECT_NE(local, global);
-  EXPECT_EQ(DutCbTypeCbLookup(t, &owner, run, 5), local);
-  EXPECT_EQ(DutCbTypeCbLookup(t, nullptr, run, 5), global);
-  EXPECT_EQ(DutCbTypeNumCbLookup(7601, &owner, run, 5), local);
-  EXPECT_EQ(DutCbTypeNumCbLookup(999999, &owner, run, 5), nullptr);
+  D_CB *local = DutCbTypeCbCreate(t, &owner, run, 5), *global = DutCbTypeCbCreate(t, nullptr, run, 5);
+  ASSERT_TRUE(local && global && local != global);
+  EXPECT_TRUE(DutCbTypeCbLookup(t, &owner, run, 5) == local && DutCbTypeCbLookup(t, nullptr, run, 5) == global);
+  EXPECT_TRUE(DutCbTypeNumCbLookup(7601, &owner, run, 5) == local && !DutCbTypeNumCbLookup(999999, &owner, run, 5));
   EXPECT_EQ(DutCbTypeNumCbDestroy(7601, &owner, run, 5), D_TRUE);
   EXPECT_EQ(DutCbTypeCbLookup(t, &owner, run, 5), nullptr);
   EXPECT_EQ(DutCbTypeNumCbDestroy(7601, &owner, run, 5), D_FALSE);
@@ -165,8 +135,7 @@ TEST(CallbackLists, TypeLevelLookupAndDestroyByNumber) {
 TEST(QuitCallbacks, LookupBeforeAnyIsMissingThenGlobalOnly) {
   EXPECT_FAILS(DutQuitCbLookup(run, 1), nullptr, D_ERR_DOESNT_EXIST);
   D_CB *q = DutQuitCbCreate(run, 1);
-  ASSERT_NE(q, nullptr);
-  EXPECT_EQ(DutQuitCbLookup(run, 1), q);
+  EXPECT_TRUE(q != nullptr && DutQuitCbLookup(run, 1) == q);
   D_CB_TYPE *t = DutCbTypeNumLookup(D_CB_TYPE_QUIT);
   ASSERT_NE(t, nullptr);
   EXPECT_STREQ(D_GCT_NAME(t), "quit");
@@ -174,11 +143,12 @@ TEST(QuitCallbacks, LookupBeforeAnyIsMissingThenGlobalOnly) {
   EXPECT_FAILS(DutQuitCbCreate(run, 1), nullptr, D_ERR_ALREADY_EXISTS);
 }
 
+// The dumps' texts; during a call the list reports itself active, and the
+// debug flag traces inserts and removals.
 TEST(CallbackDumps, ExactTexts) {
-  D_CB_TYPE *t = DutCbTypeCreate(7701, "dumped");
+  D_CB_TYPE *t = DutCbTypeCreate(7701, "dumped"), *u = DutCbTypeCreate(7702, nullptr);
   int owner = 0;
-  D_CB *a = DutCbTypeCbCreate(t, &owner, run, 0x10);
-  D_CB *b = DutCbTypeCbCreate(t, &owner, other, 0x20);
+  D_CB *a = DutCbTypeCbCreate(t, &owner, run, 0x10), *b = DutCbTypeCbCreate(t, &owner, other, 0x20);
   DutCbSetPriority(b, 3);
   D_CB_LIST *l = nullptr;
   ASSERT_EQ(DutCbTypeGetCbList(t, &owner, &l), D_TRUE);
@@ -186,52 +156,37 @@ TEST(CallbackDumps, ExactTexts) {
     return "Cb dump of " + hex(cb) + " Func: " + hex(f) + ", arg: " + arg + "\n\tList: " + hex(l) +
            ", pri: " + std::to_string(pri) + " Owner: " + hex(&owner) + ", Type Num: 7701\n";
   };
-
-  dumpText().clear();
-  DutCbPrint(a, dumpSink);
-  EXPECT_EQ(dumpText(), cb_text(a, run, "10", 0));
-  dumpText().clear();
-  DutCbPrintList(l, dumpSink);
-  EXPECT_EQ(dumpText(), "Cb List Dump of " + hex(l) + " Owner: " + hex(&owner) +
-                            ", Type: 7701\nCurrent List has 2 entries:\n\t1 - " +
-                            cb_text(b, other, "20", 3) + "\t2 - " + cb_text(a, run, "10", 0) +
-                            "Start thresh 0, current thresh: 0 Active: NO\n");
-
-  dumpText().clear();
-  DutCbPrintType(t, dumpSink);
-  EXPECT_EQ(dumpText(), "Callback Type Dump at " + hex(t) +
-                            ", Type Number: 7701\nCallback type name: dumped\nGlobal flag: globals_ok indirect\n");
-  D_CB_TYPE *u = DutCbTypeCreate(7702, nullptr);
+  auto dump = [](auto print, auto *what) {
+    dumpText().clear();
+    print(what, dumpSink);
+    return dumpText();
+  };
+  EXPECT_EQ(dump(DutCbPrint, a), cb_text(a, run, "10", 0));
+  EXPECT_EQ(dump(DutCbPrintList, l), "Cb List Dump of " + hex(l) + " Owner: " + hex(&owner) +
+                                         ", Type: 7701\nCurrent List has 2 entries:\n\t1 - " +
+                                         cb_text(b, other, "20", 3) + "\t2 - " + cb_text(a, run, "10", 0) +
+                                         "Start thresh 0, current thresh: 0 Active: NO\n");
+  EXPECT_EQ(dump(DutCbPrintType, t), "Callback Type Dump at " + hex(t) + ", Type Number: 7701\nCallback type name: " +
+                                         "dumped\nGlobal flag: globals_ok indirect\n");
   DutCbTypeSetGlobFlag(u, 9);
   DutCbTypeSetLocalFlag(u, D_CB_LOCAL_DIRECT);
-  dumpText().clear();
-  DutCbPrintType(u, dumpSink);
-  EXPECT_EQ(dumpText(), "Callback Type Dump at " + hex(u) +
-                            ", Type Number: 7702\nCallback type name: Unnamed\nGlobal flag: direct\n");
+  EXPECT_EQ(dump(DutCbPrintType, u), "Callback Type Dump at " + hex(u) +
+                                         ", Type Number: 7702\nCallback type name: Unnamed\nGlobal flag: direct\n");
 
-  // During a call the list reports itself active.
   D_CB_LIST *busy = DutCbListCreate(t, nullptr);
-  Action dump{"dump", [&](D_CB *, void *) {
-                dumpText().clear();
-                DutCbPrintList(busy, dumpSink);
-              }};
-  DutCbListCbCreate(busy, run, word(dump));
+  Action active{"dump", [&](D_CB *, void *) { dump(DutCbPrintList, busy); }};
+  DutGetDebugFlags()[D_DEBUG_CALLBACK] = 1;
+  OutputCapture c;
+  D_CB *traced = DutCbListCbCreate(busy, run, word(active));
   D_CB_DATA data{nullptr};
   DutCbListCall(busy, nullptr, &data);
   EXPECT_NE(dumpText().find("Active: YES\n"), std::string::npos);
-  DutCbListDestroy(busy);
-}
-
-TEST(CallbackDebug, InsertAndRemoveAreTracedWithTheDebugFlag) {
-  D_CB_LIST *l = DutCbListCreate(DutCbTypeCreate(7901, nullptr), nullptr);
-  DutGetDebugFlags()[D_DEBUG_CALLBACK] = 1;
-  OutputCapture c;
-  DutCbDestroy(DutCbListCbCreate(l, run, 1));
+  DutCbDestroy(traced);
   DutGetDebugFlags()[D_DEBUG_CALLBACK] = 0;
   const std::string text = c.Take();
   EXPECT_EQ(text.rfind("After insert:\nCb List Dump of ", 0), 0u) << text;
   EXPECT_NE(text.find("After remove:\nCb List Dump of "), std::string::npos) << text;
-  DutCbListDestroy(l);
+  DutCbListDestroy(busy);
 }
 
 }  // namespace

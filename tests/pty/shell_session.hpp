@@ -1,14 +1,12 @@
-// Runs the built vqsh as a child process, on the slave side of a
+// Runs the built vqsh as a child process on the slave side of a
 // pseudo-terminal (so that it sees a terminal, line editing and the
-// interrupt key) or on plain pipes, and lets a test type at it and read
-// what it prints.
+// interrupt key), and lets a test type at it and read what it prints.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,27 +19,17 @@ namespace vqsh_test {
 std::string vqshPath();
 
 struct LaunchOptions {
-  std::vector<std::string> args{"-q"};
   std::vector<std::pair<std::string, std::string>> env;  // added or replaced
-  bool terminal = true;
-  // Terminal only: run the shell under a process of the same process group
-  // that counts the SIGINTs it receives.
+  // Run the shell under a process of the same process group that counts
+  // the SIGINTs it receives: from the terminal, and sent with kill() by
+  // some process.
   bool group_witness = false;
-  std::string input;  // pipes only: the whole standard input
 };
 
-// The line discipline's modes on the shell's terminal.
-struct TerminalMode {
-  bool signals = false;    // ISIG
-  bool echo = false;       // ECHO
-  bool canonical = false;  // ICANON
-};
-
-// The SIGINTs the group witness received.
-struct WitnessReport {
-  int from_terminal = 0;
-  int from_process = 0;  // sent with kill() by some process
-};
+// What the shell is waiting in: a read of standard input, a sleep, or
+// nothing but the delivery of the last SIGINT is past (so that the next
+// cannot merge with it).
+enum class Blocked { Reading, Sleeping, InterruptTaken };
 
 class Session {
  public:
@@ -50,7 +38,7 @@ class Session {
   Session &operator=(const Session &) = delete;
   ~Session();
 
-  // Starts the shell in a fresh temporary directory that is also its HOME;
+  // Starts "vqsh -q" in a fresh temporary directory that is also its HOME;
   // false with a message in error() when that fails.
   bool start(const LaunchOptions &options);
   // Writes keys as typed on the terminal.
@@ -64,49 +52,35 @@ class Session {
   // Reads until the shell ends and returns its wait status (through the
   // witness, if any); kills it after the time-out and returns -1.
   int waitExit();
-
   // The prompt is printed before the read starts (and before line editing
   // switches the terminal's mode): a key sent earlier may be flushed, or
-  // reach the shell outside the read. These wait until the shell is blocked
-  // reading standard input, or sleeping, or has taken the last SIGINT (so
-  // that the next cannot merge with it).
-  bool waitUntilReading();
-  bool waitUntilSleeping();
-  bool waitUntilInterruptTaken();
-
-  // The modes of the shell's terminal now; empty for pipes.
-  std::optional<TerminalMode> terminalMode();
+  // reach the shell outside the read. This waits until the shell is in the
+  // state.
+  bool waitUntil(Blocked state);
+  // Whether the shell's terminal is in its normal mode now: signals, echo
+  // and canonical input on.
+  bool terminalNormal();
   bool running();
 
   const std::string &output() const { return output_; }
   std::string rest() const { return output_.substr(mark_); }  // after the expect point
   const std::string &error() const { return error_; }
-  WitnessReport witness() const { return witness_; }
+  // The SIGINTs the group witness received from the terminal and from kill().
+  std::pair<int, int> witness() const;
 
  private:
   bool readSome(int timeout_ms);  // false at the end of the output
   bool waitFor(const std::function<bool()> &condition);
-  bool blockedIn(bool (*wanted)(long number, long first_arg));
   pid_t shellPid();
-  bool fail(const std::string &what);
 
   pid_t pid_ = -1;  // the shell, or the witness that runs it
   pid_t shell_pid_ = -1;
-  int master_ = -1;  // pseudo-terminal master, or the read end of the output
-  bool terminal_ = false;
-  int witness_pipe_ = -1;
-  bool ended_ = false;
-  bool reaped_ = false;
+  int master_ = -1;  // pseudo-terminal master
+  bool witness_ = false, ended_ = false, reaped_ = false;
   int status_ = 0;
-  std::string output_;
+  std::string output_, error_, work_dir_;
   std::size_t mark_ = 0;
-  std::string error_;
-  std::string work_dir_;
-  WitnessReport witness_;
 };
-
-// A wait status as text for failure messages ("exit 0", "signal 6").
-std::string describeStatus(int status);
 
 // Sends keys once the shell waits for input.
 void sendAtRead(Session &shell, const std::string &keys);

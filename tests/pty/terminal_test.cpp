@@ -1,8 +1,8 @@
 // vqsh on a terminal: prompt, echo, end of input, history references and
 // line editing. Keys are written to the master side of a pseudo-terminal;
-// the terminal turns "\r" into the end of a line and echoes "\r\n".
+// the terminal turns "\r" into the end of a line and echoes "\r\n". What
+// does not need a terminal is in the transcripts.
 #include <gtest/gtest.h>
-
 
 #include "shell_session.hpp"
 
@@ -10,22 +10,27 @@ namespace {
 
 using namespace vqsh_test;
 
-TEST(TerminalShell, PromptsRunsTypedLinesAndEndsAtControlD) {
+TEST(TerminalShell, PromptsHistoryReferencesAndControlD) {
   Session shell;
   START_SHELL(shell, LaunchOptions{});
   EXPECT_NE(shell.output().find("Type 'help' for help.\r\n> "), std::string::npos) << shell.output();
-
-  typeAndExpect(shell, "echo hello world", "hello world\r\n> ");
-
+  typeAndExpect(shell, "!!", "No history available.\r\n> ");
+  typeAndExpect(shell, "echo one", "one\r\n> ");
   // An empty line is ignored: nothing but the next prompt.
   sendAtRead(shell, "\r");
   ASSERT_TRUE(shell.expect("\r\n> ")) << shell.output();
-  typeAndExpect(shell, "history", "   1: echo hello world\r\n   2: history\r\n> ");
-
+  typeAndExpect(shell, "echo two", "two\r\n> ");
+  // !! repeats the newest line; !prefix finds the newest line starting
+  // with the prefix, ignoring case. The history holds the lines as run,
+  // not the references; failed references are not recorded.
+  typeAndExpect(shell, "!!", "two\r\n> ");
+  typeAndExpect(shell, "!ECHO O", "one\r\n> ");
+  typeAndExpect(shell, "!zzz", "No history matching <!zzz> available.\r\n> ");
+  typeAndExpect(shell, "history", "   1: echo one\r\n   2: echo two\r\n   3: echo two\r\n   4: echo one\r\n"
+                                  "   5: history\r\n> ");
   // Control-D on an empty line is the end of input: the loop ends and the
   // shell exits normally, leaving the cursor on a fresh line.
-  sendAtRead(shell, "\x04");
-  expectExitCode(shell, 0);
+  endWithControlD(shell);
   EXPECT_EQ(shell.output().back(), '\n') << shell.output();
   EXPECT_EQ(shell.rest().find("> "), std::string::npos) << "prompted again after end of input";
 }
@@ -37,37 +42,10 @@ TEST(TerminalShell, PromptFollowsThePromptOption) {
   int seen = shell.expectAny({"vq$ ", "unknown option"});
   if (seen == 1) GTEST_SKIP() << "the option prompt is not defined in this build";
   ASSERT_EQ(seen, 0) << shell.output();
-
   typeAndExpect(shell, "echo custom", "custom\r\nvq$ ");
-
   // Without a value the default comes back.
   typeLine(shell, "unsetopt prompt");
   typeAndExpect(shell, "echo plain", "plain\r\n> ");
-  endWithControlD(shell);
-}
-
-TEST(TerminalShell, HistoryReferencesWithLineEditing) {
-  Session shell;
-  START_SHELL(shell, LaunchOptions{});
-
-  typeAndExpect(shell, "!!", "No history available.\r\n> ");
-
-  typeAndExpect(shell, "echo one", "one\r\n> ");
-  typeAndExpect(shell, "echo two", "two\r\n> ");
-
-  // !! repeats the newest line; !prefix finds the newest line starting
-  // with the prefix, ignoring case.
-  typeAndExpect(shell, "!!", "two\r\n> ");
-  typeAndExpect(shell, "!ECHO O", "one\r\n> ");
-  typeAndExpect(shell, "!zzz", "No history matching <!zzz> available.\r\n> ");
-
-  // The history holds the lines as run, not the references; failed
-  // references are not recorded.
-  typeAndExpect(shell, "history", "   1: echo one\r\n"
-                           "   2: echo two\r\n"
-                           "   3: echo two\r\n"
-                           "   4: echo one\r\n"
-                           "   5: history\r\n> ");
   endWithControlD(shell);
 }
 
@@ -75,7 +53,6 @@ TEST(TerminalShell, ArrowKeysEditAndRecallLines) {
   Session shell;
   START_SHELL(shell, LaunchOptions{});
   typeAndExpect(shell, "echo abc", "abc\r\n> ");
-
   // Up arrow: the previous line comes back and runs again. A terminal
   // without line editing would echo the escape sequence instead.
   sendAtRead(shell, "\x1b[A");
@@ -84,46 +61,15 @@ TEST(TerminalShell, ArrowKeysEditAndRecallLines) {
   ASSERT_EQ(seen, 0) << shell.output();
   sendAtRead(shell, "\r");
   ASSERT_TRUE(shell.expect("abc\r\n> ")) << shell.output();
-
   // Left arrow twice, then an insertion in the middle of the line.
   sendAtRead(shell, "echo xyz\x1b[D\x1b[DQ\r");
   ASSERT_TRUE(shell.expect("xQyz\r\n> ")) << shell.output();
-
   // Recalled and edited lines land in the library's history as run, so !!
   // and history see them.
   typeAndExpect(shell, "!!", "xQyz\r\n> ");
-  typeAndExpect(shell, "history", "   1: echo abc\r\n"
-                           "   2: echo abc\r\n"
-                           "   3: echo xQyz\r\n"
-                           "   4: echo xQyz\r\n"
-                           "   5: history\r\n> ");
+  typeAndExpect(shell, "history", "   1: echo abc\r\n   2: echo abc\r\n   3: echo xQyz\r\n   4: echo xQyz\r\n"
+                                  "   5: history\r\n> ");
   endWithControlD(shell);
-}
-
-TEST(TerminalShell, QuitAsksAndHonoursTheAnswer) {
-  Session shell;
-  START_SHELL(shell, LaunchOptions{});
-  typeAndExpect(shell, "quit", "Really quit? ");
-  typeAndExpect(shell, "maybe", "Please enter yes or no.\r\nReally quit? ");
-  typeAndExpect(shell, "n", "> ");
-  EXPECT_TRUE(shell.running());
-
-  typeAndExpect(shell, "quit", "Really quit? ");
-  typeAndExpect(shell, "y", "This process is now exiting.\r\n");
-  expectExitCode(shell, 0);
-}
-
-// Without a terminal: no prompt, empty lines skipped, and a last line
-// without its newline still runs.
-TEST(PipedShell, RunsTheInputWithoutPrompting) {
-  Session shell;
-  LaunchOptions options;
-  options.terminal = false;
-  options.input = "echo first\n\necho second\necho last";
-  if (vqshPath().empty()) GTEST_SKIP() << "vqsh is not built";
-  ASSERT_TRUE(shell.start(options)) << shell.error();
-  expectExitCode(shell, 0);
-  EXPECT_EQ(shell.output(), "Type 'help' for help.\nfirst\nsecond\nlast\n");
 }
 
 }  // namespace

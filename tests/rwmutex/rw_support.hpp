@@ -4,9 +4,12 @@
 // waits.
 #pragma once
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
+#include <vector>
 
 #include "vqutil/error.h"
 #include "vqutil/platform.h"
@@ -72,5 +75,38 @@ inline bool waitUntil(const std::function<bool()> &done) {
 // A thread that is blocked stays blocked for a while: give it time to get
 // (wrongly) through before checking that it did not.
 inline void settle() { DutWinSleep(0.05); }
+
+// A group of library threads, each running body(index), started one after
+// the other or, with `together`, released at once when all have started.
+class Threads {
+ public:
+  Threads(int count, const std::function<D_WORD(int)> &body, bool together = false) {
+    for (int i = 0; i < count; ++i) {
+      threads_.push_back(std::make_unique<LibThread>([=, this] {
+        ready_++;
+        while (together && !go_.load()) DutWinSleep(0.0);
+        return body(i);
+      }));
+    }
+    waitUntil([&] { return ready_.load() == count; });
+    go_ = true;
+  }
+  // The exit codes, in the order the threads were made.
+  std::vector<D_WORD> join() {
+    std::vector<D_WORD> codes;
+    for (auto &t : threads_) codes.push_back(t->join());
+    return codes;
+  }
+
+ private:
+  std::atomic<int> ready_{0};
+  std::atomic<bool> go_{false};
+  std::vector<std::unique_ptr<LibThread>> threads_;
+};
+
+// Runs body(index) on `count` threads released together; their exit codes.
+inline std::vector<D_WORD> runTogether(int count, const std::function<D_WORD(int)> &body) {
+  return Threads(count, body, true).join();
+}
 
 }  // namespace rwtest

@@ -20,209 +20,109 @@ D_INT4 quotaOf(D_RW_MUTEX *rw) {
   return quota;
 }
 
-// Unlocks one level at a time, each while still write-held, and answers
-// how many it took to free the lock.
-int unlocksUntilFree(D_RW_MUTEX *rw) {
-  int n = 0;
-  while (peek(rw).lock_count != 0 && n < 10) {
-    EXPECT_EQ(D_TRUE, DutRwMutexWriteLocked(rw)) << "after " << n << " unlocks";
-    EXPECT_EQ(D_TRUE, DutRwMutexUnlock(rw));
-    ++n;
-  }
-  return n;
-}
-
-#define EXPECT_FAILS_WITH(call, error)             \
-  do {                                             \
-    DutErrNumSet(0);                               \
-    EXPECT_FALSE(call) << #call;                   \
-    EXPECT_EQ(error, DutErrNumGet()) << #call;     \
-  } while (0)
-
-// ---- Bad input -------------------------------------------------------------
-
-TEST(RwMutexArgs, CreateAndQuotaRanges) {
-  struct Case {
+TEST(RwMutexArgs, RangesNullRecordsAndNegativeUpgradeTimeOuts) {
+  const struct {
     D_INT4 locked, quota;
   } bad[] = {{2, 4}, {-1, 4}, {0, 0}, {0, 33}, {1, 0}, {1, 33}};
-  for (const Case &c : bad) EXPECT_FAILS_WITH(DutRwMutexCreate(c.locked, c.quota), D_ERR_VAL_INVALID);
-  // Both ends of the quota range are accepted.
-  for (D_INT4 quota : {1, 32}) {
-    D_RW_MUTEX *rw = DutRwMutexCreate(0, quota);
-    ASSERT_NE(nullptr, rw);
-    EXPECT_EQ(quota, quotaOf(rw));
+  for (const auto &c : bad) EXPECT_FAILS(DutRwMutexCreate(c.locked, c.quota), nullptr, D_ERR_VAL_INVALID);
+  D_INT4 quota = 0;
+  EXPECT_FAILS(DutRwMutexDestroy(nullptr), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexGetReadQuota(nullptr, &quota), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexSetReadQuota(nullptr, 4), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexReadLock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexWriteLock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexUnlock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexUpgradeLock(nullptr, -1.0), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexReadLocked(nullptr), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutRwMutexWriteLocked(nullptr), D_FALSE, D_ERR_VAL_INVALID);
+
+  D_RW_MUTEX *rw = DutRwMutexCreate(0, 8);
+  EXPECT_FAILS(DutRwMutexGetReadQuota(rw, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  for (D_INT4 q : {0, 33}) EXPECT_FAILS(DutRwMutexSetReadQuota(rw, q), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_EQ(8, quotaOf(rw)) << "a refused quota leaves the lock untouched";
+  // Checked before anything else, even on a lock the caller does not hold;
+  // -1.0 exactly means "for ever" and is accepted.
+  for (double timeout : {-0.5, -2.0, -1.0000001, -0.9999999})
+    EXPECT_FAILS(DutRwMutexUpgradeLock(rw, timeout), D_FALSE, D_ERR_VAL_TOO_SMALL);
+  DutRwMutexReadLock(rw);
+  EXPECT_FAILS(DutRwMutexUpgradeLock(rw, -1.0), D_TRUE, 0);
+  EXPECT_TRUE(DutRwMutexUnlock(rw) && DutRwMutexDestroy(rw));
+}
+
+// Each row creates a lock, takes the steps ('r' read, 'w' write, 'u'
+// upgrade at once, 'q' read quota to 32) and expects the lock's count:
+// read levels in the caller's one slot, or write levels (reader slots
+// given back) each freed by an unlock while still write-held.
+TEST(RwMutexLevels, RecursionWriteLevelsUpgradesAndQuotaChanges) {
+  const struct {
+    D_INT4 locked, quota;
+    const char *steps;
+    D_INT4 count;
+  } cases[] = {
+      {1, 4, "", -1},     // created locked: write-held by the creator
+      {0, 2, "rrr", 3},   // recursive reads
+      {0, 4, "wrwu", -3},  // a writer's read, write and upgrade
+      {0, 4, "rru", -2},   // two read locks upgraded
+      {0, 4, "rrw", -3},   // two read locks and a write lock
+      {0, 2, "q", 0},      // a free lock stays free
+      {0, 2, "rrq", -2},   // held read locks come back as write levels
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.steps);
+    D_RW_MUTEX *rw = DutRwMutexCreate(c.locked, c.quota);
+    for (const char *s = c.steps; *s != '\0'; ++s) {
+      EXPECT_TRUE(*s == 'r'   ? DutRwMutexReadLock(rw)
+                  : *s == 'w' ? DutRwMutexWriteLock(rw)
+                  : *s == 'u' ? DutRwMutexUpgradeLock(rw, 0.0)
+                              : DutRwMutexSetReadQuota(rw, 32));
+    }
+    EXPECT_EQ(c.count, peek(rw).lock_count);
+    EXPECT_EQ(c.count > 0 ? c.count : 0, rw->read_lock_counts[0]);
+    for (D_INT4 i = 1; i < rw->read_quota; ++i) EXPECT_EQ(0, rw->read_lock_counts[i]);
+    EXPECT_EQ(c.count != 0, DutRwMutexReadLocked(rw));
+    for (D_INT4 n = c.count; n != 0; n += n > 0 ? -1 : 1) {
+      EXPECT_EQ(n < 0, DutRwMutexWriteLocked(rw)) << n;
+      EXPECT_TRUE(DutRwMutexUnlock(rw) && peek(rw).lock_count == n + (n > 0 ? -1 : 1)) << n;
+    }
+    EXPECT_FALSE(DutRwMutexReadLocked(rw) || DutRwMutexWriteLocked(rw));
+    if (std::string(c.steps).find('q') != std::string::npos) {
+      // The fresh slots work.
+      EXPECT_EQ(32, quotaOf(rw));
+      EXPECT_TRUE(DutRwMutexReadLock(rw) && peek(rw).lock_count == 1 && DutRwMutexUnlock(rw));
+    }
     EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
   }
-  D_RW_MUTEX *rw = DutRwMutexCreate(0, 8);
-  ASSERT_NE(nullptr, rw);
-  EXPECT_FAILS_WITH(DutRwMutexGetReadQuota(rw, nullptr), D_ERR_NULL_PTR);
-  for (D_INT4 quota : {0, 33}) EXPECT_FAILS_WITH(DutRwMutexSetReadQuota(rw, quota), D_ERR_VAL_INVALID);
-  // A refused quota leaves the lock untouched and free.
-  EXPECT_EQ(8, quotaOf(rw));
-  EXPECT_EQ(0, peek(rw).lock_count);
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
 }
 
-TEST(RwMutexArgs, NullRecordIsInvalidEverywhere) {
-  D_INT4 quota = 0;
-  EXPECT_FAILS_WITH(DutRwMutexDestroy(nullptr), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexGetReadQuota(nullptr, &quota), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexSetReadQuota(nullptr, 4), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexReadLock(nullptr), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexWriteLock(nullptr), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexUnlock(nullptr), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexUpgradeLock(nullptr, -1.0), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexReadLocked(nullptr), D_ERR_VAL_INVALID);
-  EXPECT_FAILS_WITH(DutRwMutexWriteLocked(nullptr), D_ERR_VAL_INVALID);
-}
-
-TEST(RwMutexArgs, NegativeUpgradeTimeoutIsTooSmall) {
-  D_RW_MUTEX *rw = DutRwMutexCreate(0, 4);
-  ASSERT_NE(nullptr, rw);
-  // Checked before anything else, even on a lock the caller does not hold.
-  for (double timeout : {-0.5, -2.0, -1.0000001, -0.9999999})
-    EXPECT_FAILS_WITH(DutRwMutexUpgradeLock(rw, timeout), D_ERR_VAL_TOO_SMALL);
-  // -1.0 exactly means "for ever" and is accepted.
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  DutErrNumSet(0);
-  EXPECT_EQ(D_TRUE, DutRwMutexUpgradeLock(rw, -1.0));
-  EXPECT_EQ(0, DutErrNumGet());
-  EXPECT_EQ(1, unlocksUntilFree(rw));
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
-}
-
-// ---- States and levels on one thread ----------------------------------------
-
-TEST(RwMutexLevels, CreateLockedIsWriteHeldByTheCreator) {
-  D_RW_MUTEX *rw = DutRwMutexCreate(1, 4);
-  ASSERT_NE(nullptr, rw);
-  EXPECT_EQ(-1, peek(rw).lock_count);
-  EXPECT_EQ(D_TRUE, DutRwMutexReadLocked(rw));
-  // Another thread sees it held by someone else.
-  LibThread other([&] {
-    return static_cast<D_WORD>(DutRwMutexWriteLocked(rw) * 10 + DutRwMutexReadLocked(rw));
-  });
-  EXPECT_EQ(0, other.join());
-  EXPECT_EQ(1, unlocksUntilFree(rw));
-  EXPECT_EQ(D_FALSE, DutRwMutexWriteLocked(rw));
-  EXPECT_EQ(D_FALSE, DutRwMutexReadLocked(rw));
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
-}
-
-TEST(RwMutexLevels, RecursiveReadsCountEachLevelInOneSlot) {
-  D_RW_MUTEX *rw = DutRwMutexCreate(0, 2);
-  ASSERT_NE(nullptr, rw);
-  for (int i = 1; i <= 3; ++i) {
-    ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-    EXPECT_EQ(i, peek(rw).lock_count);
-  }
-  EXPECT_EQ(D_TRUE, DutRwMutexReadLocked(rw));
-  EXPECT_EQ(D_FALSE, DutRwMutexWriteLocked(rw));
-  EXPECT_EQ(3, rw->read_lock_counts[0]);
-  EXPECT_EQ(0, rw->read_lock_counts[1]);
-  for (int i = 2; i >= 0; --i) {
-    ASSERT_EQ(D_TRUE, DutRwMutexUnlock(rw));
-    EXPECT_EQ(i, peek(rw).lock_count);
-  }
-  EXPECT_EQ(D_FALSE, DutRwMutexReadLocked(rw));
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
-}
-
-TEST(RwMutexLevels, WriteLevelsFromReadsUpgradesAndTheWriter) {
-  D_RW_MUTEX *rw = DutRwMutexCreate(0, 4);
-  ASSERT_NE(nullptr, rw);
-  // A writer's read and write locks are further write levels, without a
-  // reader slot.
-  ASSERT_EQ(D_TRUE, DutRwMutexWriteLock(rw));
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  EXPECT_EQ(-2, peek(rw).lock_count);
-  ASSERT_EQ(D_TRUE, DutRwMutexWriteLock(rw));
-  EXPECT_EQ(-3, peek(rw).lock_count);
-  for (D_INT4 i = 0; i < rw->read_quota; ++i) EXPECT_EQ(0, rw->read_lock_counts[i]);
-  // The writer upgrading changes nothing.
-  EXPECT_EQ(D_TRUE, DutRwMutexUpgradeLock(rw, 0.0));
-  EXPECT_EQ(3, unlocksUntilFree(rw));
-  // Two read locks upgraded: two write levels, the slot given back.
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  ASSERT_EQ(D_TRUE, DutRwMutexUpgradeLock(rw, 0.0));
-  EXPECT_EQ(-2, peek(rw).lock_count);
-  EXPECT_EQ(0, rw->read_lock_counts[0]);
-  EXPECT_EQ(2, unlocksUntilFree(rw));
-  // Two read locks and a write lock: three write levels.
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  ASSERT_EQ(D_TRUE, DutRwMutexWriteLock(rw));
-  EXPECT_EQ(-3, peek(rw).lock_count);
-  EXPECT_EQ(3, unlocksUntilFree(rw));
-  EXPECT_EQ(D_FALSE, DutRwMutexReadLocked(rw));
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
-}
-
-TEST(RwMutexLevels, SetReadQuotaKeepsReadLocksAsWriteLevels) {
-  D_RW_MUTEX *rw = DutRwMutexCreate(0, 2);
-  ASSERT_NE(nullptr, rw);
-  // Free lock: the quota simply changes and the lock stays free.
-  ASSERT_EQ(D_TRUE, DutRwMutexSetReadQuota(rw, 5));
-  EXPECT_EQ(5, quotaOf(rw));
-  EXPECT_EQ(0, peek(rw).lock_count);
-  for (D_INT4 i = 0; i < 5; ++i) EXPECT_EQ(0, rw->read_lock_counts[i]);
-  // Holding two read locks: they come back as two write levels.
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  ASSERT_EQ(D_TRUE, DutRwMutexSetReadQuota(rw, 32));
-  EXPECT_EQ(32, quotaOf(rw));
-  EXPECT_EQ(-2, peek(rw).lock_count);
-  EXPECT_EQ(2, unlocksUntilFree(rw));
-  // The fresh slots work.
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
-  EXPECT_EQ(1, peek(rw).lock_count);
-  ASSERT_EQ(D_TRUE, DutRwMutexUnlock(rw));
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
-}
-
-TEST(RwMutexLevels, SequentialReadersReuseFreedSlots) {
-  D_RW_MUTEX *rw = DutRwMutexCreate(0, 1);
-  ASSERT_NE(nullptr, rw);
+TEST(RwMutexLevels, OtherThreadsSeeTheLockHeldAndReuseFreedSlots) {
+  D_RW_MUTEX *rw = DutRwMutexCreate(1, 1);
+  LibThread other([&] { return D_WORD{DutRwMutexWriteLocked(rw) || DutRwMutexReadLocked(rw)}; });
+  EXPECT_EQ(0, other.join()) << "held by someone else";
+  DutRwMutexUnlock(rw);
   // Forty distinct threads, one after another: one slot is enough.
   for (int i = 0; i < 40; ++i) {
-    LibThread t([&] {
-      D_WORD ok = DutRwMutexReadLock(rw) == D_TRUE && DutRwMutexReadLocked(rw) == D_TRUE;
-      return ok && DutRwMutexUnlock(rw) == D_TRUE ? 1 : 0;
-    });
+    LibThread t([&] { return D_WORD{DutRwMutexReadLock(rw) && DutRwMutexReadLocked(rw) && DutRwMutexUnlock(rw)}; });
     ASSERT_EQ(1, t.join());
   }
   EXPECT_EQ(1, quotaOf(rw));
   EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
 }
 
-// ---- Destroying a lock in use warns and goes on -------------------------------
-
+// Destroying a lock in use warns and goes on; a lock write-held by the
+// caller goes quietly.
 TEST(RwMutexDestroy, InUseLockWarnsButIsDestroyed) {
   vqtest::OutputCapture capture;
-  D_RW_MUTEX *rw = DutRwMutexCreate(0, 4);
-  ASSERT_NE(nullptr, rw);
-  ASSERT_EQ(D_TRUE, DutRwMutexReadLock(rw));
+  D_RW_MUTEX *rw = DutRwMutexCreate(0, 4), *theirs = nullptr;
+  DutRwMutexReadLock(rw);
   EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
   EXPECT_NE(std::string::npos,
             capture.Take().find("Internal validation <rw_mutex->write.lock_count <= 0> failed, file: utthread"));
-  // Write-held by the caller: no warning.
-  D_RW_MUTEX *mine = DutRwMutexCreate(1, 4);
-  ASSERT_NE(nullptr, mine);
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(mine));
+  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(DutRwMutexCreate(1, 4)));
   EXPECT_EQ("", capture.Take());
-  D_RW_MUTEX *theirs = nullptr;
-  LibThread creator([&] {
-    theirs = DutRwMutexCreate(1, 4);
-    return static_cast<D_WORD>(0);
-  });
-  creator.join();
-  ASSERT_NE(nullptr, theirs);
+  LibThread([&] { return D_WORD{(theirs = DutRwMutexCreate(1, 4)) != nullptr}; }).join();
   EXPECT_EQ(D_TRUE, DutRwMutexDestroy(theirs));
-  const std::string text = capture.Take();
-  EXPECT_NE(text.find("Internal validation <DutThreadEqual(DutThreadSelf(), rw_mutex->write.thread)> failed"),
-            std::string::npos)
-      << text;
+  EXPECT_NE(capture.Take().find("Internal validation <DutThreadEqual(DutThreadSelf(), rw_mutex->write.thread)> failed"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -23,15 +23,18 @@
   } while (0)
 
 // The statement runs in a child with fatal errors set to abort and the
-// report on standard error, where the assertion text is matched.
-#define VQTEST_EXPECT_ASSERTION(statement, text_regex)          \
-  EXPECT_EXIT(                                                 \
-      {                                                        \
-        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);              \
-        DutSetFatalErrorFile(stderr);                          \
-        statement;                                             \
-      },                                                       \
-      ::testing::KilledBySignal(SIGABRT), "Assertion <" text_regex "> failed")
+// report on standard error, where text_regex is matched; an assertion's
+// report names its condition.
+#define VQTEST_EXPECT_FATAL(statement, text_regex)      \
+  EXPECT_EXIT(                                          \
+      {                                                 \
+        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);       \
+        DutSetFatalErrorFile(stderr);                   \
+        statement;                                      \
+      },                                                \
+      ::testing::KilledBySignal(SIGABRT), text_regex)
+#define VQTEST_EXPECT_ASSERTION(statement, text_regex) \
+  VQTEST_EXPECT_FATAL(statement, "Assertion <" text_regex "> failed")
 
 namespace vqtest {
 

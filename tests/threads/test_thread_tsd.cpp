@@ -4,12 +4,11 @@
 // the error tests' subject.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
 #include "thread_support.hpp"
 
@@ -19,28 +18,19 @@ namespace {
 
 D_WORD returnArgument(D_WORD arg) { return arg; }
 
-D_WORD exitEarly(D_WORD arg) {
-  DutThreadExit(arg);
-  // Not reached: the code would be overwritten if it were.
-  return -1;
-}
-
 // Records destructor calls, in order, across threads.
 std::mutex logMutex;
-std::vector<std::string> destructorLog;
+std::string destructorLog;
 
-template <const char *Who>
+template <char Who>
 void recordDestruction(void *value) {
   std::lock_guard<std::mutex> lock(logMutex);
-  destructorLog.push_back(std::string(Who) + ":" + (value == nullptr ? "null" : static_cast<const char *>(value)));
+  destructorLog += std::string(1, Who) + (value == nullptr ? "-" : static_cast<const char *>(value));
 }
-constexpr char kFirst[] = "first", kSecond[] = "second", kThird[] = "third", kRemoved[] = "removed";
 
-std::vector<std::string> takeLog() {
+std::string takeLog() {
   std::lock_guard<std::mutex> lock(logMutex);
-  std::vector<std::string> out;
-  out.swap(destructorLog);
-  return out;
+  return std::exchange(destructorLog, "");
 }
 
 // Runs body in a fresh copy of the program, where no earlier test has
@@ -52,185 +42,127 @@ void inFreshProcess(int (*body)()) {
 
 }  // namespace
 
+// Before the thread layer starts nothing is held, so even an unbalanced
+// unlock succeeds, and the error record made then is not found afterwards.
+// After it, the lock is a real recursive one and an unlock without a lock
+// is refused. Creating a thread starts the layer, and sets the character
+// format to the system default.
 TEST(ProcessLock, NoOpUntilThreadsAreInitialised) {
   inFreshProcess([] {
-    // Before: nothing is held, so even an unbalanced unlock succeeds.
-    if (DutProcessMutexUnlock() != D_TRUE || DutProcessMutexLock() != D_TRUE) return 1;
-    if (DutProcessMutexUnlock() != D_TRUE) return 2;
-    // The error record made before initialisation is not found afterwards.
+    if (!DutProcessMutexUnlock() || !DutProcessMutexLock() || !DutProcessMutexUnlock()) return 1;
     DutErrNumSet(D_ERR_VAL_INVALID);
     if (DutErrNumGet() != D_ERR_VAL_INVALID) return 3;
-    if (DutInitThreads() != D_TRUE || DutErrNumGet() != 0 || DutInitThreads() != D_TRUE) return 4;
-    // After: a real recursive lock; an unlock without a lock is refused.
-    if (DutProcessMutexLock() != D_TRUE || DutProcessMutexLock() != D_TRUE) return 5;
-    if (DutProcessMutexUnlock() != D_TRUE || DutProcessMutexUnlock() != D_TRUE) return 6;
+    if (!DutInitThreads() || DutErrNumGet() != 0 || !DutInitThreads()) return 4;
+    if (!DutProcessMutexLock() || !DutProcessMutexLock()) return 5;
+    if (!DutProcessMutexUnlock() || !DutProcessMutexUnlock()) return 6;
     return DutProcessMutexUnlock() == D_FALSE && DutErrNumGet() == D_ERR_OS ? 0 : 7;
   });
-}
-
-TEST(ProcessLock, ThreadCreateInitialisesTheLayer) {
   inFreshProcess([] {
-    D_THREAD t = DutThreadCreate(&returnArgument, 5);
-    if (t == D_INVALID_THREAD || DutThreadWait(t, nullptr) != D_TRUE) return 1;
+    if (!DutThreadWait(DutThreadCreate(&returnArgument, 5), nullptr)) return 1;
     DutErrNumSet(0);
-    // The lock now exists: an unbalanced unlock is refused.
     if (DutProcessMutexUnlock() != D_FALSE || DutErrNumGet() != D_ERR_OS) return 2;
-    // And the character format was set to the system default.
     return DutGetCharFormat() == DutGetCharFormatSystemDefault() ? 0 : 3;
   });
 }
 
-TEST(Thread, ExitCodesComeBackThroughWait) {
+TEST(Thread, ExitCodesAndIdentities) {
+  // Extra arguments are ignored; the exit code destination is optional.
   for (D_WORD code : {D_WORD{0}, D_WORD{-7}, static_cast<D_WORD>(INTPTR_MAX)}) {
-    D_THREAD t = DutThreadCreate(&returnArgument, code, 1, 2, 3);  // extra arguments ignored
-    ASSERT_NE(t, D_INVALID_THREAD);
     D_WORD got = 0;
-    EXPECT_EQ(DutThreadWait(t, &got), D_TRUE);
-    EXPECT_EQ(got, code);
+    EXPECT_TRUE(DutThreadWait(DutThreadCreate(&returnArgument, code, 1, 2, 3), &got) && got == code) << code;
   }
-  D_THREAD t = DutThreadCreate(&exitEarly, 77);
-  ASSERT_NE(t, D_INVALID_THREAD);
   D_WORD got = 0;
-  EXPECT_EQ(DutThreadWait(t, &got), D_TRUE);
-  EXPECT_EQ(got, 77);
-  // The exit code destination is optional.
+  auto exit_early = [](D_WORD arg) -> D_WORD { DutThreadExit(arg); };
+  EXPECT_TRUE(DutThreadWait(DutThreadCreate(exit_early, 77), &got) && got == 77);
   EXPECT_EQ(DutThreadWait(DutThreadCreate(&returnArgument, 3), nullptr), D_TRUE);
   VQTEST_EXPECT_FAILS(DutThreadCreate(nullptr, 0), D_ERR_NULL_PTR, 0);
-}
 
-TEST(Thread, SelfIsTheHandleCreateReturnedAndZeroElsewhere) {
-  DutInitThreads();
-  EXPECT_EQ(DutThreadSelf(), D_INVALID_THREAD);  // the main thread
+  // Self is the handle create returned; the main thread and threads of
+  // other origins all share identity zero.
+  EXPECT_EQ(DutThreadSelf(), D_INVALID_THREAD);
   std::atomic<D_THREAD> seen[2] = {D_INVALID_THREAD, D_INVALID_THREAD};
-  LibThread a([&] {
-    seen[0] = DutThreadSelf();
-    return D_WORD{0};
-  });
-  LibThread b([&] {
-    seen[1] = DutThreadSelf();
-    return D_WORD{0};
-  });
-  D_THREAD ha = a.handle();
-  D_THREAD hb = b.handle();
+  LibThread a([&] { return D_WORD{seen[0] = DutThreadSelf()}; }), b([&] { return D_WORD{seen[1] = DutThreadSelf()}; });
+  D_THREAD ha = a.handle(), hb = b.handle();
   a.join();
   b.join();
-  EXPECT_NE(ha, D_INVALID_THREAD);
-  EXPECT_EQ(seen[0].load(), ha);
-  EXPECT_EQ(seen[1].load(), hb);
-  EXPECT_EQ(DutThreadEqual(seen[0].load(), ha), D_TRUE);
-  EXPECT_EQ(DutThreadEqual(ha, hb), D_FALSE);
-  // Threads of other origins all share identity zero.
+  EXPECT_TRUE(ha != D_INVALID_THREAD && seen[0].load() == ha && seen[1].load() == hb);
+  EXPECT_TRUE(DutThreadEqual(seen[0].load(), ha) && !DutThreadEqual(ha, hb));
   D_THREAD foreign = 1;
-  std::thread t([&] { foreign = DutThreadSelf(); });
-  t.join();
-  EXPECT_EQ(foreign, D_INVALID_THREAD);
-  EXPECT_EQ(DutThreadEqual(foreign, DutThreadSelf()), D_TRUE);
+  std::thread([&] { foreign = DutThreadSelf(); }).join();
+  EXPECT_TRUE(foreign == D_INVALID_THREAD && DutThreadEqual(foreign, DutThreadSelf()));
 }
 
+// Values are per thread, and an empty value is written as null without an
+// error.
 TEST(Tsd, ArgumentsAndValuesPerThreadWhereEmptyIsNotAnError) {
   void *value = this;
+  int mine = 1, theirs = 2;
   VQTEST_EXPECT_FAILS(DutTsdKeyCreate(nullptr, nullptr), D_ERR_NULL_PTR, 0);
   VQTEST_EXPECT_FAILS(DutTsdKeyDestroy(D_INVALID_TSD_KEY), D_ERR_VAL_INVALID, 0);
   VQTEST_EXPECT_FAILS(DutTsdSetValue(D_INVALID_TSD_KEY, this), D_ERR_VAL_INVALID, 0);
   VQTEST_EXPECT_FAILS(DutTsdGetValue(D_INVALID_TSD_KEY, &value), D_ERR_VAL_INVALID, 0);
   D_TSD_KEY key = D_INVALID_TSD_KEY;
-  ASSERT_EQ(DutTsdKeyCreate(&key, nullptr), D_TRUE);
-  EXPECT_NE(key, D_INVALID_TSD_KEY);
+  ASSERT_TRUE(DutTsdKeyCreate(&key, nullptr) && key != D_INVALID_TSD_KEY);
   VQTEST_EXPECT_FAILS(DutTsdGetValue(key, nullptr), D_ERR_NULL_PTR, 0);
-  int mine = 1;
-  int theirs = 2;
-
   DutErrNumSet(500);
-  value = &theirs;
-  EXPECT_EQ(DutTsdGetValue(key, &value), D_FALSE);
-  EXPECT_EQ(value, nullptr);       // always written
-  EXPECT_EQ(DutErrNumGet(), 500);  // and no error set
-
-  EXPECT_NE(DutTsdSetValue(key, &mine), D_FALSE);
-  EXPECT_EQ(DutTsdGetValue(key, &value), D_TRUE);
-  EXPECT_EQ(value, &mine);
-
+  EXPECT_TRUE(!DutTsdGetValue(key, &value) && value == nullptr && DutErrNumGet() == 500);
+  EXPECT_TRUE(DutTsdSetValue(key, &mine));
   LibThread t([&] {
     void *v = &mine;
-    if (DutTsdGetValue(key, &v) != D_FALSE || v != nullptr) return D_WORD{1};
-    DutTsdSetValue(key, &theirs);
-    DutTsdGetValue(key, &v);
-    return D_WORD{v == &theirs ? 0 : 2};
+    bool empty = !DutTsdGetValue(key, &v) && v == nullptr;
+    return D_WORD{empty && DutTsdSetValue(key, &theirs) && DutTsdGetValue(key, &v) && v == &theirs};
   });
-  EXPECT_EQ(t.join(), 0);
-  EXPECT_EQ(DutTsdGetValue(key, &value), D_TRUE);
-  EXPECT_EQ(value, &mine);
-
-  EXPECT_NE(DutTsdSetValue(key, nullptr), D_FALSE);
-  EXPECT_EQ(DutTsdGetValue(key, &value), D_FALSE);
-  EXPECT_EQ(DutTsdKeyDestroy(key), D_TRUE);
+  EXPECT_EQ(t.join(), 1);
+  EXPECT_TRUE(DutTsdGetValue(key, &value) && value == &mine);
+  EXPECT_TRUE(DutTsdSetValue(key, nullptr) && !DutTsdGetValue(key, &value) && DutTsdKeyDestroy(key));
 }
 
+// Destructors run in key creation order, nulls included, through a return
+// or an explicit exit, and for library threads only.
 TEST(Tsd, DestructorsRunInKeyCreationOrderWithNullsIncluded) {
-  D_TSD_KEY first, plain, second, removed, third;
-  ASSERT_EQ(DutTsdKeyCreate(&first, &recordDestruction<kFirst>), D_TRUE);
-  ASSERT_EQ(DutTsdKeyCreate(&plain, nullptr), D_TRUE);
-  ASSERT_EQ(DutTsdKeyCreate(&second, &recordDestruction<kSecond>), D_TRUE);
-  ASSERT_EQ(DutTsdKeyCreate(&removed, &recordDestruction<kRemoved>), D_TRUE);
-  ASSERT_EQ(DutTsdKeyCreate(&third, &recordDestruction<kThird>), D_TRUE);
-  ASSERT_EQ(DutTsdKeyDestroy(removed), D_TRUE);
+  // Keys 1, a plain one, 2, a removed one and 3.
+  D_TSD_KEY keys[5];
+  const D_TSD_DESTRUCTOR destructors[] = {&recordDestruction<'1'>, nullptr, &recordDestruction<'2'>,
+                                          &recordDestruction<'x'>, &recordDestruction<'3'>};
+  for (int k = 0; k < 5; ++k) ASSERT_EQ(DutTsdKeyCreate(&keys[k], destructors[k]), D_TRUE);
+  ASSERT_EQ(DutTsdKeyDestroy(keys[3]), D_TRUE);
   takeLog();
-
-  static char a[] = "a";
-  static char c[] = "c";
-  LibThread t([&] {
-    // Set out of order; "second" is never set.
-    DutTsdSetValue(third, c);
-    DutTsdSetValue(plain, a);
-    DutTsdSetValue(first, a);
-    return D_WORD{0};
-  });
-  t.join();
-  EXPECT_EQ(takeLog(), (std::vector<std::string>{"first:a", "second:null", "third:c"}));
-
-  // The same through an explicit exit in the middle of the start function.
-  D_TSD_KEY early_keys[2] = {first, second};
-  D_THREAD early = DutThreadCreate(
-      [](D_WORD keys) -> D_WORD {
-        DutTsdSetValue(reinterpret_cast<D_TSD_KEY *>(keys)[1], c);
-        DutThreadExit(9);
-      },
-      reinterpret_cast<D_WORD>(early_keys));
-  ASSERT_NE(early, D_INVALID_THREAD);
+  static char a[] = "a", c[] = "c";
+  // Set out of order; 2 is never set.
+  LibThread([&] {
+    return D_WORD{DutTsdSetValue(keys[4], c) && DutTsdSetValue(keys[1], a) && DutTsdSetValue(keys[0], a)};
+  }).join();
+  EXPECT_EQ(takeLog(), "1a2-3c");
   D_WORD code = 0;
-  EXPECT_EQ(DutThreadWait(early, &code), D_TRUE);
-  EXPECT_EQ(code, 9);
-  EXPECT_EQ(takeLog(), (std::vector<std::string>{"first:null", "second:c", "third:null"}));
-
-  // Destructors belong to library threads only.
-  std::thread foreign([&] { DutTsdSetValue(first, a); });
-  foreign.join();
-  EXPECT_TRUE(takeLog().empty());
-
-  for (D_TSD_KEY k : {first, plain, second, third}) EXPECT_EQ(DutTsdKeyDestroy(k), D_TRUE);
+  auto exit_early = [](D_WORD k) -> D_WORD {
+    DutTsdSetValue(reinterpret_cast<D_TSD_KEY *>(k)[2], c);
+    DutThreadExit(9);
+  };
+  EXPECT_TRUE(DutThreadWait(DutThreadCreate(exit_early, reinterpret_cast<D_WORD>(keys)), &code) && code == 9);
+  EXPECT_EQ(takeLog(), "1-2c3-");
+  std::thread([&] { DutTsdSetValue(keys[0], a); }).join();
+  EXPECT_EQ(takeLog(), "");
+  for (int k : {0, 1, 2, 4}) EXPECT_EQ(DutTsdKeyDestroy(keys[k]), D_TRUE);
 }
 
+// Only the three formats are taken; the system default follows the locale
+// settings.
 TEST(Platform, CharacterFormat) {
-  D_INT4 def = DutGetCharFormatSystemDefault();
-  EXPECT_TRUE(def == D_CHAR_FORMAT_ASCII || def == D_CHAR_FORMAT_LATIN1 || def == D_CHAR_FORMAT_UTF8);
   D_INT4 before = DutGetCharFormat();
   for (D_INT4 bad : {0, 4}) {
     VQTEST_EXPECT_FAILS(DutSetCharFormat(bad), D_ERR_VAL_INVALID, 0);
     EXPECT_EQ(DutGetCharFormat(), before);
   }
   for (D_INT4 good : {D_CHAR_FORMAT_UTF8, D_CHAR_FORMAT_LATIN1, D_CHAR_FORMAT_ASCII}) {
-    EXPECT_EQ(DutSetCharFormat(good), D_TRUE);
-    EXPECT_EQ(DutGetCharFormat(), good);
+    EXPECT_TRUE(DutSetCharFormat(good) && DutGetCharFormat() == good);
   }
   DutSetCharFormat(before);
-  // The system default follows the locale settings.
   inFreshProcess([] {
-    setenv("LC_ALL", "de_DE.ISO-8859-1", 1);
-    D_INT4 latin = DutGetCharFormatSystemDefault();
-    setenv("LC_ALL", "en_US.UTF-8", 1);
-    D_INT4 utf = DutGetCharFormatSystemDefault();
-    setenv("LC_ALL", "C", 1);
-    D_INT4 plain = DutGetCharFormatSystemDefault();
-    return latin == D_CHAR_FORMAT_LATIN1 && utf == D_CHAR_FORMAT_UTF8 && plain == D_CHAR_FORMAT_ASCII ? 0 : 1;
+    const std::pair<const char *, D_INT4> cases[] = {
+        {"de_DE.ISO-8859-1", D_CHAR_FORMAT_LATIN1}, {"en_US.UTF-8", D_CHAR_FORMAT_UTF8}, {"C", D_CHAR_FORMAT_ASCII}};
+    for (const auto &[locale, format] : cases) {
+      if (setenv("LC_ALL", locale, 1) != 0 || DutGetCharFormatSystemDefault() != format) return 1;
+    }
+    return 0;
   });
 }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "rwmutex/rw_support.hpp"
+#include "support/output_capture.hpp"
 
 namespace vqtest {
 
@@ -41,14 +42,23 @@ inline int exitStatus(pid_t child) {
 
 // The call failed with the library error `error` and, when os is not 0,
 // that platform error beside it.
-#define VQTEST_EXPECT_FAILS(call, error, os)                  \
-  do {                                                        \
-    DutErrNumSet(0);                                          \
-    EXPECT_FALSE(call) << #call;                              \
-    EXPECT_EQ(DutErrNumGet(), error) << #call;                \
-    if ((os) != 0) {                                          \
-      EXPECT_EQ(DutErrNumGetOs(), os) << #call;               \
-    }                                                         \
+#define VQTEST_EXPECT_FAILS(call, error, os)                         \
+  do {                                                               \
+    EXPECT_FAILS(!(call), true, error);                              \
+    EXPECT_TRUE((os) == 0 || DutErrNumGetOs() == (os)) << #call;     \
   } while (0)
+
+// Whether the mutex is held by someone else: another library thread's
+// attempt to take it at once times out (and one that succeeds leaves no
+// error and gives it back).
+inline bool heldElsewhere(D_MUTEX m) {
+  D_WORD result = LibThread([m] {
+    DutErrNumSet(0);
+    if (DutMutexLock(m, 0.0)) return D_WORD{DutErrNumGet() == 0 && DutMutexUnlock(m) ? 0 : 1};
+    return D_WORD{DutErrNumGet() == D_ERR_TIMEOUT_REACHED ? -1 : 1};
+  }).join();
+  EXPECT_TRUE(result == 0 || result == -1) << "taking it left an error number";
+  return result == -1;
+}
 
 }  // namespace vqtest

@@ -1,5 +1,6 @@
-/*
- * vqutil: linked stacks, lists, queues and deques.
+/**
+ * @defgroup list Linked lists
+ * Linked stacks, lists, queues and deques.
  *
  * Intrusive containers (stack, list, queue, deque) link the caller's own
  * records: a node's first word (or first two words for the deque) are its
@@ -13,18 +14,24 @@
  * Items are compared by identity. Null holders and null nodes are assertion
  * failures; absent items give null, 0 or -1 as documented; nothing here
  * sets an error number. No locking: callers serialise.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup list
+ * @brief Linked lists (list).
  */
 #ifndef VQUTIL_LIST_H
 #define VQUTIL_LIST_H
 
 #include "types.h"
 
-/* The link word an intrusive stack, list or queue node starts with. */
+/** The link word an intrusive stack, list or queue node starts with. */
 typedef struct D_SLIST_NODE {
   struct D_SLIST_NODE *next;
 } D_SLIST_NODE;
 
-/* The links a deque node starts with; also the deque's sentinel header. */
+/** The links a deque node starts with; also the deque's sentinel header. */
 typedef struct D_DQ_NODE {
   struct D_DQ_NODE *prev; /* left neighbour */
   struct D_DQ_NODE *next; /* right neighbour */
@@ -40,13 +47,15 @@ typedef struct D_PQ_NODE {
   void *ptr;
 } D_PQ_NODE;
 
-/* Pointer queue header, held by the caller; both null when empty. */
+/** @{ */
+/** Pointer queue header, held by the caller; both null when empty. */
 typedef struct D_PQ_HDR {
   D_PQ_NODE *front;
   D_PQ_NODE *rear;
 } D_PQ_HDR;
 #define D_PQ_FRONT(hdr) ((hdr)->front)
 #define D_PQ_REAR(hdr) ((hdr)->rear)
+/** @} */
 
 typedef struct D_PDQ_NODE {
   struct D_PDQ_NODE *prev;
@@ -54,77 +63,100 @@ typedef struct D_PDQ_NODE {
   void *ptr;
 } D_PDQ_NODE;
 
-/* Called on each node by DutListTravDel; non-null removes the node. */
+/** Called on each node by DutListTravDel; non-null removes the node. */
 typedef void *(*D_LIST_TRAV_FUNC)(void *node, void *arg);
-/* Queue predicates: non-zero means "matches" / "comes before". */
+/** Queue predicates: non-zero means "matches" / "comes before". */
 typedef int (*D_QUEUE_CMP_FUNC)(void *a, void *b);
 
 D_BEGIN_DECLS
 
-/* Intrusive stack and list; head is the address of the caller's head. */
+/** @{ */
+/** Intrusive stack and list; head is the address of the caller's head. */
 D_EXPORT void DutStackPush(void **head, void *node);
 D_EXPORT void *DutStackPop(void **head);
 D_EXPORT void DutStackClose(void **head);
 D_EXPORT D_INT4 DutListLength(void *list);
 D_EXPORT void *DutListDelete(void **head, void *node);
-/* Calls func(node, arg) on each node in order; a non-null result unlinks
+/** @} */
+/** @{ */
+/** Calls func(node, arg) on each node in order; a non-null result unlinks
  * the node (func may free it). Returns the last result. */
 D_EXPORT void *DutListTravDel(void **head, D_LIST_TRAV_FUNC func, void *arg);
 D_EXPORT void *DutListEnd(void *list);
-/* 0-based position; -1 with a warning when the node is not in the list. */
+/** @} */
+/** 0-based position; -1 with a warning when the node is not in the list. */
 D_EXPORT D_INT4 DutListPos(void *front, void *node);
 
-/* Intrusive queue; front and rear are the addresses of the caller's two
+/** @{ */
+/** Intrusive queue; front and rear are the addresses of the caller's two
  * pointers. */
 D_EXPORT void DutQueueAppend(void **front, void **rear, void *node);
 D_EXPORT void DutQueuePush(void **front, void **rear, void *node);
 D_EXPORT void *DutQueuePop(void **front, void **rear);
 D_EXPORT void DutQueueRightInsert(void **front, void **rear, void *node, void *after);
-/* Unlinks the node after `after`. Detaching the last node leaves *rear
+/** @} */
+/** Unlinks the node after `after`. Detaching the last node leaves *rear
  * pointing at it (callers that detach the rear repair it). */
 D_EXPORT void *DutQueueRightDetach(void **front, void **rear, void *after);
-/* The front node if compare(front, key); otherwise the left neighbour of
+/** The front node if compare(front, key); otherwise the left neighbour of
  * the first match; null when none matches. */
 D_EXPORT void *DutQueueLeftFind(void **front, void **rear, void *key, D_QUEUE_CMP_FUNC compare);
-/* Stable ordered insertion before the first n with compare(node, n). */
+/** @{ */
+/** Stable ordered insertion before the first n with compare(node, n). */
 D_EXPORT void DutQueueInsert(void **front, void **rear, void *node, D_QUEUE_CMP_FUNC compare);
 D_EXPORT void *DutQueueDelete(void **front, void **rear, void *node);
 D_EXPORT void DutQueueClose(void **front, void **rear);
+/** @} */
 
-/* Circular deque with a sentinel header allocated by DutDqOpen. */
+/** @{ */
+/** Circular deque with a sentinel header allocated by DutDqOpen. */
 D_EXPORT void DutDqOpen(D_DQ_NODE **pdq);
 D_EXPORT void DutDqClose(D_DQ_NODE **pdq);
 D_EXPORT void DutDqRightInsert(void *node, void *at);
-/* Null (and nothing done) for the sentinel itself. */
+/** @} */
+/** @{ */
+/** Null (and nothing done) for the sentinel itself. */
 D_EXPORT void *DutDqDetach(D_DQ_NODE *dq, void *node);
 D_EXPORT void *DutDqPop(D_DQ_NODE *dq);
 D_EXPORT void *DutDqFirst(D_DQ_NODE *dq);
 D_EXPORT void *DutDqLast(D_DQ_NODE *dq);
+/** @} */
 
-/* Pointer stack. */
+/** @{ */
+/** Pointer stack. */
 D_EXPORT D_PST_NODE *DutPushPstNode(D_PST_NODE **head, void *ptr);
 D_EXPORT void *DutPopPstNode(D_PST_NODE **head);
 D_EXPORT D_PST_NODE *DutFindPstNode(D_PST_NODE *head, void *ptr);
+/** @} */
 
-/* Pointer queue. */
+/** @{ */
+/** Pointer queue. */
 D_EXPORT D_PQ_NODE *DutPqPush(D_PQ_HDR *hdr, void *ptr);
 D_EXPORT D_PQ_NODE *DutPqAdd(D_PQ_HDR *hdr, void *ptr);
 D_EXPORT D_PQ_NODE *DutPqRInsert(D_PQ_HDR *hdr, void *ptr, D_PQ_NODE *after);
-/* Stable ordered insertion; returns the 1-based position taken. */
+/** @} */
+/** @{ */
+/** Stable ordered insertion; returns the 1-based position taken. */
 D_EXPORT D_INT4 DutPqInsert(D_PQ_HDR *hdr, void *ptr, D_QUEUE_CMP_FUNC compare);
 D_EXPORT void *DutPqPop(D_PQ_HDR *hdr);
-/* Deleting from an empty queue is an assertion failure. */
+/** @} */
+/** @{ */
+/** Deleting from an empty queue is an assertion failure. */
 D_EXPORT void *DutPqDelete(D_PQ_HDR *hdr, void *ptr);
 D_EXPORT void *DutPqFind(D_PQ_HDR *hdr, void *ptr);
 D_EXPORT D_INT4 DutPqCount(D_PQ_HDR *hdr);
 D_EXPORT void DutPqClose(D_PQ_HDR *hdr);
+/** @} */
 
-/* Pointer deque, linked into a deque opened with DutDqOpen. */
+/** @{ */
+/** Pointer deque, linked into a deque opened with DutDqOpen. */
 D_EXPORT D_PDQ_NODE *DutAddPdqNode(D_DQ_NODE *dq, void *ptr);
 D_EXPORT D_PDQ_NODE *DutFindPdqNode(D_DQ_NODE *dq, void *ptr);
-/* 0 on success, -1 when absent. */
+/** @} */
+/** 0 on success, -1 when absent. */
 D_EXPORT D_INT4 DutDeletePdqNode(D_DQ_NODE *dq, void *ptr);
 
 D_END_DECLS
 
+/** @} */
 #endif /* VQUTIL_LIST_H */

@@ -1,5 +1,6 @@
-/*
- * vqutil: checked memory allocation.
+/**
+ * @defgroup memory Memory
+ * Checked memory allocation.
  *
  * The lower layer (DutMalloc ...) wraps the runtime allocator so that a
  * request for zero bytes becomes one byte. The checked layer takes the name
@@ -10,6 +11,12 @@
  *
  * Thread safety: the allocators are the runtime's thread-safe ones; the
  * initial break is guarded by the process-wide lock.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup memory
+ * @brief Memory (memory).
  */
 #ifndef VQUTIL_MEMORY_H
 #define VQUTIL_MEMORY_H
@@ -19,24 +26,28 @@
 D_BEGIN_DECLS
 
 D_EXPORT void *DutMalloc(D_INT4 size);
-/* One count only: the caller multiplies. */
+/** One count only: the caller multiplies. */
 D_EXPORT void *DutCalloc(D_INT4 size);
-/* A size of 0 asks for 1 byte, so it never frees. */
+/** @{ */
+/** A size of 0 asks for 1 byte, so it never frees. */
 D_EXPORT void *DutRealloc(void *block, D_INT4 size);
 D_EXPORT void DutFree(void *block);
+/** @} */
 
 D_EXPORT void *DutMallocCheck(D_INT4 size, const char *name, const char *file, D_INT4 line);
 D_EXPORT void *DutCallocCheck(D_INT4 size, const char *name, const char *file, D_INT4 line);
-/* A null block is a DutMallocCheck traced as "var" from the library. */
+/** A null block is a DutMallocCheck traced as "var" from the library. */
 D_EXPORT void *DutReallocCheck(void *block, D_INT4 size, const char *name, const char *file,
                                D_INT4 line);
-/* Freeing null is reported as an internal validation failure, not fatal. */
+/** Freeing null is reported as an internal validation failure, not fatal. */
 D_EXPORT void DutFreeCheck(void *block, const char *name, const char *file, D_INT4 line);
 
-/* The initial break: a high-water mark of heap addresses, taken once. */
+/** @{ */
+/** The initial break: a high-water mark of heap addresses, taken once. */
 D_EXPORT void DutSetInitialSbrk(void);
 D_EXPORT D_UWORD DutGetInitialSbrk(void);
-/* The highest address a probe allocation has ever returned. */
+/** @} */
+/** The highest address a probe allocation has ever returned. */
 D_EXPORT D_UWORD DutWinGetCurrentSbrk(void);
 
 D_END_DECLS
@@ -56,4 +67,5 @@ D_END_DECLS
   ((ptr) = D_ALLOC_CAST_(ptr)(DutReallocCheck((ptr), (D_INT4)(size), #ptr, __FILE__, __LINE__)))
 #define D_FREE(ptr) DutFreeCheck((ptr), #ptr, __FILE__, __LINE__)
 
+/** @} */
 #endif /* VQUTIL_MEMORY_H */

@@ -1,8 +1,15 @@
-/*
- * vqutil: shared types, truth values and the export macro.
+/**
+ * @defgroup types Basic types
+ * Shared types, truth values and the export macro.
  *
  * Every public header of the library includes this one. It compiles as C11
  * and as C++ and uses nothing beyond the C standard library.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup types
+ * @brief Basic types (types).
  */
 #ifndef VQUTIL_TYPES_H
 #define VQUTIL_TYPES_H
@@ -49,30 +56,37 @@
 #define D_NORETURN
 #endif
 
-/* Truth values returned by most operations. */
+/** @{ */
+/** Truth values returned by most operations. */
 #define D_TRUE 1
 #define D_FALSE 0
 #define D_NULL NULL
+/** @} */
 
-/* Fixed-width types used throughout the API. */
+/** @{ */
+/** Fixed-width types used throughout the API. */
 typedef int16_t D_INT2;
 typedef uint16_t D_UINT2;
 typedef int32_t D_INT4;
 typedef uint32_t D_UINT4;
 typedef double D_REAL8;
+/** @} */
 
-/* A machine word: pointer-sized. Hash keys and values, callback arguments,
+/** @{ */
+/** A machine word: pointer-sized. Hash keys and values, callback arguments,
  * list items and thread exit codes are words. */
 typedef intptr_t D_WORD;
 typedef uintptr_t D_UWORD;
+/** @} */
 
-/* Result of the operations that answer D_TRUE / D_FALSE. */
+/** Result of the operations that answer D_TRUE / D_FALSE. */
 typedef int D_BOOL;
 
-/* A printf-like sink (DutOut and DutDebug have this shape). */
+/** A printf-like sink (DutOut and DutDebug have this shape). */
 typedef void (*D_PRINT_FUNC)(const char *format, ...);
 
-/* D_TRUE when lo <= v <= hi. */
+/** D_TRUE when lo <= v <= hi. */
 #define D_IN_RANGE(v, lo, hi) ((v) >= (lo) && (v) <= (hi))
 
+/** @} */
 #endif /* VQUTIL_TYPES_H */

@@ -126,22 +126,22 @@ typedef struct D_CB {
   D_INT2 priority; /**< higher runs earlier */
 } D_CB;
 
-#define D_GCT_LOBE(type) ((type)->lobe)
-#define D_GCT_GLOBAL_LIST(type) ((type)->global_list)
-#define D_GCT_NUM(type) ((type)->num)
-#define D_GCT_NAME(type) ((type)->name)
-#define D_GCT_GLOB_FLAG(type) ((type)->glob_flag)
-#define D_GCT_LOCAL_FLAG(type) ((type)->local_flag)
-#define D_GCL_OWNER(cbl) ((cbl)->owner)
-#define D_GCL_TYPE(cbl) ((cbl)->type)
-#define D_GCL_CURRLIST(cbl) ((cbl)->callbacks)
-#define D_GCL_CURRENT_INDEX(cbl) ((cbl)->current_index)
-#define D_GCL_DESTROY_PENDING(cbl) ((cbl)->destroy_pending)
-#define D_GCL_STOP(cbl) ((cbl)->stop)
-#define D_GCB_FUNC(cb) ((cb)->func)
-#define D_GCB_ARG(cb) ((cb)->arg)
-#define D_GCB_LIST(cb) ((cb)->list)
-#define D_GCB_PRIORITY(cb) ((cb)->priority)
+#define D_GCT_LOBE(type) ((type)->lobe) /**< `lobe` field */
+#define D_GCT_GLOBAL_LIST(type) ((type)->global_list) /**< `global_list` field */
+#define D_GCT_NUM(type) ((type)->num) /**< `num` field */
+#define D_GCT_NAME(type) ((type)->name) /**< `name` field */
+#define D_GCT_GLOB_FLAG(type) ((type)->glob_flag) /**< `glob_flag` field */
+#define D_GCT_LOCAL_FLAG(type) ((type)->local_flag) /**< `local_flag` field */
+#define D_GCL_OWNER(cbl) ((cbl)->owner) /**< `owner` field */
+#define D_GCL_TYPE(cbl) ((cbl)->type) /**< `type` field */
+#define D_GCL_CURRLIST(cbl) ((cbl)->callbacks) /**< `callbacks` field */
+#define D_GCL_CURRENT_INDEX(cbl) ((cbl)->current_index) /**< `current_index` field */
+#define D_GCL_DESTROY_PENDING(cbl) ((cbl)->destroy_pending) /**< `destroy_pending` field */
+#define D_GCL_STOP(cbl) ((cbl)->stop) /**< `stop` field */
+#define D_GCB_FUNC(cb) ((cb)->func) /**< `func` field */
+#define D_GCB_ARG(cb) ((cb)->arg) /**< `arg` field */
+#define D_GCB_LIST(cb) ((cb)->list) /**< `list` field */
+#define D_GCB_PRIORITY(cb) ((cb)->priority) /**< `priority` field */
 
 /** Visit functions: a non-zero result stops the walk and is returned. */
 typedef D_WORD (*D_CB_LIST_TRAV_FUNC)(D_CB_LIST *list, D_CB *cb, void *arg);

@@ -26,49 +26,49 @@
 
 #include "types.h"
 
-#define D_ERR_C 1
-#define D_ERR_OS 2
-#define D_ERR_NULL_PTR 3
-#define D_ERR_VAL_TOO_SMALL 4
-#define D_ERR_VAL_TOO_LARGE 5
-#define D_ERR_ALREADY_EXISTS 6
-#define D_ERR_VAL_INVALID 7
-#define D_ERR_DOESNT_EXIST 8
-#define D_ERR_TIMEOUT_REACHED 9
-#define D_ERR_EOF 10
-#define D_ERR_VAL_SAME 11
-#define D_ERR_VAL_UNKNOWN 12
-#define D_ERR_VAL_REQUIRED 13
-#define D_ERR_TYPE_INVALID 14
-#define D_ERR_TYPE_MISMATCH 15
-#define D_ERR_INTERRUPTED 16
-#define D_ERR_VERIFY_FAILED 17
-#define D_ERR_END_OF_TRAVERSAL 18
-#define D_ERR_EMPTY 19
-#define D_ERR_VAL_MISMATCH 20
-#define D_ERR_TYPE_UNKNOWN 21
-#define D_ERR_FILE_CORRUPT 24
-#define D_ERR_WOULD_BLOCK 25
-#define D_ERR_READ_ONLY 28
-#define D_ERR_SOCKET 29
-#define D_ERR_NO_MEMORY 30
-#define D_ERR_CONN_INIT_FAILED 500
-#define D_ERR_SERVER_NOT_CONNECTED 502
-#define D_ERR_SERVER_ALREADY_CONNECTED 503
-#define D_ERR_SERVER_DENIED_ACCESS 504
-#define D_ERR_MSG_CORRUPT 505
-#define D_ERR_MSG_INVALID 507
-#define D_ERR_END_OF_MSG 508
-#define D_ERR_FIELD_TYPE_INVALID 509
-#define D_ERR_FIELD_TYPE_MISMATCH 510
-#define D_ERR_IN_PROGRESS 512
-#define D_ERR_FAILURE_DETECTED 514
-#define D_ERR_IN_USE 517
-#define D_ERR_GMD_SENDER_TIMEOUT 518
-#define D_ERR_GMD_RECEIVER_TIMEOUT 519
-#define D_ERR_GMD_RECEIVER_EXIT 520
-#define D_ERR_GMD_NO_RECEIVERS 521
-#define D_ERR_PROTOCOL_MISMATCH 522
+#define D_ERR_C 1 /**< "C" */
+#define D_ERR_OS 2 /**< "OS" */
+#define D_ERR_NULL_PTR 3 /**< "NULL pointer" */
+#define D_ERR_VAL_TOO_SMALL 4 /**< "value too small" */
+#define D_ERR_VAL_TOO_LARGE 5 /**< "value too large" */
+#define D_ERR_ALREADY_EXISTS 6 /**< "already exists" */
+#define D_ERR_VAL_INVALID 7 /**< "value invalid" */
+#define D_ERR_DOESNT_EXIST 8 /**< "doesn't exist" */
+#define D_ERR_TIMEOUT_REACHED 9 /**< "timeout reached" */
+#define D_ERR_EOF 10 /**< "end of file" */
+#define D_ERR_VAL_SAME 11 /**< "value is the same" */
+#define D_ERR_VAL_UNKNOWN 12 /**< "value unknown" */
+#define D_ERR_VAL_REQUIRED 13 /**< "value required" */
+#define D_ERR_TYPE_INVALID 14 /**< "type invalid" */
+#define D_ERR_TYPE_MISMATCH 15 /**< "type mismatch" */
+#define D_ERR_INTERRUPTED 16 /**< "interrupted" */
+#define D_ERR_VERIFY_FAILED 17 /**< "verify failed" */
+#define D_ERR_END_OF_TRAVERSAL 18 /**< "end of traversal" */
+#define D_ERR_EMPTY 19 /**< "empty" */
+#define D_ERR_VAL_MISMATCH 20 /**< "value mismatch" */
+#define D_ERR_TYPE_UNKNOWN 21 /**< "type unknown" */
+#define D_ERR_FILE_CORRUPT 24 /**< "file corrupt" */
+#define D_ERR_WOULD_BLOCK 25 /**< "would block" */
+#define D_ERR_READ_ONLY 28 /**< "read only" */
+#define D_ERR_SOCKET 29 /**< "socket" */
+#define D_ERR_NO_MEMORY 30 /**< "no memory" */
+#define D_ERR_CONN_INIT_FAILED 500 /**< "connection initialization failed" */
+#define D_ERR_SERVER_NOT_CONNECTED 502 /**< "server not connected" */
+#define D_ERR_SERVER_ALREADY_CONNECTED 503 /**< "server already connected" */
+#define D_ERR_SERVER_DENIED_ACCESS 504 /**< "server denied access" */
+#define D_ERR_MSG_CORRUPT 505 /**< "message corrupt" */
+#define D_ERR_MSG_INVALID 507 /**< "message invalid" */
+#define D_ERR_END_OF_MSG 508 /**< "end of message" */
+#define D_ERR_FIELD_TYPE_INVALID 509 /**< "field type invalid" */
+#define D_ERR_FIELD_TYPE_MISMATCH 510 /**< "field type mismatch" */
+#define D_ERR_IN_PROGRESS 512 /**< "in progress" */
+#define D_ERR_FAILURE_DETECTED 514 /**< "failure detected" */
+#define D_ERR_IN_USE 517 /**< "in use" */
+#define D_ERR_GMD_SENDER_TIMEOUT 518 /**< "GMD sender timeout" */
+#define D_ERR_GMD_RECEIVER_TIMEOUT 519 /**< "GMD receiver timeout" */
+#define D_ERR_GMD_RECEIVER_EXIT 520 /**< "GMD receiver exit" */
+#define D_ERR_GMD_NO_RECEIVERS 521 /**< "GMD no receivers" */
+#define D_ERR_PROTOCOL_MISMATCH 522 /**< "protocol mismatch" */
 
 /** Socket error numbers use the Winsock numbering on every platform:
  * 10000 plus the BSD number of the condition. */

@@ -78,13 +78,13 @@ typedef struct D_GRAPH_CHANGE {
   D_GRAPH_EDGE *edge;     /* the edge concerned, or null */
 } D_GRAPH_CHANGE;
 
-#define D_GGR_VERTEX_COUNT(graph) ((graph)->vertex_count)
-#define D_GGR_ORIGIN(graph) ((graph)->origin)
-#define D_GGV_NAME(vertex) ((vertex)->name)
-#define D_GGV_DISTANCE(vertex) ((vertex)->distance)
-#define D_GGE_DATA(edge) ((edge)->data)
-#define D_GGE_TO(edge) ((edge)->to)
-#define D_GGE_FROM(edge) ((edge)->from)
+#define D_GGR_VERTEX_COUNT(graph) ((graph)->vertex_count) /**< `vertex_count` field */
+#define D_GGR_ORIGIN(graph) ((graph)->origin) /**< `origin` field */
+#define D_GGV_NAME(vertex) ((vertex)->name) /**< `name` field */
+#define D_GGV_DISTANCE(vertex) ((vertex)->distance) /**< `distance` field */
+#define D_GGE_DATA(edge) ((edge)->data) /**< `data` field */
+#define D_GGE_TO(edge) ((edge)->to) /**< `to` field */
+#define D_GGE_FROM(edge) ((edge)->from) /**< `from` field */
 
 D_BEGIN_DECLS
 

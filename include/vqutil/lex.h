@@ -148,15 +148,15 @@ typedef struct D_LEX {
   D_SAFE_STRING accepted_text;   /**< text of the last accepted token */
 } D_LEX;
 
-#define D_GLEX_TOKEN(lexer) ((lexer)->token)
-#define D_GLEX_TOKEN_STR(lexer) ((lexer)->token_str)
-#define D_GLEX_TOKEN_SIZE(lexer) ((lexer)->token_size)
-#define D_GLEX_MAX_TOKEN_SIZE(lexer) ((lexer)->max_token_size)
-#define D_GLEX_VALUE(lexer) ((lexer)->value)
+#define D_GLEX_TOKEN(lexer) ((lexer)->token) /**< `token` field */
+#define D_GLEX_TOKEN_STR(lexer) ((lexer)->token_str) /**< `token_str` field */
+#define D_GLEX_TOKEN_SIZE(lexer) ((lexer)->token_size) /**< `token_size` field */
+#define D_GLEX_MAX_TOKEN_SIZE(lexer) ((lexer)->max_token_size) /**< `max_token_size` field */
+#define D_GLEX_VALUE(lexer) ((lexer)->value) /**< `value` field */
 #define D_GLEX_VALUE_STR(lexer) (D_SAFE_STRING_STR((lexer)->value_str))
-#define D_GLEX_LINE_NUM(lexer) ((lexer)->line_num)
-#define D_GLEX_INPUT_FILE_NAME(lexer) ((lexer)->input_file_name)
-#define D_GLEX_WHITE_SPACE_FLAG(lexer) ((lexer)->white_space_flag)
+#define D_GLEX_LINE_NUM(lexer) ((lexer)->line_num) /**< `line_num` field */
+#define D_GLEX_INPUT_FILE_NAME(lexer) ((lexer)->input_file_name) /**< `input_file_name` field */
+#define D_GLEX_WHITE_SPACE_FLAG(lexer) ((lexer)->white_space_flag) /**< `white_space_flag` field */
 
 /** Token callback data: only the reserved head. */
 typedef struct D_LEX_TOKEN_CB_DATA {

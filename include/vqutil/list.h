@@ -53,8 +53,8 @@ typedef struct D_PQ_HDR {
   D_PQ_NODE *front;
   D_PQ_NODE *rear;
 } D_PQ_HDR;
-#define D_PQ_FRONT(hdr) ((hdr)->front)
-#define D_PQ_REAR(hdr) ((hdr)->rear)
+#define D_PQ_FRONT(hdr) ((hdr)->front) /**< `front` field */
+#define D_PQ_REAR(hdr) ((hdr)->rear) /**< `rear` field */
 /** @} */
 
 typedef struct D_PDQ_NODE {

@@ -33,9 +33,9 @@ typedef struct D_LOBE {
   D_INT4 size;          /**< bytes per value, or -1 for a string lobe */
 } D_LOBE;
 
-#define D_GLOBE_KEY(lobe) ((lobe)->key)
-#define D_GLOBE_SIZE(lobe) ((lobe)->size)
-#define D_GLOBE_VALUES(lobe) ((lobe)->values)
+#define D_GLOBE_KEY(lobe) ((lobe)->key) /**< `key` field */
+#define D_GLOBE_SIZE(lobe) ((lobe)->size) /**< `size` field */
+#define D_GLOBE_VALUES(lobe) ((lobe)->values) /**< `values` field */
 
 D_BEGIN_DECLS
 

@@ -100,15 +100,15 @@ typedef struct D_OPTION {
   D_INT4 read_only;                 /**< 0 or 1 */
 } D_OPTION;
 
-#define D_GOPT_NAME(option) ((option)->name)
-#define D_GOPT_TYPE(option) ((option)->type)
-#define D_GOPT_VALUE(option) ((option)->value)
+#define D_GOPT_NAME(option) ((option)->name) /**< `name` field */
+#define D_GOPT_TYPE(option) ((option)->type) /**< `type` field */
+#define D_GOPT_VALUE(option) ((option)->value) /**< `value` field */
 #define D_GOPT_KNOWN(option) ((option)->value != D_NULL)
-#define D_GOPT_VERIFY_FUNC(option) ((option)->verify_func)
-#define D_GOPT_VERIFY_ARG(option) ((option)->verify_arg)
-#define D_GOPT_REQUIRED(option) ((option)->required)
-#define D_GOPT_LEGVALS(option) ((option)->legvals)
-#define D_GOPT_READ_ONLY(option) ((option)->read_only)
+#define D_GOPT_VERIFY_FUNC(option) ((option)->verify_func) /**< `verify_func` field */
+#define D_GOPT_VERIFY_ARG(option) ((option)->verify_arg) /**< `verify_arg` field */
+#define D_GOPT_REQUIRED(option) ((option)->required) /**< `required` field */
+#define D_GOPT_LEGVALS(option) ((option)->legvals) /**< `legvals` field */
+#define D_GOPT_READ_ONLY(option) ((option)->read_only) /**< `read_only` field */
 
 /** The data record of the option-change callbacks: the reserved head (the
  * callback being called), then the option's new stored value (null when

@@ -191,26 +191,26 @@ typedef struct D_RING_OVERWRITE_CB_DATA {
   D_RING_ENTRY *entry; /* still holding the value about to be replaced */
 } D_RING_OVERWRITE_CB_DATA;
 
-#define D_GRB_BUFFERS(rb) ((rb)->buffers)
-#define D_GRB_HIST_BUFF(rb) ((rb)->hist_buff)
-#define D_GRB_INITIAL_VALUE(rb) ((rb)->initial_value)
-#define D_GRB_TYPE(rb) ((rb)->type)
-#define D_GRB_FREE_FUNC(rb) ((rb)->free_func)
-#define D_GRB_NAME(rb) ((rb)->name)
-#define D_GRB_OVERWRITE_CB_LIST(rb) ((rb)->overwrite_cb_list)
-#define D_GRH_MIN_SPAN(hdr) ((hdr)->min_span)
-#define D_GRH_INCR(hdr) ((hdr)->incr)
-#define D_GRH_NEXT_INCR(hdr) ((hdr)->next_incr)
-#define D_GRH_START(hdr) ((hdr)->start)
-#define D_GRH_CURRENT(hdr) ((hdr)->current)
-#define D_GRH_RING(hdr) ((hdr)->ring)
-#define D_GRH_SIZE(hdr) ((hdr)->size)
-#define D_GRH_FLAGS(hdr) ((hdr)->flags)
-#define D_GRBE_SEC(rbe) ((rbe)->sec)
-#define D_GRBE_USEC(rbe) ((rbe)->usec)
-#define D_GRBE_VALUE(rbe) ((rbe)->value)
-#define D_GRBE_STATUS(rbe) ((rbe)->status)
-#define D_GRBE_FLAG(rbe) ((rbe)->flag)
+#define D_GRB_BUFFERS(rb) ((rb)->buffers) /**< `buffers` field */
+#define D_GRB_HIST_BUFF(rb) ((rb)->hist_buff) /**< `hist_buff` field */
+#define D_GRB_INITIAL_VALUE(rb) ((rb)->initial_value) /**< `initial_value` field */
+#define D_GRB_TYPE(rb) ((rb)->type) /**< `type` field */
+#define D_GRB_FREE_FUNC(rb) ((rb)->free_func) /**< `free_func` field */
+#define D_GRB_NAME(rb) ((rb)->name) /**< `name` field */
+#define D_GRB_OVERWRITE_CB_LIST(rb) ((rb)->overwrite_cb_list) /**< `overwrite_cb_list` field */
+#define D_GRH_MIN_SPAN(hdr) ((hdr)->min_span) /**< `min_span` field */
+#define D_GRH_INCR(hdr) ((hdr)->incr) /**< `incr` field */
+#define D_GRH_NEXT_INCR(hdr) ((hdr)->next_incr) /**< `next_incr` field */
+#define D_GRH_START(hdr) ((hdr)->start) /**< `start` field */
+#define D_GRH_CURRENT(hdr) ((hdr)->current) /**< `current` field */
+#define D_GRH_RING(hdr) ((hdr)->ring) /**< `ring` field */
+#define D_GRH_SIZE(hdr) ((hdr)->size) /**< `size` field */
+#define D_GRH_FLAGS(hdr) ((hdr)->flags) /**< `flags` field */
+#define D_GRBE_SEC(rbe) ((rbe)->sec) /**< `sec` field */
+#define D_GRBE_USEC(rbe) ((rbe)->usec) /**< `usec` field */
+#define D_GRBE_VALUE(rbe) ((rbe)->value) /**< `value` field */
+#define D_GRBE_STATUS(rbe) ((rbe)->status) /**< `status` field */
+#define D_GRBE_FLAG(rbe) ((rbe)->flag) /**< `flag` field */
 
 /** A per-caller iteration over one buffer (see DutRingIterFirst). */
 typedef struct D_RING_ITER {

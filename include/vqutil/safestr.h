@@ -45,8 +45,8 @@ typedef struct D_SAFE_STRING {
 /** @{ */
 /** Field accessors; each takes a record (not a pointer) and is an lvalue. */
 #define D_SAFE_STRING_STR(ss) ((ss).str)
-#define D_SAFE_STRING_SIZE(ss) ((ss).size)
-#define D_SAFE_STRING_LENGTH(ss) ((ss).length)
+#define D_SAFE_STRING_SIZE(ss) ((ss).size) /**< `size` field */
+#define D_SAFE_STRING_LENGTH(ss) ((ss).length) /**< `length` field */
 /** @} */
 
 D_BEGIN_DECLS

@@ -51,8 +51,8 @@ typedef struct D_TYPE {
   D_WORD user_arg;         /**< 0 at creation */
 } D_TYPE;
 
-#define D_GTYPE_NAME(type) ((type)->name)
-#define D_GTYPE_NUM(type) ((type)->num)
+#define D_GTYPE_NAME(type) ((type)->name) /**< `name` field */
+#define D_GTYPE_NUM(type) ((type)->num) /**< `num` field */
 
 D_BEGIN_DECLS
 

@@ -64,7 +64,7 @@ typedef void (*D_CB_FUNC)(void *object, void *data, D_WORD arg);
 
 /** The reserved head of every callback data record. */
 typedef struct D_CB_DATA {
-  struct D_CB *cb; /* the callback being called */
+  struct D_CB *cb; /**< the callback being called */
 } D_CB_DATA;
 
 /** @{ */
@@ -272,4 +272,4 @@ D_EXPORT void DutCbPrintType(D_CB_TYPE *type, D_PRINT_FUNC out);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_CALLBACK_H */
+#endif /**< VQUTIL_CALLBACK_H */

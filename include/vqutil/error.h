@@ -87,17 +87,17 @@
 
 /** The four error values of a thread, saved and restored as one record. */
 typedef struct D_ERR_SAVE {
-  D_INT4 err_num;    /* library error number */
-  D_INT4 c_err;      /* C runtime errno */
-  D_INT4 os_err;     /* OS last error */
-  D_INT4 socket_err; /* socket last error */
+  D_INT4 err_num;    /**< library error number */
+  D_INT4 c_err;      /**< C runtime errno */
+  D_INT4 os_err;     /**< OS last error */
+  D_INT4 socket_err; /**< socket last error */
 } D_ERR_SAVE;
 
 /** The per-thread library record, reached through thread-specific data. */
 typedef struct D_TSD_RECORD {
-  D_INT4 parse_mode; /* owned by the command interpreter */
-  D_INT4 err_num;    /* library error number */
-  char err_buf[256]; /* the last "unknown error %ld" text of this thread */
+  D_INT4 parse_mode; /**< owned by the command interpreter */
+  D_INT4 err_num;    /**< library error number */
+  char err_buf[256]; /**< the last "unknown error %ld" text of this thread */
 } D_TSD_RECORD;
 
 D_BEGIN_DECLS
@@ -184,4 +184,4 @@ D_EXPORT D_INT4 DutGetCheckOnly(void);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_ERROR_H */
+#endif /**< VQUTIL_ERROR_H */

@@ -51,9 +51,9 @@
 
 /** A held lock, allocated by DptLockFile and freed by DptUnlockFile. */
 typedef struct D_LOCK_HANDLE {
-  D_WORD marker; /* 1 while the handle is live */
-  D_WORD file;   /* the platform's handle of the open lock file */
-  char *name;    /* own copy of the lock file's name */
+  D_WORD marker; /**< 1 while the handle is live */
+  D_WORD file;   /**< the platform's handle of the open lock file */
+  char *name;    /**< own copy of the lock file's name */
 } D_LOCK_HANDLE;
 
 D_BEGIN_DECLS
@@ -116,4 +116,4 @@ D_EXPORT D_BOOL DptLockFileTrace(void);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_FILELOCK_H */
+#endif /**< VQUTIL_FILELOCK_H */

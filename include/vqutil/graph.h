@@ -72,10 +72,10 @@ typedef struct D_GRAPH {
 
 /** The data record of a graph change callback. */
 typedef struct D_GRAPH_CHANGE {
-  void *cb;               /* reserved: the callback being called */
-  D_INT4 add_flag;        /* D_TRUE for an addition, D_FALSE for a removal */
-  D_GRAPH_VERTEX *vertex; /* the vertex concerned, or null */
-  D_GRAPH_EDGE *edge;     /* the edge concerned, or null */
+  void *cb;               /**< reserved: the callback being called */
+  D_INT4 add_flag;        /**< D_TRUE for an addition, D_FALSE for a removal */
+  D_GRAPH_VERTEX *vertex; /**< the vertex concerned, or null */
+  D_GRAPH_EDGE *edge;     /**< the edge concerned, or null */
 } D_GRAPH_CHANGE;
 
 #define D_GGR_VERTEX_COUNT(graph) ((graph)->vertex_count) /**< `vertex_count` field */
@@ -130,4 +130,4 @@ D_EXPORT D_BOOL DutGraphDump(D_GRAPH *graph, D_PRINT_FUNC output);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_GRAPH_H */
+#endif /**< VQUTIL_GRAPH_H */

@@ -65,9 +65,9 @@ typedef D_WORD (*D_HASH_VALUE_FUNC)(D_WORD value, void *arg);
 /** One entry. `next` comes first so that a chain is also an intrusive stack
  * and list (DutStackPop, DutListLength). */
 typedef struct D_HASH_BUCKET {
-  struct D_HASH_BUCKET *next; /* next bucket of the chain, or null */
+  struct D_HASH_BUCKET *next; /**< next bucket of the chain, or null */
   D_WORD key;
-  D_WORD value; /* never null */
+  D_WORD value; /**< never null */
 } D_HASH_BUCKET;
 
 typedef struct D_HASH_TABLE {
@@ -215,4 +215,4 @@ D_EXPORT D_WORD DutHashSortTraverse(D_HASH_TABLE *table, D_HASH_VALUE_FUNC func,
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_HASH_H */
+#endif /**< VQUTIL_HASH_H */

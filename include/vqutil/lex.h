@@ -88,18 +88,18 @@
 #define D_TOK_BACKSLASH (-40)
 #define D_TOK_WHITE_SPACE (-41)
 #define D_TOK_EOF (-42)
-#define D_TOK_ERROR (-43) /* the lowest kind */
+#define D_TOK_ERROR (-43) /**< the lowest kind */
 /** @} */
 
 /** @{ */
 /** DutLexCreate attributes; each is followed by its value, the list by 0. */
-#define D_LEX_ATT_FILE_NAME 1   /* const char *: opened for reading */
-#define D_LEX_ATT_FILE 2        /* FILE *: read, never closed by the lexer */
-#define D_LEX_ATT_STRING 3      /* const char *: kept by pointer */
-#define D_LEX_ATT_ERROR_FUNC 4  /* D_LEX_ERROR_FUNC */
-#define D_LEX_ATT_ERROR_ARG 5   /* void * */
-#define D_LEX_ATT_WHITE_SPACE 6 /* int: deliver white-space tokens */
-#define D_LEX_ATT_FLAG2 7       /* int: reserved, stored only */
+#define D_LEX_ATT_FILE_NAME 1   /**< const char *: opened for reading */
+#define D_LEX_ATT_FILE 2        /**< FILE *: read, never closed by the lexer */
+#define D_LEX_ATT_STRING 3      /**< const char *: kept by pointer */
+#define D_LEX_ATT_ERROR_FUNC 4  /**< D_LEX_ERROR_FUNC */
+#define D_LEX_ATT_ERROR_ARG 5   /**< void * */
+#define D_LEX_ATT_WHITE_SPACE 6 /**< int: deliver white-space tokens */
+#define D_LEX_ATT_FLAG2 7       /**< int: reserved, stored only */
 /** @} */
 
 /** @{ */
@@ -250,4 +250,4 @@ D_EXPORT void DutLexQuietLongjmpErrorFunc(D_LEX *lexer, const char *format, va_l
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_LEX_H */
+#endif /**< VQUTIL_LEX_H */

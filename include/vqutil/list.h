@@ -33,8 +33,8 @@ typedef struct D_SLIST_NODE {
 
 /** The links a deque node starts with; also the deque's sentinel header. */
 typedef struct D_DQ_NODE {
-  struct D_DQ_NODE *prev; /* left neighbour */
-  struct D_DQ_NODE *next; /* right neighbour */
+  struct D_DQ_NODE *prev; /**< left neighbour */
+  struct D_DQ_NODE *next; /**< right neighbour */
 } D_DQ_NODE;
 
 typedef struct D_PST_NODE {
@@ -159,4 +159,4 @@ D_EXPORT D_INT4 DutDeletePdqNode(D_DQ_NODE *dq, void *ptr);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_LIST_H */
+#endif /**< VQUTIL_LIST_H */

@@ -80,4 +80,4 @@ D_EXPORT D_WORD DutLobeTraverse(D_LOBE *lobe, D_HASH_TRAV_FUNC func, void *arg);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_LOBE_H */
+#endif /**< VQUTIL_LOBE_H */

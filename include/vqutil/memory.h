@@ -68,4 +68,4 @@ D_END_DECLS
 #define D_FREE(ptr) DutFreeCheck((ptr), #ptr, __FILE__, __LINE__)
 
 /** @} */
-#endif /* VQUTIL_MEMORY_H */
+#endif /**< VQUTIL_MEMORY_H */

@@ -78,4 +78,4 @@ D_EXPORT D_BOOL DptModuleGetType(D_MODULE *module, D_WORD *type);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_MODULE_H */
+#endif /**< VQUTIL_MODULE_H */

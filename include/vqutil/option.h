@@ -71,7 +71,7 @@
 #define D_OPT_TYPE_NUMERIC 2
 #define D_OPT_TYPE_STRING 3
 #define D_OPT_TYPE_ENUM_LIST 4
-#define D_OPT_TYPE_NUMERIC_LIST 5 /* can be created, never given a value */
+#define D_OPT_TYPE_NUMERIC_LIST 5 /**< can be created, never given a value */
 #define D_OPT_TYPE_STRING_LIST 6
 /** @} */
 
@@ -299,4 +299,4 @@ D_EXPORT D_BOOL DutOptionVerifyLogFile(D_OPTION *option, void *new_value, void *
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_OPTION_H */
+#endif /**< VQUTIL_OPTION_H */

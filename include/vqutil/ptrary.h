@@ -90,12 +90,12 @@ typedef struct D_PTR_ARY {
  * see there.
  */
 typedef struct D_PTR_ARY_CHANGE {
-  void *cb;           /* reserved: the callback being called */
-  D_WORD event;       /* D_PTR_ARY_ITEM_ADDED ... D_PTR_ARY_SORTED */
-  D_WORD item;        /* the item concerned, or 0 */
-  D_WORD index;       /* its position, or -1 */
-  D_WORD other_item;  /* second item (swap only), else 0 */
-  D_WORD other_index; /* its position (swap only), else -1 */
+  void *cb;           /**< reserved: the callback being called */
+  D_WORD event;       /**< D_PTR_ARY_ITEM_ADDED ... D_PTR_ARY_SORTED */
+  D_WORD item;        /**< the item concerned, or 0 */
+  D_WORD index;       /**< its position, or -1 */
+  D_WORD other_item;  /**< second item (swap only), else 0 */
+  D_WORD other_index; /**< its position (swap only), else -1 */
 } D_PTR_ARY_CHANGE;
 
 /** Called by clear and destroy on each item, in order from position 0. */
@@ -207,4 +207,4 @@ D_EXPORT struct D_CB *DutPtrAryChangeCbLookup(D_PTR_ARY *ptr_ary, void (*func)(v
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_PTRARY_H */
+#endif /**< VQUTIL_PTRARY_H */

@@ -104,15 +104,15 @@
 
 /** @{ */
 /** Buffer flags. */
-#define D_RING_FIXED 0x1u        /* never grows */
-#define D_RING_TIME_REPEAT 0x2u  /* several entries may share one time */
-#define D_RING_VALUE_REPEAT 0x4u /* a value equal to the newest is kept */
-#define D_RING_INDIRECT 0x8u     /* kept for the caller; the library does not read it */
+#define D_RING_FIXED 0x1u        /**< never grows */
+#define D_RING_TIME_REPEAT 0x2u  /**< several entries may share one time */
+#define D_RING_VALUE_REPEAT 0x4u /**< a value equal to the newest is kept */
+#define D_RING_INDIRECT 0x8u     /**< kept for the caller; the library does not read it */
 /** @} */
 /** @{ */
 /** Set by the library: */
-#define D_RING_HOLES 0x100u   /* empty slots may lie between the oldest and newest entry */
-#define D_RING_HISTORY 0x200u /* the ring's history buffer */
+#define D_RING_HOLES 0x100u   /**< empty slots may lie between the oldest and newest entry */
+#define D_RING_HISTORY 0x200u /**< the ring's history buffer */
 /** @} */
 
 /** The largest buffer size. */
@@ -149,8 +149,8 @@ typedef struct D_RING_ENTRY {
   D_INT4 sec;
   D_INT4 usec;
   D_RING_VALUE value;
-  D_UINT2 status; /* 0: the slot is empty */
-  D_UINT2 flag;   /* the caller's extra word */
+  D_UINT2 status; /**< 0: the slot is empty */
+  D_UINT2 flag;   /**< the caller's extra word */
 } D_RING_ENTRY;
 
 struct D_RING_BUF;
@@ -159,11 +159,11 @@ struct D_RING_BUF;
 typedef struct D_RING_HDR {
   D_DQ_NODE *prev;
   D_DQ_NODE *next;
-  D_TIME_VALUE min_span;  /* data time a growable buffer must cover */
-  D_TIME_VALUE incr;      /* the increment: the buffer's key in its ring */
-  D_TIME_VALUE next_incr; /* the next increment boundary */
-  D_RING_ENTRY *start;    /* size entries */
-  D_RING_ENTRY *current;  /* the newest entry */
+  D_TIME_VALUE min_span;  /**< data time a growable buffer must cover */
+  D_TIME_VALUE incr;      /**< the increment: the buffer's key in its ring */
+  D_TIME_VALUE next_incr; /**< the next increment boundary */
+  D_RING_ENTRY *start;    /**< size entries */
+  D_RING_ENTRY *current;  /**< the newest entry */
   struct D_RING_BUF *ring;
   D_UINT2 size;
   D_UINT4 flags;
@@ -174,21 +174,21 @@ typedef void (*D_RING_FREE_FUNC)(void *value);
 
 /** A ring. */
 typedef struct D_RING_BUF {
-  D_DQ_NODE *buffers;          /* sentinel of the buffer list, smallest increment first */
-  D_RING_HDR *hist_buff;       /* the history buffer, or null */
-  D_RING_ENTRY *initial_value; /* a value archived before any buffer took it, or null */
+  D_DQ_NODE *buffers;          /**< sentinel of the buffer list, smallest increment first */
+  D_RING_HDR *hist_buff;       /**< the history buffer, or null */
+  D_RING_ENTRY *initial_value; /**< a value archived before any buffer took it, or null */
   D_UINT4 type;
-  D_RING_FREE_FUNC free_func; /* type 0 only, or null */
-  char *name;                 /* owned copy, or null ("Unnamed") */
+  D_RING_FREE_FUNC free_func; /**< type 0 only, or null */
+  char *name;                 /**< owned copy, or null ("Unnamed") */
   D_CB_LIST *overwrite_cb_list;
 } D_RING_BUF;
 
 /** The callback data of an overwrite: called with the ring as the object,
  * before the entry changes. */
 typedef struct D_RING_OVERWRITE_CB_DATA {
-  struct D_CB *cb; /* the callback being called */
+  struct D_CB *cb; /**< the callback being called */
   D_RING_HDR *buffer;
-  D_RING_ENTRY *entry; /* still holding the value about to be replaced */
+  D_RING_ENTRY *entry; /**< still holding the value about to be replaced */
 } D_RING_OVERWRITE_CB_DATA;
 
 #define D_GRB_BUFFERS(rb) ((rb)->buffers) /**< `buffers` field */
@@ -214,32 +214,32 @@ typedef struct D_RING_OVERWRITE_CB_DATA {
 
 /** A per-caller iteration over one buffer (see DutRingIterFirst). */
 typedef struct D_RING_ITER {
-  D_RING_HDR *buffer; /* null before the first call */
-  D_INT4 index;       /* slot of the entry last returned */
-  D_INT4 done;        /* the iteration has ended */
+  D_RING_HDR *buffer; /**< null before the first call */
+  D_INT4 index;       /**< slot of the entry last returned */
+  D_INT4 done;        /**< the iteration has ended */
 } D_RING_ITER;
 
 /** @{ */
 /** Traversal kinds. */
-#define D_RING_TRAV_CHANGES 1 /* DutRingZeroTravInit */
-#define D_RING_TRAV_RING 2    /* DutRingTravInit */
-#define D_RING_TRAV_HISTORY 3 /* DutRingHistTravInit */
+#define D_RING_TRAV_CHANGES 1 /**< DutRingZeroTravInit */
+#define D_RING_TRAV_RING 2    /**< DutRingTravInit */
+#define D_RING_TRAV_HISTORY 3 /**< DutRingHistTravInit */
 /** @} */
 
 /** A traversal context: filled by one of the three Init functions, held by
  * the caller (no allocation, nothing to destroy) and advanced by
  * DutRingTravNext. The fields are for printing; use the functions. */
 typedef struct D_RING_CONTEXT {
-  D_INT4 kind;            /* D_RING_TRAV_..., 0 before an Init */
+  D_INT4 kind;            /**< D_RING_TRAV_..., 0 before an Init */
   D_RING_BUF *ring;
-  D_RING_HDR *buffer;     /* the buffer walked entry by entry, or null */
+  D_RING_HDR *buffer;     /**< the buffer walked entry by entry, or null */
   D_TIME_VALUE start;
-  D_TIME_VALUE incr;      /* 0.0: every change; above: samples */
+  D_TIME_VALUE incr;      /**< 0.0: every change; above: samples */
   D_TIME_VALUE end;
-  D_TIME_VALUE next_time; /* the next sample time */
-  D_INT4 position;        /* entry by entry: index from the oldest entry */
-  D_INT4 remaining;       /* changes still to visit; -1: the samples are over */
-  D_INT4 lead;            /* every change: the value in force at start is still to come */
+  D_TIME_VALUE next_time; /**< the next sample time */
+  D_INT4 position;        /**< entry by entry: index from the oldest entry */
+  D_INT4 remaining;       /**< changes still to visit; -1: the samples are over */
+  D_INT4 lead;            /**< every change: the value in force at start is still to come */
   D_INT4 done;
 } D_RING_CONTEXT;
 
@@ -534,4 +534,4 @@ D_EXPORT D_BOOL DutRingPrintTraversal(D_RING_CONTEXT *context, D_PRINT_FUNC out)
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_RINGBUF_H */
+#endif /**< VQUTIL_RINGBUF_H */

@@ -43,10 +43,10 @@
 /** A thread waiting to write: the lock's own `write` record heads the queue
  * of waiting upgraders; each upgrader has one of these on its stack. */
 typedef struct D_RW_WAIT {
-  D_DQ_NODE links;    /* left and right link in the wait queue */
-  D_COND cond;        /* where this waiter sleeps */
-  D_INT4 lock_count;  /* see D_RW_MUTEX */
-  D_THREAD thread;    /* writer (head) or upgrader */
+  D_DQ_NODE links;    /**< left and right link in the wait queue */
+  D_COND cond;        /**< where this waiter sleeps */
+  D_INT4 lock_count;  /**< see D_RW_MUTEX */
+  D_THREAD thread;    /**< writer (head) or upgrader */
 } D_RW_WAIT;
 
 typedef struct D_RW_MUTEX {
@@ -116,4 +116,4 @@ D_EXPORT D_BOOL DutRwMutexWriteLocked(D_RW_MUTEX *rw_mutex);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_RWMUTEX_H */
+#endif /**< VQUTIL_RWMUTEX_H */

@@ -45,8 +45,8 @@ typedef struct D_TIME_VALUE {
 /** The callback data of a time change: the reserved head every callback
  * data record starts with, then a copy of the new current time. */
 typedef struct D_TIME_CHANGE_CB_DATA {
-  struct D_CB *cb;   /* the callback being called */
-  D_TIME_VALUE time; /* the new current time */
+  struct D_CB *cb;   /**< the callback being called */
+  D_TIME_VALUE time; /**< the new current time */
 } D_TIME_CHANGE_CB_DATA;
 
 /** @{ */
@@ -194,4 +194,4 @@ D_EXPORT char *DutTimeToString(D_REAL8 time, char *buffer);
 D_END_DECLS
 
 /** @} */
-#endif /* VQUTIL_TIME_H */
+#endif /**< VQUTIL_TIME_H */

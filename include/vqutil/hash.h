@@ -66,10 +66,11 @@ typedef D_WORD (*D_HASH_VALUE_FUNC)(D_WORD value, void *arg);
  * and list (DutStackPop, DutListLength). */
 typedef struct D_HASH_BUCKET {
   struct D_HASH_BUCKET *next; /**< next bucket of the chain, or null */
-  D_WORD key;
+  D_WORD key; /**< the entry's key */
   D_WORD value; /**< never null */
 } D_HASH_BUCKET;
 
+/** A hash table: chains of buckets indexed by the key's hash. */
 typedef struct D_HASH_TABLE {
   D_INT4 size;        /**< number of chains, a power of two */
   D_INT4 num_entries; /**< entries stored, never negative */
@@ -79,8 +80,8 @@ typedef struct D_HASH_TABLE {
                          from behind a chain head; may stay above the true
                          number of chained entries */
   D_HASH_BUCKET **buckets; /**< size chain heads */
-  D_HASH_FUNC hash_func;
-  D_HASH_TEST_FUNC test_func;
+  D_HASH_FUNC hash_func;       /**< hashes a key */
+  D_HASH_TEST_FUNC test_func;  /**< compares two keys */
 } D_HASH_TABLE;
 
 /** The entry count of a table. */

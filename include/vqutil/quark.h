@@ -25,6 +25,7 @@
 
 #include "types.h"
 
+/** A quark: the number interned for a string (ignoring case). */
 typedef D_INT4 D_QUARK;
 
 D_BEGIN_DECLS

@@ -49,6 +49,7 @@ typedef struct D_RW_WAIT {
   D_THREAD thread;    /**< writer (head) or upgrader */
 } D_RW_WAIT;
 
+/** A read-write mutex, made by DutRwMutexCreate. */
 typedef struct D_RW_MUTEX {
   D_MUTEX mutex;              /**< guards every field below */
   D_COND read_cond;           /**< blocked new readers wait here */

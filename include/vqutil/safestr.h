@@ -36,6 +36,7 @@
 /** Default initial size and default growth quantum, in bytes. */
 #define D_SAFE_STRING_QUANTUM 256
 
+/** A safe string: its text, the bytes allocated and the text's length. */
 typedef struct D_SAFE_STRING {
   char *str;     /**< the text, always NUL-terminated; owned by the record */
   D_INT4 size;   /**< bytes allocated for str */

@@ -38,8 +38,8 @@
 
 /** A time as whole seconds and microseconds (0 to 999999 when normalised). */
 typedef struct D_TIME_VALUE {
-  D_INT4 seconds;
-  D_INT4 microseconds;
+  D_INT4 seconds;      /**< whole seconds */
+  D_INT4 microseconds; /**< microseconds */
 } D_TIME_VALUE;
 
 /** The callback data of a time change: the reserved head every callback
@@ -64,10 +64,11 @@ typedef D_BOOL (*D_TIME_CVT_STR_TO_NUM_FUNC)(const char *str, D_REAL8 *time_retu
 /** Called when the converter is destroyed (frees what the converter owns). */
 typedef void (*D_TIME_CVT_CLEANUP_FUNC)(void);
 
+/** A named time converter between numbers and texts. */
 typedef struct D_TIME_CVT {
   char *name; /**< owned, lower case */
-  D_TIME_CVT_NUM_TO_STR_FUNC num_to_str_func;
-  D_TIME_CVT_STR_TO_NUM_FUNC str_to_num_func;
+  D_TIME_CVT_NUM_TO_STR_FUNC num_to_str_func; /**< number to text */
+  D_TIME_CVT_STR_TO_NUM_FUNC str_to_num_func; /**< text to number */
   D_TIME_CVT_CLEANUP_FUNC cleanup_func; /**< or null */
 } D_TIME_CVT;
 

@@ -42,6 +42,7 @@
 /** The functions a type carries: stored and handed back, never called. */
 typedef void (*D_TYPE_FUNC)(void);
 
+/** A registered type: its name, number and the functions it carries. */
 typedef struct D_TYPE {
   char *name;              /**< own copy of the name */
   D_INT4 num;              /**< 1, 2, 3 ... in order of creation */

@@ -272,4 +272,4 @@ D_EXPORT void DutCbPrintType(D_CB_TYPE *type, D_PRINT_FUNC out);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_CALLBACK_H */
+#endif /* VQUTIL_CALLBACK_H */

@@ -149,4 +149,4 @@ D_EXPORT D_BOOL DutOptionVerifyCommand(D_OPTION *option, void *new_value, void *
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_COMMAND_H */
+#endif /* VQUTIL_COMMAND_H */

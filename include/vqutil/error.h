@@ -184,4 +184,4 @@ D_EXPORT D_INT4 DutGetCheckOnly(void);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_ERROR_H */
+#endif /* VQUTIL_ERROR_H */

@@ -276,4 +276,4 @@ D_EXPORT D_BOOL DutDumpGetName(char *destination);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_FILE_H */
+#endif /* VQUTIL_FILE_H */

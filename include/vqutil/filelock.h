@@ -116,4 +116,4 @@ D_EXPORT D_BOOL DptLockFileTrace(void);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_FILELOCK_H */
+#endif /* VQUTIL_FILELOCK_H */

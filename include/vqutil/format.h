@@ -217,4 +217,4 @@ D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecG(void *val_in_out, D_INT4 format_in, D_I
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_FORMAT_H */
+#endif /* VQUTIL_FORMAT_H */

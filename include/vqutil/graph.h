@@ -130,4 +130,4 @@ D_EXPORT D_BOOL DutGraphDump(D_GRAPH *graph, D_PRINT_FUNC output);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_GRAPH_H */
+#endif /* VQUTIL_GRAPH_H */

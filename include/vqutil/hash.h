@@ -216,4 +216,4 @@ D_EXPORT D_WORD DutHashSortTraverse(D_HASH_TABLE *table, D_HASH_VALUE_FUNC func,
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_HASH_H */
+#endif /* VQUTIL_HASH_H */

@@ -127,4 +127,4 @@ D_EXPORT char *DutGetUserName(char *buffer);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_INIT_H */
+#endif /* VQUTIL_INIT_H */

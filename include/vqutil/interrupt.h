@@ -53,4 +53,4 @@ D_EXPORT void DutSigintHandler(int signal_number);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_INTERRUPT_H */
+#endif /* VQUTIL_INTERRUPT_H */

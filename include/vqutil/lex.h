@@ -250,4 +250,4 @@ D_EXPORT void DutLexQuietLongjmpErrorFunc(D_LEX *lexer, const char *format, va_l
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_LEX_H */
+#endif /* VQUTIL_LEX_H */

@@ -159,4 +159,4 @@ D_EXPORT D_INT4 DutDeletePdqNode(D_DQ_NODE *dq, void *ptr);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_LIST_H */
+#endif /* VQUTIL_LIST_H */

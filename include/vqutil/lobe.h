@@ -27,6 +27,7 @@
 /** Size of a string lobe. */
 #define D_LOBE_STRING_SIZE (-1)
 
+/** A lobe: one attribute, holding a value per object. */
 typedef struct D_LOBE {
   D_UINT4 key;          /**< the key the lobe is declared under */
   D_HASH_TABLE *values; /**< object pointer -> pointer to its stored value */
@@ -80,4 +81,4 @@ D_EXPORT D_WORD DutLobeTraverse(D_LOBE *lobe, D_HASH_TRAV_FUNC func, void *arg);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_LOBE_H */
+#endif /* VQUTIL_LOBE_H */

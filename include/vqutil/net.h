@@ -226,4 +226,4 @@ D_EXPORT D_UINT4 DutWinNetof(D_UINT4 address);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_NET_H */
+#endif /* VQUTIL_NET_H */

@@ -299,4 +299,4 @@ D_EXPORT D_BOOL DutOptionVerifyLogFile(D_OPTION *option, void *new_value, void *
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_OPTION_H */
+#endif /* VQUTIL_OPTION_H */

@@ -102,4 +102,4 @@ D_END_DECLS
 /** @} */
 
 /** @} */
-#endif /**< VQUTIL_OUTPUT_H */
+#endif /* VQUTIL_OUTPUT_H */

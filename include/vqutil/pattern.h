@@ -48,4 +48,4 @@ D_EXPORT D_BOOL DutMatchPattern(const char *pattern, const char *match, char *in
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_PATTERN_H */
+#endif /* VQUTIL_PATTERN_H */

@@ -48,4 +48,4 @@ D_EXPORT D_BOOL DutSetCharFormat(D_INT4 format);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_PLATFORM_H */
+#endif /* VQUTIL_PLATFORM_H */

@@ -48,6 +48,7 @@ struct D_CB_LIST;
 struct D_CB;
 /** @} */
 
+/** A pointer array: items in order, grown by a fixed increment. */
 typedef struct D_PTR_ARY {
   D_WORD *ptr_ary;                  /**< the items; capacity + 1 slots (one spare) */
   D_INT4 capacity;                  /**< slots available for items */
@@ -207,4 +208,4 @@ D_EXPORT struct D_CB *DutPtrAryChangeCbLookup(D_PTR_ARY *ptr_ary, void (*func)(v
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_PTRARY_H */
+#endif /* VQUTIL_PTRARY_H */

@@ -50,4 +50,4 @@ D_EXPORT D_BOOL DutQuarkTablePrint(D_PRINT_FUNC output);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_QUARK_H */
+#endif /* VQUTIL_QUARK_H */

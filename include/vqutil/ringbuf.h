@@ -534,4 +534,4 @@ D_EXPORT D_BOOL DutRingPrintTraversal(D_RING_CONTEXT *context, D_PRINT_FUNC out)
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_RINGBUF_H */
+#endif /* VQUTIL_RINGBUF_H */

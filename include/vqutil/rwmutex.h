@@ -117,4 +117,4 @@ D_EXPORT D_BOOL DutRwMutexWriteLocked(D_RW_MUTEX *rw_mutex);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_RWMUTEX_H */
+#endif /* VQUTIL_RWMUTEX_H */

@@ -99,4 +99,4 @@ D_EXPORT D_BOOL DutSafeStringShorten(D_SAFE_STRING *ssp, D_INT4 count);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_SAFESTR_H */
+#endif /* VQUTIL_SAFESTR_H */

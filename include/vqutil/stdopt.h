@@ -69,4 +69,4 @@ D_EXPORT char *DutOptionGetUniqueSubjectDefault(char *buffer, D_WORD number);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_STDOPT_H */
+#endif /* VQUTIL_STDOPT_H */

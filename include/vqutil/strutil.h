@@ -186,4 +186,4 @@ D_EXPORT D_BOOL DutStringToRealInvalid(const char *input_str);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_STRUTIL_H */
+#endif /* VQUTIL_STRUTIL_H */

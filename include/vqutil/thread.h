@@ -144,4 +144,4 @@ D_EXPORT D_BOOL DutTsdSetValue(D_TSD_KEY key, void *value);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_THREAD_H */
+#endif /* VQUTIL_THREAD_H */

@@ -195,4 +195,4 @@ D_EXPORT char *DutTimeToString(D_REAL8 time, char *buffer);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_TIME_H */
+#endif /* VQUTIL_TIME_H */

@@ -109,4 +109,4 @@ D_EXPORT D_TYPE **DutTypeSortByNum(D_INT4 *count);
 D_END_DECLS
 
 /** @} */
-#endif /**< VQUTIL_TYPE_H */
+#endif /* VQUTIL_TYPE_H */

@@ -89,4 +89,4 @@ typedef void (*D_PRINT_FUNC)(const char *format, ...);
 #define D_IN_RANGE(v, lo, hi) ((v) >= (lo) && (v) <= (hi))
 
 /** @} */
-#endif /**< VQUTIL_TYPES_H */
+#endif /* VQUTIL_TYPES_H */

@@ -45,4 +45,4 @@
 #include "ringbuf.h"
 
 /** @} */
-#endif /**< VQUTIL_UTIL_H */
+#endif /* VQUTIL_UTIL_H */

@@ -60,15 +60,17 @@
 /** A parse function: reads its arguments from the lexer and acts. */
 typedef void (*D_COMMAND_PARSE_FUNC)(D_LEX *lexer);
 
+/** A command: its name, what parses it, and whether help lists it. */
 typedef struct D_COMMAND {
   const char *name;                /**< the caller's text, kept by pointer */
-  D_COMMAND_PARSE_FUNC parse_func;
+  D_COMMAND_PARSE_FUNC parse_func; /**< reads the arguments and acts */
   D_INT4 hidden;                   /**< left out of the "help" listing */
 } D_COMMAND;
 
+/** An alias: a name that expands to a command text. */
 typedef struct D_ALIAS {
-  char *name;
-  char *value;
+  char *name;    /**< the alias */
+  char *value;   /**< the text it expands to */
   D_INT4 in_use; /**< set while the alias is being expanded */
 } D_ALIAS;
 
@@ -79,17 +81,21 @@ typedef char *(*D_COMMAND_LINE_READER)(const char *prompt, void *arg);
 
 D_BEGIN_DECLS
 
-/** Null name or function: D_ERR_NULL_PTR; an existing name:
- * D_ERR_ALREADY_EXISTS. */
+/** Creates a command. Null name or function: D_ERR_NULL_PTR; an existing
+ * name: D_ERR_ALREADY_EXISTS. */
 D_EXPORT D_COMMAND *DutCommandCreate(const char *name, D_COMMAND_PARSE_FUNC parse_func);
-/** @{ */
 /** The command, after mapping the legacy names join_dg, leave_dg and
  * retrieve_dg; null when absent (no error number). */
 D_EXPORT D_COMMAND *DutCommandLookup(const char *name);
+/** Removes the command from the table and frees it. Null command:
+ * D_ERR_NULL_PTR, D_FALSE. */
 D_EXPORT D_BOOL DutCommandDestroy(D_COMMAND *command);
+/** Replaces the parse function. Null command or function: D_ERR_NULL_PTR,
+ * D_FALSE. */
 D_EXPORT D_BOOL DutCommandSetParseFunc(D_COMMAND *command, D_COMMAND_PARSE_FUNC parse_func);
+/** Sets whether "help" leaves the command out. Null command:
+ * D_ERR_NULL_PTR, D_FALSE. */
 D_EXPORT D_BOOL DutCommandSetHidden(D_COMMAND *command, D_INT4 hidden);
-/** @} */
 
 /** Parses a line as given by the program (feedback only in "always" mode). */
 D_EXPORT void DutCommandParseStr(const char *command_string);
@@ -97,15 +103,15 @@ D_EXPORT void DutCommandParseStr(const char *command_string);
  * option "enable_control_msgs". */
 D_EXPORT void DutCommandParseStrInternal(const char *command_string, D_INT4 control_msg);
 /** @{ */
-/** Parses a line as typed by a user (feedback in "interactive" mode). */
+/** Parse a line as typed by a user (feedback in "interactive" mode). */
 D_EXPORT void DutCommandParseTypedStr(const char *command_string);
 D_EXPORT void DutCommandParseTypedStrInternal(const char *command_string);
 /** @} */
 /** Parses every line of a file. A file that cannot be opened prints an
  * error and answers D_FALSE (no error number). */
 D_EXPORT D_BOOL DutCommandParseFile(const char *file_name);
-/** The standard command files of a module: $VQHOME/standard/<module>.cm,
- * $HOME/<module>.cm and the local file (each also as the older ".cmd"). */
+/** The standard command files of a module: $VQHOME/standard/&lt;module&gt;.cm,
+ * $HOME/&lt;module&gt;.cm and the local file (each also as the older ".cmd"). */
 D_EXPORT D_BOOL DutCommandParseStd(const char *module_name, const char *local_file_name);
 
 /** Appends a copy of the line to the history (blank lines are not kept). */
@@ -127,7 +133,10 @@ D_EXPORT void DutCommandSetLineReader(D_COMMAND_LINE_READER reader, void *arg);
  * otherwise. */
 D_EXPORT D_BOOL DutCommandGetYesOrNo(const char *prompt);
 
+/** Prints like DutOut when the feedback mode shows feedback for the line
+ * being parsed; otherwise prints nothing. */
 D_EXPORT void DutCommandPrintFeedback(const char *format, ...) D_PRINTF_FORMAT(1, 2);
+/** The feedback mode: D_FEEDBACK_INTERACTIVE, _NEVER or _ALWAYS. */
 D_EXPORT D_INT4 DutCommandGetFeedbackMode(void);
 /** D_FEEDBACK_INTERACTIVE, _NEVER or _ALWAYS; else D_ERR_VAL_INVALID. */
 D_EXPORT D_BOOL DutCommandSetFeedbackMode(D_INT4 mode);

@@ -78,8 +78,8 @@
 /** One item of a list value. Nodes handed to the setters stay the caller's;
  * the stored chain and its strings are the option's. */
 typedef struct D_OPTION_STR_NODE {
-  struct D_OPTION_STR_NODE *next;
-  const char *str;
+  struct D_OPTION_STR_NODE *next; /**< next item, or null */
+  const char *str;                /**< the item's text */
 } D_OPTION_STR_NODE;
 
 struct D_OPTION;
@@ -89,12 +89,13 @@ struct D_OPTION;
  * argument given with it. Answers D_TRUE to accept. */
 typedef D_BOOL (*D_OPTION_VERIFY_FUNC)(struct D_OPTION *option, void *new_value, void *arg);
 
+/** An option variable: name, type, value and the rules a change obeys. */
 typedef struct D_OPTION {
   char *name;                       /**< owned, lower case */
   D_INT4 type;                      /**< D_OPT_TYPE_... */
   void *value;                      /**< owned stored value, or null: unknown */
   D_OPTION_VERIFY_FUNC verify_func; /**< or null */
-  void *verify_arg;
+  void *verify_arg;                 /**< given to verify_func */
   D_INT4 required;                  /**< 0 or 1 */
   D_HASH_TABLE *legvals;            /**< enumerated: legal values, or null */
   D_INT4 read_only;                 /**< 0 or 1 */
@@ -103,7 +104,7 @@ typedef struct D_OPTION {
 #define D_GOPT_NAME(option) ((option)->name) /**< `name` field */
 #define D_GOPT_TYPE(option) ((option)->type) /**< `type` field */
 #define D_GOPT_VALUE(option) ((option)->value) /**< `value` field */
-#define D_GOPT_KNOWN(option) ((option)->value != D_NULL)
+#define D_GOPT_KNOWN(option) ((option)->value != D_NULL) /**< true when the option has a value */
 #define D_GOPT_VERIFY_FUNC(option) ((option)->verify_func) /**< `verify_func` field */
 #define D_GOPT_VERIFY_ARG(option) ((option)->verify_arg) /**< `verify_arg` field */
 #define D_GOPT_REQUIRED(option) ((option)->required) /**< `required` field */
@@ -114,8 +115,8 @@ typedef struct D_OPTION {
  * callback being called), then the option's new stored value (null when
  * the option became unknown). The callback's object is the option. */
 typedef struct D_OPTION_CHANGE_DATA {
-  D_CB *cb;
-  void *value;
+  D_CB *cb;    /**< the callback being called */
+  void *value; /**< the new stored value, or null */
 } D_OPTION_CHANGE_DATA;
 
 D_BEGIN_DECLS
@@ -146,20 +147,25 @@ D_EXPORT D_WORD DutOptionTraverse(D_HASH_TRAV_FUNC func, void *arg);
 /* ---- Flags, fields and legal values -------------------------------------- */
 
 /** @{ */
-/** flag must be 0 or 1, else D_ERR_VAL_INVALID. */
+/** Set the required / read-only flag; flag must be 0 or 1, else
+ * D_ERR_VAL_INVALID. */
 D_EXPORT D_BOOL DutOptionSetRequired(D_OPTION *option, D_INT4 flag);
 D_EXPORT D_BOOL DutOptionSetReadOnly(D_OPTION *option, D_INT4 flag);
+/** @} */
+/** @{ */
+/** Store the required flag, the read-only flag or the type in the out
+ * argument. */
 D_EXPORT D_BOOL DutOptionGetRequired(D_OPTION *option, D_INT4 *flag);
 D_EXPORT D_BOOL DutOptionGetReadOnly(D_OPTION *option, D_INT4 *flag);
 D_EXPORT D_BOOL DutOptionGetType(D_OPTION *option, D_INT4 *type);
 /** @} */
 /** 1 when the option has a value, else 0. */
 D_EXPORT D_BOOL DutOptionGetKnown(D_OPTION *option, D_INT4 *known);
-/** @{ */
-/** A null function removes verification. */
+/** Sets the verify function and its argument; a null function removes
+ * verification. */
 D_EXPORT D_BOOL DutOptionSetVerifyFunc(D_OPTION *option, D_OPTION_VERIFY_FUNC func, void *arg);
+/** Stores the verify function (or null) in *func. */
 D_EXPORT D_BOOL DutOptionGetVerifyFunc(D_OPTION *option, D_OPTION_VERIFY_FUNC *func);
-/** @} */
 /** Adds a lower-cased copy of value to the legal values of an enumerated
  * option. Not enumerated: D_ERR_TYPE_INVALID; already legal (ignoring
  * case): D_ERR_ALREADY_EXISTS; "unknown" in any case: D_ERR_VAL_INVALID. */
@@ -177,14 +183,15 @@ D_EXPORT D_BOOL DutOptionSetBool(D_OPTION *option, D_INT4 flag);
  * D_ERR_VAL_INVALID; it is stored in the case given. Also sets the string
  * option "unique_subject". */
 D_EXPORT D_BOOL DutOptionSetEnum(D_OPTION *option, const char *value);
-/** @{ */
-/** No legal-value check for the items. Also sets the string list
- * "subjects". */
+/** Stores a copy of the chain; no legal-value check for the items. Also
+ * sets the string list "subjects". */
 D_EXPORT D_BOOL DutOptionSetEnumList(D_OPTION *option, const D_OPTION_STR_NODE *first);
+/** Sets a numeric option. */
 D_EXPORT D_BOOL DutOptionSetNum(D_OPTION *option, D_REAL8 value);
+/** Sets a string option to a copy of value. */
 D_EXPORT D_BOOL DutOptionSetStr(D_OPTION *option, const char *value);
+/** Sets a string list option to a copy of the chain. */
 D_EXPORT D_BOOL DutOptionSetStrList(D_OPTION *option, const D_OPTION_STR_NODE *first);
-/** @} */
 /** Makes the value unknown; a required option refuses with
  * D_ERR_VAL_REQUIRED. Read-only and verify rules apply. */
 D_EXPORT D_BOOL DutOptionSetUnknown(D_OPTION *option);
@@ -251,8 +258,8 @@ D_EXPORT const char *DutOptionTypeToStr(D_INT4 type);
 /* ---- Change callbacks ----------------------------------------------------- */
 
 /** @{ */
-/** A change callback func(option, D_OPTION_CHANGE_DATA *, arg) for the
- * option, or for every option when option is null. Null func:
+/** Create or look up a change callback func(option, D_OPTION_CHANGE_DATA *,
+ * arg) for the option, or for every option when option is null. Null func:
  * D_ERR_NULL_PTR, null. Duplicates: see DutCbTypeCbCreate. */
 D_EXPORT D_CB *DutOptionChangeCbCreate(D_OPTION *option, D_CB_FUNC func, D_WORD arg);
 D_EXPORT D_CB *DutOptionChangeCbLookup(D_OPTION *option, D_CB_FUNC func, D_WORD arg);

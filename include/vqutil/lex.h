@@ -120,6 +120,7 @@ struct D_LEX;
  * the error argument given at creation. */
 typedef void (*D_LEX_ERROR_FUNC)(struct D_LEX *lexer, const char *format, va_list args, void *error_arg);
 
+/** A lexer: its input, the current token and what was last accepted. */
 typedef struct D_LEX {
   D_INT4 token;                  /**< current token kind */
   char *token_str;               /**< its text, NUL-terminated */
@@ -128,17 +129,17 @@ typedef struct D_LEX {
   D_REAL8 value;                 /**< value of the current numeric constant */
   D_SAFE_STRING value_str;       /**< text of the current string constant or file name */
   D_LEX_ERROR_FUNC error_func;   /**< or null: the global one */
-  void *error_arg;
+  void *error_arg;               /**< given to error_func */
   char *input_file_name;         /**< owned copy, or null */
-  FILE *input_file;
-  const char *input_string;
+  FILE *input_file;              /**< the file read, or null */
+  const char *input_string;      /**< the string read, or null */
   D_INT4 line_num;               /**< from 1 */
   D_INT4 cur_char;               /**< current input character, -1 at end */
   D_INT4 block_pos;              /**< read position in the block */
   D_INT4 block_len;              /**< characters in the block */
   char block[D_LEX_BLOCK_SIZE];  /**< the input block */
-  D_INT4 white_space_flag;
-  D_INT4 flag2;
+  D_INT4 white_space_flag;       /**< deliver white-space tokens */
+  D_INT4 flag2;                  /**< reserved, stored only */
   D_CB_LIST *token_cb_list;      /**< the lexer's own token callbacks, or null */
   D_INT4 own_file;               /**< the lexer opened input_file by name */
   D_INT4 string_pos;             /**< read position in input_string */
@@ -153,24 +154,24 @@ typedef struct D_LEX {
 #define D_GLEX_TOKEN_SIZE(lexer) ((lexer)->token_size) /**< `token_size` field */
 #define D_GLEX_MAX_TOKEN_SIZE(lexer) ((lexer)->max_token_size) /**< `max_token_size` field */
 #define D_GLEX_VALUE(lexer) ((lexer)->value) /**< `value` field */
-#define D_GLEX_VALUE_STR(lexer) (D_SAFE_STRING_STR((lexer)->value_str))
+#define D_GLEX_VALUE_STR(lexer) (D_SAFE_STRING_STR((lexer)->value_str)) /**< text of `value_str` */
 #define D_GLEX_LINE_NUM(lexer) ((lexer)->line_num) /**< `line_num` field */
 #define D_GLEX_INPUT_FILE_NAME(lexer) ((lexer)->input_file_name) /**< `input_file_name` field */
 #define D_GLEX_WHITE_SPACE_FLAG(lexer) ((lexer)->white_space_flag) /**< `white_space_flag` field */
 
 /** Token callback data: only the reserved head. */
 typedef struct D_LEX_TOKEN_CB_DATA {
-  void *cb;
+  void *cb; /**< the callback being called */
 } D_LEX_TOKEN_CB_DATA;
 
 D_BEGIN_DECLS
 
-/** @{ */
 /** Creates a lexer from (attribute, value) pairs ending with 0 and reads the
  * first token. A file that cannot be opened is fatal. */
 D_EXPORT D_LEX *DutLexCreate(D_INT4 attribute, ...);
+/** Closes a file the lexer opened by name, destroys its token callbacks and
+ * frees it; a null lexer is ignored. */
 D_EXPORT void DutLexDestroy(D_LEX *lexer);
-/** @} */
 
 /** @{ */
 /** The current token kind and text (valid until the next token is read). */
@@ -211,22 +212,33 @@ D_EXPORT D_INT4 DutLexAcceptSignedInt(D_LEX *lexer);
 D_EXPORT D_UINT4 DutLexAcceptUnsignedInt(D_LEX *lexer);
 D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer);
 /** @} */
-/** @{ */
 /** An unquoted file name up to white space; read with white-space tokens. */
 D_EXPORT D_BOOL DutLexAcceptFileName(D_LEX *lexer);
+/** A slot name: adjacent identifiers and dots, with at least one dot, not
+ * starting or ending with one and without two in a row. */
 D_EXPORT D_BOOL DutLexAcceptSlot(D_LEX *lexer);
+/** As DutLexAcceptSlot, also accepting a name without dots (an alias). */
 D_EXPORT D_BOOL DutLexAcceptSlotOrAlias(D_LEX *lexer);
+/** Skips the rest of the current line and reads the first token of the
+ * next one; nothing at end of input. A block comment opened on the line is
+ * an error. */
 D_EXPORT void DutLexSkipToEoln(D_LEX *lexer);
+/** Reads past white-space tokens; the lexer must deliver them (asserted). */
 D_EXPORT void DutLexGobbleWhitespace(D_LEX *lexer);
+/** The offset in the input file of the first character not yet part of a
+ * token; -1 with a warning when the file cannot tell. A lexer without an
+ * input file is an assertion failure. */
 D_EXPORT long DutLexGetCurrentPositionInFile(D_LEX *lexer);
-/** @} */
 
-/** @{ */
 /** The text of a token kind into buffer (at least 64 bytes); returns it. */
 D_EXPORT char *DutLexTokenToString(D_INT4 kind, char *buffer);
+/** Makes word (lower-cased, matched ignoring case) a reserved word of the
+ * given kind. Null word: D_ERR_NULL_PTR; kind below 1: D_ERR_VAL_TOO_SMALL;
+ * a word already reserved: D_ERR_ALREADY_EXISTS; each D_FALSE. */
 D_EXPORT D_BOOL DutLexAddReservedWord(const char *word, D_INT4 kind);
+/** Prints each reserved word and its kind with DutOut; D_FALSE when none
+ * was ever added. */
 D_EXPORT D_BOOL DutLexPrintReservedWords(void);
-/** @} */
 
 /** @{ */
 /** Token callbacks: lexer null selects the global list. */
@@ -238,8 +250,10 @@ D_EXPORT D_CB *DutLexTokenCbLookup(D_LEX *lexer, D_CB_FUNC func, D_WORD arg);
 /** Reports an error through the lexer's error function (or the global one),
  * then destroys the lexer. */
 D_EXPORT void DutLexError(D_LEX *lexer, const char *format, ...) D_PRINTF_FORMAT(2, 3);
-D_EXPORT void DutLexSetUserErrorFunc(D_LEX_ERROR_FUNC error_func);
 /** @} */
+/** Replaces the global error function, used by lexers created without one;
+ * a null function is an assertion failure. */
+D_EXPORT void DutLexSetUserErrorFunc(D_LEX_ERROR_FUNC error_func);
 /** @{ */
 /** Print the message and "\nFile: %s, Line: %ld\n" (the quiet one prints
  * nothing), destroy the lexer, longjmp((jmp_buf *)error_arg, 42). */

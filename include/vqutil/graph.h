@@ -42,9 +42,10 @@
 
 struct D_GRAPH_EDGE;
 
+/** A vertex, with what the last path computation found for it. */
 typedef struct D_GRAPH_VERTEX {
-  struct D_GRAPH_VERTEX *prev;
-  struct D_GRAPH_VERTEX *next;
+  struct D_GRAPH_VERTEX *prev; /**< previous vertex of the graph */
+  struct D_GRAPH_VERTEX *next; /**< next vertex of the graph */
   const char *name;                        /**< the caller's key */
   D_INT4 distance;                         /**< hops from the origin */
   D_INT4 perm;                             /**< 1 once the distance is final */
@@ -53,19 +54,21 @@ typedef struct D_GRAPH_VERTEX {
   struct D_GRAPH_EDGE *first_edge;         /**< outgoing edges, newest first */
 } D_GRAPH_VERTEX;
 
+/** A directed edge, listed under its from vertex. */
 typedef struct D_GRAPH_EDGE {
-  struct D_GRAPH_EDGE *prev;
-  struct D_GRAPH_EDGE *next;
+  struct D_GRAPH_EDGE *prev;      /**< previous edge of the from vertex */
+  struct D_GRAPH_EDGE *next;      /**< next edge of the from vertex */
   D_WORD data;                    /**< the caller's value */
   D_INT4 weight;                  /**< always 1 */
-  D_GRAPH_VERTEX *to;
-  D_GRAPH_VERTEX *from;
+  D_GRAPH_VERTEX *to;             /**< where the edge leads */
+  D_GRAPH_VERTEX *from;           /**< where it starts */
   struct D_GRAPH_EDGE *back_edge; /**< the opposite edge of an undirected pair */
 } D_GRAPH_EDGE;
 
+/** A graph: its vertices and the origin of the computed paths. */
 typedef struct D_GRAPH {
   D_GRAPH_VERTEX *first_vertex; /**< newest first */
-  D_INT4 vertex_count;
+  D_INT4 vertex_count;          /**< vertices now */
   D_INT4 vertex_add_count;      /**< vertices ever added */
   D_GRAPH_VERTEX *origin;       /**< null when no valid paths exist */
 } D_GRAPH;
@@ -88,29 +91,40 @@ typedef struct D_GRAPH_CHANGE {
 
 D_BEGIN_DECLS
 
+/** A new empty graph (allocation failure is fatal). */
 D_EXPORT D_GRAPH *DutGraphCreate(void);
 /** Removes every vertex, clears the graph's change callbacks, frees it. */
 D_EXPORT D_BOOL DutGraphDestroy(D_GRAPH *graph);
 
+/** Adds a vertex named by the caller's pointer; a name already present:
+ * D_ERR_ALREADY_EXISTS, null. */
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexAdd(D_GRAPH *graph, const char *name);
-/** @{ */
 /** Removes the vertex with its outgoing edges (and their back edges) and
  * every edge that points at it. */
 D_EXPORT D_BOOL DutGraphVertexRemove(D_GRAPH *graph, D_GRAPH_VERTEX *vertex);
+/** The vertex whose name is this very pointer, or null. */
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexLookup(D_GRAPH *graph, const char *name);
+/** @{ */
+/** Walk the vertices, newest first; null after the last. */
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexGetFirst(D_GRAPH *graph);
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexGetNext(D_GRAPH_VERTEX *vertex);
 /** @} */
 
+/** Adds the edge from -> to carrying data; an edge already there:
+ * D_ERR_ALREADY_EXISTS, null. */
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeAdd(D_GRAPH *graph, D_GRAPH_VERTEX *from, D_GRAPH_VERTEX *to, D_WORD data);
 /** a->b and b->a linked as each other's back edge; returns a->b. */
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeUndirectedAdd(D_GRAPH *graph, D_GRAPH_VERTEX *a, D_GRAPH_VERTEX *b,
                                                  D_WORD data_ab, D_WORD data_ba);
-/** @{ */
 /** Removes one edge; its partner's back_edge is left as it was. */
 D_EXPORT D_BOOL DutGraphEdgeRemove(D_GRAPH *graph, D_GRAPH_EDGE *edge);
+/** Removes the edge and its back edge; an edge without one:
+ * D_ERR_VAL_INVALID, D_FALSE. */
 D_EXPORT D_BOOL DutGraphEdgeUndirectedRemove(D_GRAPH *graph, D_GRAPH_EDGE *edge);
+/** The edge from -> to, or null. */
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeLookup(D_GRAPH *graph, D_GRAPH_VERTEX *from, D_GRAPH_VERTEX *to);
+/** @{ */
+/** Walk the outgoing edges of a vertex, newest first; null after the last. */
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeGetFirst(D_GRAPH_VERTEX *vertex);
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeGetNext(D_GRAPH_EDGE *edge);
 /** @} */
@@ -122,9 +136,13 @@ D_EXPORT D_BOOL DutGraphSetShortPath(D_GRAPH *graph, D_GRAPH_VERTEX *origin);
  * D_ERR_VAL_UNKNOWN when no paths are computed. */
 D_EXPORT D_GRAPH_VERTEX *DutGraphGetFirstHopVertex(D_GRAPH *graph, D_GRAPH_VERTEX *vertex);
 
+/** A change callback for this graph; null func: D_ERR_NULL_PTR, null. */
 D_EXPORT D_CB *DutGraphChangeCbCreate(D_GRAPH *graph, D_CB_FUNC func, D_WORD arg);
+/** The graph's change callback (func, arg), or null (D_ERR_DOESNT_EXIST
+ * when no graph ever had one). */
 D_EXPORT D_CB *DutGraphChangeCbLookup(D_GRAPH *graph, D_CB_FUNC func, D_WORD arg);
 
+/** Prints the graph, its vertices and their edges through output. */
 D_EXPORT D_BOOL DutGraphDump(D_GRAPH *graph, D_PRINT_FUNC output);
 
 D_END_DECLS

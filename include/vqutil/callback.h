@@ -93,6 +93,7 @@ typedef struct D_CB_DATA {
 /** The debug flag (index into DutGetDebugFlags()) of this family. */
 #define D_DEBUG_CB D_DEBUG_CALLBACK
 
+/** A callback type: an event kind by number, its lists and its flags. */
 typedef struct D_CB_TYPE {
   D_LOBE *lobe;                  /**< object -> its list of this type */
   struct D_CB_LIST *global_list; /**< or null */
@@ -104,25 +105,27 @@ typedef struct D_CB_TYPE {
 
 /** One call in progress on a list: the index of the next callback. */
 typedef struct D_CB_CALL_POS {
-  struct D_CB_CALL_POS *next;
-  D_INT4 index;
+  struct D_CB_CALL_POS *next; /**< the enclosing call, or null */
+  D_INT4 index;               /**< index of the next callback to run */
 } D_CB_CALL_POS;
 
+/** A callback list: the callbacks of one type for one owner. */
 typedef struct D_CB_LIST {
   void *owner;                  /**< null for a type's global list */
-  D_CB_TYPE *type;
+  D_CB_TYPE *type;              /**< the list's callback type */
   D_PTR_ARY *callbacks;         /**< the callbacks in calling order */
   D_CB_CALL_POS *current_index; /**< stack: one node per call in progress */
-  D_UINT2 start_thresh;
-  D_UINT2 current_thresh;
-  D_INT4 destroy_pending;
-  D_INT4 stop;
+  D_UINT2 start_thresh;         /**< stored and reported only */
+  D_UINT2 current_thresh;       /**< stored and reported only */
+  D_INT4 destroy_pending;       /**< destroyed during a call: freed when it ends */
+  D_INT4 stop;                  /**< ends the current pass */
 } D_CB_LIST;
 
+/** A callback: func(object, data, arg) in a list, with a priority. */
 typedef struct D_CB {
-  D_CB_FUNC func;
-  D_WORD arg;
-  D_CB_LIST *list;
+  D_CB_FUNC func;  /**< the function called */
+  D_WORD arg;      /**< its last argument */
+  D_CB_LIST *list; /**< the list holding it */
   D_INT2 priority; /**< higher runs earlier */
 } D_CB;
 
@@ -153,19 +156,17 @@ D_BEGIN_DECLS
 /** A new type (global flag D_CB_GLOBALS_OK, local flag indirect) with a copy
  * of name (may be null); null, without an error number, if num is taken. */
 D_EXPORT D_CB_TYPE *DutCbTypeCreate(D_INT4 num, const char *name);
-/** @{ */
 /** The first type whose name equals name ignoring case, or null. */
 D_EXPORT D_CB_TYPE *DutCbTypeLookup(const char *name);
+/** The type with this number, or null. */
 D_EXPORT D_CB_TYPE *DutCbTypeNumLookup(D_INT4 num);
-/** @} */
-/** @{ */
 /** func(number, type, arg) over every type under the process-wide lock;
  * 0 when no type exists. */
 D_EXPORT D_WORD DutCbTypeTraverse(D_HASH_TRAV_FUNC func, void *arg);
-D_EXPORT D_BOOL DutCbTypeGetNum(D_CB_TYPE *type, D_INT4 *num);
-/** @} */
 /** @{ */
-/** The name stays owned by the type. */
+/** Store the type's number, name, global flag or local flag in the out
+ * argument; the name stays owned by the type. */
+D_EXPORT D_BOOL DutCbTypeGetNum(D_CB_TYPE *type, D_INT4 *num);
 D_EXPORT D_BOOL DutCbTypeGetName(D_CB_TYPE *type, const char **name);
 D_EXPORT D_BOOL DutCbTypeGetGlobFlag(D_CB_TYPE *type, D_INT4 *flag);
 D_EXPORT D_BOOL DutCbTypeGetLocalFlag(D_CB_TYPE *type, D_INT4 *flag);
@@ -186,24 +187,26 @@ D_EXPORT D_BOOL DutCbListDestroy(D_CB_LIST *list);
 /** Calls the list's callbacks in order for object. data must point to a
  * record whose first field is a D_CB pointer. */
 D_EXPORT D_BOOL DutCbListCall(D_CB_LIST *list, void *object, void *data);
-/** @{ */
 /** Ends the current pass after the running callback: D_TRUE if a call was
  * in progress, D_FALSE if the list is idle. */
 D_EXPORT D_BOOL DutCbListStopCall(D_CB_LIST *list);
+/** func(list, cb, arg) over the callbacks in calling order; the first
+ * non-zero result stops the walk and is returned, else 0. */
 D_EXPORT D_WORD DutCbListTraverse(D_CB_LIST *list, D_CB_LIST_TRAV_FUNC func, void *arg);
-/** @} */
-/** @{ */
 /** The number of calls in progress on the list. */
 D_EXPORT D_INT4 DutCbListGetDepth(D_CB_LIST *list);
+/** @{ */
+/** Store the list's owner (null for a global list) or type in the out
+ * argument. */
 D_EXPORT D_BOOL DutCbListGetOwner(D_CB_LIST *list, void **owner);
 D_EXPORT D_BOOL DutCbListGetType(D_CB_LIST *list, D_CB_TYPE **type);
 /** @} */
-/** @{ */
 /** A new callback (priority 0); a duplicate (func, arg) gives
  * D_ERR_ALREADY_EXISTS and null. */
 D_EXPORT D_CB *DutCbListCbCreate(D_CB_LIST *list, D_CB_FUNC func, D_WORD arg);
+/** The callback (func, arg) of the list; D_ERR_DOESNT_EXIST, null when
+ * absent. */
 D_EXPORT D_CB *DutCbListCbLookup(D_CB_LIST *list, D_CB_FUNC func, D_WORD arg);
-/** @} */
 /** @{ */
 /** Thresholds are stored and reported only; each of the four prints a
  * "not yet implemented" warning and answers D_FALSE. */
@@ -215,17 +218,22 @@ D_EXPORT D_BOOL DutCbListGetCurrentThresh(D_CB_LIST *list, D_UINT2 *value);
 
 /* ---- Callbacks -------------------------------------------------------- */
 
-/** @{ */
-/** Moves the callback behind the callbacks that already have the priority
- * (compared as signed); the same priority leaves it where it is. */
+/** Sets the priority and moves the callback behind the callbacks that
+ * already have it (compared as signed); the same priority leaves it where
+ * it is. */
 D_EXPORT D_BOOL DutCbSetPriority(D_CB *cb, D_UINT2 priority);
+/** Stores the callback's priority in *priority. */
 D_EXPORT D_BOOL DutCbGetPriority(D_CB *cb, D_INT2 *priority);
-/** @} */
 /** @{ */
-/** D_FALSE, unchanged, when the list already holds (func, arg), the
- * callback itself included. */
+/** Replace the callback's argument or function; D_FALSE, unchanged, when
+ * the list already holds the resulting (func, arg), the callback itself
+ * included. */
 D_EXPORT D_BOOL DutCbSetArgument(D_CB *cb, D_WORD arg);
 D_EXPORT D_BOOL DutCbSetFunction(D_CB *cb, D_CB_FUNC func);
+/** @} */
+/** @{ */
+/** Store the callback's function, argument, list, list owner or type in
+ * the out argument. */
 D_EXPORT D_BOOL DutCbGetFunction(D_CB *cb, D_CB_FUNC *func);
 D_EXPORT D_BOOL DutCbGetArgument(D_CB *cb, D_WORD *arg);
 D_EXPORT D_BOOL DutCbGetList(D_CB *cb, D_CB_LIST **list);
@@ -237,10 +245,21 @@ D_EXPORT D_BOOL DutCbDestroy(D_CB *cb);
 
 /* ---- By type and object (null object: the global list) ----------------- */
 
+/** Stores the object's list of the type (the global list for a null
+ * object) in *list; D_FALSE when there is none, or with a warning for an
+ * object of a direct type. */
 D_EXPORT D_BOOL DutCbTypeGetCbList(D_CB_TYPE *type, void *object, D_CB_LIST **list);
+/** A new list of the type hung on the object; null for a direct type. */
 D_EXPORT D_CB_LIST *DutCbTypeCbListCreate(D_CB_TYPE *type, void *object);
+/** A callback in the object's list of the type, creating the list when
+ * needed; a null object makes a global callback. Null for a direct type. */
 D_EXPORT D_CB *DutCbTypeCbCreate(D_CB_TYPE *type, void *object, D_CB_FUNC func, D_WORD arg);
+/** A callback in the type's global list, creating the list when needed; a
+ * "no_globals" type: D_ERR_TYPE_MISMATCH, null. */
 D_EXPORT D_CB *DutCbCreateGlobal(D_CB_TYPE *type, D_CB_FUNC func, D_WORD arg);
+/** The callback (func, arg) in the object's (or the global) list of the
+ * type; no list: D_ERR_DOESNT_EXIST; an object of a direct type:
+ * D_ERR_TYPE_MISMATCH; each null. */
 D_EXPORT D_CB *DutCbTypeCbLookup(D_CB_TYPE *type, void *object, D_CB_FUNC func, D_WORD arg);
 /** Runs the callbacks of the type for object as its global flag says. */
 D_EXPORT D_BOOL DutCbTypeCall(D_CB_TYPE *type, void *object, void *data);
@@ -249,13 +268,16 @@ D_EXPORT void DutCbMergeCall(D_CB_LIST *objlist, D_CB_LIST *globlist, void *obje
 /** Destroys the object's list of the type; D_FALSE if it has none. */
 D_EXPORT D_BOOL DutCbObjClear(D_CB_TYPE *type, void *object);
 
+/** DutCbTypeCbLookup by type number; null for an unknown number. */
 D_EXPORT D_CB *DutCbTypeNumCbLookup(D_INT4 num, void *object, D_CB_FUNC func, D_WORD arg);
+/** Looks the callback up by type number and destroys it; D_FALSE when it
+ * is not found. */
 D_EXPORT D_BOOL DutCbTypeNumCbDestroy(D_INT4 num, void *object, D_CB_FUNC func, D_WORD arg);
-/** @{ */
-/** An unknown type number is success: nothing to call. */
+/** DutCbTypeCall by type number; an unknown type number is success:
+ * nothing to call. */
 D_EXPORT D_BOOL DutCbTypeNumCbCall(D_INT4 num, void *object, void *data);
+/** DutCbObjClear by type number; D_FALSE for an unknown number. */
 D_EXPORT D_BOOL DutCbTypeNumObjClear(D_INT4 num, void *object);
-/** @} */
 
 /** @{ */
 /** Quit callbacks: global callbacks of the type -106 "quit". */
@@ -265,8 +287,12 @@ D_EXPORT D_CB *DutQuitCbLookup(D_CB_FUNC func, D_WORD arg);
 
 /* ---- Dumps (through a printf-like function such as DutOut) ------------ */
 
+/** Prints a callback: function, argument, list, priority, owner, type. */
 D_EXPORT void DutCbPrint(D_CB *cb, D_PRINT_FUNC out);
+/** Prints a list, each of its callbacks, its thresholds and whether a call
+ * is in progress. */
 D_EXPORT void DutCbPrintList(D_CB_LIST *list, D_PRINT_FUNC out);
+/** Prints a type: number, name, global flag and local flag. */
 D_EXPORT void DutCbPrintType(D_CB_TYPE *type, D_PRINT_FUNC out);
 
 D_END_DECLS

@@ -27,8 +27,11 @@
 #include "error.h"
 #include "types.h"
 
-/* ---- Type masks ------------------------------------------------------------
- * The kinds of value an argument or result may take, one bit each. */
+/* ---- Type masks --------------------------------------------------------- */
+
+/** @{ */
+/** Type masks: the kinds of value an argument or result may take, one bit
+ * each. */
 #define D_TYPE_BOOLEAN 1
 #define D_TYPE_ENUM 2
 #define D_TYPE_NUMERIC 4
@@ -43,6 +46,7 @@
 #define D_TYPE_SLOT 2048
 #define D_TYPE_FLOAT 4096
 #define D_TYPE_INTEGER 8192
+/** @} */
 /** Every value bit (0-9) at once. */
 #define D_TYPE_ANY_VALUE 1023
 /** Masks at or above this are illegal. */
@@ -53,7 +57,10 @@
 /** Size of a buffer for DutGetUserName. */
 #define D_USER_NAME_SIZE 257
 
-/* ---- Initialisation -----------------------------------------------------------
+/* ---- Initialisation ------------------------------------------------------- */
+
+/** Initialises the library for a process and arms the default error jump
+ * buffer.
  *
  * D_INIT(process_type) names the process and arms the default error jump
  * buffer (DutErrGetJumpBufferPtr). A long jump to that buffer means no

@@ -130,10 +130,11 @@
 
 /** The text of a string entry: size counts 32-byte units. */
 typedef struct D_RING_STR {
-  char *str;
-  D_INT4 size;
+  char *str;   /**< the text */
+  D_INT4 size; /**< room for the text, in 32-byte units */
 } D_RING_STR;
 
+/** An entry's value; which member holds it follows the ring's type. */
 typedef union D_RING_VALUE {
   void *ptr;       /**< type 0 */
   D_INT4 i;        /**< types 1 and 2 */
@@ -146,9 +147,9 @@ typedef union D_RING_VALUE {
 /** One entry; entries are stored contiguously. (16 bytes where pointers are
  * 32 bits; 24 where they are 64.) */
 typedef struct D_RING_ENTRY {
-  D_INT4 sec;
-  D_INT4 usec;
-  D_RING_VALUE value;
+  D_INT4 sec;         /**< time stamp: seconds */
+  D_INT4 usec;        /**< time stamp: microseconds */
+  D_RING_VALUE value; /**< the value */
   D_UINT2 status; /**< 0: the slot is empty */
   D_UINT2 flag;   /**< the caller's extra word */
 } D_RING_ENTRY;
@@ -157,16 +158,16 @@ struct D_RING_BUF;
 
 /** A buffer of a ring. Its first two words link it into the ring's list. */
 typedef struct D_RING_HDR {
-  D_DQ_NODE *prev;
-  D_DQ_NODE *next;
+  D_DQ_NODE *prev;        /**< previous buffer of the ring */
+  D_DQ_NODE *next;        /**< next buffer of the ring */
   D_TIME_VALUE min_span;  /**< data time a growable buffer must cover */
   D_TIME_VALUE incr;      /**< the increment: the buffer's key in its ring */
   D_TIME_VALUE next_incr; /**< the next increment boundary */
   D_RING_ENTRY *start;    /**< size entries */
   D_RING_ENTRY *current;  /**< the newest entry */
-  struct D_RING_BUF *ring;
-  D_UINT2 size;
-  D_UINT4 flags;
+  struct D_RING_BUF *ring; /**< the ring holding the buffer */
+  D_UINT2 size;            /**< number of entries */
+  D_UINT4 flags;           /**< D_RING_FIXED ... D_RING_HISTORY */
 } D_RING_HDR;
 
 /** Frees a pointer value of a type-0 ring. */
@@ -177,17 +178,17 @@ typedef struct D_RING_BUF {
   D_DQ_NODE *buffers;          /**< sentinel of the buffer list, smallest increment first */
   D_RING_HDR *hist_buff;       /**< the history buffer, or null */
   D_RING_ENTRY *initial_value; /**< a value archived before any buffer took it, or null */
-  D_UINT4 type;
+  D_UINT4 type;               /**< the value type */
   D_RING_FREE_FUNC free_func; /**< type 0 only, or null */
   char *name;                 /**< owned copy, or null ("Unnamed") */
-  D_CB_LIST *overwrite_cb_list;
+  D_CB_LIST *overwrite_cb_list; /**< overwrite callbacks, or null */
 } D_RING_BUF;
 
 /** The callback data of an overwrite: called with the ring as the object,
  * before the entry changes. */
 typedef struct D_RING_OVERWRITE_CB_DATA {
   struct D_CB *cb; /**< the callback being called */
-  D_RING_HDR *buffer;
+  D_RING_HDR *buffer;  /**< the buffer holding the entry */
   D_RING_ENTRY *entry; /**< still holding the value about to be replaced */
 } D_RING_OVERWRITE_CB_DATA;
 
@@ -231,16 +232,16 @@ typedef struct D_RING_ITER {
  * DutRingTravNext. The fields are for printing; use the functions. */
 typedef struct D_RING_CONTEXT {
   D_INT4 kind;            /**< D_RING_TRAV_..., 0 before an Init */
-  D_RING_BUF *ring;
+  D_RING_BUF *ring;       /**< the ring traversed */
   D_RING_HDR *buffer;     /**< the buffer walked entry by entry, or null */
-  D_TIME_VALUE start;
+  D_TIME_VALUE start;     /**< the first time visited */
   D_TIME_VALUE incr;      /**< 0.0: every change; above: samples */
-  D_TIME_VALUE end;
+  D_TIME_VALUE end;       /**< the last time visited */
   D_TIME_VALUE next_time; /**< the next sample time */
   D_INT4 position;        /**< entry by entry: index from the oldest entry */
   D_INT4 remaining;       /**< changes still to visit; -1: the samples are over */
   D_INT4 lead;            /**< every change: the value in force at start is still to come */
-  D_INT4 done;
+  D_INT4 done;            /**< the traversal has ended */
 } D_RING_CONTEXT;
 
 /** A traversal's visit function: the context, the step's entry (null where no

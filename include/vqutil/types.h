@@ -19,6 +19,10 @@
 #include <stdint.h>
 #include <stdio.h>
 
+/** @def D_BEGIN_DECLS
+ * Opens the block of a header's declarations: C linkage under C++. */
+/** @def D_END_DECLS
+ * Closes the block that D_BEGIN_DECLS opened. */
 #ifdef __cplusplus
 #define D_BEGIN_DECLS extern "C" {
 #define D_END_DECLS }
@@ -27,8 +31,9 @@
 #define D_END_DECLS
 #endif
 
-/* D_EXPORT marks every function the library exports. Everything else in the
- * shared library is hidden. */
+/** @def D_EXPORT
+ * Marks every function the library exports. Everything else in the shared
+ * library is hidden. */
 #if defined(_WIN32) || defined(__CYGWIN__)
 #if defined(VQUTIL_BUILDING)
 #define D_EXPORT __declspec(dllexport)
@@ -43,8 +48,11 @@
 #define D_EXPORT
 #endif
 
-/* printf-style checking of format strings; fmt and args are 1-based
+/** @def D_PRINTF_FORMAT(fmt, args)
+ * printf-style checking of format strings; fmt and args are 1-based
  * argument positions (args 0 for the va_list forms). */
+/** @def D_NORETURN
+ * Marks a function that never returns. */
 #if defined(__GNUC__) || defined(__clang__)
 #define D_PRINTF_FORMAT(fmt, args) __attribute__((format(printf, fmt, args)))
 #define D_NORETURN __attribute__((noreturn))

@@ -78,10 +78,12 @@ D_EXPORT void DutWarning(const char *format, ...) D_PRINTF_FORMAT(1, 2);
 D_EXPORT D_INT4 DutAssert(D_INT4 condition, const char *text, const char *file, D_INT4 line);
 /** A zero condition is reported as an internal validation failure. */
 D_EXPORT D_INT4 DutExpect(D_INT4 condition, const char *text, const char *file, D_INT4 line);
-/** @{ */
 /** Writes the fatal-error report, then exits with status 2 after a short
  * pause, unless the environment asks to continue, abort or sleep. */
 D_EXPORT void DutFatalError(const char *format, ...) D_PRINTF_FORMAT(1, 2);
+/** @{ */
+/** Get / set the file the fatal-error report goes to. A null pointer:
+ * D_ERR_NULL_PTR, D_FALSE. */
 D_EXPORT D_BOOL DutGetFatalErrorFile(FILE **file);
 D_EXPORT D_BOOL DutSetFatalErrorFile(FILE *file);
 /** @} */

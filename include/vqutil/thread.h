@@ -75,12 +75,13 @@ D_EXPORT D_MUTEX DutMutexCreate(D_INT4 owner);
 D_EXPORT D_MUTEX DutMutexCreateNamedNp(const char *name, D_INT4 owner);
 D_EXPORT D_MUTEX DutMutexAttachNamedNp(const char *name);
 /** @} */
-/** @{ */
-/** D_ERR_TIMEOUT_REACHED when the time-out (seconds) passes. */
+/** Locks the mutex (again, when the caller holds it);
+ * D_ERR_TIMEOUT_REACHED when the time-out (seconds) passes. */
 D_EXPORT D_BOOL DutMutexLock(D_MUTEX mutex, D_REAL8 timeout);
+/** Releases one level of the caller's hold on the mutex. */
 D_EXPORT D_BOOL DutMutexUnlock(D_MUTEX mutex);
+/** Destroys the mutex. */
 D_EXPORT D_BOOL DutMutexDestroy(D_MUTEX mutex);
-/** @} */
 
 /** @{ */
 /** Conditions: manual-reset events used with a mutex. */
@@ -92,11 +93,10 @@ D_EXPORT D_COND DutCondAttachNamedNp(const char *name);
  * result is D_TRUE; on a time-out (seconds) the result is D_FALSE with
  * D_ERR_TIMEOUT_REACHED and the mutex is NOT held. */
 D_EXPORT D_BOOL DutCondWait(D_COND cond, D_MUTEX mutex, D_REAL8 timeout);
-/** @{ */
 /** Releases every current waiter; stays signalled until the next wait. */
 D_EXPORT D_BOOL DutCondWakeAll(D_COND cond);
+/** Destroys the condition. */
 D_EXPORT D_BOOL DutCondDestroy(D_COND cond);
-/** @} */
 
 /** @{ */
 /** Manual-reset events. A named event that exists is shared, not refused. */
@@ -105,11 +105,11 @@ D_EXPORT D_EVENT DutEventCreateUnnamed(D_INT4 initial_state);
 D_EXPORT D_BOOL DutEventSet(D_EVENT event);
 D_EXPORT D_BOOL DutEventReset(D_EVENT event);
 /** @} */
-/** @{ */
-/** The time-out is in milliseconds (-1.0: for ever). */
+/** Waits until the event is set; the time-out is in milliseconds (-1.0:
+ * for ever). */
 D_EXPORT D_BOOL DutEventWait(D_EVENT event, D_REAL8 timeout);
+/** Destroys the event. */
 D_EXPORT D_BOOL DutEventDestroy(D_EVENT event);
-/** @} */
 
 /** @{ */
 /** Starts a thread running func(arg); arguments after arg are ignored.
@@ -120,11 +120,10 @@ D_EXPORT D_THREAD DutThreadCreateVa(D_THREAD_FUNC func, D_WORD arg, va_list args
 /** @} */
 /** Runs the calling thread's TSD destructors, then ends it. */
 D_EXPORT D_NORETURN void DutThreadExit(D_WORD exit_code);
-/** @{ */
 /** The handle of the calling library thread; 0 for any other thread. */
 D_EXPORT D_THREAD DutThreadSelf(void);
+/** D_TRUE when the two handles name the same thread. */
 D_EXPORT D_BOOL DutThreadEqual(D_THREAD a, D_THREAD b);
-/** @} */
 /** Waits for the thread to end, stores its exit code (if asked) and
  * releases the handle. */
 D_EXPORT D_BOOL DutThreadWait(D_THREAD thread, D_WORD *exit_code);
@@ -135,11 +134,13 @@ D_EXPORT D_BOOL DutThreadWait(D_THREAD thread, D_WORD *exit_code);
 D_EXPORT D_BOOL DutTsdKeyCreate(D_TSD_KEY *key, D_TSD_DESTRUCTOR destructor);
 D_EXPORT D_BOOL DutTsdKeyDestroy(D_TSD_KEY key);
 /** @} */
-/** @{ */
-/** D_TRUE when the slot holds a non-null value; *value is always written. */
+/** Stores the calling thread's value of the key in *value: D_TRUE when it
+ * is non-null. An invalid key: D_ERR_VAL_INVALID; a null value pointer:
+ * D_ERR_NULL_PTR. */
 D_EXPORT D_BOOL DutTsdGetValue(D_TSD_KEY key, void **value);
+/** Sets the calling thread's value of the key; an invalid key:
+ * D_ERR_VAL_INVALID. */
 D_EXPORT D_BOOL DutTsdSetValue(D_TSD_KEY key, void *value);
-/** @} */
 
 D_END_DECLS
 

@@ -242,10 +242,16 @@ D_EXPORT int DutFsyncAtomic(int fd);
 
 /* ---- The dump file ------------------------------------------------------ */
 
-/* The per-process dump file "dump<pid>.dmp" in the temporary directory
+/** @} */
+/** @addtogroup file
+ *
+ * @par The dump file
+ * The per-process dump file "dump<pid>.dmp" in the temporary directory
  * (DutGetTmpFilePath). The name is fixed by the first open and kept for
  * the life of the process. Every operation holds the process-wide lock for
- * its whole duration. */
+ * its whole duration.
+ * @{
+ */
 
 /** Opens the dump file, deleting any old one (mode "w"). Already open:
  * D_ERR_ALREADY_EXISTS, NULL; no writable temporary directory:

@@ -278,8 +278,14 @@ D_EXPORT void DutCbOptionCopyInt4(void *option, void *data, D_WORD arg);
 /** @} */
 
 /* ---- The library's verify functions ------------------------------------------ */
-/* A null new value (the option becoming unknown) is accepted by the
- * numeric checks; the required flag guards options that need a value. */
+/** @} */
+/** @addtogroup option
+ *
+ * @par The library's verify functions
+ * A null new value (the option becoming unknown) is accepted by the
+ * numeric checks; the required flag guards options that need a value.
+ * @{
+ */
 
 /** Numeric: 0 or more, else "The option <%s> must be nonnegative.\n" and
  * D_ERR_VAL_TOO_SMALL. */

@@ -436,7 +436,11 @@ D_EXPORT D_CB *DutRingOverwriteCbLookup(D_RING_BUF *ring, D_CB_FUNC func, D_WORD
 
 /* ---- Reading: traversals ---------------------------------------------------- */
 
-/* The rules of the reading side (see also docs/ringbuf.md):
+/** @} */
+/** @addtogroup ringbuf
+ *
+ * @par Reading
+ * The rules of the reading side (see also docs/ringbuf.md):
  *   - The change buffer of a ring is its increment-0.0 buffer, or its first
  *     buffer when it has none. Changes are counted back from the newest: 0
  *     is the newest change.
@@ -446,7 +450,9 @@ D_EXPORT D_CB *DutRingOverwriteCbLookup(D_RING_BUF *ring, D_CB_FUNC func, D_WORD
  *   - The value in force at a time is what DutRingFindTimeEntry answers
  *     (the history buffer: the latest history entry not after it).
  *   - Traversals and statistics see a buffer as it is at each step and
- *     never touch the process-wide iteration state. */
+ *     never touch the process-wide iteration state.
+ * @{
+ */
 
 /** Changes first_change .. first_change + nchanges - 1 of the change buffer,
  * visited oldest first. nchanges must be above 0 and first_change at least

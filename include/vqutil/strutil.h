@@ -161,12 +161,18 @@ D_EXPORT D_BOOL DutStrListEquali(const char *const *str_list1, D_INT4 num_str_li
 D_EXPORT const char *DutGetWallTimeStr(void);
 
 /* ---- Text to number ------------------------------------------------------- */
-/* The whole text must be one number as the lexer reads it (lex.h): an
+/** @} */
+/** @addtogroup strutil
+ *
+ * @par Text to number
+ * The whole text must be one number as the lexer reads it (lex.h): an
  * optional "+" or "-" and a number token, then nothing else; a lexical
  * error or trailing text makes it invalid. A signed integer is a signed
  * number whose value is a whole number in the D_INT4 range, so "12.0" is
  * an integer and "12.5" is not. No error number is set. A null text is an
- * assertion failure. */
+ * assertion failure.
+ * @{
+ */
 
 /** The integer; 0 with the warning "DutStringToInt: Unexpected invalid
  * integer detected" when invalid. */

@@ -171,9 +171,10 @@ D_EXPORT D_BOOL DutCbTypeGetName(D_CB_TYPE *type, const char **name);
 D_EXPORT D_BOOL DutCbTypeGetGlobFlag(D_CB_TYPE *type, D_INT4 *flag);
 D_EXPORT D_BOOL DutCbTypeGetLocalFlag(D_CB_TYPE *type, D_INT4 *flag);
 /** @} */
-/** Stores any value; the call treats unknown values with a warning. */
+/** Sets the type's global flag; any value is stored, and the call treats
+ * unknown values with a warning. */
 D_EXPORT D_BOOL DutCbTypeSetGlobFlag(D_CB_TYPE *type, D_INT4 flag);
-/** 0 or 1, else D_ERR_VAL_INVALID. */
+/** Sets the type's local flag: 0 or 1, else D_ERR_VAL_INVALID. */
 D_EXPORT D_BOOL DutCbTypeSetLocalFlag(D_CB_TYPE *type, D_INT4 flag);
 
 /* ---- Lists ---------------------------------------------------------- */

@@ -111,21 +111,25 @@ D_EXPORT D_INT4 DutErrNumGet(void);
 D_EXPORT D_INT4 *DutErrNumGetPtr(void);
 
 /** @{ */
-/** D_ERR_C; a non-zero value is also stored in errno (0 keeps errno). */
+/** Set the error number to D_ERR_C with the C error value, or read that
+ * value; a non-zero value is also stored in errno (0 keeps errno). */
 D_EXPORT void DutErrNumSetC(D_INT4 c_err);
 D_EXPORT D_INT4 DutErrNumGetC(void);
 /** @} */
 /** @{ */
-/** D_ERR_OS; a non-zero value replaces the OS last error. */
+/** Set the error number to D_ERR_OS with the OS error value, or read that
+ * value; a non-zero value replaces the OS last error. */
 D_EXPORT void DutErrNumSetOs(D_INT4 os_err);
 D_EXPORT D_INT4 DutErrNumGetOs(void);
 /** @} */
 /** @{ */
-/** D_ERR_SOCKET; a non-zero value replaces the socket last error. */
+/** Set the error number to D_ERR_SOCKET with the socket error value, or
+ * read that value; a non-zero value replaces the socket last error. */
 D_EXPORT void DutErrNumSetSocket(D_INT4 socket_err);
 D_EXPORT D_INT4 DutErrNumGetSocket(void);
 /** @} */
-/** D_ERR_OS with errno = sys_err; expects os_err to be 0. */
+/** Sets the error number to D_ERR_OS and errno to sys_err; expects os_err
+ * to be 0. */
 D_EXPORT void DutErrNumSetVms(D_INT4 sys_err, D_INT4 os_err);
 
 /** @{ */
@@ -158,7 +162,8 @@ D_EXPORT D_BOOL DutErrStrCreate(D_INT4 err_num, const char *text);
  * D_ERR_NULL_PTR, D_FALSE. */
 D_EXPORT D_BOOL DutPerror(const char *prefix);
 /** @{ */
-/** 0 switches DutPerror off, 1 on; anything else: D_ERR_VAL_INVALID. */
+/** Set / get whether DutPerror prints: 0 switches it off, 1 on; anything
+ * else: D_ERR_VAL_INVALID. */
 D_EXPORT D_BOOL DutPerrorSetEnable(D_INT4 enable);
 D_EXPORT D_BOOL DutPerrorGetEnable(D_INT4 *enable);
 /** @} */

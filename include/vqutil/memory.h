@@ -42,10 +42,10 @@ D_EXPORT void DutFree(void *block);
 D_EXPORT void *DutMallocCheck(D_INT4 size, const char *name, const char *file, D_INT4 line);
 D_EXPORT void *DutCallocCheck(D_INT4 size, const char *name, const char *file, D_INT4 line);
 /** @} */
-/** A null block is a DutMallocCheck traced as "var" from the library. */
+/** Checked resize of block; a null block is a DutMallocCheck traced as "var" from the library. */
 D_EXPORT void *DutReallocCheck(void *block, D_INT4 size, const char *name, const char *file,
                                D_INT4 line);
-/** Freeing null is reported as an internal validation failure, not fatal. */
+/** Checked free; freeing null is reported as an internal validation failure, not fatal. */
 D_EXPORT void DutFreeCheck(void *block, const char *name, const char *file, D_INT4 line);
 
 /** @{ */

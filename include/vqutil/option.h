@@ -177,9 +177,10 @@ D_EXPORT D_WORD DutOptionLegValTraverse(D_OPTION *option, D_HASH_TRAV_FUNC func,
 
 /* ---- Typed setters: D_TRUE, or D_FALSE with the value unchanged --------- */
 
-/** flag 0 or 1, else D_ERR_VAL_INVALID. */
+/** Sets a boolean option: flag 0 or 1, else D_ERR_VAL_INVALID. */
 D_EXPORT D_BOOL DutOptionSetBool(D_OPTION *option, D_INT4 flag);
-/** With legal values, value must be one of them (ignoring case), else
+/** Sets an enumerated option to a copy of value. With legal values, value
+ * must be one of them (ignoring case), else
  * D_ERR_VAL_INVALID; it is stored in the case given. Also sets the string
  * option "unique_subject". */
 D_EXPORT D_BOOL DutOptionSetEnum(D_OPTION *option, const char *value);

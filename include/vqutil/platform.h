@@ -42,7 +42,8 @@ D_EXPORT D_INT4 DutWinVersionInfo(void);
 D_EXPORT D_INT4 DutGetCharFormatSystemDefault(void);
 D_EXPORT D_INT4 DutGetCharFormat(void);
 /** @} */
-/** Unknown format: D_ERR_VAL_INVALID, D_FALSE. */
+/** Sets the library's character format; an unknown format:
+ * D_ERR_VAL_INVALID, D_FALSE. */
 D_EXPORT D_BOOL DutSetCharFormat(D_INT4 format);
 
 D_END_DECLS

@@ -28,7 +28,8 @@ D_BEGIN_DECLS
 /** Allocates size bytes (0 asks for 1) from the runtime allocator; null
  * when it has none left. */
 D_EXPORT void *DutMalloc(D_INT4 size);
-/** One count only: the caller multiplies. */
+/** Allocates size zero-filled bytes (0 asks for 1); one count only: the
+ * caller multiplies. */
 D_EXPORT void *DutCalloc(D_INT4 size);
 /** Resizes block; a size of 0 asks for 1 byte, so it never frees. */
 D_EXPORT void *DutRealloc(void *block, D_INT4 size);

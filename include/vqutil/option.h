@@ -159,7 +159,7 @@ D_EXPORT D_BOOL DutOptionGetRequired(D_OPTION *option, D_INT4 *flag);
 D_EXPORT D_BOOL DutOptionGetReadOnly(D_OPTION *option, D_INT4 *flag);
 D_EXPORT D_BOOL DutOptionGetType(D_OPTION *option, D_INT4 *type);
 /** @} */
-/** 1 when the option has a value, else 0. */
+/** Stores in *known 1 when the option has a value, else 0. */
 D_EXPORT D_BOOL DutOptionGetKnown(D_OPTION *option, D_INT4 *known);
 /** Sets the verify function and its argument; a null function removes
  * verification. */

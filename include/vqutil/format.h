@@ -1,5 +1,6 @@
-/*
- * vqutil: byte order and floating-point format conversion.
+/**
+ * @defgroup format Data formats
+ * Byte order and floating-point format conversion.
  *
  * Tells the host's integer byte order and real-number format, names them,
  * reverses byte order in place, and converts 4- and 8-byte reals in place
@@ -43,48 +44,60 @@
  *
  * Thread safety: every function works only on the caller's value; the
  * texts returned by the ...ToStr functions are static and constant.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup format
+ * @brief Data formats (format).
  */
 #ifndef VQUTIL_FORMAT_H
 #define VQUTIL_FORMAT_H
 
 #include "types.h"
 
-/* Integer formats (byte orders). */
+/** @{ */
+/** Integer formats (byte orders). */
 #define D_INT_LITTLE_ENDIAN 0
 #define D_INT_BIG_ENDIAN 1
+/** @} */
 
-/* Real-number formats. */
+/** @{ */
+/** Real-number formats. */
 #define D_REAL_DEC_D 0
 #define D_REAL_DEC_G 1
 #define D_REAL_IEEE 2
 #define D_REAL_IBM_370 3
+/** @} */
 
 D_BEGIN_DECLS
 
-/* The host's integer format: D_INT_LITTLE_ENDIAN or D_INT_BIG_ENDIAN,
+/** The host's integer format: D_INT_LITTLE_ENDIAN or D_INT_BIG_ENDIAN,
  * found by inspecting the bytes of the integer 1. A host on which 1 is
  * stored in neither order is a fatal assertion. */
 D_EXPORT D_INT4 DutGetIntFormat(void);
-/* The host's real format: always D_REAL_IEEE. */
+/** The host's real format: always D_REAL_IEEE. */
 D_EXPORT D_INT4 DutGetRealFormat(void);
 
-/* Stores in *str the static text of an integer format ("LITTLE_ENDIAN",
+/** Stores in *str the static text of an integer format ("LITTLE_ENDIAN",
  * "BIG_ENDIAN") and returns D_TRUE. Null str: D_ERR_NULL_PTR, D_FALSE. An
  * unknown format: D_FALSE without an error number, *str untouched. */
 D_EXPORT D_BOOL DutIntFormatToStr(D_INT4 format, const char **str);
-/* The same for real formats: "DEC_D", "DEC_G", "IEEE", "IBM_370". */
+/** The same for real formats: "DEC_D", "DEC_G", "IEEE", "IBM_370". */
 D_EXPORT D_BOOL DutRealFormatToStr(D_INT4 format, const char **str);
 
-/* Reverse the 2, 4, 8 or 16 bytes at val_in_out in place. A null pointer
+/** @{ */
+/** Reverse the 2, 4, 8 or 16 bytes at val_in_out in place. A null pointer
  * is a fatal assertion ("val_in_out != NULL"). */
 D_EXPORT void DutSwapTwoBytes(void *val_in_out);
 D_EXPORT void DutSwapFourBytes(void *val_in_out);
 D_EXPORT void DutSwapEightBytes(void *val_in_out);
 D_EXPORT void DutSwapSixteenBytes(void *val_in_out);
+/** @} */
 
 /* ---- 4-byte reals ------------------------------------------------------ */
 
-/* IEEE single (format_in 0 or 1) -> DEC F (format_out 0).
+/** IEEE single (format_in 0 or 1) -> DEC F (format_out 0).
  * Exact for every IEEE exponent field 1..253, i.e. |x| in [2^-126, 2^127).
  * Zero and negative zero give zero. Outside that range there is no check:
  * exponent fields 254 and 255 (|x| >= 2^127, infinity, NaN) carry into the
@@ -92,19 +105,19 @@ D_EXPORT void DutSwapSixteenBytes(void *val_in_out);
  * exponent 2 with its fraction kept, which DutSwapReal4DecFToIeee turns
  * back into the same denormal. */
 D_EXPORT D_BOOL DutSwapReal4IeeeToDecF(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* DEC F (format_in 0) -> IEEE single (format_out 0 or 1).
+/** DEC F (format_in 0) -> IEEE single (format_out 0 or 1).
  * Exact for DEC exponents 3..255 (every DEC F value of magnitude at least
  * 2^-126). DEC exponent 2 gives an IEEE denormal pattern (the inverse of
  * the denormal case above, not the DEC value); exponents 0 and 1 with any
  * bit set borrow from the sign bit and give an unrelated value. */
 D_EXPORT D_BOOL DutSwapReal4DecFToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* IEEE single (format_in 0 or 1) -> IBM single (format_out 1).
+/** IEEE single (format_in 0 or 1) -> IBM single (format_out 1).
  * Every IEEE exponent fits (IBM exponents 33..97). The 24-bit significand
  * is shifted right by 0..3 bits to align it on a hex digit, so up to three
  * low bits are truncated. Negative zero gives zero. A denormal is taken
  * as 1.f x 2^-127; infinity and NaN give IBM exponent 96 or 97. */
 D_EXPORT D_BOOL DutSwapReal4IeeeToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* IBM single (format_in 1) -> IEEE single (format_out 0 or 1).
+/** IBM single (format_in 1) -> IEEE single (format_out 0 or 1).
  * Exact for normalised values with exponents 34..96, and 33 when the
  * leading hex digit is 4 or more: about |x| in [2^-126, 2^128).
  * Exponent below 33: warning
@@ -117,18 +130,18 @@ D_EXPORT D_BOOL DutSwapReal4IeeeToIbm370(void *val_in_out, D_INT4 format_in, D_I
  * unnormalised fraction (leading hex digit 0) is stored as it is, with
  * IEEE exponent 4E - 129, which is not the IBM value. */
 D_EXPORT D_BOOL DutSwapReal4Ibm370ToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* DEC F (format_in 0) -> IBM single (format_out 1), through IEEE single in
+/** DEC F (format_in 0) -> IBM single (format_out 1), through IEEE single in
  * host order: the ranges and truncation of DutSwapReal4DecFToIeee and then
  * DutSwapReal4IeeeToIbm370 apply. Both formats are checked first. */
 D_EXPORT D_BOOL DutSwapReal4DecFToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* IBM single (format_in 1) -> DEC F (format_out 0), through IEEE single in
+/** IBM single (format_in 1) -> DEC F (format_out 0), through IEEE single in
  * host order: DutSwapReal4Ibm370ToIeee (with its warnings and clamping)
  * and then DutSwapReal4IeeeToDecF. Both formats are checked first. */
 D_EXPORT D_BOOL DutSwapReal4Ibm370ToDecF(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
 
 /* ---- 8-byte reals ------------------------------------------------------ */
 
-/* IEEE double (format_in 0 or 1) -> DEC D (format_out 0).
+/** IEEE double (format_in 0 or 1) -> DEC D (format_out 0).
  * Exact for |x| in [2^-128, 2^127): the 52 fraction bits gain three zero
  * bits. Negative zero gives zero. An unbiased exponent e of 127 or more
  * (including infinity and NaN): warning
@@ -138,7 +151,7 @@ D_EXPORT D_BOOL DutSwapReal4Ibm370ToDecF(void *val_in_out, D_INT4 format_in, D_I
  * DEC exponent 0, a DEC zero with bits set). A denormal input is a fatal
  * assertion ("D_IN_RANGE(ieee_exp, -1022, 1024)"). */
 D_EXPORT D_BOOL DutSwapReal8IeeeToDecD(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* IEEE double (format_in 0 or 1) -> DEC G (format_out 0).
+/** IEEE double (format_in 0 or 1) -> DEC G (format_out 0).
  * Exact for every normal |x| below 2^1023. Negative zero gives zero. An
  * unbiased exponent e of 1023 or more (including infinity and NaN):
  * warning
@@ -147,21 +160,21 @@ D_EXPORT D_BOOL DutSwapReal8IeeeToDecD(void *val_in_out, D_INT4 format_in, D_INT
  * (DEC exponent 2047), fraction kept. A denormal input is a fatal
  * assertion ("D_IN_RANGE(ieee_exp, -1022, 1024)"). */
 D_EXPORT D_BOOL DutSwapReal8IeeeToDecG(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* DEC D (format_in 0) -> IEEE double (format_out 0 or 1).
+/** DEC D (format_in 0) -> IEEE double (format_out 0 or 1).
  * Every DEC D exponent fits; the three low fraction bits are truncated.
  * A DEC exponent of 0 with bits set wraps to the IEEE value of exponent
  * +127 (IEEE field 1150). */
 D_EXPORT D_BOOL DutSwapReal8DecDToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* DEC G (format_in 0) -> IEEE double (format_out 0 or 1).
+/** DEC G (format_in 0) -> IEEE double (format_out 0 or 1).
  * Exact for DEC exponents 3..2047. The exponent field is lowered by 2
  * without a check: exponent 2 gives an IEEE denormal pattern, and 0 or 1
  * wrap within the 11-bit field to 2046 or 2047. */
 D_EXPORT D_BOOL DutSwapReal8DecGToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* DEC D (format_in 0) -> DEC G (format_out 0).
+/** DEC D (format_in 0) -> DEC G (format_out 0).
  * Every DEC D exponent fits; the three low fraction bits are truncated.
  * A DEC exponent of 0 with other bits set gives DEC G exponent 896. */
 D_EXPORT D_BOOL DutSwapReal8DecDToDecG(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* DEC G (format_in 0) -> DEC D (format_out 0).
+/** DEC G (format_in 0) -> DEC D (format_out 0).
  * Exact for DEC G exponents 897..1150, i.e. |x| in [2^-128, 2^126). An
  * unbiased exponent e (G exponent - 1024) of 127 or more: warning
  *   "DutSwapReal8DecGToDecD: DEC_G exponent %d cannot fit in DEC_D exponent.\n"
@@ -170,7 +183,7 @@ D_EXPORT D_BOOL DutSwapReal8DecDToDecG(void *val_in_out, D_INT4 format_in, D_INT
  * exponent of 0 with other bits set is a fatal assertion
  * ("D_IN_RANGE(dec_g_exp, -1023, 1023)"). */
 D_EXPORT D_BOOL DutSwapReal8DecGToDecD(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* IEEE double (format_in 0 or 1) -> IBM double (format_out 1).
+/** IEEE double (format_in 0 or 1) -> IBM double (format_out 1).
  * Exact for IEEE exponent fields 763..1274, i.e. |x| in [2^-260, 2^252):
  * the 53-bit significand moves left by 0..3 bits into the 56-bit fraction.
  * Negative zero gives zero. Below that range: warning
@@ -179,23 +192,27 @@ D_EXPORT D_BOOL DutSwapReal8DecGToDecD(void *val_in_out, D_INT4 format_in, D_INT
  *   "DutSwapReal8IeeeToIbm370: IEEE exponent overflows IBM_370 exponent\n"
  * and IBM exponent 127; the fraction is kept in both cases. */
 D_EXPORT D_BOOL DutSwapReal8IeeeToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* IBM double (format_in 1) -> IEEE double (format_out 0 or 1).
+/** IBM double (format_in 1) -> IEEE double (format_out 0 or 1).
  * Every IBM exponent fits (IEEE fields 763..1274), so there is no
  * clamping. Normalised values lose up to three low fraction bits
  * (truncated). An unnormalised fraction (leading hex digit 0) is stored as
  * it is with IEEE exponent 4E + 767, which is not the IBM value. */
 D_EXPORT D_BOOL DutSwapReal8Ibm370ToIeee(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* DEC D or DEC G (format_in 0) -> IBM double (format_out 1), through IEEE
+/** @{ */
+/** DEC D or DEC G (format_in 0) -> IBM double (format_out 1), through IEEE
  * double in host order: the DEC -> IEEE and IEEE -> IBM rules above apply
  * in turn. Both formats are checked first. */
 D_EXPORT D_BOOL DutSwapReal8DecDToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
 D_EXPORT D_BOOL DutSwapReal8DecGToIbm370(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
-/* IBM double (format_in 1) -> DEC D or DEC G (format_out 0), through IEEE
+/** @} */
+/** @{ */
+/** IBM double (format_in 1) -> DEC D or DEC G (format_out 0), through IEEE
  * double in host order: the IBM -> IEEE and IEEE -> DEC rules above apply
  * in turn (so IBM values of 2^127 or more reach DEC D with its warning and
  * exponent 255). Both formats are checked first. */
 D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecD(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
 D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecG(void *val_in_out, D_INT4 format_in, D_INT4 format_out);
+/** @} */
 
 /* ---- Arrays of reals ----------------------------------------------------- */
 
@@ -234,4 +251,5 @@ D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecGArray(void *values, D_UINT4 count, D_INT
 
 D_END_DECLS
 
+/** @} */
 #endif /* VQUTIL_FORMAT_H */

@@ -1,5 +1,6 @@
-/*
- * vqutil: the host's node name, the socket directory, and sockets.
+/**
+ * @defgroup net Node name and sockets
+ * The host's node name, the socket directory, and sockets.
  *
  * The node name identifies this host to the family's processes (it is part
  * of the default unique subject of a process and the default server and
@@ -41,18 +42,26 @@
  * Thread safety: every function may be called from any thread; a socket
  * is used by one thread at a time unless the caller serialises it.
  * DutGetSocketDir computes its result once under the process-wide lock.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup net
+ * @brief Node name and sockets (net).
  */
 #ifndef VQUTIL_NET_H
 #define VQUTIL_NET_H
 
 #include "types.h"
 
-/* Size of the buffer DutGetNodeName fills, terminator included. */
+/** Size of the buffer DutGetNodeName fills, terminator included. */
 #define D_NODE_NAME_SIZE 256
 
-/* Modes of DutSocketCheck. */
+/** @{ */
+/** Modes of DutSocketCheck. */
 #define D_SOCKET_CHECK_READ 0
 #define D_SOCKET_CHECK_WRITE 1
+/** @} */
 
 struct in_addr;
 struct sockaddr_in;
@@ -61,14 +70,14 @@ D_BEGIN_DECLS
 
 /* ---- Node name and socket directory ------------------------------------ */
 
-/* Fills buffer (at least D_NODE_NAME_SIZE bytes, owned by the caller) with
+/** Fills buffer (at least D_NODE_NAME_SIZE bytes, owned by the caller) with
  * the host's node name, or "UNKNOWN" when the system cannot tell. When the
  * environment variable VQ_FORCE_NODE_NAME is set, its value replaces the
  * name (cut to D_NODE_NAME_SIZE - 1 characters). Returns buffer; a null
  * buffer sets D_ERR_NULL_PTR and answers null. */
 D_EXPORT char *DutGetNodeName(char *buffer);
 
-/* The socket directory: "$TEMP/vqsuite" ("/tmp/vqsuite" when TEMP is
+/** The socket directory: "$TEMP/vqsuite" ("/tmp/vqsuite" when TEMP is
  * unset). The first call creates TEMP and then the directory; one that
  * already exists, or that cannot be created for lack of permission, is
  * fine. Any other failure records the runtime error (D_ERR_C), prints it
@@ -79,16 +88,16 @@ D_EXPORT const char *DutGetSocketDir(void);
 
 /* ---- Addresses ------------------------------------------------------------ */
 
-/* The IPv4 address of a node name into *address. 1 on success. A name
+/** The IPv4 address of a node name into *address. 1 on success. A name
  * longer than 255 characters: D_ERR_VAL_TOO_LARGE. An unknown node (one
  * that does not resolve, or a name without letters that is not in dotted
  * notation) warns "unknown node %s\n" and sets the socket error 10065.
  * "255.255.255.255" is accepted. Each failure answers 0. */
 D_EXPORT D_BOOL DutSocketParseIpAddr(const char *node_name, struct in_addr *address);
-/* The same as DutSocketParseIpAddr. */
+/** The same as DutSocketParseIpAddr. */
 D_EXPORT D_BOOL DutGetHostByName(const char *node_name, struct in_addr *address);
 
-/* Whether two node names name the same host, into *result: 1 when they are
+/** Whether two node names name the same host, into *result: 1 when they are
  * equal ignoring case, or when both turn into IPv4 addresses (dotted
  * notation first, else the resolver) and the addresses are equal; else 0,
  * also when a name does not resolve. Answers 1; a null argument sets
@@ -97,7 +106,7 @@ D_EXPORT D_BOOL DutCompareNodeNames(const char *name1, const char *name2, D_INT4
 
 /* ---- TCP ----------------------------------------------------------------- */
 
-/* A listening TCP socket on port (0: a port the system picks), or -1.
+/** A listening TCP socket on port (0: a port the system picks), or -1.
  * First a client connection to the own node name on that port is tried
  * quietly: when it connects, a server is already there, and the call
  * fails with the socket error 10048 before binding. Then: buffer sizes,
@@ -108,7 +117,7 @@ D_EXPORT D_BOOL DutCompareNodeNames(const char *name1, const char *name2, D_INT4
  * The socket is not inherited by programs the process starts. */
 D_EXPORT D_INT4 DutSocketCreateServerTcp(D_INT4 port);
 
-/* A TCP socket connected to node_name on port (1 or more), or -1. When the
+/** A TCP socket connected to node_name on port (1 or more), or -1. When the
  * environment variable TRANSLATE_NODE_NAME is set and node_name is the
  * name of a set environment variable, that variable's value is the node.
  * An unknown node fails as in DutSocketParseIpAddr. Buffer sizes and
@@ -118,18 +127,18 @@ D_EXPORT D_INT4 DutSocketCreateServerTcp(D_INT4 port);
  * "connect". The socket comes back in blocking mode. */
 D_EXPORT D_INT4 DutSocketCreateClientTcp(const char *node_name, D_INT4 port);
 
-/* Takes a connection from a listening socket: the new socket (blocking,
+/** Takes a connection from a listening socket: the new socket (blocking,
  * not inherited), or -1. A non-blocking socket without a pending
  * connection sets D_ERR_WOULD_BLOCK (25); other failures print "accept". */
 D_EXPORT D_INT4 DutSocketAccept(D_INT4 socket);
 
 /* ---- UDP broadcast --------------------------------------------------------- */
 
-/* A UDP socket bound to port on any address, not inherited, or -1
+/** A UDP socket bound to port on any address, not inherited, or -1
  * ("socket", "bind"). */
 D_EXPORT D_INT4 DutSocketCreateServerBcast(D_INT4 port);
 
-/* A UDP socket allowed to broadcast, or -1, and in *address where to send:
+/** A UDP socket allowed to broadcast, or -1, and in *address where to send:
  * node_name on port, or for "255.255.255.255" the broadcast address of the
  * own node's network (its classful network with the host part all ones).
  * An unknown node fails as in DutSocketParseIpAddr; a failure to allow
@@ -139,19 +148,23 @@ D_EXPORT D_INT4 DutSocketCreateClientBcast(const char *node_name, D_INT4 port, s
 
 /* ---- Unavailable kinds ----------------------------------------------------- */
 
-/* Local (same-host) sockets are not available: -1 with the socket error
+/** @{ */
+/** Local (same-host) sockets are not available: -1 with the socket error
  * 10047 (address family not supported). */
 D_EXPORT D_INT4 DutSocketCreateServerLocal(const char *name);
 D_EXPORT D_INT4 DutSocketCreateClientLocal(const char *name);
-/* DECnet sockets are not available: -1 with the socket error 10043
+/** @} */
+/** @{ */
+/** DECnet sockets are not available: -1 with the socket error 10043
  * (protocol not supported), printed as "decnet". A null node_name for the
  * client sets D_ERR_NULL_PTR and answers 0. */
 D_EXPORT D_INT4 DutSocketCreateServerDecnet(const char *object_name);
 D_EXPORT D_INT4 DutSocketCreateClientDecnet(const char *node_name, const char *object_name);
+/** @} */
 
 /* ---- Waiting and receiving -------------------------------------------------- */
 
-/* 1 when the socket is ready for mode (D_SOCKET_CHECK_READ or
+/** 1 when the socket is ready for mode (D_SOCKET_CHECK_READ or
  * D_SOCKET_CHECK_WRITE, else D_ERR_VAL_INVALID), has an exceptional
  * condition or has hung up, within timeout seconds; else 0: the time-out
  * sets D_ERR_TIMEOUT_REACHED (9); a failure records the socket error and
@@ -161,7 +174,7 @@ D_EXPORT D_INT4 DutSocketCreateClientDecnet(const char *node_name, const char *o
  * can be watched. */
 D_EXPORT D_BOOL DutSocketCheck(D_INT4 socket, D_INT4 mode, D_REAL8 timeout);
 
-/* Receives length bytes (1 or more) into buffer, waiting at most timeout
+/** Receives length bytes (1 or more) into buffer, waiting at most timeout
  * seconds for each piece; answers the count received, or -1. *timed_out is
  * set to 0, and to 1 when a wait timed out (the count so far is returned).
  * A peer that closes ends the call with the count so far. Interrupted
@@ -172,19 +185,20 @@ D_EXPORT D_BOOL DutSocketCheck(D_INT4 socket, D_INT4 mode, D_REAL8 timeout);
 D_EXPORT D_INT4 DutSocketRecvTimeout(D_INT4 socket, void *buffer, D_INT4 length, D_INT4 flags,
                                      D_REAL8 timeout, D_INT4 *timed_out);
 
-/* Receives until length bytes (1 or more) are in buffer or the peer closes;
+/** Receives until length bytes (1 or more) are in buffer or the peer closes;
  * answers the count, or -1 with the socket error. */
 D_EXPORT D_INT4 DutSocketRecvAll(D_INT4 socket, void *buffer, D_INT4 length, D_INT4 flags);
 
 /* ---- Modes and sizes ---------------------------------------------------------- */
 
-/* *blocking = 1 when the socket blocks, 0 when it does not. */
+/** *blocking = 1 when the socket blocks, 0 when it does not. */
 D_EXPORT D_BOOL DutSocketGetBlockMode(D_INT4 socket, D_INT4 *blocking);
-/* blocking 1 or 0 (else D_ERR_VAL_INVALID); a failure prints
+/** blocking 1 or 0 (else D_ERR_VAL_INVALID); a failure prints
  * "ioctlsocket". */
 D_EXPORT D_BOOL DutSocketSetBlockMode(D_INT4 socket, D_INT4 blocking);
 
-/* The receive and send buffer sizes, in bytes, as set (the system may
+/** @{ */
+/** The receive and send buffer sizes, in bytes, as set (the system may
  * round a size up to its minimum or down to its maximum). Sizes must not
  * be negative. A failing system call sets the socket error and fails the
  * internal validation "0 == sys_status" (a warning). */
@@ -192,20 +206,24 @@ D_EXPORT D_BOOL DutSocketGetRecvBufSize(D_INT4 socket, D_INT4 *size);
 D_EXPORT D_BOOL DutSocketSetRecvBufSize(D_INT4 socket, D_INT4 size);
 D_EXPORT D_BOOL DutSocketGetSendBufSize(D_INT4 socket, D_INT4 *size);
 D_EXPORT D_BOOL DutSocketSetSendBufSize(D_INT4 socket, D_INT4 size);
+/** @} */
 
 /* ---- Platform entry points ------------------------------------------------------ */
 
-/* Sleeps for seconds (DutWinSleep); answers 1. */
+/** Sleeps for seconds (DutWinSleep); answers 1. */
 D_EXPORT D_BOOL DutSleep(D_REAL8 seconds);
 
-/* Closes a socket: 0, or -1 with D_ERR_SOCKET and the socket error. */
+/** Closes a socket: 0, or -1 with D_ERR_SOCKET and the socket error. */
 D_EXPORT D_INT4 DutWinCloseSocket(D_INT4 socket);
-/* The address (network byte order, as in in_addr) of a classful network
+/** @{ */
+/** The address (network byte order, as in in_addr) of a classful network
  * number and a host number (both host byte order), and the network number
  * of an address: inet_makeaddr and inet_netof. */
 D_EXPORT D_UINT4 DutWinMakeaddr(D_UINT4 network, D_UINT4 host);
 D_EXPORT D_UINT4 DutWinNetof(D_UINT4 address);
+/** @} */
 
 D_END_DECLS
 
+/** @} */
 #endif /* VQUTIL_NET_H */

@@ -1,5 +1,6 @@
-/*
- * vqutil: one-wildcard name patterns.
+/**
+ * @defgroup pattern Name patterns
+ * One-wildcard name patterns.
  *
  * A pattern is a non-empty string. Without a question mark it is a plain
  * name that matches only itself, byte for byte (case counts). With one it
@@ -13,6 +14,12 @@
  * the debug file.
  *
  * Thread safety: matching has no state; any thread may call it.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup pattern
+ * @brief Name patterns (pattern).
  */
 #ifndef VQUTIL_PATTERN_H
 #define VQUTIL_PATTERN_H
@@ -21,14 +28,14 @@
 
 #include "types.h"
 
-/* The wildcard delimiter. */
+/** The wildcard delimiter. */
 #define D_PATTERN_DELIMITER '?'
-/* True when s holds a wildcard delimiter. */
+/** True when s holds a wildcard delimiter. */
 #define D_IS_A_PATTERN(s) (strchr((s), D_PATTERN_DELIMITER) != NULL)
 
 D_BEGIN_DECLS
 
-/* D_TRUE when match matches pattern. For a wildcard pattern the matched
+/** D_TRUE when match matches pattern. For a wildcard pattern the matched
  * text is copied, NUL-terminated, into instance_return, which is unbounded:
  * it must hold strlen(match) + 1 bytes, the longest possible instance.
  * A plain pattern leaves instance_return untouched. No match: D_FALSE with
@@ -40,4 +47,5 @@ D_EXPORT D_BOOL DutMatchPattern(const char *pattern, const char *match, char *in
 
 D_END_DECLS
 
+/** @} */
 #endif /* VQUTIL_PATTERN_H */

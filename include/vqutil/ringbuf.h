@@ -1,5 +1,6 @@
-/*
- * vqutil: ring buffers of time-stamped values.
+/**
+ * @defgroup ringbuf Ring buffers
+ * Ring buffers of time-stamped values.
  *
  * A ring keeps the recent history of one monitored value at several time
  * resolutions at once. It owns an ordered list of buffers, smallest
@@ -75,6 +76,12 @@
  * state, so one such iteration runs at a time in the whole process, also
  * across threads. The D_RING_ITER forms below and every reading-side
  * function (traversals, statistics, changes) keep no shared state.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup ringbuf
+ * @brief Ring buffers (ringbuf).
  */
 #ifndef VQUTIL_RINGBUF_H
 #define VQUTIL_RINGBUF_H
@@ -84,7 +91,8 @@
 #include "time.h"
 #include "types.h"
 
-/* Value types. */
+/** @{ */
+/** Value types. */
 #define D_RING_TYPE_VOID 0
 #define D_RING_TYPE_INT 1
 #define D_RING_TYPE_LONG 2
@@ -92,141 +100,151 @@
 #define D_RING_TYPE_STRING 8
 #define D_RING_TYPE_FLOAT 4096
 #define D_RING_TYPE_WORD 8192
+/** @} */
 
-/* Buffer flags. */
-#define D_RING_FIXED 0x1u        /* never grows */
-#define D_RING_TIME_REPEAT 0x2u  /* several entries may share one time */
-#define D_RING_VALUE_REPEAT 0x4u /* a value equal to the newest is kept */
-#define D_RING_INDIRECT 0x8u     /* kept for the caller; the library does not read it */
-/* Set by the library: */
-#define D_RING_HOLES 0x100u   /* empty slots may lie between the oldest and newest entry */
-#define D_RING_HISTORY 0x200u /* the ring's history buffer */
+/** @{ */
+/** Buffer flags. */
+#define D_RING_FIXED 0x1u        /**< never grows */
+#define D_RING_TIME_REPEAT 0x2u  /**< several entries may share one time */
+#define D_RING_VALUE_REPEAT 0x4u /**< a value equal to the newest is kept */
+#define D_RING_INDIRECT 0x8u     /**< kept for the caller; the library does not read it */
+/** @} */
+/** @{ */
+/** Set by the library: */
+#define D_RING_HOLES 0x100u   /**< empty slots may lie between the oldest and newest entry */
+#define D_RING_HISTORY 0x200u /**< the ring's history buffer */
+/** @} */
 
-/* The largest buffer size. */
+/** The largest buffer size. */
 #define D_RING_MAX_SIZE 65535
 
-/* Entry status bit 1: the value is known at run time. A status of 0 marks
+/** Entry status bit 1: the value is known at run time. A status of 0 marks
  * an empty slot; the other bits belong to the caller. */
 #define D_RING_STATUS_KNOWN 0x2u
 
-/* Callback type of the overwrite callbacks. */
+/** @{ */
+/** Callback type of the overwrite callbacks. */
 #define D_RING_OVERWRITE_CB_TYPE D_CB_TYPE_RINGBUF_OVERWRITE
 #define D_RING_OVERWRITE_CB_TYPE_NAME "ring_overwrite"
+/** @} */
 
-/* The text of a string entry: size counts 32-byte units. */
+/** The text of a string entry: size counts 32-byte units. */
 typedef struct D_RING_STR {
-  char *str;
-  D_INT4 size;
+  char *str;   /**< the text */
+  D_INT4 size; /**< room for the text, in 32-byte units */
 } D_RING_STR;
 
+/** An entry's value; which member holds it follows the ring's type. */
 typedef union D_RING_VALUE {
-  void *ptr;       /* type 0 */
-  D_INT4 i;        /* types 1 and 2 */
-  D_REAL8 *dp;     /* type 4: the entry's slot in the double storage */
-  D_RING_STR *rs;  /* type 8, or null before the first text */
-  float f;         /* type 4096 */
-  D_UINT4 w;       /* type 8192 */
+  void *ptr;       /**< type 0 */
+  D_INT4 i;        /**< types 1 and 2 */
+  D_REAL8 *dp;     /**< type 4: the entry's slot in the double storage */
+  D_RING_STR *rs;  /**< type 8, or null before the first text */
+  float f;         /**< type 4096 */
+  D_UINT4 w;       /**< type 8192 */
 } D_RING_VALUE;
 
-/* One entry; entries are stored contiguously. (16 bytes where pointers are
+/** One entry; entries are stored contiguously. (16 bytes where pointers are
  * 32 bits; 24 where they are 64.) */
 typedef struct D_RING_ENTRY {
-  D_INT4 sec;
-  D_INT4 usec;
-  D_RING_VALUE value;
-  D_UINT2 status; /* 0: the slot is empty */
-  D_UINT2 flag;   /* the caller's extra word */
+  D_INT4 sec;         /**< time stamp: seconds */
+  D_INT4 usec;        /**< time stamp: microseconds */
+  D_RING_VALUE value; /**< the value */
+  D_UINT2 status; /**< 0: the slot is empty */
+  D_UINT2 flag;   /**< the caller's extra word */
 } D_RING_ENTRY;
 
 struct D_RING_BUF;
 
-/* A buffer of a ring. Its first two words link it into the ring's list. */
+/** A buffer of a ring. Its first two words link it into the ring's list. */
 typedef struct D_RING_HDR {
-  D_DQ_NODE *prev;
-  D_DQ_NODE *next;
-  D_TIME_VALUE min_span;  /* data time a growable buffer must cover */
-  D_TIME_VALUE incr;      /* the increment: the buffer's key in its ring */
-  D_TIME_VALUE next_incr; /* the next increment boundary */
-  D_RING_ENTRY *start;    /* size entries */
-  D_RING_ENTRY *current;  /* the newest entry */
-  struct D_RING_BUF *ring;
-  D_UINT2 size;
-  D_UINT4 flags;
+  D_DQ_NODE *prev;        /**< previous buffer of the ring */
+  D_DQ_NODE *next;        /**< next buffer of the ring */
+  D_TIME_VALUE min_span;  /**< data time a growable buffer must cover */
+  D_TIME_VALUE incr;      /**< the increment: the buffer's key in its ring */
+  D_TIME_VALUE next_incr; /**< the next increment boundary */
+  D_RING_ENTRY *start;    /**< size entries */
+  D_RING_ENTRY *current;  /**< the newest entry */
+  struct D_RING_BUF *ring; /**< the ring holding the buffer */
+  D_UINT2 size;            /**< number of entries */
+  D_UINT4 flags;           /**< D_RING_FIXED ... D_RING_HISTORY */
 } D_RING_HDR;
 
-/* Frees a pointer value of a type-0 ring. */
+/** Frees a pointer value of a type-0 ring. */
 typedef void (*D_RING_FREE_FUNC)(void *value);
 
-/* A ring. */
+/** A ring. */
 typedef struct D_RING_BUF {
-  D_DQ_NODE *buffers;          /* sentinel of the buffer list, smallest increment first */
-  D_RING_HDR *hist_buff;       /* the history buffer, or null */
-  D_RING_ENTRY *initial_value; /* a value archived before any buffer took it, or null */
-  D_UINT4 type;
-  D_RING_FREE_FUNC free_func; /* type 0 only, or null */
-  char *name;                 /* owned copy, or null ("Unnamed") */
-  D_CB_LIST *overwrite_cb_list;
+  D_DQ_NODE *buffers;          /**< sentinel of the buffer list, smallest increment first */
+  D_RING_HDR *hist_buff;       /**< the history buffer, or null */
+  D_RING_ENTRY *initial_value; /**< a value archived before any buffer took it, or null */
+  D_UINT4 type;               /**< the value type */
+  D_RING_FREE_FUNC free_func; /**< type 0 only, or null */
+  char *name;                 /**< owned copy, or null ("Unnamed") */
+  D_CB_LIST *overwrite_cb_list; /**< overwrite callbacks, or null */
 } D_RING_BUF;
 
-/* The callback data of an overwrite: called with the ring as the object,
+/** The callback data of an overwrite: called with the ring as the object,
  * before the entry changes. */
 typedef struct D_RING_OVERWRITE_CB_DATA {
-  struct D_CB *cb; /* the callback being called */
-  D_RING_HDR *buffer;
-  D_RING_ENTRY *entry; /* still holding the value about to be replaced */
+  struct D_CB *cb; /**< the callback being called */
+  D_RING_HDR *buffer;  /**< the buffer holding the entry */
+  D_RING_ENTRY *entry; /**< still holding the value about to be replaced */
 } D_RING_OVERWRITE_CB_DATA;
 
-#define D_GRB_BUFFERS(rb) ((rb)->buffers)
-#define D_GRB_HIST_BUFF(rb) ((rb)->hist_buff)
-#define D_GRB_INITIAL_VALUE(rb) ((rb)->initial_value)
-#define D_GRB_TYPE(rb) ((rb)->type)
-#define D_GRB_FREE_FUNC(rb) ((rb)->free_func)
-#define D_GRB_NAME(rb) ((rb)->name)
-#define D_GRB_OVERWRITE_CB_LIST(rb) ((rb)->overwrite_cb_list)
-#define D_GRH_MIN_SPAN(hdr) ((hdr)->min_span)
-#define D_GRH_INCR(hdr) ((hdr)->incr)
-#define D_GRH_NEXT_INCR(hdr) ((hdr)->next_incr)
-#define D_GRH_START(hdr) ((hdr)->start)
-#define D_GRH_CURRENT(hdr) ((hdr)->current)
-#define D_GRH_RING(hdr) ((hdr)->ring)
-#define D_GRH_SIZE(hdr) ((hdr)->size)
-#define D_GRH_FLAGS(hdr) ((hdr)->flags)
-#define D_GRBE_SEC(rbe) ((rbe)->sec)
-#define D_GRBE_USEC(rbe) ((rbe)->usec)
-#define D_GRBE_VALUE(rbe) ((rbe)->value)
-#define D_GRBE_STATUS(rbe) ((rbe)->status)
-#define D_GRBE_FLAG(rbe) ((rbe)->flag)
+#define D_GRB_BUFFERS(rb) ((rb)->buffers) /**< `buffers` field */
+#define D_GRB_HIST_BUFF(rb) ((rb)->hist_buff) /**< `hist_buff` field */
+#define D_GRB_INITIAL_VALUE(rb) ((rb)->initial_value) /**< `initial_value` field */
+#define D_GRB_TYPE(rb) ((rb)->type) /**< `type` field */
+#define D_GRB_FREE_FUNC(rb) ((rb)->free_func) /**< `free_func` field */
+#define D_GRB_NAME(rb) ((rb)->name) /**< `name` field */
+#define D_GRB_OVERWRITE_CB_LIST(rb) ((rb)->overwrite_cb_list) /**< `overwrite_cb_list` field */
+#define D_GRH_MIN_SPAN(hdr) ((hdr)->min_span) /**< `min_span` field */
+#define D_GRH_INCR(hdr) ((hdr)->incr) /**< `incr` field */
+#define D_GRH_NEXT_INCR(hdr) ((hdr)->next_incr) /**< `next_incr` field */
+#define D_GRH_START(hdr) ((hdr)->start) /**< `start` field */
+#define D_GRH_CURRENT(hdr) ((hdr)->current) /**< `current` field */
+#define D_GRH_RING(hdr) ((hdr)->ring) /**< `ring` field */
+#define D_GRH_SIZE(hdr) ((hdr)->size) /**< `size` field */
+#define D_GRH_FLAGS(hdr) ((hdr)->flags) /**< `flags` field */
+#define D_GRBE_SEC(rbe) ((rbe)->sec) /**< `sec` field */
+#define D_GRBE_USEC(rbe) ((rbe)->usec) /**< `usec` field */
+#define D_GRBE_VALUE(rbe) ((rbe)->value) /**< `value` field */
+#define D_GRBE_STATUS(rbe) ((rbe)->status) /**< `status` field */
+#define D_GRBE_FLAG(rbe) ((rbe)->flag) /**< `flag` field */
 
-/* A per-caller iteration over one buffer (see DutRingIterFirst). */
+/** A per-caller iteration over one buffer (see DutRingIterFirst). */
 typedef struct D_RING_ITER {
-  D_RING_HDR *buffer; /* null before the first call */
-  D_INT4 index;       /* slot of the entry last returned */
-  D_INT4 done;        /* the iteration has ended */
+  D_RING_HDR *buffer; /**< null before the first call */
+  D_INT4 index;       /**< slot of the entry last returned */
+  D_INT4 done;        /**< the iteration has ended */
 } D_RING_ITER;
 
-/* Traversal kinds. */
-#define D_RING_TRAV_CHANGES 1 /* DutRingZeroTravInit */
-#define D_RING_TRAV_RING 2    /* DutRingTravInit */
-#define D_RING_TRAV_HISTORY 3 /* DutRingHistTravInit */
+/** @{ */
+/** Traversal kinds. */
+#define D_RING_TRAV_CHANGES 1 /**< DutRingZeroTravInit */
+#define D_RING_TRAV_RING 2    /**< DutRingTravInit */
+#define D_RING_TRAV_HISTORY 3 /**< DutRingHistTravInit */
+/** @} */
 
-/* A traversal context: filled by one of the three Init functions, held by
+/** A traversal context: filled by one of the three Init functions, held by
  * the caller (no allocation, nothing to destroy) and advanced by
  * DutRingTravNext. The fields are for printing; use the functions. */
 typedef struct D_RING_CONTEXT {
-  D_INT4 kind;            /* D_RING_TRAV_..., 0 before an Init */
-  D_RING_BUF *ring;
-  D_RING_HDR *buffer;     /* the buffer walked entry by entry, or null */
-  D_TIME_VALUE start;
-  D_TIME_VALUE incr;      /* 0.0: every change; above: samples */
-  D_TIME_VALUE end;
-  D_TIME_VALUE next_time; /* the next sample time */
-  D_INT4 position;        /* entry by entry: index from the oldest entry */
-  D_INT4 remaining;       /* changes still to visit; -1: the samples are over */
-  D_INT4 lead;            /* every change: the value in force at start is still to come */
-  D_INT4 done;
+  D_INT4 kind;            /**< D_RING_TRAV_..., 0 before an Init */
+  D_RING_BUF *ring;       /**< the ring traversed */
+  D_RING_HDR *buffer;     /**< the buffer walked entry by entry, or null */
+  D_TIME_VALUE start;     /**< the first time visited */
+  D_TIME_VALUE incr;      /**< 0.0: every change; above: samples */
+  D_TIME_VALUE end;       /**< the last time visited */
+  D_TIME_VALUE next_time; /**< the next sample time */
+  D_INT4 position;        /**< entry by entry: index from the oldest entry */
+  D_INT4 remaining;       /**< changes still to visit; -1: the samples are over */
+  D_INT4 lead;            /**< every change: the value in force at start is still to come */
+  D_INT4 done;            /**< the traversal has ended */
 } D_RING_CONTEXT;
 
-/* A traversal's visit function: the context, the step's entry (null where no
+/** A traversal's visit function: the context, the step's entry (null where no
  * value is known at a sample time), the step's time and the caller's
  * argument. A non-zero result stops DutRingTraverse and is returned. */
 typedef D_WORD (*D_RING_TRAV_FUNC)(D_RING_CONTEXT *context, D_RING_ENTRY *entry,
@@ -236,20 +254,20 @@ D_BEGIN_DECLS
 
 /* ---- Rings and buffers ------------------------------------------------- */
 
-/* Sets the process-wide origin of every increment grid. Negative parts fail
+/** Sets the process-wide origin of every increment grid. Negative parts fail
  * the expectations "start->sec >= 0" / "start->usec >= 0" and are refused
  * (D_ERR_VAL_TOO_SMALL). Null: D_ERR_NULL_PTR. */
 D_EXPORT D_BOOL DutRingSetStartTime(const D_TIME_VALUE *start);
-/* The ring start time; D_FALSE while it was never set. Null: D_ERR_NULL_PTR. */
+/** The ring start time; D_FALSE while it was never set. Null: D_ERR_NULL_PTR. */
 D_EXPORT D_BOOL DutRingGetStartTime(D_TIME_VALUE *start_return);
 
-/* A new ring of the type (one of the six) with no buffers and a copy of the
+/** A new ring of the type (one of the six) with no buffers and a copy of the
  * name (may be null). Any other type warns "DutRingCreate: invalid type <%ld>
  * requested (using double)\n" and answers null (D_ERR_TYPE_INVALID): the
  * text is kept as it always was, but no ring is made. */
 D_EXPORT D_RING_BUF *DutRingCreate(D_UINT4 type, const char *name);
 
-/* Adds a growable buffer, or updates the one with this increment.
+/** Adds a growable buffer, or updates the one with this increment.
  * The increment must be 0.0 or more (else null, D_ERR_VAL_TOO_SMALL, and
  * with flag 3 the warnings "Smallest increment allowed is 0.000001\n",
  * "Requested Increment (%ld.%06ld) too small for buffer %s\n" and "Ring
@@ -266,34 +284,36 @@ D_EXPORT D_RING_BUF *DutRingCreate(D_UINT4 type, const char *name);
  *     that value is archived again so that the new buffer starts with it. */
 D_EXPORT D_RING_HDR *DutRingAddBuffer(D_RING_BUF *ring, const D_TIME_VALUE *min_span,
                                       const D_TIME_VALUE *incr, D_INT4 size);
-/* Adds a fixed buffer (held within 2..65535 entries) or grows the fixed one
+/** Adds a fixed buffer (held within 2..65535 entries) or grows the fixed one
  * with this increment; a growable one of that increment gives the "Fixed
  * size mismatch" warning and null. A new fixed buffer is made and started
  * exactly as a new growable one. */
 D_EXPORT D_RING_HDR *DutRingAddFixedBuffer(D_RING_BUF *ring, D_INT4 size, const D_TIME_VALUE *incr);
-/* The buffer whose increment equals incr exactly; null with
+/** The buffer whose increment equals incr exactly; null with
  * D_ERR_DOESNT_EXIST when there is none. */
 D_EXPORT D_RING_HDR *DutRingGetIncrement(D_RING_BUF *ring, const D_TIME_VALUE *incr);
 
-/* Set flag bit 1, 2 or 3 of the buffer to flag (D_TRUE or D_FALSE) and
+/** @{ */
+/** Set flag bit 1, 2 or 3 of the buffer to flag (D_TRUE or D_FALSE) and
  * return the previous setting. A null buffer (D_ERR_NULL_PTR) or another
  * flag value (D_ERR_VAL_INVALID) changes nothing and answers D_FALSE. */
 D_EXPORT D_BOOL DutRingSetTimeRepeat(D_RING_HDR *buffer, D_BOOL flag);
 D_EXPORT D_BOOL DutRingSetValueRepeat(D_RING_HDR *buffer, D_BOOL flag);
 D_EXPORT D_BOOL DutRingSetIndirect(D_RING_HDR *buffer, D_BOOL flag);
+/** @} */
 
-/* Grows the entry array to new_size (held at 65535), the entries from the
+/** Grows the entry array to new_size (held at 65535), the entries from the
  * oldest to the newest moved to slots 0 onward. A size below the current
  * one: D_ERR_VAL_TOO_SMALL, D_FALSE; the same size changes nothing. */
 D_EXPORT D_BOOL DutRingReallocArray(D_RING_HDR *buffer, D_INT4 new_size);
-/* The first allocation of a buffer's entry array (size held within
+/** The first allocation of a buffer's entry array (size held within
  * 2..65535); the last slot becomes current. A buffer that has its array
  * already is a fatal assertion ("hdr->start == NULL"). */
 D_EXPORT D_BOOL DutRingAllocateArray(D_RING_HDR *buffer, D_INT4 size);
 
 /* ---- Values ---------------------------------------------------------------- */
 
-/* Stores a value into one buffer; returns the entry written, or null.
+/** Stores a value into one buffer; returns the entry written, or null.
  *   - Empty buffer: the value goes into the current slot and slot 0 becomes
  *     current, whatever slot was current. A new or cleared buffer's current
  *     slot is its last, so its first value lands there, slot 0 stays empty,
@@ -313,7 +333,7 @@ D_EXPORT D_BOOL DutRingAllocateArray(D_RING_HDR *buffer, D_INT4 size);
  * buffer or value is a fatal assertion ("hdr", "value"). */
 D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE *time, const void *value,
                                           D_UINT2 status, D_UINT2 flag);
-/* Stores a value into every buffer of the ring. With status bit 1 set,
+/** Stores a value into every buffer of the ring. With status bit 1 set,
  * buffers present and the current time known, each buffer takes it as a
  * value at or after its newest: an empty buffer starts in slot 0; a value
  * equal to the newest is dropped unless the buffer keeps value repeats; an
@@ -326,30 +346,32 @@ D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE
  * is refused (D_ERR_VAL_INVALID, null). */
 D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
                                            D_UINT2 status, D_UINT2 flag);
-/* Where the entry's value is: the pointer itself (type 0), the double's
+/** Where the entry's value is: the pointer itself (type 0), the double's
  * slot (4), the word (1, 2, 4096, 8192), the text (8; null while the entry
  * never held one, D_ERR_EMPTY). Another type: D_ERR_TYPE_INVALID, null. */
 D_EXPORT void *DutRingValuePtr(D_RING_ENTRY *entry, D_UINT4 type);
-/* D_TRUE when both entries lie in the buffer's array and are the same entry
+/** D_TRUE when both entries lie in the buffer's array and are the same entry
  * or hold equal values; D_FALSE otherwise (D_ERR_NULL_PTR for a null
  * buffer). A null entry is a fatal assertion ("rbe1", "rbe2"). */
 D_EXPORT D_BOOL DutRingEntriesEqual(D_RING_HDR *buffer, D_RING_ENTRY *entry1, D_RING_ENTRY *entry2);
 
 /* ---- Iteration and searches ------------------------------------------------ */
 
-/* With a buffer: its oldest entry (null when empty), and the buffer is
+/** With a buffer: its oldest entry (null when empty), and the buffer is
  * remembered process-wide; with null: the next entry, wrapping from the
  * last slot to slot 0, until the newest has been returned, then null. Null
  * before any start: null (with flag 3, "DutRingNextEntry has NULL argument
  * before initialized\n"). One iteration at a time in the whole process. */
 D_EXPORT D_RING_ENTRY *DutRingNextEntry(D_RING_HDR *buffer);
-/* The same iteration in the caller's own record: DutRingIterFirst starts it
+/** @{ */
+/** The same iteration in the caller's own record: DutRingIterFirst starts it
  * (null iter: D_ERR_NULL_PTR), DutRingIterNext continues. Any number may run
  * at once, on any threads, as long as the buffers are not changed. */
 D_EXPORT D_RING_ENTRY *DutRingIterFirst(D_RING_ITER *iter, D_RING_HDR *buffer);
 D_EXPORT D_RING_ENTRY *DutRingIterNext(D_RING_ITER *iter);
+/** @} */
 
-/* The entry in force at the time: the latest entry whose time is not after
+/** The entry in force at the time: the latest entry whose time is not after
  * it (of several with that time, the last). An empty buffer gives the
  * ring's initial value; a time before the oldest entry gives the initial
  * value or null; a time after the newest gives the newest. Entries are kept
@@ -361,60 +383,64 @@ D_EXPORT D_RING_ENTRY *DutRingIterNext(D_RING_ITER *iter);
  * the entry after that successor (null once the newest was the answer or
  * the successor). The three early answers leave the state alone. */
 D_EXPORT D_RING_ENTRY *DutRingFindTime(D_RING_HDR *buffer, const D_TIME_VALUE *time);
-/* DutRingFindTime with the walk's state left in the caller's iter (may be
+/** DutRingFindTime with the walk's state left in the caller's iter (may be
  * null: no state kept) instead of the process-wide one. */
 D_EXPORT D_RING_ENTRY *DutRingIterFindTime(D_RING_ITER *iter, D_RING_HDR *buffer, const D_TIME_VALUE *time);
-/* For a whole ring: its initial value when it has no buffers, else
+/** For a whole ring: its initial value when it has no buffers, else
  * DutRingFindTime in DutRingFindBuffer's buffer (null when none). */
 D_EXPORT D_RING_ENTRY *DutRingFindTimeEntry(D_RING_BUF *ring, const D_TIME_VALUE *time);
-/* The finest buffer whose oldest entry is at or before the time; null when
+/** The finest buffer whose oldest entry is at or before the time; null when
  * the ring has no buffers, its first buffer is empty or none reaches back. */
 D_EXPORT D_RING_HDR *DutRingFindBuffer(D_RING_BUF *ring, const D_TIME_VALUE *time);
-/* D_TRUE when the first buffer's newest entry holds a value. */
+/** D_TRUE when the first buffer's newest entry holds a value. */
 D_EXPORT D_BOOL DutRingBuffHasData(D_RING_BUF *ring);
-/* The first buffer's newest entry, or the initial value when there are no
+/** The first buffer's newest entry, or the initial value when there are no
  * buffers or the first is empty. */
 D_EXPORT D_RING_ENTRY *DutRingCurrentEntry(D_RING_BUF *ring);
 
-/* The data time the buffer covers into *span; an empty buffer gives 0.0 and
+/** The data time the buffer covers into *span; an empty buffer gives 0.0 and
  * D_FALSE. History buffer: newest minus slot 0. Value repeat off: the later
  * of the current time (when known) and the newest entry, minus the oldest
  * entry, each part at least 0. Value repeat on: the number of entries as
  * seconds (such buffers are measured in entries). */
 D_EXPORT D_BOOL DutRingBufferSpan(D_RING_HDR *buffer, D_TIME_VALUE *span);
-/* The span of the last (coarsest) buffer; D_FALSE when it is empty or the
+/** The span of the last (coarsest) buffer; D_FALSE when it is empty or the
  * ring has none. */
 D_EXPORT D_BOOL DutRingMaxSpan(D_RING_BUF *ring, D_TIME_VALUE *span);
-/* The number of entries of the increment-0.0 buffer (its size once
+/** The number of entries of the increment-0.0 buffer (its size once
  * wrapped); 0 when there is none. */
 D_EXPORT D_INT4 DutRingZeroSpan(D_RING_BUF *ring);
 
 /* ---- Clearing and destruction ---------------------------------------------- */
 
-/* Clears every buffer of the ring and its history buffer; the initial value
+/** Clears every buffer of the ring and its history buffer; the initial value
  * stays. */
 D_EXPORT D_BOOL DutRingClear(D_RING_BUF *ring);
-/* Clears every entry (values released by type; time, status and flag 0) and
+/** Clears every entry (values released by type; time, status and flag 0) and
  * makes the last slot current. */
 D_EXPORT D_BOOL DutRingClearBuffer(D_RING_HDR *buffer);
-/* Sets the free function of a type-0 ring. Another type only warns "Cannot
+/** Sets the free function of a type-0 ring. Another type only warns "Cannot
  * set free function for non-void ring buffer\n" (D_ERR_TYPE_MISMATCH,
  * D_FALSE). */
 D_EXPORT D_BOOL DutRingSetFreeFunc(D_RING_BUF *ring, D_RING_FREE_FUNC func);
-/* Frees the buffers, the history buffer, the initial value and the name;
+/** Frees the buffers, the history buffer, the initial value and the name;
  * the record, its sentinel and its callback list survive (see above). */
 D_EXPORT D_BOOL DutRingDestroy(D_RING_BUF *ring);
 
-/* Registers func(ring, D_RING_OVERWRITE_CB_DATA *, arg), called before any
+/** Registers func(ring, D_RING_OVERWRITE_CB_DATA *, arg), called before any
  * entry that holds a value is overwritten (the first registration makes the
  * type -108 "ring_overwrite"). A duplicate: D_ERR_ALREADY_EXISTS, null. */
 D_EXPORT D_CB *DutRingOverwriteCbCreate(D_RING_BUF *ring, D_CB_FUNC func, D_WORD arg);
-/* The registered callback, or null with D_ERR_DOESNT_EXIST. */
+/** The registered callback, or null with D_ERR_DOESNT_EXIST. */
 D_EXPORT D_CB *DutRingOverwriteCbLookup(D_RING_BUF *ring, D_CB_FUNC func, D_WORD arg);
 
 /* ---- Reading: traversals ---------------------------------------------------- */
 
-/* The rules of the reading side (see also docs/ringbuf.md):
+/** @} */
+/** @addtogroup ringbuf
+ *
+ * @par Reading
+ * The rules of the reading side (see also docs/ringbuf.md):
  *   - The change buffer of a ring is its increment-0.0 buffer, or its first
  *     buffer when it has none. Changes are counted back from the newest: 0
  *     is the newest change.
@@ -424,9 +450,11 @@ D_EXPORT D_CB *DutRingOverwriteCbLookup(D_RING_BUF *ring, D_CB_FUNC func, D_WORD
  *   - The value in force at a time is what DutRingFindTimeEntry answers
  *     (the history buffer: the latest history entry not after it).
  *   - Traversals and statistics see a buffer as it is at each step and
- *     never touch the process-wide iteration state. */
+ *     never touch the process-wide iteration state.
+ * @{
+ */
 
-/* Changes first_change .. first_change + nchanges - 1 of the change buffer,
+/** Changes first_change .. first_change + nchanges - 1 of the change buffer,
  * visited oldest first. nchanges must be above 0 and first_change at least
  * 0 (the expectations "nchanges > 0" / "first_change >= 0",
  * D_ERR_VAL_TOO_SMALL); a first change beyond the stored ones warns "First
@@ -436,7 +464,7 @@ D_EXPORT D_CB *DutRingOverwriteCbLookup(D_RING_BUF *ring, D_CB_FUNC func, D_WORD
  * D_ERR_DOESNT_EXIST. Each step's time is the entry's. */
 D_EXPORT D_BOOL DutRingZeroTravInit(D_RING_CONTEXT *context, D_RING_BUF *ring, D_INT4 first_change,
                                     D_INT4 nchanges);
-/* The ring from start over span (at least 0.0). An increment above 0.0
+/** The ring from start over span (at least 0.0). An increment above 0.0
  * samples the ring at start, start + incr, ... up to start + span: each
  * step's entry is the value in force at the sample time (null when none is
  * known) and its time the sample time. An increment of 0.0 visits, in the
@@ -445,46 +473,46 @@ D_EXPORT D_BOOL DutRingZeroTravInit(D_RING_CONTEXT *context, D_RING_BUF *ring, D
  * entry's time. A negative increment or span: D_ERR_VAL_INVALID. */
 D_EXPORT D_BOOL DutRingTravInit(D_RING_CONTEXT *context, D_RING_BUF *ring, const D_TIME_VALUE *start,
                                 const D_TIME_VALUE *incr, const D_TIME_VALUE *span);
-/* The same over the ring's history buffer from start to end (not before
+/** The same over the ring's history buffer from start to end (not before
  * start). A ring without history: D_ERR_EMPTY. */
 D_EXPORT D_BOOL DutRingHistTravInit(D_RING_CONTEXT *context, D_RING_BUF *ring, const D_TIME_VALUE *start,
                                     const D_TIME_VALUE *incr, const D_TIME_VALUE *end);
-/* One step: the entry into *entry_return (null at a sample time with no
+/** One step: the entry into *entry_return (null at a sample time with no
  * value) and the step's time into *time_return (may be null). Past the end:
  * the context is done, D_ERR_END_OF_TRAVERSAL, D_FALSE. */
 D_EXPORT D_BOOL DutRingTravNext(D_RING_CONTEXT *context, D_RING_ENTRY **entry_return,
                                 D_TIME_VALUE *time_return);
-/* func over every remaining step; a non-zero result stops and is returned;
+/** func over every remaining step; a non-zero result stops and is returned;
  * 0 at the end. Null context or func: D_ERR_NULL_PTR, 0. */
 D_EXPORT D_WORD DutRingTraverse(D_RING_CONTEXT *context, D_RING_TRAV_FUNC func, void *arg);
-/* D_TRUE and whether the traversal has gone past its end. */
+/** D_TRUE and whether the traversal has gone past its end. */
 D_EXPORT D_BOOL DutRingContextGetDone(D_RING_CONTEXT *context, D_INT4 *done_return);
 
 /* ---- Reading: statistics, changes, deletion, history ------------------------- */
 
-/* The largest and smallest value in force from start to end (not before
+/** The largest and smallest value in force from start to end (not before
  * start): the value in force at start and every entry of the span buffer up
  * to end, as doubles. Types 0 and 8: D_ERR_TYPE_MISMATCH; nothing known in
  * the span: D_ERR_EMPTY; each D_FALSE. */
 D_EXPORT D_BOOL DutRingGetMaxMin(D_RING_BUF *ring, const D_TIME_VALUE *start, const D_TIME_VALUE *end,
                                  D_REAL8 *max_return, D_REAL8 *min_return);
-/* The same over the history buffer. */
+/** The same over the history buffer. */
 D_EXPORT D_BOOL DutRingGetHistMaxMin(D_RING_BUF *ring, const D_TIME_VALUE *start, const D_TIME_VALUE *end,
                                      D_REAL8 *max_return, D_REAL8 *min_return);
-/* The number of entries of the change buffer whose time lies from start to
+/** The number of entries of the change buffer whose time lies from start to
  * end (a null bound is open). No buffers: 0. */
 D_EXPORT D_BOOL DutRingNumChanges(D_RING_BUF *ring, const D_TIME_VALUE *start, const D_TIME_VALUE *end,
                                   D_INT4 *count_return);
-/* Those entries, oldest first: at most max_entries into entries; *count_return
+/** Those entries, oldest first: at most max_entries into entries; *count_return
  * gets how many there are in all (which may exceed max_entries). */
 D_EXPORT D_BOOL DutRingGetChanges(D_RING_BUF *ring, const D_TIME_VALUE *start, const D_TIME_VALUE *end,
                                   D_RING_ENTRY **entries, D_INT4 max_entries, D_INT4 *count_return);
-/* Removes an entry: its value is released (no overwrite callback), the
+/** Removes an entry: its value is released (no overwrite callback), the
  * newer entries move one slot down and the buffer no longer counts as
  * wrapped. Removing the only entry leaves the buffer cleared. An entry
  * outside the array: D_ERR_VAL_INVALID; an empty one: D_ERR_EMPTY. */
 D_EXPORT D_BOOL DutRingDeleteEntry(D_RING_HDR *buffer, D_RING_ENTRY *entry);
-/* Stores a value of the past into the ring's history buffer, made on first
+/** Stores a value of the past into the ring's history buffer, made on first
  * use with the size of the option "default_history_buffer_size" (held
  * within 2..65535). History entries are kept in time order whatever order
  * they arrive in (after entries of equal time); a full history grows by
@@ -497,19 +525,20 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveHistoryData(D_RING_BUF *ring, const D_TIME_
 
 /* ---- Dumps (through a printf-like function; null means DutOut) ------------ */
 
-/* "Buffer dump: Name: %s Min span: %ld.%06ld, Incr: %ld.%06ld, size: %ld\n",
+/** "Buffer dump: Name: %s Min span: %ld.%06ld, Incr: %ld.%06ld, size: %ld\n",
  * then every entry from the oldest to the newest, each as "  [slot] " and
  * DutRingPrintRbe. */
 D_EXPORT D_BOOL DutRingDumpBuffer(D_RING_HDR *buffer, D_PRINT_FUNC out);
-/* One entry of the ring as "Time: %ld.%06ld Status: %u Flag: %u Value: %s\n"
+/** One entry of the ring as "Time: %ld.%06ld Status: %u Flag: %u Value: %s\n"
  * (type 0 as hexadecimal, reals as the real-number format prints them,
  * texts quoted, an empty slot as "<empty>"). */
 D_EXPORT D_BOOL DutRingPrintRbe(D_RING_BUF *ring, D_RING_ENTRY *entry, D_PRINT_FUNC out);
-/* The context's description, then its remaining steps, each as "  at
+/** The context's description, then its remaining steps, each as "  at
  * %ld.%06ld: " and the entry (or "no value\n"); the context itself does not
  * advance. */
 D_EXPORT D_BOOL DutRingPrintTraversal(D_RING_CONTEXT *context, D_PRINT_FUNC out);
 
 D_END_DECLS
 
+/** @} */
 #endif /* VQUTIL_RINGBUF_H */

@@ -1,6 +1,13 @@
-/*
- * vqutil: the umbrella header. Includes every public header of the
+/**
+ * @defgroup util Umbrella header
+ * The umbrella header. Includes every public header of the
  * library; hosts may include the family headers one by one instead.
+ * @{
+ */
+/**
+ * @file
+ * @ingroup util
+ * @brief Umbrella header (util).
  */
 #ifndef VQUTIL_UTIL_H
 #define VQUTIL_UTIL_H
@@ -37,4 +44,5 @@
 #include "filelock.h"
 #include "ringbuf.h"
 
+/** @} */
 #endif /* VQUTIL_UTIL_H */

@@ -216,7 +216,8 @@ D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecG(void *val_in_out, D_INT4 format_in, D_I
 
 /* ---- Arrays of reals ----------------------------------------------------- */
 
-/* An extension of the family for bulk conversion: each real conversion
+/** @{ */
+/** Array forms, an extension of the family for bulk conversion: each real conversion
  * above also has an array form, named after it with
  * "Array" appended, that converts `count` consecutive values (4 or 8 bytes
  * each, no padding) in place:
@@ -248,6 +249,7 @@ D_EXPORT D_BOOL DutSwapReal8DecDToIbm370Array(void *values, D_UINT4 count, D_INT
 D_EXPORT D_BOOL DutSwapReal8DecGToIbm370Array(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
 D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecDArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
 D_EXPORT D_BOOL DutSwapReal8Ibm370ToDecGArray(void *values, D_UINT4 count, D_INT4 format_in, D_INT4 format_out);
+/** @} */
 
 D_END_DECLS
 

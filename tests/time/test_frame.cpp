@@ -40,59 +40,36 @@ class FramePacing : public testing::Test {
 };
 
 TEST(FrameCount, StableAddressSharedByAllCallers) {
-  D_UINT4 *count = DutFrameCountGetPtr();
-  ASSERT_NE(count, nullptr);
-  D_UINT4 before = *count;
-  ++*count;
+  D_UINT4 before = *DutFrameCountGetPtr();
+  ++*DutFrameCountGetPtr();
   EXPECT_EQ(*DutFrameCountGetPtr(), before + 1);
 }
 
-TEST_F(FramePacing, LateFrameWarnsAndRestartsFromNow) {
+TEST_F(FramePacing, LateFramesWarnEarlyOnesSleepOutTheRest) {
   EXPECT_FAILS(DutFrameCheck(2), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_FAILS(DutFrameCheck(-1), D_FALSE, D_ERR_VAL_INVALID);
   OutputCapture capture;
   PinWall(100, 0);
   EXPECT_EQ(DutFrameCheck(1), D_TRUE) << "the first check only notes the time";
-  PinWall(100, 300000);  // the frame took 0.3 s of a 0.1 s interval
-  DutErrNumSet(0);
-  auto start = Clock::now();
-  EXPECT_EQ(DutFrameCheck(1), D_FALSE);
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(5)) << "a late frame never sleeps";
-  EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
+  PinWall(100, 300000);  // the frame took 0.3 s of a 0.1 s interval; a late frame never sleeps
+  EXPECT_FAILS(DutFrameCheck(1), D_FALSE, D_ERR_TIMEOUT_REACHED);
   EXPECT_EQ(capture.Take(), "WARNING: Unable to keep up with frame interval by 0.2 seconds.\n");
-
   // The next frame is measured from the late one.
   PinWall(100, 350000);
   EXPECT_EQ(DutFrameCheck(0), D_TRUE);
-  PinWall(100, 500000);
-  EXPECT_EQ(DutFrameCheck(0), D_FALSE);
-  EXPECT_EQ(capture.Take(), "WARNING: Unable to keep up with frame interval by 0.05 seconds.\n");
-}
-
-TEST_F(FramePacing, EarlyFrameSleepsOutTheRest) {
-  PinWall(200, 0);
-  ASSERT_EQ(DutFrameCheck(1), D_TRUE);
-  PinWall(200, 40000);
+  PinWall(100, 390000);
   auto start = Clock::now();
   EXPECT_EQ(DutFrameCheck(1), D_TRUE);
   EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(55)) << "0.06 s were left of the interval";
   // The last frame is the wall time after the sleep (still the pin).
-  PinWall(200, 130000);
-  EXPECT_EQ(DutFrameCheck(0), D_TRUE);
-  PinWall(200, 250000);
+  PinWall(100, 500000);
   EXPECT_EQ(DutFrameCheck(0), D_FALSE);
-}
+  EXPECT_EQ(capture.Take(), "WARNING: Unable to keep up with frame interval by 0.01 seconds.\n");
 
-TEST_F(FramePacing, NoIntervalOrAResetMeansNoComplaint) {
-  OutputCapture capture;
-  PinWall(500, 0);
-  ASSERT_EQ(DutFrameCheck(0), D_TRUE);
+  // After a reset the check is a first one; without an interval nothing is late.
   PinWall(600, 0);
   DutFrameReset();
-  EXPECT_EQ(DutFrameCheck(0), D_TRUE) << "after a reset the check is a first one";
-  PinWall(600, 50000);
   EXPECT_EQ(DutFrameCheck(0), D_TRUE);
-
   ASSERT_EQ(DutOptionSetNum(option_, 0.0), D_TRUE);
   PinWall(5000, 0);
   EXPECT_EQ(DutFrameCheck(1), D_TRUE);
@@ -111,26 +88,16 @@ TEST_F(FramePacing, MissingOptionIsFatal) {
 
 TEST(TimeFormatCheck, NamedConverterBecomesCurrent) {
   D_OPTION *option = DutOptionCreate("test_time_format", D_OPT_TYPE_ENUM);
-  if (option == nullptr) option = DutOptionLookup("test_time_format");
   ASSERT_NE(option, nullptr);
   DutOptionSetVerifyFunc(option, DutTimeFormatCheck, nullptr);
-  D_TIME_CVT *hms = DutTimeCvtLookup("hms");
-  ASSERT_EQ(DutTimeCvtSetCurrent(hms), D_TRUE);
-
   EXPECT_EQ(DutOptionSetEnum(option, "NUMERIC"), D_TRUE);
   EXPECT_EQ(DutTimeCvtGetCurrent(), DutTimeCvtLookup("numeric"));
-  EXPECT_EQ(DutOptionSetEnum(option, "full"), D_TRUE);
-  EXPECT_EQ(DutTimeCvtGetCurrent(), DutTimeCvtLookup("full"));
-
   OutputCapture capture;
   EXPECT_FAILS(DutOptionSetEnum(option, "sundial"), D_FALSE, D_ERR_DOESNT_EXIST);
   EXPECT_EQ(capture.Take(), "WARNING: Time converter <sundial> does not exist.\n");
-  EXPECT_EQ(DutTimeCvtGetCurrent(), DutTimeCvtLookup("full")) << "a refused value changes nothing";
-  const char *value = nullptr;
-  ASSERT_EQ(DutOptionGetEnum(option, &value), D_TRUE);
-  EXPECT_STREQ(value, "full");
-
-  ASSERT_EQ(DutTimeCvtSetCurrent(hms), D_TRUE);
+  EXPECT_EQ(DutTimeCvtGetCurrent(), DutTimeCvtLookup("numeric")) << "a refused value changes nothing";
+  EXPECT_STREQ(DutOptionValToStr(option), "NUMERIC");
+  ASSERT_EQ(DutTimeCvtSetCurrent(DutTimeCvtLookup("hms")), D_TRUE);
 }
 
 }  // namespace

@@ -18,12 +18,8 @@ namespace {
 
 using timetest::RunInChild;
 
-TEST(InterruptCounter, Counting) {
+TEST(InterruptCounter, CountingAndTheLimitFromTheEnvironment) {
   RunInChild([] {
-    DutInterruptReset();
-    DutInterruptIncr();
-    DutInterruptIncr();
-    EXPECT_EQ(DutInterruptGet(), 2);
     DutInterruptSet(-3);
     DutInterruptIncr();
     EXPECT_EQ(DutInterruptGet(), -2);
@@ -33,35 +29,7 @@ TEST(InterruptCounter, Counting) {
     DutInterruptSet(4);
     DutSigintHandler(SIGINT);
     EXPECT_EQ(DutInterruptGet(), 5);
-  });
-}
 
-// Raises SIGINT, leaving the child with status 3 when the count is not
-// the expected one, so that a miscount cannot pass for the abort.
-void RaiseAndCheck(int expected) {
-  std::raise(SIGINT);
-  if (DutInterruptGet() != expected) std::_Exit(3);
-}
-
-// The handler stays installed after each delivery; a reset gives the
-// process the limit's worth again, and the sixth uncleared one aborts.
-TEST(InterruptCounter, SixthUnclearedInterruptAborts) {
-  EXPECT_EXIT(
-      {
-        unsetenv("VQ_INTERRUPT_MAX");
-        if (DutInterruptInit() != D_TRUE) std::_Exit(4);
-        DutInterruptReset();
-        for (int i = 1; i <= 5; ++i) RaiseAndCheck(i);
-        DutInterruptReset();
-        for (int i = 1; i <= 5; ++i) RaiseAndCheck(i);
-        std::raise(SIGINT);
-        std::_Exit(0);
-      },
-      testing::KilledBySignal(SIGABRT), "");
-}
-
-TEST(InterruptCounter, EnvironmentSetsTheLimit) {
-  RunInChild([] {
     unsetenv("VQ_INTERRUPT_MAX");
     timetest::OutputCapture capture;
     ASSERT_EQ(DutInterruptInit(), D_TRUE);
@@ -71,17 +39,31 @@ TEST(InterruptCounter, EnvironmentSetsTheLimit) {
     EXPECT_EQ(capture.Take(), "utInterruptMax = 2\n");
     EXPECT_EQ(DutInterruptGetMax(), 2);
   });
-  EXPECT_EXIT(
-      {
-        setenv("VQ_INTERRUPT_MAX", "2", 1);
-        DutInterruptInit();
-        DutInterruptReset();
-        RaiseAndCheck(1);
-        RaiseAndCheck(2);
-        std::raise(SIGINT);
-        std::_Exit(0);
-      },
-      testing::KilledBySignal(SIGABRT), "");
+}
+
+// The handler stays installed after each delivery; a reset gives the
+// process the limit's worth again, and the one past the limit aborts. A
+// miscount exits with status 3, so it cannot pass for the abort.
+TEST(InterruptCounter, InterruptPastTheLimitAborts) {
+  for (const char *max : {"", "2"}) {
+    SCOPED_TRACE(max);
+    EXPECT_EXIT(
+        {
+          *max != '\0' ? setenv("VQ_INTERRUPT_MAX", max, 1) : unsetenv("VQ_INTERRUPT_MAX");
+          if (DutInterruptInit() != D_TRUE) std::_Exit(4);
+          const int limit = *max != '\0' ? 2 : 5;
+          for (int round = 0; round < 2; ++round) {
+            DutInterruptReset();
+            for (int i = 1; i <= limit; ++i) {
+              std::raise(SIGINT);
+              if (DutInterruptGet() != i) std::_Exit(3);
+            }
+          }
+          std::raise(SIGINT);
+          std::_Exit(0);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+  }
 }
 
 // The key must cut a blocking read short, so that a command loop notices

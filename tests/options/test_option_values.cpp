@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -24,131 +25,101 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-TEST(OptionCreate, ArgumentErrorsDuplicatesAndDefaults) {
-  EXPECT_FAILS(DutOptionCreate(nullptr, D_OPT_TYPE_STRING), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutOptionCreate("t_neg", -1), nullptr, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutOptionCreate("t_seven", 7), nullptr, D_ERR_VAL_INVALID);
-  // Both ends of the type range are accepted.
-  EXPECT_NE(DutOptionCreate("c_bool", D_OPT_TYPE_BOOLEAN), nullptr);
-  EXPECT_NE(DutOptionCreate("c_strlist", D_OPT_TYPE_STRING_LIST), nullptr);
+int g_calls = 0;
+void Count(void *, void *, D_WORD) { ++g_calls; }
 
-  D_OPTION *option = DutOptionCreate("Mixed_Case", D_OPT_TYPE_NUMERIC);
-  ASSERT_NE(option, nullptr);
-  EXPECT_STREQ(D_GOPT_NAME(option), "mixed_case");
-  EXPECT_FAILS(DutOptionCreate("MIXED_case", D_OPT_TYPE_STRING), nullptr, D_ERR_ALREADY_EXISTS);
-  EXPECT_EQ(DutOptionLookup("mIxEd_CaSe"), option);
-  EXPECT_FAILS(DutOptionLookup(nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_EQ(DutOptionLookup("no_such_option"), nullptr);
-
-  D_INT4 flag = -1;
-  EXPECT_TRUE(DutOptionGetKnown(option, &flag) && flag == 0);
-  EXPECT_TRUE(DutOptionGetRequired(option, &flag) && flag == 0);
-  EXPECT_TRUE(DutOptionGetReadOnly(option, &flag) && flag == 0);
-  EXPECT_TRUE(DutOptionGetType(option, &flag) && flag == D_OPT_TYPE_NUMERIC);
-}
-
-TEST(OptionCreate, DestroyRemovesOptionAndItsCallbacks) {
-  D_OPTION *option = DutOptionCreate("doomed", D_OPT_TYPE_STRING);
-  ASSERT_TRUE(DutOptionSetStr(option, "value"));
-  static int calls = 0;
-  ASSERT_NE(DutOptionChangeCbCreate(option, [](void *, void *, D_WORD) { ++calls; }, 0), nullptr);
-  EXPECT_TRUE(DutOptionDestroy(option));
-  EXPECT_EQ(DutOptionLookup("doomed"), nullptr);
-  // A new option of the same name starts clean: no old callback runs.
-  D_OPTION *again = DutOptionCreate("doomed", D_OPT_TYPE_STRING);
-  ASSERT_NE(again, nullptr);
-  EXPECT_FALSE(D_GOPT_KNOWN(again));
-  calls = 0;
-  ASSERT_TRUE(DutOptionSetStr(again, "x"));
-  EXPECT_EQ(calls, 0);
-  EXPECT_FAILS(DutOptionDestroy(nullptr), D_FALSE, D_ERR_NULL_PTR);
-}
-
-// The standard options' definitions are checked with the standard set.
-TEST(OptionCreate, TableAndCallbackTypeExistOnFirstUse) {
+TEST(OptionCreate, FirstUseArgumentsDuplicatesAndDestroy) {
   DutErrNumSet(D_ERR_TIMEOUT_REACHED);
-  D_HASH_TABLE *table = DutGetOptionTable();
+  ASSERT_NE(DutGetOptionTable(), nullptr);
   EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED) << "first use keeps the caller's number";
-  ASSERT_NE(table, nullptr);
-  EXPECT_EQ(DutGetOptionTable(), table);
   D_CB_TYPE *type = DutCbTypeNumLookup(D_CB_TYPE_OPTION_CHANGE);
   ASSERT_NE(type, nullptr);
   EXPECT_STREQ(D_GCT_NAME(type), "option_change");
   EXPECT_EQ(D_GCT_GLOB_FLAG(type), D_CB_GLOBALS_OK);
   EXPECT_EQ(D_GCT_LOCAL_FLAG(type), D_CB_LOCAL_INDIRECT);
 
-  D_INT4 count = 0;
-  D_OPTION **sorted = DutOptionSort(&count);
-  ASSERT_EQ(count, DutHashGetSize(table));
-  for (D_INT4 i = 1; i < count; ++i) EXPECT_LT(std::strcmp(sorted[i - 1]->name, sorted[i]->name), 0);
-  DutFreeCheck(sorted, "sorted", __FILE__, __LINE__);
+  EXPECT_FAILS(DutOptionCreate(nullptr, D_OPT_TYPE_STRING), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionCreate("t_neg", -1), nullptr, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionCreate("t_seven", 7), nullptr, D_ERR_VAL_INVALID);
+  EXPECT_NE(DutOptionCreate("c_bool", D_OPT_TYPE_BOOLEAN), nullptr);
+  D_OPTION *option = DutOptionCreate("Mixed_Case", D_OPT_TYPE_STRING_LIST);
+  ASSERT_NE(option, nullptr);
+  EXPECT_STREQ(D_GOPT_NAME(option), "mixed_case");
+  EXPECT_FAILS(DutOptionCreate("MIXED_case", D_OPT_TYPE_STRING), nullptr, D_ERR_ALREADY_EXISTS);
+  EXPECT_EQ(DutOptionLookup("mIxEd_CaSe"), option);
+  EXPECT_FAILS(DutOptionLookup(nullptr), nullptr, D_ERR_NULL_PTR);
+  D_INT4 flag = -1;
+  EXPECT_TRUE(DutOptionGetKnown(option, &flag) && flag == 0);
+  EXPECT_TRUE(DutOptionGetRequired(option, &flag) && flag == 0);
+  EXPECT_TRUE(DutOptionGetReadOnly(option, &flag) && flag == 0);
+  EXPECT_TRUE(DutOptionGetType(option, &flag) && flag == D_OPT_TYPE_STRING_LIST);
+
+  // Destroyed with its value and callbacks: a new option of the same name
+  // starts clean, and no old callback runs.
+  NodeChain chain({"a", "b"});
+  ASSERT_TRUE(DutOptionSetStrList(option, chain.first()));
+  ASSERT_NE(DutOptionChangeCbCreate(option, Count, 0), nullptr);
+  EXPECT_TRUE(DutOptionDestroy(option));
+  EXPECT_EQ(DutOptionLookup("mixed_case"), nullptr);
+  D_OPTION *again = DutOptionCreate("mixed_case", D_OPT_TYPE_NUMERIC);
+  g_calls = 0;
+  ASSERT_TRUE(DutOptionSetNum(again, 1));
+  EXPECT_EQ(g_calls, 0);
+  EXPECT_FAILS(DutOptionDestroy(nullptr), D_FALSE, D_ERR_NULL_PTR);
 }
 
 // Each typed setter and getter refuses an option of another type, an
-// unknown value and null arguments.
+// unknown value and null arguments; none of these changes a value.
 TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
   D_OPTION *b = DutOptionCreate("w_bool", D_OPT_TYPE_BOOLEAN);
   D_OPTION *n = DutOptionCreate("w_num", D_OPT_TYPE_NUMERIC);
-  D_OPTION *s = DutOptionCreate("w_str", D_OPT_TYPE_STRING);
   D_OPTION *e = DutOptionCreate("w_enum", D_OPT_TYPE_ENUM);
   D_OPTION *el = DutOptionCreate("w_enumlist", D_OPT_TYPE_ENUM_LIST);
   D_OPTION *sl = DutOptionCreate("w_strlist", D_OPT_TYPE_STRING_LIST);
   NodeChain chain({"a"});
   D_INT4 flag = 0;
-  D_REAL8 real = 0;
   const char *text = nullptr;
   const D_OPTION_STR_NODE *first = nullptr;
   const struct {
-    const char *what;
     std::function<D_BOOL()> call;
     D_INT4 err;
   } cases[] = {
-      {"SetBool numeric", [&] { return DutOptionSetBool(n, 1); }, D_ERR_TYPE_INVALID},
-      {"SetNum boolean", [&] { return DutOptionSetNum(b, 1.0); }, D_ERR_TYPE_INVALID},
-      {"SetStr enum", [&] { return DutOptionSetStr(e, "x"); }, D_ERR_TYPE_INVALID},
-      {"SetEnum string", [&] { return DutOptionSetEnum(s, "x"); }, D_ERR_TYPE_INVALID},
-      {"SetEnumList strlist", [&] { return DutOptionSetEnumList(sl, chain.first()); }, D_ERR_TYPE_INVALID},
-      {"SetStrList enumlist", [&] { return DutOptionSetStrList(el, chain.first()); }, D_ERR_TYPE_INVALID},
-      {"GetBool unknown", [&] { return DutOptionGetBool(b, &flag); }, D_ERR_VAL_UNKNOWN},
-      {"GetNum unknown", [&] { return DutOptionGetNum(n, &real); }, D_ERR_VAL_UNKNOWN},
-      {"GetEnumList unknown", [&] { return DutOptionGetEnumList(el, &first); }, D_ERR_VAL_UNKNOWN},
-      {"GetStr unknown", [&] { return DutOptionGetStr(s, &text); }, D_ERR_VAL_UNKNOWN},
-      {"Unset required", [] { return DutOptionUnset("editor"); }, D_ERR_VAL_REQUIRED},
-      // Wrong types win over unknown values.
-      {"GetBool numeric", [&] { return DutOptionGetBool(n, &flag); }, D_ERR_TYPE_INVALID},
-      {"GetStr enum", [&] { return DutOptionGetStr(e, &text); }, D_ERR_TYPE_INVALID},
-      {"GetStrList enumlist", [&] { return DutOptionGetStrList(el, &first); }, D_ERR_TYPE_INVALID},
-      {"GetNum null option", [&] { return DutOptionGetNum(nullptr, &real); }, D_ERR_NULL_PTR},
-      {"GetNum null out", [&] { return DutOptionGetNum(n, nullptr); }, D_ERR_NULL_PTR},
-      {"SetStr null", [&] { return DutOptionSetStr(s, nullptr); }, D_ERR_NULL_PTR},
-      {"SetStrList null", [&] { return DutOptionSetStrList(sl, nullptr); }, D_ERR_NULL_PTR},
-      {"SetBool null", [&] { return DutOptionSetBool(nullptr, 1); }, D_ERR_NULL_PTR},
-      {"GetType null", [&] { return DutOptionGetType(nullptr, &flag); }, D_ERR_NULL_PTR},
-      {"GetKnown null", [&] { return DutOptionGetKnown(b, nullptr); }, D_ERR_NULL_PTR},
-      {"SetRequired null", [&] { return DutOptionSetRequired(nullptr, 1); }, D_ERR_NULL_PTR},
-      {"SetBool 2", [&] { return DutOptionSetBool(b, 2); }, D_ERR_VAL_INVALID},
-      {"SetBool -1", [&] { return DutOptionSetBool(b, -1); }, D_ERR_VAL_INVALID},
-      {"SetReadOnly 2", [&] { return DutOptionSetReadOnly(n, 2); }, D_ERR_VAL_INVALID},
+      {[&] { return DutOptionSetBool(n, 1); }, D_ERR_TYPE_INVALID},
+      {[&] { return DutOptionSetEnumList(sl, chain.first()); }, D_ERR_TYPE_INVALID},
+      {[&] { return DutOptionSetStrList(el, chain.first()); }, D_ERR_TYPE_INVALID},
+      {[&] { return DutOptionGetBool(b, &flag); }, D_ERR_VAL_UNKNOWN},
+      {[&] { return DutOptionGetStr(e, &text); }, D_ERR_TYPE_INVALID},  // the type wins over unknown
+      {[&] { return DutOptionGetNum(n, nullptr); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionGetStrList(nullptr, &first); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionSetEnum(e, nullptr); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionGetType(nullptr, &flag); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionGetKnown(b, nullptr); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionSetRequired(nullptr, 1); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionSetVerifyFunc(nullptr, nullptr, nullptr); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionSetUnknown(nullptr); }, D_ERR_NULL_PTR},
+      {[&] { return DutOptionSetBool(b, 2); }, D_ERR_VAL_INVALID},
+      {[&] { return DutOptionSetReadOnly(n, 2); }, D_ERR_VAL_INVALID},
+      {[] { return DutOptionUnset("editor"); }, D_ERR_VAL_REQUIRED},
   };
-  for (const auto &c : cases) {
-    DutErrNumSet(0);
-    EXPECT_EQ(c.call(), D_FALSE) << c.what;
-    EXPECT_EQ(DutErrNumGet(), c.err) << c.what;
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_FAILS(cases[i].call(), D_FALSE, cases[i].err);
   }
-  for (D_OPTION *o : {b, n, s, e, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
+  for (D_OPTION *o : {b, n, e, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
 }
 
+// The setters store copies: what the caller changes afterwards stays out.
 TEST(OptionTyped, ValuesAreCopies) {
   D_OPTION *b = DutOptionCreate("v_bool", D_OPT_TYPE_BOOLEAN);
-  ASSERT_TRUE(DutOptionSetBool(b, 1));
-  D_INT4 flag = 0;
-  EXPECT_TRUE(DutOptionGetBool(b, &flag) && flag == 1);
   D_OPTION *n = DutOptionCreate("v_num", D_OPT_TYPE_NUMERIC);
-  ASSERT_TRUE(DutOptionSetNum(n, -12.75));
-  D_REAL8 real = 0;
-  EXPECT_TRUE(DutOptionGetNum(n, &real) && real == -12.75);
-
   D_OPTION *s = DutOptionCreate("v_str", D_OPT_TYPE_STRING);
+  D_OPTION *sl = DutOptionCreate("v_strlist", D_OPT_TYPE_STRING_LIST);
+  D_OPTION *el = DutOptionCreate("v_enumlist", D_OPT_TYPE_ENUM_LIST);
+  ASSERT_TRUE(DutOptionSetBool(b, 1) && DutOptionSetNum(n, -12.75));
+  D_INT4 flag = 0;
+  D_REAL8 real = 0;
+  EXPECT_TRUE(DutOptionGetBool(b, &flag) && flag == 1);
+  EXPECT_TRUE(DutOptionGetNum(n, &real) && real == -12.75);
   char mine[] = "caller text";
   ASSERT_TRUE(DutOptionSetStr(s, mine));
   mine[0] = 'X';
@@ -157,30 +128,25 @@ TEST(OptionTyped, ValuesAreCopies) {
   EXPECT_STREQ(text, "caller text");
   EXPECT_EQ(text, D_GOPT_VALUE(s)) << "the getter hands out the stored text";
 
-  D_OPTION *sl = DutOptionCreate("v_strlist", D_OPT_TYPE_STRING_LIST);
   NodeChain chain({"first", "second", "third"});
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
   chain.node(1).str = "changed";
+  ASSERT_TRUE(DutOptionSetEnumList(el, chain.first()));
   const D_OPTION_STR_NODE *first = nullptr;
   ASSERT_TRUE(DutOptionGetStrList(sl, &first));
   EXPECT_EQ(Items(first), (Strings{"first", "second", "third"}));
-  EXPECT_NE(first, chain.first());
-  D_OPTION *el = DutOptionCreate("v_enumlist", D_OPT_TYPE_ENUM_LIST);
-  ASSERT_TRUE(DutOptionSetEnumList(el, chain.first()));
   ASSERT_TRUE(DutOptionGetEnumList(el, &first));
   EXPECT_EQ(Items(first), (Strings{"first", "changed", "third"}));
-
   // Replacing a list frees the old one (checked by the sanitizer builds).
   NodeChain other({"only"});
   ASSERT_TRUE(DutOptionSetStrList(sl, other.first()));
   ASSERT_TRUE(DutOptionGetStrList(sl, &first));
   EXPECT_EQ(Items(first), Strings{"only"});
-  ASSERT_TRUE(DutOptionSetUnknown(sl));
-  EXPECT_FALSE(D_GOPT_KNOWN(sl));
 }
 
+// Two standard options, a string and a string list, read and set as
+// enumerated; old names find them.
 TEST(OptionTyped, SpecialNamesReadAsEnumeratedAndOldNamesFindThem) {
-  // Both are standard options (a string and a string list).
   D_OPTION *unique = DutOptionLookup("unique_subject");
   D_OPTION *subjects = DutOptionLookup("subjects");
   ASSERT_TRUE(unique && subjects);
@@ -194,12 +160,9 @@ TEST(OptionTyped, SpecialNamesReadAsEnumeratedAndOldNamesFindThem) {
   const D_OPTION_STR_NODE *first = nullptr;
   ASSERT_TRUE(DutOptionGetEnumList(subjects, &first));
   EXPECT_EQ(Items(first), (Strings{"s1", "s2"}));
-
   EXPECT_EQ(DutOptionLookup("Unique_Datagroup"), unique);
   EXPECT_EQ(DutOptionLookup("DATAGROUPS"), subjects);
-  D_OPTION *project = DutOptionLookup("project");
-  ASSERT_NE(project, nullptr);
-  EXPECT_EQ(DutOptionLookup("Application"), project);
+  EXPECT_EQ(DutOptionLookup("Application"), DutOptionLookup("project"));
   EXPECT_EQ(DutOptionLookup("application_x"), nullptr);
 }
 
@@ -208,14 +171,11 @@ TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
   // Without legal values any word goes.
   ASSERT_TRUE(DutOptionSetEnum(color, "Anything"));
   EXPECT_EQ(DutOptionLegValTraverse(color, [](D_WORD, D_WORD, void *) -> D_WORD { return 1; }, nullptr), 0);
-
   ASSERT_TRUE(DutOptionLegValAdd(color, "Red"));
   ASSERT_TRUE(DutOptionLegValAdd(color, "green"));
   EXPECT_FAILS(DutOptionLegValAdd(color, "RED"), D_FALSE, D_ERR_ALREADY_EXISTS);
   EXPECT_FAILS(DutOptionLegValAdd(color, "UnKnown"), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutOptionLegValAdd(color, nullptr), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutOptionLegValAdd(DutOptionLookup("editor"), "x"), D_FALSE, D_ERR_TYPE_INVALID);
-
   Strings seen;
   DutOptionLegValTraverse(
       color,
@@ -227,7 +187,6 @@ TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
       &seen);
   std::sort(seen.begin(), seen.end());
   EXPECT_EQ(seen, (Strings{"green", "red"}));
-
   ASSERT_TRUE(DutOptionSetEnum(color, "GREEN"));
   EXPECT_STREQ(Stored(color), "GREEN");
   EXPECT_FAILS(DutOptionSetEnum(color, "blue"), D_FALSE, D_ERR_VAL_INVALID);
@@ -237,14 +196,11 @@ TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
   EXPECT_STREQ(Stored(color), "blue");
 }
 
-// ---- Commit rules ----------------------------------------------------------------
-
 struct VerifyLog {
   int calls = 0;
   bool accept = true;
   D_INT4 own_error = 0;
   bool saw_null = false;
-  D_REAL8 last = 0;
   D_INT4 error_seen = -1;
 };
 
@@ -253,21 +209,20 @@ D_BOOL RecordingVerify(D_OPTION *, void *new_value, void *arg) {
   ++log->calls;
   log->error_seen = DutErrNumGet();
   log->saw_null = new_value == nullptr;
-  if (new_value != nullptr) log->last = *static_cast<D_REAL8 *>(new_value);
   if (log->own_error != 0) DutErrNumSet(log->own_error);
   return log->accept ? D_TRUE : D_FALSE;
 }
 
+// A change is refused when read-only, when unknown is given to a required
+// option, and when the verify function refuses; refused changes keep the
+// value and call nobody.
 TEST(OptionCommit, ReadOnlyRequiredAndVerify) {
-  static int changes = 0;
   D_OPTION *n = DutOptionCreate("c_num", D_OPT_TYPE_NUMERIC);
-  ASSERT_NE(DutOptionChangeCbCreate(n, [](void *, void *, D_WORD) { ++changes; }, 0), nullptr);
+  ASSERT_NE(DutOptionChangeCbCreate(n, Count, 0), nullptr);
   ASSERT_TRUE(DutOptionSetNum(n, 1.0));
-  changes = 0;
-
+  g_calls = 0;
   ASSERT_TRUE(DutOptionSetReadOnly(n, 1));
   EXPECT_FAILS(DutOptionSetNum(n, 2.0), D_FALSE, D_ERR_READ_ONLY);
-  EXPECT_FAILS(DutOptionSetUnknown(n), D_FALSE, D_ERR_READ_ONLY);
   ASSERT_TRUE(DutOptionSetReadOnly(n, 0));
   ASSERT_TRUE(DutOptionSetRequired(n, 1));
   EXPECT_FAILS(DutOptionSetUnknown(n), D_FALSE, D_ERR_VAL_REQUIRED);
@@ -281,27 +236,22 @@ TEST(OptionCommit, ReadOnlyRequiredAndVerify) {
   DutErrNumSet(D_ERR_TIMEOUT_REACHED);
   EXPECT_FALSE(DutOptionSetNum(n, 3.0));
   EXPECT_EQ(log.error_seen, 0);  // cleared before the call
-  EXPECT_EQ(log.last, 3.0);
   EXPECT_EQ(DutErrNumGet(), D_ERR_VERIFY_FAILED);
   log.own_error = D_ERR_VAL_INVALID;
   EXPECT_FAILS(DutOptionSetNum(n, 4.0), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_EQ(Num(n), 1.0);
-  EXPECT_EQ(changes, 0);
+  EXPECT_EQ(g_calls, 0);
 
   log.accept = true;
   log.own_error = 0;
   ASSERT_TRUE(DutOptionSetUnknown(n));
   EXPECT_TRUE(log.saw_null);
-  ASSERT_TRUE(DutOptionSetNum(n, 5.0));
-  EXPECT_EQ(changes, 2);
-  EXPECT_EQ(log.calls, 4);
+  EXPECT_EQ(g_calls, 1);
   // A null function removes verification.
   ASSERT_TRUE(DutOptionSetVerifyFunc(n, nullptr, nullptr));
   ASSERT_TRUE(DutOptionSetNum(n, 6.0));
-  EXPECT_EQ(log.calls, 4);
+  EXPECT_EQ(log.calls, 3);
 }
-
-// ---- Change callbacks ---------------------------------------------------------------
 
 // Records "<arg>=<value in the option>" per call, and checks that the data
 // record carries the callback being called and the stored value.
@@ -324,7 +274,7 @@ TEST(OptionChangeCallbacks, OwnAndGlobalMergedByPriorityAfterTheStore) {
   D_CB *global = DutOptionChangeCbCreate(nullptr, Observe, reinterpret_cast<D_WORD>(kGlobal));
   ASSERT_TRUE(own && global);
   EXPECT_EQ(DutOptionChangeCbLookup(n, Observe, reinterpret_cast<D_WORD>(kOwn)), own);
-  EXPECT_EQ(DutOptionChangeCbLookup(nullptr, Observe, reinterpret_cast<D_WORD>(kGlobal)), global);
+  EXPECT_FAILS(DutOptionChangeCbLookup(n, nullptr, 0), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutOptionChangeCbCreate(n, nullptr, 0), nullptr, D_ERR_NULL_PTR);
   ASSERT_TRUE(DutCbSetPriority(global, 5));
   auto seen = [](auto change) {
@@ -337,8 +287,6 @@ TEST(OptionChangeCallbacks, OwnAndGlobalMergedByPriorityAfterTheStore) {
   EXPECT_EQ(seen([&] { ASSERT_TRUE(DutOptionSetUnknown(n)); }), "own=? global=? ");
   // The global callback runs for every option, the own one only for n.
   EXPECT_EQ(seen([&] { ASSERT_TRUE(DutOptionSetNum(other, 1.0)); }), "global=1.000000 ");
-  ASSERT_TRUE(DutOptionSetReadOnly(n, 1));
-  EXPECT_EQ(seen([&] { EXPECT_FALSE(DutOptionSetNum(n, 8.0)); }), "") << "a refused change runs nothing";
   DutCbDestroy(global);
 }
 
@@ -352,54 +300,43 @@ TEST(OptionChangeCallbacks, CopyCallbacksMirrorIntoVariables) {
   const struct {
     D_REAL8 value;
     D_INT4 expected;
-  } cases[] = {{3.9, 3}, {-2.7, -2}, {1e12, INT_MAX}, {-1e12, INT_MIN}};
+  } cases[] = {{3.9, 3}, {-2.7, -2}, {1e12, INT_MAX}, {-1e12, INT_MIN}, {std::nan(""), 0}};
   for (const auto &c : cases) {
     ASSERT_TRUE(DutOptionSetNum(n, c.value));
     EXPECT_EQ(as_int, c.expected) << c.value;
     EXPECT_EQ(as_int4, c.expected) << c.value;
   }
-  for (D_INT4 v : {1, 0}) {
-    ASSERT_TRUE(DutOptionSetBool(b, v));
-    EXPECT_EQ(as_bool, v);
-  }
+  ASSERT_TRUE(DutOptionSetBool(b, 1));
+  EXPECT_EQ(as_bool, 1);
 }
 
-// ---- By name ---------------------------------------------------------------------------
-
+// By name: no type checks on the stored copy, and a printed line for each
+// kind of failure.
 TEST(OptionByName, SetUnsetAndNumericHelpers) {
   OutputCapture capture;
   D_OPTION *b = DutOptionCreate("n_bool", D_OPT_TYPE_BOOLEAN);
   D_OPTION *n = DutOptionCreate("n_num", D_OPT_TYPE_NUMERIC);
   D_OPTION *nl = DutOptionCreate("n_numlist", D_OPT_TYPE_NUMERIC_LIST);
-  ASSERT_NE(nl, nullptr);
-
   D_INT4 five = 5;  // no 0/1 check by name
   void *stored = DutOptionSet("N_BOOL", &five);
-  ASSERT_NE(stored, nullptr);
   EXPECT_EQ(stored, D_GOPT_VALUE(b));
-  EXPECT_NE(stored, static_cast<void *>(&five));
   EXPECT_EQ(*static_cast<D_INT4 *>(stored), 5);
-  EXPECT_EQ(DutOptionSet("nothing_here", &five), nullptr);
-  EXPECT_EQ(capture.Take(), "DutOptionSet: unknown option <nothing_here>\n");
   D_REAL8 one = 1.0;
   EXPECT_EQ(DutOptionSet("n_numlist", &one), nullptr);
-  EXPECT_EQ(capture.Take(),
-            "WARNING: utOptionSet: cannot set option <n_numlist>.\n"
-            "WARNING: utOptionSet: setting type 5 not implemented.\n");
   EXPECT_FALSE(D_GOPT_KNOWN(nl));
-
   EXPECT_EQ(DutOptionGetNumValue("n_num"), 0.0);  // unknown value
-  EXPECT_EQ(capture.Take(), "");
   ASSERT_NE(DutOptionSetNumValue("n_num", 2.25), nullptr);
   EXPECT_EQ(DutOptionGetNumValue("N_Num"), 2.25);
   EXPECT_EQ(DutOptionGetValue("n_num"), D_GOPT_VALUE(n));
-
+  EXPECT_EQ(capture.Take(),
+            "WARNING: utOptionSet: cannot set option <n_numlist>.\n"
+            "WARNING: utOptionSet: setting type 5 not implemented.\n");
   const struct {
     std::function<bool()> call;
     const char *text;
   } failures[] = {
+      {[&] { return !DutOptionSet("nothing_here", &five); }, "DutOptionSet: unknown option <nothing_here>\n"},
       {[] { return DutOptionGetNumValue("missing") == 0.0; }, "DutOptionSetNumValue: Unknown option: missing\n"},
-      {[] { return DutOptionGetNumValue("n_bool") == 0.0; }, "DutOptionSetNumValue: option n_bool not numeric\n"},
       {[] { return !DutOptionSetNumValue("n_bool", 1.0); }, "DutOptionSetNumValue: option n_bool not numeric\n"},
       {[] { return !DutOptionGetValue("missing"); }, "WARNING: DutOptionGetValue: unknown option <missing>.\n"},
       {[] { return !DutOptionUnset("missing"); }, "Cannot unset <missing>: no such option.\n"},
@@ -425,36 +362,24 @@ TEST(OptionDeath, AssertionsOnNullsWrongTypesAndUnknownCopies) {
   OPT_EXPECT_ASSERTION(DutOptionSetUnknown(b), "data->value != NULL");
 }
 
-// ---- Verify functions of the library ------------------------------------------------------
-
-TEST(OptionVerifyFunctions, NonNegativeAndTwoByteInteger) {
+// The library's verify functions: each refusal prints its message and sets
+// its number; accepted values at the edges pass silently.
+TEST(OptionVerifyFunctions, NonNegativeTwoByteIntegerAndRealFormat) {
   OutputCapture capture;
   D_OPTION *n = DutOptionCreate("vf_nonneg", D_OPT_TYPE_NUMERIC);
+  D_OPTION *i2 = DutOptionCreate("vf_int2", D_OPT_TYPE_NUMERIC);
+  D_OPTION *f = DutOptionLookup("real_number_format");
   ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyNonNeg, nullptr));
-  ASSERT_TRUE(DutOptionSetNum(n, 0.0));
+  ASSERT_TRUE(DutOptionSetVerifyFunc(i2, DutOptionVerifyInt2, nullptr));
+  EXPECT_TRUE(DutOptionSetNum(n, 0.0) && DutOptionSetUnknown(n));
+  EXPECT_TRUE(DutOptionSetNum(i2, 32767) && DutOptionSetNum(i2, -32768) && DutOptionSetUnknown(i2));
+  for (const char *good : {"%5.2lf", "%-+ #012.4E", "%G"}) EXPECT_TRUE(DutOptionSetStr(f, good)) << good;
+  EXPECT_EQ(capture.Take(), "");
   EXPECT_FAILS(DutOptionSetNum(n, -0.5), D_FALSE, D_ERR_VAL_TOO_SMALL);
   EXPECT_EQ(capture.Take(), "The option <vf_nonneg> must be nonnegative.\n");
-  EXPECT_EQ(Num(n), 0.0);
-
-  D_OPTION *i2 = DutOptionCreate("vf_int2", D_OPT_TYPE_NUMERIC);
-  ASSERT_TRUE(DutOptionSetVerifyFunc(i2, DutOptionVerifyInt2, nullptr));
-  EXPECT_TRUE(DutOptionSetNum(i2, 32767));
-  EXPECT_TRUE(DutOptionSetNum(i2, -32768));
-  EXPECT_EQ(capture.Take(), "");
-  for (D_REAL8 bad : {32768.0, -32769.0, 1.5, 1e300}) {
+  for (D_REAL8 bad : {32768.0, -32769.0, 1.5}) {
     EXPECT_FAILS(DutOptionSetNum(i2, bad), D_FALSE, D_ERR_VAL_INVALID);
     EXPECT_EQ(capture.Take(), "The option <vf_int2> must be a valid two-byte integer.\n");
-  }
-  EXPECT_EQ(Num(i2), -32768.0);
-}
-
-TEST(OptionVerifyFunctions, RealNumberFormatCheck) {
-  OutputCapture capture;
-  D_OPTION *f = DutOptionLookup("real_number_format");
-  ASSERT_NE(f, nullptr);
-  for (const char *good : {"%5.2lf", "%-+ #012.4E", "%G", "%.3e", "%lg"}) {
-    EXPECT_TRUE(DutOptionSetStr(f, good)) << good;
-    EXPECT_EQ(capture.Take(), "") << good;
   }
   EXPECT_TRUE(DutOptionSetStr(f, "override:%d whatever"));
   EXPECT_EQ(capture.Take(), "Accepting override value for real_number_format of <%d whatever>\n");
@@ -463,11 +388,10 @@ TEST(OptionVerifyFunctions, RealNumberFormatCheck) {
   } bad[] = {{"%5.2d", "Illegal character 'd' in option <real_number_format>.\n"},
              {"%gx", "Bad character 'x' in option <real_number_format> after end of valid format.\n"},
              {"g", "The option <real_number_format> must start with '%'.\n"},
-             {"%5.2.1f", "Illegal character '.' in option <real_number_format>.\n"},
-             {"%llf", "Illegal character 'l' in option <real_number_format>.\n"}};
-  for (const auto &b : bad) {
-    EXPECT_FAILS(DutOptionSetStr(f, b.value), D_FALSE, D_ERR_VAL_INVALID);
-    EXPECT_EQ(capture.Take(), b.message);
+             {"%5.2.1f", "Illegal character '.' in option <real_number_format>.\n"}};
+  for (const auto &r : bad) {
+    EXPECT_FAILS(DutOptionSetStr(f, r.value), D_FALSE, D_ERR_VAL_INVALID);
+    EXPECT_EQ(capture.Take(), r.message);
   }
   EXPECT_STREQ(Stored(f), "override:%d whatever");
 }
@@ -494,7 +418,6 @@ TEST(OptionThreads, ConcurrentCreationAndLookup) {
         D_OPTION *o = DutOptionCreate(name.c_str(), D_OPT_TYPE_NUMERIC);
         EXPECT_NE(o, nullptr);
         EXPECT_EQ(DutOptionLookup(name.c_str()), o);
-        EXPECT_NE(DutOptionLookup("editor"), nullptr);
       }
     });
   }

@@ -22,15 +22,12 @@ using Lines = std::vector<std::string>;
 TEST(FileTests, ExistsWritableAccessDeleteSize) {
   TempDir dir;
   writeFile("data", "12345");
-  EXPECT_TRUE(DutFileExists("data"));
-  EXPECT_TRUE(DutFileWritable("data"));
-  EXPECT_EQ(DutMvsAccess("data", 4), 0);
   D_INT4 size = -1;
+  EXPECT_TRUE(DutFileExists("data") && DutFileWritable("data") && DutMvsAccess("data", 4) == 0);
   EXPECT_TRUE(DutFileGetSize("data", &size));
   EXPECT_EQ(size, 5);
   EXPECT_EQ(DutDeleteFile("data"), 0);
   EXPECT_FAILS(DutFileExists("data"), D_FALSE, D_ERR_C);
-  EXPECT_EQ(DutErrNumGetC(), ENOENT);
   EXPECT_FAILS(DutFileGetSize("data", &size), D_FALSE, D_ERR_C);
   EXPECT_FAILS(DutDeleteFile("data"), -1, D_ERR_C);
   EXPECT_FAILS(DutMvsAccess("data", 0), -1, D_ERR_C);
@@ -38,34 +35,27 @@ TEST(FileTests, ExistsWritableAccessDeleteSize) {
 }
 
 // Opens of one name in its mode share one stream until the last close;
-// another mode is refused, another name (case counts) is its own file.
+// another mode is refused, another name (case counts) is its own file, and
+// a stream the registry never saw is not closed by it.
 TEST(OpenFiles, SameModeSharesOneStreamUntilLastClose) {
   TempDir dir;
   writeFile("a.txt", "abc");
   FILE *first = DutOpenFile("a.txt", "r");
   ASSERT_NE(first, nullptr);
   EXPECT_EQ(DutOpenFile("a.txt", "r"), first);
-  EXPECT_FAILS(DutOpenFile("a.txt", "w"), nullptr, D_ERR_TYPE_MISMATCH);
   EXPECT_FAILS(DutOpenFile("a.txt", "rb"), nullptr, D_ERR_TYPE_MISMATCH);
   FILE *upper = DutOpenFile("A.TXT", "w");
-  ASSERT_NE(upper, nullptr);
-  EXPECT_NE(upper, first);
-  EXPECT_TRUE(DutCloseFile(upper));
+  EXPECT_TRUE(upper != first && DutCloseFile(upper));
   EXPECT_TRUE(DutCloseFile(first));
   EXPECT_EQ(DutLookupFile("a.txt"), first);
   EXPECT_EQ(std::fgetc(first), 'a');
   EXPECT_TRUE(DutCloseFile(first));
   EXPECT_FAILS(DutLookupFile("a.txt"), nullptr, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutCloseFile(first), D_FALSE, D_ERR_DOESNT_EXIST);
-  EXPECT_EQ(readFile("a.txt"), "abc");
-
   EXPECT_FAILS(DutOpenFile("missing", "r"), nullptr, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
-  EXPECT_EQ(DutLookupFile("missing"), nullptr);
   EXPECT_FAILS(DutFOpen("missing", "r"), nullptr, D_ERR_C);
-  // A stream the registry never saw is not closed by it.
   FILE *own = std::fopen("own", "w");
-  ASSERT_NE(own, nullptr);
   EXPECT_FAILS(DutCloseFile(own), D_FALSE, D_ERR_DOESNT_EXIST);
   std::fclose(own);
 }
@@ -74,48 +64,40 @@ TEST(OpenFiles, SameModeSharesOneStreamUntilLastClose) {
 // file means no backup; a failed rename is reported and the open goes on.
 TEST(Backups, OnlyModeWOnlyOnTheFirstOpenAndFailuresWarn) {
   TempDir dir;
-  writeFile("app", "start");
+  writeFile("app", "content");
   {
     StrOption none("backup_name", nullptr);
     EXPECT_TRUE(DutBackupFile("app"));
-    EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 1);
   }
   StrOption suffix("backup_name", "~");
-  for (const char *mode : {"a", "wb"}) {
-    ASSERT_TRUE(DutCloseFile(DutOpenFile("app", mode)));
-    EXPECT_FALSE(fs::exists("app~")) << mode;
-  }
-  writeFile("app", "content");
+  ASSERT_TRUE(DutCloseFile(DutOpenFile("app", "a")));
+  EXPECT_FALSE(fs::exists("app~"));
   writeFile("app~", "older");
   FILE *out = DutOpenFile("app", "w");
-  ASSERT_NE(out, nullptr);
   EXPECT_EQ(readFile("app~"), "content");
   std::fputs("written", out);
   EXPECT_TRUE(DutFlushFile(out));
-  EXPECT_EQ(readFile("app"), "written");
   EXPECT_EQ(DutOpenFile("app", "w"), out);
   EXPECT_EQ(readFile("app~"), "content");
   EXPECT_TRUE(DutCloseFile(out) && DutCloseFile(out));
   EXPECT_FAILS(DutBackupFile("absent"), D_TRUE, 0);
   EXPECT_FALSE(fs::exists("absent~"));
-
   fs::remove("app~");
   fs::create_directories("app~/inside");
   EXPECT_FAILS(DutBackupFile("app"), D_FALSE, D_ERR_C);
   OutputCapture capture;
-  out = DutOpenFile("app", "w");
-  ASSERT_NE(out, nullptr);
+  EXPECT_TRUE(DutCloseFile(DutOpenFile("app", "w")));
   EXPECT_EQ(capture.Take(), "WARNING: DutOpenFile: could not backup file app.\n");
-  EXPECT_TRUE(DutCloseFile(out));
   EXPECT_EQ(readFile("app"), "");
 }
 
 int user_opens = 0;
 int user_closes = 0;
 
+// A failing close of the user's is only a warning; the file leaves the
+// registry all the same.
 TEST(UserFunctions, OpenAndCloseGoThroughThem) {
   TempDir dir;
-  user_opens = user_closes = 0;
   D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) {
     ++user_opens;
     return std::fopen(name, mode);
@@ -128,22 +110,15 @@ TEST(UserFunctions, OpenAndCloseGoThroughThem) {
   DutSetFileOpenFunc(opener);
   DutSetFileCloseFunc(closer);
   DutSetFileReadFunc(&std::fread);
-  EXPECT_EQ(DutGetFileOpenFunc(), opener);
-  EXPECT_EQ(DutGetFileCloseFunc(), closer);
+  EXPECT_TRUE(DutGetFileOpenFunc() == opener && DutGetFileCloseFunc() == closer);
   EXPECT_EQ(DutGetFileReadFunc(), &std::fread);
+  OutputCapture capture;
   FILE *out = DutOpenFile("u.txt", "w");
   EXPECT_EQ(DutOpenFile("u.txt", "w"), out);
-  EXPECT_TRUE(DutCloseFile(out));
-  {
-    OutputCapture capture;
-    // A failing close is only a warning; the file leaves the registry.
-    EXPECT_TRUE(DutCloseFile(out));
-    EXPECT_EQ(capture.Take(), "WARNING: DutCloseFile: fclose (fname u.txt) returned 7\n");
-  }
+  EXPECT_TRUE(DutCloseFile(out) && DutCloseFile(out));
+  EXPECT_EQ(capture.Take(), "WARNING: DutCloseFile: fclose (fname u.txt) returned 7\n");
   EXPECT_EQ(DutLookupFile("u.txt"), nullptr);
-  EXPECT_EQ(user_opens, 1);
-  EXPECT_EQ(user_closes, 1);
-
+  EXPECT_TRUE(user_opens == 1 && user_closes == 1);
   DutSetFileOpenFunc(nullptr);
   DutSetFileCloseFunc(nullptr);
   DutSetFileReadFunc(nullptr);
@@ -164,7 +139,6 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
   FILE *c = DutOpenFile("c", "w");
   FILE *a = DutOpenFile("a", "w");
   FILE *b = DutOpenFile("b", "a");
-  ASSERT_TRUE(c && a && b);
   DutOpenFile("a", "w");
   Lines seen;
   DutErrNumSet(D_ERR_VAL_INVALID);
@@ -176,23 +150,16 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
     return ++*static_cast<int *>(arg) == 2 ? s : nullptr;
   };
   EXPECT_EQ(DutFileTraverse(stop_at_second, &visits), a);
-
   DutFileExamine();
   auto entry = [](const char *name, const char *mode, FILE *s, int refs) {
     return std::string("File Name: <") + name + ">\nFile Mode: <" + mode + ">\nFile Ptr:  <" +
            std::to_string(reinterpret_cast<long>(s)) + ">\nFile Desc: <" + std::to_string(fileno(s)) +
            ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
   };
-  std::string text = readFile("files.dmp");
   std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) + entry("b", "a", b, 1);
-  EXPECT_EQ(text.substr(0, expected.size()), expected);
-  EXPECT_NE(text.find("File Name: <files.dmp>\nFile Mode: <w>\n", expected.size()), std::string::npos);
+  EXPECT_EQ(readFile("files.dmp").substr(0, expected.size() + 38), expected + "File Name: <files.dmp>\nFile Mode: <w>\n");
   EXPECT_EQ(DutLookupFile("files.dmp"), nullptr);
   for (FILE *s : {c, a, a, b}) EXPECT_TRUE(DutCloseFile(s));
-  seen.clear();
-  DutFileTraverse(&collectNames, &seen);
-  EXPECT_TRUE(seen.empty());
-
   fs::remove("files.dmp");
   fs::create_directory("files.dmp");
   OutputCapture capture;
@@ -234,9 +201,9 @@ TEST(OpenFiles, TracingWritesEntryLines) {
   DutCloseFile(s);
   DutGetDebugFlags()[D_DEBUG_FILE] = 0;
   DutDebugClose();
-  std::string trace = readFile(dir.file("trace.dbg"));
   char line[64];
   std::snprintf(line, sizeof line, "Entering DutCloseFile(%lx)\n", reinterpret_cast<unsigned long>(s));
+  std::string trace = readFile(dir.file("trace.dbg"));
   EXPECT_NE(trace.find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos) << trace;
   EXPECT_NE(trace.find(line), std::string::npos) << trace;
 }

@@ -41,7 +41,6 @@ TEST(OptionCreate, FirstUseArgumentsDuplicatesAndDestroy) {
   EXPECT_FAILS(DutOptionCreate(nullptr, D_OPT_TYPE_STRING), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutOptionCreate("t_neg", -1), nullptr, D_ERR_VAL_INVALID);
   EXPECT_FAILS(DutOptionCreate("t_seven", 7), nullptr, D_ERR_VAL_INVALID);
-  EXPECT_NE(DutOptionCreate("c_bool", D_OPT_TYPE_BOOLEAN), nullptr);
   D_OPTION *option = DutOptionCreate("Mixed_Case", D_OPT_TYPE_STRING_LIST);
   ASSERT_NE(option, nullptr);
   EXPECT_STREQ(D_GOPT_NAME(option), "mixed_case");
@@ -49,9 +48,9 @@ TEST(OptionCreate, FirstUseArgumentsDuplicatesAndDestroy) {
   EXPECT_EQ(DutOptionLookup("mIxEd_CaSe"), option);
   EXPECT_FAILS(DutOptionLookup(nullptr), nullptr, D_ERR_NULL_PTR);
   D_INT4 flag = -1;
-  EXPECT_TRUE(DutOptionGetKnown(option, &flag) && flag == 0);
-  EXPECT_TRUE(DutOptionGetRequired(option, &flag) && flag == 0);
-  EXPECT_TRUE(DutOptionGetReadOnly(option, &flag) && flag == 0);
+  for (auto get : {DutOptionGetKnown, DutOptionGetRequired, DutOptionGetReadOnly}) {
+    EXPECT_TRUE(get(option, &flag) && flag == 0);
+  }
   EXPECT_TRUE(DutOptionGetType(option, &flag) && flag == D_OPT_TYPE_STRING_LIST);
 
   // Destroyed with its value and callbacks: a new option of the same name
@@ -108,18 +107,15 @@ TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
   for (D_OPTION *o : {b, n, e, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
 }
 
-// The setters store copies: what the caller changes afterwards stays out.
+// The setters store copies: what the caller changes afterwards stays out;
+// a replaced list is freed (checked by the sanitizer builds).
 TEST(OptionTyped, ValuesAreCopies) {
   D_OPTION *b = DutOptionCreate("v_bool", D_OPT_TYPE_BOOLEAN);
-  D_OPTION *n = DutOptionCreate("v_num", D_OPT_TYPE_NUMERIC);
   D_OPTION *s = DutOptionCreate("v_str", D_OPT_TYPE_STRING);
   D_OPTION *sl = DutOptionCreate("v_strlist", D_OPT_TYPE_STRING_LIST);
   D_OPTION *el = DutOptionCreate("v_enumlist", D_OPT_TYPE_ENUM_LIST);
-  ASSERT_TRUE(DutOptionSetBool(b, 1) && DutOptionSetNum(n, -12.75));
   D_INT4 flag = 0;
-  D_REAL8 real = 0;
-  EXPECT_TRUE(DutOptionGetBool(b, &flag) && flag == 1);
-  EXPECT_TRUE(DutOptionGetNum(n, &real) && real == -12.75);
+  EXPECT_TRUE(DutOptionSetBool(b, 1) && DutOptionGetBool(b, &flag) && flag == 1);
   char mine[] = "caller text";
   ASSERT_TRUE(DutOptionSetStr(s, mine));
   mine[0] = 'X';
@@ -127,21 +123,17 @@ TEST(OptionTyped, ValuesAreCopies) {
   ASSERT_TRUE(DutOptionGetStr(s, &text));
   EXPECT_STREQ(text, "caller text");
   EXPECT_EQ(text, D_GOPT_VALUE(s)) << "the getter hands out the stored text";
-
-  NodeChain chain({"first", "second", "third"});
+  NodeChain chain({"first", "second"});
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
   chain.node(1).str = "changed";
   ASSERT_TRUE(DutOptionSetEnumList(el, chain.first()));
+  ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
   const D_OPTION_STR_NODE *first = nullptr;
   ASSERT_TRUE(DutOptionGetStrList(sl, &first));
-  EXPECT_EQ(Items(first), (Strings{"first", "second", "third"}));
+  chain.node(0).str = "gone";
+  EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
   ASSERT_TRUE(DutOptionGetEnumList(el, &first));
-  EXPECT_EQ(Items(first), (Strings{"first", "changed", "third"}));
-  // Replacing a list frees the old one (checked by the sanitizer builds).
-  NodeChain other({"only"});
-  ASSERT_TRUE(DutOptionSetStrList(sl, other.first()));
-  ASSERT_TRUE(DutOptionGetStrList(sl, &first));
-  EXPECT_EQ(Items(first), Strings{"only"});
+  EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
 }
 
 // Two standard options, a string and a string list, read and set as
@@ -162,7 +154,6 @@ TEST(OptionTyped, SpecialNamesReadAsEnumeratedAndOldNamesFindThem) {
   EXPECT_EQ(Items(first), (Strings{"s1", "s2"}));
   EXPECT_EQ(DutOptionLookup("Unique_Datagroup"), unique);
   EXPECT_EQ(DutOptionLookup("DATAGROUPS"), subjects);
-  EXPECT_EQ(DutOptionLookup("Application"), DutOptionLookup("project"));
   EXPECT_EQ(DutOptionLookup("application_x"), nullptr);
 }
 
@@ -362,47 +353,26 @@ TEST(OptionDeath, AssertionsOnNullsWrongTypesAndUnknownCopies) {
   OPT_EXPECT_ASSERTION(DutOptionSetUnknown(b), "data->value != NULL");
 }
 
-// The library's verify functions: each refusal prints its message and sets
-// its number; accepted values at the edges pass silently.
-TEST(OptionVerifyFunctions, NonNegativeTwoByteIntegerAndRealFormat) {
+// The library's verify functions pass unknown and refuse with their
+// numbers (the command transcripts pin their messages).
+TEST(OptionVerifyFunctions, RefusalsCarryTheirNumbers) {
   OutputCapture capture;
-  D_OPTION *n = DutOptionCreate("vf_nonneg", D_OPT_TYPE_NUMERIC);
-  D_OPTION *i2 = DutOptionCreate("vf_int2", D_OPT_TYPE_NUMERIC);
-  D_OPTION *f = DutOptionLookup("real_number_format");
+  D_OPTION *n = DutOptionCreate("vf_num", D_OPT_TYPE_NUMERIC);
   ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyNonNeg, nullptr));
-  ASSERT_TRUE(DutOptionSetVerifyFunc(i2, DutOptionVerifyInt2, nullptr));
-  EXPECT_TRUE(DutOptionSetNum(n, 0.0) && DutOptionSetUnknown(n));
-  EXPECT_TRUE(DutOptionSetNum(i2, 32767) && DutOptionSetNum(i2, -32768) && DutOptionSetUnknown(i2));
-  for (const char *good : {"%5.2lf", "%-+ #012.4E", "%G"}) EXPECT_TRUE(DutOptionSetStr(f, good)) << good;
-  EXPECT_EQ(capture.Take(), "");
+  EXPECT_TRUE(DutOptionSetUnknown(n));
   EXPECT_FAILS(DutOptionSetNum(n, -0.5), D_FALSE, D_ERR_VAL_TOO_SMALL);
-  EXPECT_EQ(capture.Take(), "The option <vf_nonneg> must be nonnegative.\n");
-  for (D_REAL8 bad : {32768.0, -32769.0, 1.5}) {
-    EXPECT_FAILS(DutOptionSetNum(i2, bad), D_FALSE, D_ERR_VAL_INVALID);
-    EXPECT_EQ(capture.Take(), "The option <vf_int2> must be a valid two-byte integer.\n");
-  }
-  EXPECT_TRUE(DutOptionSetStr(f, "override:%d whatever"));
-  EXPECT_EQ(capture.Take(), "Accepting override value for real_number_format of <%d whatever>\n");
-  const struct {
-    const char *value, *message;
-  } bad[] = {{"%5.2d", "Illegal character 'd' in option <real_number_format>.\n"},
-             {"%gx", "Bad character 'x' in option <real_number_format> after end of valid format.\n"},
-             {"g", "The option <real_number_format> must start with '%'.\n"},
-             {"%5.2.1f", "Illegal character '.' in option <real_number_format>.\n"}};
-  for (const auto &r : bad) {
-    EXPECT_FAILS(DutOptionSetStr(f, r.value), D_FALSE, D_ERR_VAL_INVALID);
-    EXPECT_EQ(capture.Take(), r.message);
-  }
-  EXPECT_STREQ(Stored(f), "override:%d whatever");
+  ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyInt2, nullptr));
+  EXPECT_TRUE(DutOptionSetUnknown(n));
+  EXPECT_FAILS(DutOptionSetNum(n, -32769), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionSetStr(DutOptionLookup("real_number_format"), "%gx"), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_STREQ(opttest::Stored(DutOptionLookup("real_number_format")), "%g");
 }
 
 TEST(OptionTypes, WordsAndBadType) {
   OutputCapture capture;
-  const char *expected[] = {"boolean", "enumerated", "numeric", "string",
-                            "enumerated list", "numeric list", "string list"};
-  for (D_INT4 t = 0; t < 7; ++t) EXPECT_STREQ(DutOptionTypeToStr(t), expected[t]);
-  EXPECT_EQ(capture.Take(), "");
-  EXPECT_STREQ(DutOptionTypeToStr(7), "bad type");
+  const char *expected[] = {"boolean", "enumerated", "numeric", "string", "enumerated list", "numeric list",
+                            "string list", "bad type"};
+  for (D_INT4 t = 0; t < 8; ++t) EXPECT_STREQ(DutOptionTypeToStr(t), expected[t]);
   EXPECT_EQ(capture.Take(), "WARNING: DutOptionTypeToStr: bad option type 7.\n");
   EXPECT_STREQ(DutOptionTypeToStr(-1), "bad type");
 }

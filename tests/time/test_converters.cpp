@@ -18,15 +18,14 @@
 namespace {
 
 using timetest::LocalTime;
-using timetest::OutputCapture;
 
 constexpr double kUntouched = -12345.0;
 
-// Reads text with cvt; what it printed (warnings) goes to *printed.
-bool Read(D_TIME_CVT *cvt, const char *text, double *value, std::string *printed = nullptr) {
-  OutputCapture capture;
+// Reads text with the named converter; what it printed goes to *printed.
+bool Read(const char *cvt, const std::string &text, double *value, std::string *printed = nullptr) {
+  timetest::OutputCapture capture;
   *value = kUntouched;
-  bool ok = DutTimeCvtStrToNum(cvt, text, value) == D_TRUE;
+  bool ok = DutTimeCvtStrToNum(DutTimeCvtLookup(cvt), text.c_str(), value) == D_TRUE;
   if (printed != nullptr) *printed = capture.Take();
   return ok;
 }
@@ -35,15 +34,8 @@ bool Read(D_TIME_CVT *cvt, const char *text, double *value, std::string *printed
 // to a known day (a Thursday) for every test.
 class Converters : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(DutSetCurrentTime(LocalTime(2001, 3, 15, 8, 0, 0)), D_TRUE);
-    for (D_TIME_CVT *cvt : {full_, hms_, numeric_}) ASSERT_NE(cvt, nullptr);
-  }
-  void TearDown() override { DutTimeCvtSetCurrent(hms_); }
-
-  D_TIME_CVT *full_ = DutTimeCvtLookup("full");
-  D_TIME_CVT *hms_ = DutTimeCvtLookup("hms");
-  D_TIME_CVT *numeric_ = DutTimeCvtLookup("numeric");
+  void SetUp() override { ASSERT_EQ(DutSetCurrentTime(LocalTime(2001, 3, 15, 8, 0, 0)), D_TRUE); }
+  void TearDown() override { DutTimeCvtSetCurrent(DutTimeCvtLookup("hms")); }
 };
 
 // Prints "fixed" for times from 0 on and fails below; reads twice the number.
@@ -58,6 +50,7 @@ D_BOOL DoublingStrToNum(const char *str, D_REAL8 *time_return) {
 int g_cleanups = 0;
 void CountCleanup() { ++g_cleanups; }
 
+// Collects the names; stops (with 77) at "stop".
 D_WORD CollectNames(D_WORD key, D_WORD value, void *arg) {
   EXPECT_STREQ(reinterpret_cast<const char *>(key), reinterpret_cast<const D_TIME_CVT *>(value)->name);
   static_cast<std::set<std::string> *>(arg)->insert(reinterpret_cast<const char *>(key));
@@ -73,7 +66,6 @@ TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   ASSERT_NE(mine, nullptr);
   EXPECT_STREQ(mine->name, "myclock");
   EXPECT_EQ(DutTimeCvtLookup("MYCLOCK"), mine);
-
   std::set<std::string> names;
   EXPECT_FAILS(DutTimeCvtTraverse(&CollectNames, &names), 0, D_ERR_END_OF_TRAVERSAL);
   EXPECT_EQ(names, (std::set<std::string>{"full", "hms", "numeric", "myclock"}));
@@ -91,12 +83,10 @@ TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   char buffer[64];
   EXPECT_STREQ(DutTimeToString(-5.0, buffer), "<UNKNOWN>");
   EXPECT_FAILS(DutTimeToString(5.0, nullptr), nullptr, D_ERR_NULL_PTR);
-
   // The current converter cannot go: no action, no error number.
   g_cleanups = 0;
   EXPECT_FAILS(DutTimeCvtDestroy(mine), D_FALSE, 0);
-  EXPECT_EQ(g_cleanups, 0);
-  ASSERT_EQ(DutTimeCvtSetCurrent(hms_), D_TRUE);
+  ASSERT_EQ(DutTimeCvtSetCurrent(DutTimeCvtLookup("hms")), D_TRUE);
   EXPECT_EQ(DutTimeCvtDestroy(mine), D_TRUE);
   EXPECT_EQ(g_cleanups, 1);
   EXPECT_FAILS(DutTimeCvtLookup("myclock"), nullptr, D_ERR_DOESNT_EXIST);
@@ -109,55 +99,39 @@ TEST(TimeCvtRegistry, NullArgumentsAreFatal) {
   VQTEST_EXPECT_ASSERTION(DutTimeCvtSetCurrent(nullptr), "time_cvtr != NULL");
 }
 
-// Random dates of the years the format knows, written with either form of
-// the month's name in any case and a two- or four-digit year, read back as
-// mktime has them; printed by "full", they read back less the weekday.
-TEST_F(Converters, FullReadsEveryMonthYearAndItsOwnText) {
+// Random dates written with either form of the month's name in any case,
+// with a four- or two-digit year (00-69 are 2000-2069), without one (the
+// base year), or as a clock alone (the base day, for "hms" too); each reads
+// as mktime has it, and "full" reads its own text less the weekday.
+TEST_F(Converters, FullAndHmsReadRandomDatesAndFullItsOwnText) {
   const char *months[] = {"January", "February", "March",     "April",   "May",      "June",
                           "July",    "August",   "September", "October", "November", "December"};
   const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   std::mt19937 random(7);
   for (int i = 0; i < 400; ++i) {
-    int month = static_cast<int>(random() % 12), year = 1970 + static_cast<int>(random() % 51);
-    bool leap = year % 4 == 0;  // 2000 included
-    int day = 1 + static_cast<int>(random() % (days[month] + (month == 1 && leap)));
+    const int form = static_cast<int>(random() % 4);
+    int year = form >= 2 ? 2001 : 1970 + static_cast<int>(random() % 100);
+    int month = form == 3 ? 2 : static_cast<int>(random() % 12);
+    int day = form == 3 ? 15 : 1 + static_cast<int>(random() % (days[month] + (month == 1 && year % 4 == 0)));
     int hour = static_cast<int>(random() % 24), minute = static_cast<int>(random() % 60);
     double second = static_cast<int>(random() % 60) + (random() % 4) * 0.25;
-    std::string name = random() % 2 ? months[month] : std::string(months[month], 3);
-    for (char &c : name) c = random() % 2 ? static_cast<char>(std::toupper(c)) : static_cast<char>(std::tolower(c));
-    char text[96];
-    std::snprintf(text, sizeof text, "%s %d %d:%d:%g %d", name.c_str(), day, hour, minute, second,
-                  random() % 2 ? year : year % 100);
-    double value = 0;
+    std::string text = std::to_string(hour) + ":" + std::to_string(minute) + ":" + DutRealToStr(second);
+    if (form != 3) {
+      std::string name = random() % 2 ? months[month] : std::string(months[month], 3);
+      for (char &c : name) c = static_cast<char>(random() % 2 ? std::toupper(c) : std::tolower(c));
+      text = name + " " + std::to_string(day) + " " + text;
+    }
+    if (form < 2) text += " " + std::to_string(form == 0 && year <= 2020 ? year : year % 100);
+    SCOPED_TRACE(text);
+    double value = 0, back = 0;
     std::string printed;
-    ASSERT_TRUE(Read(full_, text, &value, &printed)) << text << ": " << printed;
-    ASSERT_DOUBLE_EQ(value, LocalTime(year, month + 1, day, hour, minute, second)) << text;
+    ASSERT_TRUE(Read(form == 3 && i % 2 ? "hms" : "full", text, &value, &printed)) << printed;
+    ASSERT_DOUBLE_EQ(value, LocalTime(year, month + 1, day, hour, minute, second));
+    if (year > 2020) continue;  // printed in full, a later year does not read back
     const char *own = nullptr;
-    ASSERT_EQ(DutTimeCvtNumToStr(full_, value, &own), D_TRUE);
-    std::string own_text = own;
-    double back = 0;
-    ASSERT_TRUE(Read(full_, own_text.c_str() + 4, &back)) << own_text;
-    EXPECT_NEAR(back, value, 1e-6) << own_text;
-  }
-}
-
-TEST_F(Converters, ReadersTakeWhatTheyAreNotGivenFromTheBaseDay) {
-  const struct {
-    D_TIME_CVT *cvt;
-    const char *text;
-    int year, month, day, hour, minute;
-    double second;
-  } cases[] = {
-      {full_, "Feb 29 12:00:00 68", 2068, 2, 29, 12, 0, 0},
-      {full_, "FEBRUARY 29 0:0:0 2000", 2000, 2, 29, 0, 0, 0},
-      {full_, "sep 30 1:2:3.0", 2001, 9, 30, 1, 2, 3},
-      {hms_, "10:30:15.5", 2001, 3, 15, 10, 30, 15.5},
-  };
-  for (const auto &c : cases) {
-    double value = 0;
-    std::string printed;
-    EXPECT_TRUE(Read(c.cvt, c.text, &value, &printed)) << c.text << ": " << printed;
-    EXPECT_DOUBLE_EQ(value, LocalTime(c.year, c.month, c.day, c.hour, c.minute, c.second)) << c.text;
+    ASSERT_EQ(DutTimeCvtNumToStr(DutTimeCvtLookup("full"), value, &own), D_TRUE);
+    ASSERT_TRUE(Read("full", own + 4, &back)) << own;
+    EXPECT_NEAR(back, value, 1e-6) << own;
   }
 }
 
@@ -165,32 +139,28 @@ TEST_F(Converters, ReadersTakeWhatTheyAreNotGivenFromTheBaseDay) {
 // reader; the lexer's own errors print its report instead.
 TEST_F(Converters, RefusalsWarnWithTheFieldAndStoreNothing) {
   const struct {
-    D_TIME_CVT *cvt;
-    const char *text, *warning;
+    const char *cvt, *text, *warning;
   } cases[] = {
       // 1900 is refused before its leap rule matters: the format ends at 1970.
-      {full_, "Feb 29 12:00:00 1900", "utTimeCvtFullStrToNum: 1900 is not a valid year."},
-      {full_, "Jan 5 12:00:00 1969", "utTimeCvtFullStrToNum: 1969 is not a valid year."},
-      {full_, "Jan 5 12:00:00 2021", "utTimeCvtFullStrToNum: 2021 is not a valid year."},
-      {full_, "Jan 5 12:00:00 100", "utTimeCvtFullStrToNum: 100 is not a valid year."},
-      {full_, "Jan 5 12:00:00 2001.5", "utTimeCvtFullStrToNum: 2001.5 is not a valid year."},
-      {full_, "Feb 29 12:00:00 1999", "utTimeCvtFullStrToNum: 29 is not a valid day of the month."},
-      {full_, "Nov 31 12:00:00 2001", "utTimeCvtFullStrToNum: 31 is not a valid day of the month."},
-      {full_, "Jan 0 12:00:00 2001", "utTimeCvtFullStrToNum: 0 is not a valid day of the month."},
-      {full_, "Jan 1.5 12:00:00 2001", "utTimeCvtFullStrToNum: 1.5 is not a valid day of the month."},
-      {full_, "12:00:00 2001", "utTimeCvtFullStrToNum: year not allowed when month and day ommitted."},
-      {full_, "Jan 5 12:00:00 2001 2002", "utTimeCvtFullStrToNum: found extra tokens after year."},
-      {full_, "sept 5 12:00:00", "utTimeCvtFullStrToNum: sept is not a valid month."},
-      {full_, "24:00:00", "utTimeCvtFullStrToNum: 24 is not a valid hour."},
-      {full_, "1.5:00:00", "utTimeCvtFullStrToNum: 1.5 is not a valid hour."},
-      {full_, "12:60:00", "utTimeCvtFullStrToNum: 60 is not a valid minute."},
-      {full_, "12:0.5:00", "utTimeCvtFullStrToNum: 0.5 is not a valid minute."},
-      {hms_, "10:00:60.5", "utTimeCvtHmsStrToNum: 60.5 is not a valid second."},
-      {hms_, "10:30:15 2001", "utTimeCvtHmsToNum: found extra tokens after second."},
-      // Lexical errors; month names belong to "full" only.
-      {full_, "12:00", nullptr},
-      {full_, "jan 5 12:00:00 -5", nullptr},
-      {hms_, "Jan 5 10:00:00", nullptr},
+      {"full", "Feb 29 12:00:00 1900", "utTimeCvtFullStrToNum: 1900 is not a valid year."},
+      {"full", "Jan 5 12:00:00 1969", "utTimeCvtFullStrToNum: 1969 is not a valid year."},
+      {"full", "Jan 5 12:00:00 2021", "utTimeCvtFullStrToNum: 2021 is not a valid year."},
+      {"full", "Jan 5 12:00:00 2001.5", "utTimeCvtFullStrToNum: 2001.5 is not a valid year."},
+      {"full", "Feb 29 12:00:00 1999", "utTimeCvtFullStrToNum: 29 is not a valid day of the month."},
+      {"full", "Nov 31 12:00:00 2001", "utTimeCvtFullStrToNum: 31 is not a valid day of the month."},
+      {"full", "Jan 0 12:00:00 2001", "utTimeCvtFullStrToNum: 0 is not a valid day of the month."},
+      {"full", "Jan 1.5 12:00:00 2001", "utTimeCvtFullStrToNum: 1.5 is not a valid day of the month."},
+      {"full", "12:00:00 2001", "utTimeCvtFullStrToNum: year not allowed when month and day ommitted."},
+      {"full", "Jan 5 12:00:00 2001 2002", "utTimeCvtFullStrToNum: found extra tokens after year."},
+      {"full", "sept 5 12:00:00", "utTimeCvtFullStrToNum: sept is not a valid month."},
+      {"full", "24:00:00", "utTimeCvtFullStrToNum: 24 is not a valid hour."},
+      {"full", "1.5:00:00", "utTimeCvtFullStrToNum: 1.5 is not a valid hour."},
+      {"hms", "12:60:00", "utTimeCvtHmsStrToNum: 60 is not a valid minute."},
+      {"hms", "12:0.5:00", "utTimeCvtHmsStrToNum: 0.5 is not a valid minute."},
+      {"hms", "10:00:60.5", "utTimeCvtHmsStrToNum: 60.5 is not a valid second."},
+      {"hms", "10:30:15 2001", "utTimeCvtHmsToNum: found extra tokens after second."},
+      {"full", "jan 5 12:00:00 -5", nullptr},  // lexical errors; month names belong to "full" only
+      {"hms", "Jan 5 10:00:00", nullptr},
   };
   for (const auto &c : cases) {
     double value = 0;
@@ -200,36 +170,31 @@ TEST_F(Converters, RefusalsWarnWithTheFieldAndStoreNothing) {
     if (c.warning != nullptr) {
       EXPECT_EQ(printed, std::string("WARNING: ") + c.warning + "\n") << c.text;
     } else {
-      EXPECT_EQ(printed.rfind("ERROR: Expected: ", 0), 0u) << printed;
-      EXPECT_NE(printed.find("\nFile: "), std::string::npos) << printed;
+      EXPECT_TRUE(printed.rfind("ERROR: Expected: ", 0) == 0 && printed.find("\nFile: ") != std::string::npos)
+          << printed;
     }
   }
-  for (D_TIME_CVT *cvt : {full_, hms_, numeric_}) {
+  for (const char *cvt : {"full", "hms", "numeric"}) {
     double value = 7;
-    EXPECT_FAILS(DutTimeCvtStrToNum(cvt, nullptr, &value), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_EQ(value, 7) << cvt->name;
+    EXPECT_FAILS(DutTimeCvtStrToNum(DutTimeCvtLookup(cvt), nullptr, &value), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_EQ(value, 7) << cvt;
   }
 }
 
 TEST_F(Converters, HmsAndNumericPrintAndRead) {
-  double t = LocalTime(2001, 3, 15, 9, 8, 7);
   const char *text = nullptr;
-  ASSERT_EQ(DutTimeCvtNumToStr(hms_, t + 0.75, &text), D_TRUE);
+  ASSERT_EQ(DutTimeCvtNumToStr(DutTimeCvtLookup("hms"), LocalTime(2001, 3, 15, 9, 8, 7.75), &text), D_TRUE);
   EXPECT_STREQ(text, "09:08:07");
-  // The default current converter prints through "hms".
-  EXPECT_STREQ(DutTimeNumToStr(t), "09:08:07");
-  ASSERT_EQ(DutTimeCvtNumToStr(hms_, std::nan(""), &text), D_FALSE);
+  ASSERT_EQ(DutTimeCvtNumToStr(DutTimeCvtLookup("hms"), std::nan(""), &text), D_FALSE);
   EXPECT_STREQ(text, "error");
   EXPECT_STREQ(DutTimeNumToStr(std::nan("")), "<UNKNOWN>");
-
-  ASSERT_EQ(DutTimeCvtNumToStr(numeric_, -2.25, &text), D_TRUE);
+  ASSERT_EQ(DutTimeCvtNumToStr(DutTimeCvtLookup("numeric"), -2.25, &text), D_TRUE);
   EXPECT_STREQ(text, DutRealToStr(-2.25));
   double value = 0;
-  EXPECT_TRUE(Read(numeric_, "  -42.5xyz", &value));
+  EXPECT_TRUE(Read("numeric", "  -42.5xyz", &value));
   EXPECT_EQ(value, -42.5);
-  EXPECT_FALSE(Read(numeric_, "abc", &value));
+  EXPECT_FALSE(Read("numeric", "abc", &value));
   EXPECT_EQ(value, kUntouched);
-  EXPECT_FALSE(Read(numeric_, "", &value));
 }
 
 }  // namespace

@@ -1,16 +1,25 @@
-// The open-file registry: shared streams, reference counts, modes,
-// backups, user functions, traversal and the open-file listing.
+// The open-file registry (shared streams, reference counts, modes, backups,
+// user functions, traversal, the open-file listing); file-name building,
+// splitting and the short-name mapping; search paths, the temporary
+// directory, directory listings, and the null-argument errors of the whole
+// file family.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "support.hpp"
 #include "vqutil/file.h"
+#include "vqutil/memory.h"
 #include "vqutil/thread.h"
 
 using namespace files_test;
@@ -18,15 +27,14 @@ using namespace files_test;
 namespace {
 
 using Lines = std::vector<std::string>;
+using Dirs = std::vector<std::string>;
 
 TEST(FileTests, ExistsWritableAccessDeleteSize) {
   TempDir dir;
   writeFile("data", "12345");
   D_INT4 size = -1;
   EXPECT_TRUE(DutFileExists("data") && DutFileWritable("data") && DutMvsAccess("data", 4) == 0);
-  EXPECT_TRUE(DutFileGetSize("data", &size));
-  EXPECT_EQ(size, 5);
-  EXPECT_EQ(DutDeleteFile("data"), 0);
+  EXPECT_TRUE(DutFileGetSize("data", &size) && size == 5 && DutDeleteFile("data") == 0);
   EXPECT_FAILS(DutFileExists("data"), D_FALSE, D_ERR_C);
   EXPECT_FAILS(DutFileGetSize("data", &size), D_FALSE, D_ERR_C);
   EXPECT_FAILS(DutDeleteFile("data"), -1, D_ERR_C);
@@ -35,29 +43,21 @@ TEST(FileTests, ExistsWritableAccessDeleteSize) {
 }
 
 // Opens of one name in its mode share one stream until the last close;
-// another mode is refused, another name (case counts) is its own file, and
-// a stream the registry never saw is not closed by it.
+// another mode is refused.
 TEST(OpenFiles, SameModeSharesOneStreamUntilLastClose) {
   TempDir dir;
   writeFile("a.txt", "abc");
   FILE *first = DutOpenFile("a.txt", "r");
-  ASSERT_NE(first, nullptr);
   EXPECT_EQ(DutOpenFile("a.txt", "r"), first);
   EXPECT_FAILS(DutOpenFile("a.txt", "rb"), nullptr, D_ERR_TYPE_MISMATCH);
-  FILE *upper = DutOpenFile("A.TXT", "w");
-  EXPECT_TRUE(upper != first && DutCloseFile(upper));
   EXPECT_TRUE(DutCloseFile(first));
-  EXPECT_EQ(DutLookupFile("a.txt"), first);
-  EXPECT_EQ(std::fgetc(first), 'a');
+  EXPECT_EQ(std::fgetc(DutLookupFile("a.txt")), 'a');
   EXPECT_TRUE(DutCloseFile(first));
   EXPECT_FAILS(DutLookupFile("a.txt"), nullptr, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutCloseFile(first), D_FALSE, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutOpenFile("missing", "r"), nullptr, D_ERR_C);
-  EXPECT_EQ(DutErrNumGetC(), ENOENT);
   EXPECT_FAILS(DutFOpen("missing", "r"), nullptr, D_ERR_C);
-  FILE *own = std::fopen("own", "w");
-  EXPECT_FAILS(DutCloseFile(own), D_FALSE, D_ERR_DOESNT_EXIST);
-  std::fclose(own);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
 }
 
 // Only mode "w" takes a backup, and only on the first open; no suffix or no
@@ -98,15 +98,8 @@ int user_closes = 0;
 // registry all the same.
 TEST(UserFunctions, OpenAndCloseGoThroughThem) {
   TempDir dir;
-  D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) {
-    ++user_opens;
-    return std::fopen(name, mode);
-  };
-  D_FILE_CLOSE_FUNC closer = [](FILE *stream) {
-    ++user_closes;
-    std::fclose(stream);
-    return 7;
-  };
+  D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) { return ++user_opens, std::fopen(name, mode); };
+  D_FILE_CLOSE_FUNC closer = [](FILE *stream) { return ++user_closes, std::fclose(stream), 7; };
   DutSetFileOpenFunc(opener);
   DutSetFileCloseFunc(closer);
   DutSetFileReadFunc(&std::fread);
@@ -114,17 +107,15 @@ TEST(UserFunctions, OpenAndCloseGoThroughThem) {
   EXPECT_EQ(DutGetFileReadFunc(), &std::fread);
   OutputCapture capture;
   FILE *out = DutOpenFile("u.txt", "w");
-  EXPECT_EQ(DutOpenFile("u.txt", "w"), out);
-  EXPECT_TRUE(DutCloseFile(out) && DutCloseFile(out));
+  EXPECT_TRUE(DutOpenFile("u.txt", "w") == out && DutCloseFile(out) && DutCloseFile(out));
   EXPECT_EQ(capture.Take(), "WARNING: DutCloseFile: fclose (fname u.txt) returned 7\n");
   EXPECT_EQ(DutLookupFile("u.txt"), nullptr);
-  EXPECT_TRUE(user_opens == 1 && user_closes == 1);
   DutSetFileOpenFunc(nullptr);
   DutSetFileCloseFunc(nullptr);
   DutSetFileReadFunc(nullptr);
   EXPECT_EQ(DutGetFileReadFunc(), nullptr);
   EXPECT_TRUE(DutCloseFile(DutOpenFile("u.txt", "r")));
-  EXPECT_EQ(user_opens + user_closes, 2);
+  EXPECT_TRUE(user_opens == 1 && user_closes == 1);
 }
 
 void *collectNames(FILE *, const char *name, const char *mode, D_INT4 ref_count, void *arg) {
@@ -192,20 +183,246 @@ TEST(OpenFiles, ConcurrentOpensShareOneCount) {
   EXPECT_TRUE(DutCloseFile(anchor));
 }
 
-TEST(OpenFiles, TracingWritesEntryLines) {
+TEST(FileNames, ExtensionsBuildingAndLastComponent) {
+  EXPECT_TRUE(DutHasExtension("notes.TXT", ".txt") && DutHasExtension(".cm", ".CM"));
+  EXPECT_FALSE(DutHasExtension("cm", ".cm") || DutHasExtension("notes.txt.bak", ".txt"));
+  char out[256];
+  EXPECT_STREQ(DutBuildFileName(out, "dir", "base", "txt"), "dir/basetxt");  // no dot is invented
+  EXPECT_STREQ(DutBuildFileName(out, nullptr, "base", nullptr), "base");
+  EXPECT_STREQ(DutBuildFileName(out, "", "base", nullptr), "/base");
+  std::strcpy(out, "/opt/");  // the destination may be the base directory itself
+  EXPECT_STREQ(DutBuildDirName(out, out, "help"), "/opt/help");
+  EXPECT_STREQ(DutGetFileName("/a/dir/", out), "");
+  char *shared = DutGetFileName("/x/first", nullptr);
+  EXPECT_EQ(DutGetFileName("/y/second", nullptr), shared);
+  EXPECT_STREQ(shared, "second");
+}
+
+// Split into directory, base and extension, the parts build the path again.
+TEST(FileNames, ExplodeAndRebuild) {
+  const struct {
+    const char *path, *dir, *base, *ext;
+  } cases[] = {{"/home/u/report.final.txt", "/home/u", "report.final", ".txt"},
+               {"README", "", "README", ""},
+               {"/etc/.profile", "/etc", ".profile", ""},
+               {"/top.c", "/", "top", ".c"},
+               {"a.d/file", "a.d", "file", ""}};  // a dot in a directory is no extension
+  for (const auto &c : cases) {
+    char *dir = nullptr, *base = nullptr, *ext = nullptr;
+    ASSERT_TRUE(DutFileExplodeName(c.path, &dir, &base, &ext)) << c.path;
+    char rebuilt[256];
+    EXPECT_EQ(std::string(dir) + "|" + base + "|" + ext, std::string(c.dir) + "|" + c.base + "|" + c.ext);
+    EXPECT_STREQ(*dir != '\0' ? DutBuildFileName(rebuilt, dir, base, ext) : c.path, c.path);
+    for (char *part : {dir, base, ext}) DutFree(part);
+  }
+}
+
+class ShortNames : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    unsetenv("VQ_MAX_BASE_NAME");
+    DutSetCheckOnly(0);
+  }
+  void TearDown() override { SetUp(); }
+
+  // The base for name, or "" when the call failed (then *base must be null).
+  std::string base(const std::string &name, int create, bool expect_ok = true) {
+    char *b = reinterpret_cast<char *>(0x1);
+    D_BOOL ok = DutBuildBaseName(dir.str().c_str(), name.c_str(), &b, create);
+    EXPECT_EQ(ok != 0, expect_ok) << name;
+    if (!ok) {
+      EXPECT_EQ(b, nullptr);
+      return "";
+    }
+    std::string text = b;
+    std::strcpy(b, "01234567");  // at least 9 bytes even for a short name
+    DutFree(b);
+    return text;
+  }
+  std::string mapFile(const std::string &digits) { return dir.file(digits + ".nam"); }
+
   TempDir dir;
-  DutDebugOpen(dir.file("trace").c_str());
-  DutGetDebugFlags()[D_DEBUG_FILE] = 1;
-  writeFile("t.txt", "");
-  FILE *s = DutOpenFile("t.txt", "r");
-  DutCloseFile(s);
-  DutGetDebugFlags()[D_DEBUG_FILE] = 0;
-  DutDebugClose();
-  char line[64];
-  std::snprintf(line, sizeof line, "Entering DutCloseFile(%lx)\n", reinterpret_cast<unsigned long>(s));
-  std::string trace = readFile(dir.file("trace.dbg"));
-  EXPECT_NE(trace.find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos) << trace;
-  EXPECT_NE(trace.find(line), std::string::npos) << trace;
+};
+
+// Plain names up to the limit are their own base; others map to eight hash
+// digits, recorded in a map file unless create is 0. Names hash as given;
+// two that hash alike (the second character from the end one more, the
+// last 27 less) get different digits, the hash going on from the first.
+TEST_F(ShortNames, PlainNamesStayOthersMapToHashDigits) {
+  EXPECT_EQ(base("", 1) + base("abc_123", 1), "abc_123");
+  EXPECT_EQ(base(std::string(255, 'x'), 1), std::string(255, 'x'));
+  EXPECT_TRUE(fs::is_empty(dir.path()));
+  EXPECT_EQ(base("My File.txt", 1), "b052727e");
+  EXPECT_NE(base("my file.txt", 1), "b052727e");
+  EXPECT_EQ(base("long-name-az", 1), "095c4fc2");
+  EXPECT_EQ(base("long-name-b_", 1), "964b7924");
+  EXPECT_EQ(base("long-name-az", 0), "095c4fc2");
+  EXPECT_EQ(readFile(mapFile("964b7924")), "long-name-b_\n");
+  std::string digits = base(std::string(256, 'x'), 0);
+  EXPECT_EQ(digits.size(), 8u);
+  EXPECT_FALSE(fs::exists(mapFile(digits)));
+  setenv("VQ_MAX_BASE_NAME", "5", 1);
+  EXPECT_EQ(base("abcde", 1), "abcde");
+  EXPECT_EQ(base("abcdef", 1).size(), 8u);
+}
+
+TEST_F(ShortNames, CheckOnlyCorruptMapUnwritableDirectoryAndBadCreate) {
+  std::string known = base("known name", 1);
+  DutSetCheckOnly(1);
+  EXPECT_EQ(base("known name", 1), known);
+  DutErrNumSet(0);
+  EXPECT_EQ(base("unknown name", 1, false), "");
+  EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
+  DutSetCheckOnly(0);
+  writeFile(mapFile("b052727e"), "");
+  DutErrNumSet(0);
+  EXPECT_EQ(base("My File.txt", 1, false), "");
+  EXPECT_EQ(DutErrNumGet(), D_ERR_FILE_CORRUPT);
+  char *b = reinterpret_cast<char *>(0x1);
+  EXPECT_FAILS(DutBuildBaseName((dir.str() + "/missing").c_str(), "x y", &b, 1), D_FALSE, D_ERR_C);
+  EXPECT_EQ(b, nullptr);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  EXPECT_FAILS(DutBuildBaseName(".", "x", &b, 2), D_FALSE, D_ERR_VAL_INVALID);
+}
+
+void *collectDirs(const char *directory, void *arg) {
+  static_cast<Dirs *>(arg)->push_back(directory);
+  return nullptr;
+}
+
+// Random adds and deletes against a list: the path keeps its own copies in
+// order, and a delete removes the first exact match, wherever it is.
+TEST(SearchPaths, AddAndDeleteFollowAListModel) {
+  D_PATH *path = DutPathCreate();
+  Dirs model;
+  std::mt19937 random(11);
+  for (int step = 0; step < 400; ++step) {
+    char dir[8] = {"aBbc"[random() % 4], '\0'};
+    SCOPED_TRACE(testing::Message() << "step " << step << " dir " << dir);
+    auto at = std::find(model.begin(), model.end(), dir);
+    if (random() % 2 == 0) {
+      EXPECT_TRUE(DutPathAddDir(path, dir));
+      model.push_back(dir);
+    } else {
+      EXPECT_FAILS(DutPathDeleteDir(path, dir), at != model.end(), at != model.end() ? 0 : D_ERR_DOESNT_EXIST);
+      if (at != model.end()) model.erase(at);
+    }
+    std::strcpy(dir, "changed");
+    Dirs seen;
+    EXPECT_EQ(DutPathForEachDir(path, &collectDirs, &seen), nullptr);
+    ASSERT_EQ(seen, model);
+  }
+  // The walk stops at the first function result that is not null.
+  int count = 0;
+  auto second = [](const char *d, void *arg) -> void * {
+    return ++*static_cast<int *>(arg) == 2 ? const_cast<char *>(d) : nullptr;
+  };
+  ASSERT_GE(model.size(), 2u);
+  EXPECT_STREQ(static_cast<char *>(DutPathForEachDir(path, second, &count)), model[1].c_str());
+  DutPathDestroy(path);
+  DutPathDestroy(nullptr);
+}
+
+// The first directory of the path holding the name (not folded: the file
+// system tells cases apart); without a path, the name itself.
+TEST(SearchPaths, FindFileUsesPathOrder) {
+  TempDir dir;
+  for (const char *d : {"one", "two", "three"}) fs::create_directory(d);
+  writeFile("two/target.cm", "2");
+  writeFile("three/target.cm", "3");
+  D_PATH *path = DutPathCreate();
+  for (const char *d : {"one", "three/", "two"}) DutPathAddDir(path, d);
+  char buffer[256];
+  EXPECT_EQ(DutPathFindFile(path, "target.cm", buffer), buffer);
+  EXPECT_STREQ(buffer, "three/target.cm");
+  EXPECT_TRUE(DutPathDeleteDir(path, "three/"));
+  EXPECT_STREQ(DutPathFindFile(path, "target.cm", nullptr), "two/target.cm");
+  EXPECT_EQ(DutPathFindFile(path, "TARGET.cm", buffer), nullptr);
+  EXPECT_STREQ(buffer, "");
+  DutPathDestroy(path);
+  EXPECT_STREQ(DutPathFindFile(nullptr, "two/target.cm", buffer), "two/target.cm");
+  EXPECT_EQ(DutPathFindFile(nullptr, "gone.txt", buffer), nullptr);
+  EXPECT_STREQ(buffer, "");
+  EXPECT_EQ(DutPathFindFile(nullptr, nullptr, buffer), nullptr);
+}
+
+TEST(TempPath, CurrentThenHomeThenTempThenRootTmp) {
+  TempDir dir;
+  char out[512];
+  EXPECT_TRUE(DutGetTmpFilePath(out));
+  EXPECT_STREQ(out, "./");
+  // Read-only even for the superuser on Linux; TempDir restores the cwd.
+  if (access("/proc/sys", W_OK) == 0) GTEST_SKIP() << "no read-only directory to stand in";
+  fs::current_path("/proc/sys");
+  EnvVar home("HOME", nullptr);
+  EnvVar temp("TEMP", dir.str().c_str());
+  EXPECT_TRUE(DutGetTmpFilePath(out));
+  EXPECT_EQ(std::string(out), dir.str() + "/");
+  // HOME wins even when it is not writable: TEMP is only its stand-in.
+  home.set("/proc/sys");
+  EXPECT_EQ(DutGetTmpFilePath(out), access("/tmp/", W_OK) == 0 ? D_TRUE : D_FALSE);
+  EXPECT_STREQ(out, "/tmp/");
+}
+
+TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
+  TempDir dir;
+  writeFile("b.txt", "");
+  writeFile("a.txt", "");
+  fs::create_directory("sub");
+  char **names = nullptr;
+  D_INT4 count = -1;
+  ASSERT_TRUE(DutDirGetFileNames(".", &names, &count));
+  ASSERT_EQ(count, 3);
+  EXPECT_EQ(Dirs(names, names + count), (Dirs{"a.txt", "b.txt", "sub"}));
+  for (D_INT4 i = 0; i < count; ++i) DutFree(names[i]);
+  DutFree(names);
+  ASSERT_TRUE(DutDirGetFileNames("sub", &names, &count));
+  EXPECT_TRUE(count == 0 && names == nullptr);
+  EXPECT_FAILS(DutDirGetFileNames("nowhere", &names, &count), D_FALSE, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  EXPECT_FAILS(DutDirGetFileNames("b.txt", &names, &count), D_FALSE, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
+}
+
+// Every function of the family refuses a null where it needs a pointer.
+TEST(FileArguments, NullPointersSetErrorThree) {
+  D_PATH *path = DutPathCreate();
+  char buffer[256];
+  char *text = nullptr;
+  char **names = nullptr;
+  D_INT4 count = 0;
+  EXPECT_FAILS(DutHasExtension(nullptr, ".txt"), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildFileName(buffer, "d", nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildFileName(nullptr, "d", "b", nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildDirName(buffer, "/opt", nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGetFileName(nullptr, buffer), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileExplodeName("x", &text, nullptr, &text), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildBaseName(nullptr, "x", &text, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildBaseName(".", "x", nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileWritable(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileGetSize(nullptr, &count), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBackupFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOpenFile(nullptr, "r"), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOpenFile("x", nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutLookupFile(nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFlushFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutCloseFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutSystem(nullptr), -1, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutCatFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutEditFile(nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutViewFilePtr(nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathAddDir(path, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathAddDir(nullptr, "x"), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathDeleteDir(path, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathForEachDir(path, nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileTraverse(nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGetTmpFilePath(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutDirGetFileNames(".", nullptr, &count), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutDirGetFileNames(nullptr, &names, &count), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutReadAtomic(-1, nullptr, 1), -1, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutWriteAtomic(-1, nullptr, 1), -1, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutUnlinkAtomic(nullptr), -1, D_ERR_NULL_PTR);
+  DutPathDestroy(path);
 }
 
 }  // namespace

@@ -1,23 +1,34 @@
 // Time converters: the registry, the current converter, and the three
-// built-ins ("full" with its date rules, "hms", "numeric").
+// built-ins ("full" with its date rules, "hms", "numeric"); the text of
+// "full", checked against its definition computed with the runtime
+// directly: ctime_r of the whole seconds, the fraction as printf prints it
+// less its first character after the clock, no newline (rounding of the
+// fraction, precisions, long and negative years, changes of TZ, days with
+// daylight-saving changes, threads).
 #include <gtest/gtest.h>
 
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <random>
 #include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "time_support.hpp"
 #include "vqutil/error.h"
 #include "vqutil/strutil.h"
+#include "vqutil/thread.h"
 #include "vqutil/time.h"
 
 namespace {
 
 using timetest::LocalTime;
+using timetest::RunInChild;
 
 constexpr double kUntouched = -12345.0;
 
@@ -195,6 +206,142 @@ TEST_F(Converters, HmsAndNumericPrintAndRead) {
   EXPECT_EQ(value, -42.5);
   EXPECT_FALSE(Read("numeric", "abc", &value));
   EXPECT_EQ(value, kUntouched);
+}
+
+std::string FullByDefinition(double t, int digits = 3) {
+  double whole = std::trunc(t);
+  std::time_t seconds = static_cast<std::time_t>(whole);
+  char ctime_text[64];
+  if (ctime_r(&seconds, ctime_text) == nullptr) return "error";
+  char fraction[64];
+  std::snprintf(fraction, sizeof fraction, "%.*f", digits, t - whole);
+  std::string text(ctime_text);
+  text.pop_back();  // the newline
+  return text.substr(0, 19) + (fraction + 1) + text.substr(19);
+}
+
+// The converter's text; it must report failure exactly when the text is
+// "error".
+std::string Full(double t) {
+  const char *text = nullptr;
+  D_BOOL ok = DutTimeCvtNumToStr(DutTimeCvtLookup("full"), t, &text);
+  std::string result = text == nullptr ? std::string("(null)") : std::string(text);
+  EXPECT_EQ(ok == D_TRUE, result != "error") << "time " << t << ": " << result;
+  return result;
+}
+
+// Whether the converter's text of t is its definition.
+bool Same(double t, int digits = 3) {
+  std::string text = Full(t);
+  EXPECT_EQ(text, FullByDefinition(t, digits)) << "time " << t;
+  return text == FullByDefinition(t, digits);
+}
+
+// Fractions that stress printf's rounding: binary values that are exact ties
+// (k/4096: 0.0625 rounds to .062, 0.1875 to .188), decimal near-ties, values
+// that round up to 1.000, and the smallest; on times near 0 (every bit of
+// the fraction kept), in a date, negative ("-0.xyz", the "-" dropped), and
+// at the edges of ctime's years (the last day and second of 9999 UTC, year
+// 10000, year 100000 or so, year 1, a negative year), where ctime has no
+// text (glibc's has no room for a fifth digit) the converter says "error"
+// and a kept day must not reach past that.
+TEST(FullText, FractionRoundsAsPrintfDoesInEveryYear) {
+  std::vector<double> fractions = {0.0009, 0.0099, 0.0995, 0.9994, 0.9995, 0.99951, 1e-12, 5e-324,
+                                   std::nextafter(1.0, 0.0)};
+  for (int k = 0; k < 4096; ++k) fractions.push_back(k / 4096.0);
+  for (int k = 0; k <= 2000; ++k) fractions.push_back(k * 0.0005);
+  for (double base : {0.0, 984659696.0, -1.0, -1e6, 253402214400.0, 253402300799.0, 253402300800.0, 3.1e12,
+                      -62135596800.0, -1e12}) {
+    for (double f : fractions) ASSERT_TRUE(Same(base < 0 ? base - f : base + f));
+    for (double offset : {60.0, 3600.5, 1.0}) ASSERT_TRUE(Same(base + offset));
+  }
+  EXPECT_EQ(Full(-0.9996).substr(19, 5), "1.000");
+  const char *text = nullptr;
+  for (double t : {1e15 + 1.0, -1e15 - 1.0, HUGE_VAL, -HUGE_VAL, std::nan("")}) {
+    EXPECT_EQ(DutTimeCvtNumToStr(DutTimeCvtLookup("full"), t, &text), D_FALSE) << t;
+    EXPECT_STREQ(text, "error");
+  }
+}
+
+// The first text of a process fixes the format from VQFULLFORMAT. "%.0f"
+// prints no point, so its first character is the whole digit and nothing
+// of the fraction remains for a positive time; "%s", unusable (it would
+// read a string from a real), is reported and the default stands in.
+TEST(FullText, PrecisionsFromTheEnvironment) {
+  for (const char *format : {"%.0f", "%.2f", "%.4f", "%.6f", "%s"}) {
+    SCOPED_TRACE(format);
+    timetest::RunFresh([format] {
+      setenv("VQFULLFORMAT", format, 1);
+      const int digits = format[1] == 's' ? 3 : format[2] - '0';
+      timetest::OutputCapture capture;
+      for (double f : {0.0, 0.004, 0.05, 0.25, 0.45, 0.5, 0.625, 0.9996, 0.99999}) {
+        for (double t : {984659696.0 + f, -1000.0 - f}) ASSERT_TRUE(Same(t, digits));
+      }
+      EXPECT_EQ(capture.Take().find("VQFULLFORMAT") != std::string::npos, digits == 3);
+    });
+  }
+}
+
+TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
+  RunInChild([] {
+    const double t = 1000000000.25;  // 2001-09-09 01:46:40 UTC
+    auto zone = [](const char *tz) {
+      tz != nullptr ? setenv("TZ", tz, 1) : unsetenv("TZ");
+      tzset();
+    };
+    // Two conversions in a day: the second comes from the kept day.
+    zone("America/New_York");
+    for (double d : {0.0, 60.0}) Same(t + d);
+    std::string new_york = Full(t + 120);
+    zone("Asia/Tokyo");
+    Same(t + 120);
+    EXPECT_NE(Full(t + 120), new_york);
+    // A change the runtime has not yet read when the next texts are made
+    // (tzset comes later) must not leave a day of the old zone behind.
+    setenv("TZ", "America/New_York", 1);
+    Full(t + 240);
+    Full(t + 250);
+    tzset();
+    Same(t + 300);
+    EXPECT_EQ(Full(t + 120), new_york);
+    // Unset: the system's zone. A value longer than any zone name still converts.
+    zone(nullptr);
+    for (double d : {360.0, 420.0}) Same(t + d);
+    std::string long_zone = "UTC0" + std::string(300, 'X');
+    zone(long_zone.c_str());
+    for (double d : {60.0, 120.0}) Same(t + d);
+    // A TZ that spells out its own rules may change and change back within
+    // a day (here from 02:00 to 05:00 on 1 March 2021), which the day's
+    // midnight and last second do not show: no day is kept under it.
+    zone("AAA5BBB,J60/2,J60/5");
+    for (double x = 1614556800.0 - 86400; x < 1614556800.0 + 2 * 86400; x += 599.75) ASSERT_TRUE(Same(x));
+  });
+}
+
+TEST(FullText, ThreadsConvertingDifferentDays) {
+  RunInChild([] {
+    setenv("TZ", "Europe/Berlin", 1);
+    tzset();
+    ASSERT_EQ(DutInitThreads(), D_TRUE);
+    ASSERT_EQ(DutTimeCvtSetCurrent(DutTimeCvtLookup("full")), D_TRUE);
+    std::vector<std::thread> threads;
+    std::vector<int> mismatches(4, 0);
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([i, &mismatches] {
+        // Each thread walks its own days through the March change, so the
+        // kept day keeps being taken from the others.
+        const double start = 1490486400.0 + i * 86400 * 2.5 - 3 * 86400;
+        for (int k = 0; k < 3000; ++k) {
+          double t = start + k * 97.25;
+          char text[64];
+          DutTimeToString(t, text);
+          if (text != FullByDefinition(t)) ++mismatches[i];
+        }
+      });
+    }
+    for (auto &thread : threads) thread.join();
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(mismatches[i], 0) << "thread " << i;
+  });
 }
 
 }  // namespace

@@ -1,11 +1,17 @@
-// Option creation, typed values, flags, legal values, the commit rules and
-// change callbacks.
+// Options: creation, typed values, flags, legal values, the commit rules
+// and change callbacks; values as text (lists parsed from the lexer, the
+// dump, the real-number format DutRealToStr follows); an option naming a
+// log file. The command transcripts pin the messages of the other parses,
+// of the verify functions and of the log files.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -13,8 +19,12 @@
 
 #include "options_support.hpp"
 #include "vqutil/callback.h"
+#include "vqutil/file.h"
 #include "vqutil/memory.h"
+#include "vqutil/strutil.h"
 #include "vqutil/thread.h"
+
+namespace {
 
 using opttest::Items;
 using opttest::NodeChain;
@@ -22,8 +32,8 @@ using opttest::Num;
 using opttest::OutputCapture;
 using opttest::Stored;
 using Strings = std::vector<std::string>;
-
-namespace {
+using opttest::Parse;
+using opttest::ParseEnd;
 
 int g_calls = 0;
 void Count(void *, void *, D_WORD) { ++g_calls; }
@@ -35,8 +45,7 @@ TEST(OptionCreate, FirstUseArgumentsDuplicatesAndDestroy) {
   D_CB_TYPE *type = DutCbTypeNumLookup(D_CB_TYPE_OPTION_CHANGE);
   ASSERT_NE(type, nullptr);
   EXPECT_STREQ(D_GCT_NAME(type), "option_change");
-  EXPECT_EQ(D_GCT_GLOB_FLAG(type), D_CB_GLOBALS_OK);
-  EXPECT_EQ(D_GCT_LOCAL_FLAG(type), D_CB_LOCAL_INDIRECT);
+  EXPECT_TRUE(D_GCT_GLOB_FLAG(type) == D_CB_GLOBALS_OK && D_GCT_LOCAL_FLAG(type) == D_CB_LOCAL_INDIRECT);
 
   EXPECT_FAILS(DutOptionCreate(nullptr, D_OPT_TYPE_STRING), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutOptionCreate("t_neg", -1), nullptr, D_ERR_VAL_INVALID);
@@ -79,37 +88,28 @@ TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
   D_INT4 flag = 0;
   const char *text = nullptr;
   const D_OPTION_STR_NODE *first = nullptr;
-  const struct {
-    std::function<D_BOOL()> call;
-    D_INT4 err;
-  } cases[] = {
-      {[&] { return DutOptionSetBool(n, 1); }, D_ERR_TYPE_INVALID},
-      {[&] { return DutOptionSetEnumList(sl, chain.first()); }, D_ERR_TYPE_INVALID},
-      {[&] { return DutOptionSetStrList(el, chain.first()); }, D_ERR_TYPE_INVALID},
-      {[&] { return DutOptionGetBool(b, &flag); }, D_ERR_VAL_UNKNOWN},
-      {[&] { return DutOptionGetStr(e, &text); }, D_ERR_TYPE_INVALID},  // the type wins over unknown
-      {[&] { return DutOptionGetNum(n, nullptr); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionGetStrList(nullptr, &first); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionSetEnum(e, nullptr); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionGetType(nullptr, &flag); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionGetKnown(b, nullptr); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionSetRequired(nullptr, 1); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionSetVerifyFunc(nullptr, nullptr, nullptr); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionSetUnknown(nullptr); }, D_ERR_NULL_PTR},
-      {[&] { return DutOptionSetBool(b, 2); }, D_ERR_VAL_INVALID},
-      {[&] { return DutOptionSetReadOnly(n, 2); }, D_ERR_VAL_INVALID},
-      {[] { return DutOptionUnset("editor"); }, D_ERR_VAL_REQUIRED},
-  };
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
-    SCOPED_TRACE(i);
-    EXPECT_FAILS(cases[i].call(), D_FALSE, cases[i].err);
-  }
+  EXPECT_FAILS(DutOptionSetBool(n, 1), D_FALSE, D_ERR_TYPE_INVALID);
+  EXPECT_FAILS(DutOptionSetEnumList(sl, chain.first()), D_FALSE, D_ERR_TYPE_INVALID);
+  EXPECT_FAILS(DutOptionSetStrList(el, chain.first()), D_FALSE, D_ERR_TYPE_INVALID);
+  EXPECT_FAILS(DutOptionGetBool(b, &flag), D_FALSE, D_ERR_VAL_UNKNOWN);
+  EXPECT_FAILS(DutOptionGetStr(e, &text), D_FALSE, D_ERR_TYPE_INVALID);  // the type wins over unknown
+  EXPECT_FAILS(DutOptionGetNum(n, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionGetStrList(nullptr, &first), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetEnum(e, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionGetType(nullptr, &flag), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionGetKnown(b, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetRequired(nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetVerifyFunc(nullptr, nullptr, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetUnknown(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetBool(b, 2), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionSetReadOnly(n, 2), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionUnset("editor"), D_FALSE, D_ERR_VAL_REQUIRED);
   for (D_OPTION *o : {b, n, e, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
 }
 
 // The setters store copies: what the caller changes afterwards stays out;
 // a replaced list is freed (checked by the sanitizer builds).
-TEST(OptionTyped, ValuesAreCopies) {
+TEST(OptionTyped, ValuesAreCopiesAndSpecialNamesReadAsEnumerated) {
   D_OPTION *b = DutOptionCreate("v_bool", D_OPT_TYPE_BOOLEAN);
   D_OPTION *s = DutOptionCreate("v_str", D_OPT_TYPE_STRING);
   D_OPTION *sl = DutOptionCreate("v_strlist", D_OPT_TYPE_STRING_LIST);
@@ -134,27 +134,15 @@ TEST(OptionTyped, ValuesAreCopies) {
   EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
   ASSERT_TRUE(DutOptionGetEnumList(el, &first));
   EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
-}
-
-// Two standard options, a string and a string list, read and set as
-// enumerated; old names find them.
-TEST(OptionTyped, SpecialNamesReadAsEnumeratedAndOldNamesFindThem) {
-  D_OPTION *unique = DutOptionLookup("unique_subject");
-  D_OPTION *subjects = DutOptionLookup("subjects");
-  ASSERT_TRUE(unique && subjects);
-  ASSERT_TRUE(DutOptionSetEnum(unique, "_host_42"));
-  const char *text = nullptr;
-  EXPECT_TRUE(DutOptionGetEnum(unique, &text) && std::string(text) == "_host_42");
-  EXPECT_FAILS(DutOptionSetEnum(DutOptionCreate("plain_string", D_OPT_TYPE_STRING), "x"), D_FALSE,
-               D_ERR_TYPE_INVALID);
-  NodeChain chain({"s1", "s2"});
-  ASSERT_TRUE(DutOptionSetEnumList(subjects, chain.first()));
-  const D_OPTION_STR_NODE *first = nullptr;
-  ASSERT_TRUE(DutOptionGetEnumList(subjects, &first));
-  EXPECT_EQ(Items(first), (Strings{"s1", "s2"}));
-  EXPECT_EQ(DutOptionLookup("Unique_Datagroup"), unique);
-  EXPECT_EQ(DutOptionLookup("DATAGROUPS"), subjects);
-  EXPECT_EQ(DutOptionLookup("application_x"), nullptr);
+  // Two standard options, a string and a string list, are read and set as
+  // enumerated too; old names find them.
+  D_OPTION *unique = DutOptionLookup("Unique_Datagroup");
+  ASSERT_TRUE(DutOptionSetEnum(unique, "_host_42") && DutOptionGetEnum(unique, &text));
+  EXPECT_STREQ(text, "_host_42");
+  EXPECT_FAILS(DutOptionSetEnum(s, "x"), D_FALSE, D_ERR_TYPE_INVALID);
+  ASSERT_TRUE(DutOptionSetEnumList(DutOptionLookup("DATAGROUPS"), chain.first()));
+  EXPECT_STREQ(DutOptionValToStr(DutOptionLookup("subjects")), "\"gone\", \"changed\"");
+  EXPECT_EQ(DutOptionLookup("datagroups_x"), nullptr);
 }
 
 TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
@@ -162,8 +150,7 @@ TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
   // Without legal values any word goes.
   ASSERT_TRUE(DutOptionSetEnum(color, "Anything"));
   EXPECT_EQ(DutOptionLegValTraverse(color, [](D_WORD, D_WORD, void *) -> D_WORD { return 1; }, nullptr), 0);
-  ASSERT_TRUE(DutOptionLegValAdd(color, "Red"));
-  ASSERT_TRUE(DutOptionLegValAdd(color, "green"));
+  ASSERT_TRUE(DutOptionLegValAdd(color, "Red") && DutOptionLegValAdd(color, "green"));
   EXPECT_FAILS(DutOptionLegValAdd(color, "RED"), D_FALSE, D_ERR_ALREADY_EXISTS);
   EXPECT_FAILS(DutOptionLegValAdd(color, "UnKnown"), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_FAILS(DutOptionLegValAdd(DutOptionLookup("editor"), "x"), D_FALSE, D_ERR_TYPE_INVALID);
@@ -179,7 +166,6 @@ TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
   std::sort(seen.begin(), seen.end());
   EXPECT_EQ(seen, (Strings{"green", "red"}));
   ASSERT_TRUE(DutOptionSetEnum(color, "GREEN"));
-  EXPECT_STREQ(Stored(color), "GREEN");
   EXPECT_FAILS(DutOptionSetEnum(color, "blue"), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_STREQ(Stored(color), "GREEN");
   // Setting by name skips the legal-value check.
@@ -187,61 +173,47 @@ TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
   EXPECT_STREQ(Stored(color), "blue");
 }
 
-struct VerifyLog {
-  int calls = 0;
-  bool accept = true;
-  D_INT4 own_error = 0;
-  bool saw_null = false;
-  D_INT4 error_seen = -1;
-};
-
-D_BOOL RecordingVerify(D_OPTION *, void *new_value, void *arg) {
-  auto *log = static_cast<VerifyLog *>(arg);
-  ++log->calls;
-  log->error_seen = DutErrNumGet();
-  log->saw_null = new_value == nullptr;
-  if (log->own_error != 0) DutErrNumSet(log->own_error);
-  return log->accept ? D_TRUE : D_FALSE;
+// A verify function that checks the number was cleared before the call,
+// then refuses with g_verify_error (0: without a number) or accepts (-1).
+D_INT4 g_verify_error = 0;
+D_BOOL Verify(D_OPTION *, void *, void *) {
+  EXPECT_EQ(DutErrNumGet(), 0);
+  if (g_verify_error > 0) DutErrNumSet(g_verify_error);
+  return g_verify_error < 0 ? D_TRUE : D_FALSE;
 }
 
 // A change is refused when read-only, when unknown is given to a required
-// option, and when the verify function refuses; refused changes keep the
-// value and call nobody.
+// option, and when the verify function refuses ("verify failed" unless it
+// set its own number); refused changes keep the value and call nobody. The
+// library's own verify functions pass unknown and refuse with their
+// numbers.
 TEST(OptionCommit, ReadOnlyRequiredAndVerify) {
+  OutputCapture capture;
   D_OPTION *n = DutOptionCreate("c_num", D_OPT_TYPE_NUMERIC);
-  ASSERT_NE(DutOptionChangeCbCreate(n, Count, 0), nullptr);
-  ASSERT_TRUE(DutOptionSetNum(n, 1.0));
+  ASSERT_TRUE(DutOptionSetNum(n, 1.0) && DutOptionChangeCbCreate(n, Count, 0));
   g_calls = 0;
   ASSERT_TRUE(DutOptionSetReadOnly(n, 1));
   EXPECT_FAILS(DutOptionSetNum(n, 2.0), D_FALSE, D_ERR_READ_ONLY);
-  ASSERT_TRUE(DutOptionSetReadOnly(n, 0));
-  ASSERT_TRUE(DutOptionSetRequired(n, 1));
+  ASSERT_TRUE(DutOptionSetReadOnly(n, 0) && DutOptionSetRequired(n, 1));
   EXPECT_FAILS(DutOptionSetUnknown(n), D_FALSE, D_ERR_VAL_REQUIRED);
-  ASSERT_TRUE(DutOptionSetRequired(n, 0));
-
-  VerifyLog log;
-  ASSERT_TRUE(DutOptionSetVerifyFunc(n, RecordingVerify, &log));
+  ASSERT_TRUE(DutOptionSetRequired(n, 0) && DutOptionSetVerifyFunc(n, Verify, nullptr));
   D_OPTION_VERIFY_FUNC func = nullptr;
-  EXPECT_TRUE(DutOptionGetVerifyFunc(n, &func) && func == &RecordingVerify);
-  log.accept = false;
+  EXPECT_TRUE(DutOptionGetVerifyFunc(n, &func) && func == &Verify);
+  g_verify_error = 0;
   DutErrNumSet(D_ERR_TIMEOUT_REACHED);
   EXPECT_FALSE(DutOptionSetNum(n, 3.0));
-  EXPECT_EQ(log.error_seen, 0);  // cleared before the call
   EXPECT_EQ(DutErrNumGet(), D_ERR_VERIFY_FAILED);
-  log.own_error = D_ERR_VAL_INVALID;
+  g_verify_error = D_ERR_VAL_INVALID;
   EXPECT_FAILS(DutOptionSetNum(n, 4.0), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_EQ(Num(n), 1.0);
-  EXPECT_EQ(g_calls, 0);
-
-  log.accept = true;
-  log.own_error = 0;
+  EXPECT_TRUE(Num(n) == 1.0 && g_calls == 0);
+  g_verify_error = -1;
   ASSERT_TRUE(DutOptionSetUnknown(n));
-  EXPECT_TRUE(log.saw_null);
   EXPECT_EQ(g_calls, 1);
-  // A null function removes verification.
-  ASSERT_TRUE(DutOptionSetVerifyFunc(n, nullptr, nullptr));
-  ASSERT_TRUE(DutOptionSetNum(n, 6.0));
-  EXPECT_EQ(log.calls, 3);
+  ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyNonNeg, nullptr) && DutOptionSetUnknown(n));
+  EXPECT_FAILS(DutOptionSetNum(n, -0.5), D_FALSE, D_ERR_VAL_TOO_SMALL);
+  ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyInt2, nullptr) && DutOptionSetUnknown(n));
+  EXPECT_FAILS(DutOptionSetNum(n, -32769), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionSetStr(DutOptionLookup("real_number_format"), "%gx"), D_FALSE, D_ERR_VAL_INVALID);
 }
 
 // Records "<arg>=<value in the option>" per call, and checks that the data
@@ -353,21 +325,6 @@ TEST(OptionDeath, AssertionsOnNullsWrongTypesAndUnknownCopies) {
   OPT_EXPECT_ASSERTION(DutOptionSetUnknown(b), "data->value != NULL");
 }
 
-// The library's verify functions pass unknown and refuse with their
-// numbers (the command transcripts pin their messages).
-TEST(OptionVerifyFunctions, RefusalsCarryTheirNumbers) {
-  OutputCapture capture;
-  D_OPTION *n = DutOptionCreate("vf_num", D_OPT_TYPE_NUMERIC);
-  ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyNonNeg, nullptr));
-  EXPECT_TRUE(DutOptionSetUnknown(n));
-  EXPECT_FAILS(DutOptionSetNum(n, -0.5), D_FALSE, D_ERR_VAL_TOO_SMALL);
-  ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyInt2, nullptr));
-  EXPECT_TRUE(DutOptionSetUnknown(n));
-  EXPECT_FAILS(DutOptionSetNum(n, -32769), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutOptionSetStr(DutOptionLookup("real_number_format"), "%gx"), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_STREQ(opttest::Stored(DutOptionLookup("real_number_format")), "%g");
-}
-
 TEST(OptionTypes, WordsAndBadType) {
   OutputCapture capture;
   const char *expected[] = {"boolean", "enumerated", "numeric", "string", "enumerated list", "numeric list",
@@ -398,6 +355,92 @@ TEST(OptionThreads, ConcurrentCreationAndLookup) {
   for (D_INT4 i = 0; i < count; ++i) ours += std::strncmp(sorted[i]->name, "thr_", 4) == 0;
   EXPECT_EQ(ours, kThreads * kEach);
   DutFreeCheck(sorted, "sorted", __FILE__, __LINE__);
+}
+
+// Items are identifiers, strings or file names; an error after some items
+// frees them and keeps the old list; so does a refused list.
+TEST(OptionParse, ListsInOrderAndErrorsKeepTheOldList) {
+  D_OPTION *el = DutOptionCreate("p_enumlist", D_OPT_TYPE_ENUM_LIST);
+  D_OPTION *sl = DutOptionCreate("p_strlist", D_OPT_TYPE_STRING_LIST);
+  const D_OPTION_STR_NODE *first = nullptr;
+  EXPECT_EQ(Parse(el, "tcp, udp ,Local"), ParseEnd::Committed);
+  EXPECT_EQ(Parse(el, "a, b, , c"), ParseEnd::LexError);
+  EXPECT_EQ(Parse(sl, "\"x y\", /tmp/z.log"), ParseEnd::Committed);
+  EXPECT_EQ(Parse(sl, "\"ok\", \"broken"), ParseEnd::LexError);
+  ASSERT_TRUE(DutOptionSetReadOnly(el, 1));
+  EXPECT_EQ(Parse(el, "a, b"), ParseEnd::Refused);
+  EXPECT_EQ(DutErrNumGet(), D_ERR_READ_ONLY);
+  ASSERT_TRUE(DutOptionGetEnumList(el, &first));
+  EXPECT_EQ(Items(first), (Strings{"tcp", "udp", "Local"}));
+  EXPECT_STREQ(DutOptionValToStr(sl), "\"x y\", \"/tmp/z.log\"");
+  EXPECT_FAILS(DutOptionValToStr(nullptr), nullptr, D_ERR_NULL_PTR);
+}
+
+// One option by name, or all but the hidden ones sorted by name.
+TEST(OptionText, DumpOneOrAllButTheHiddenSortedByName) {
+  ASSERT_TRUE(DutOptionSetStr(DutOptionCreate("d_visible", D_OPT_TYPE_STRING), "v"));
+  DutOptionCreate("_d_hidden", D_OPT_TYPE_BOOLEAN);
+  DutOptionCreate("aaa_first", D_OPT_TYPE_NUMERIC);
+  auto dump = [](const char *name, D_BOOL expected) {
+    opttest::Captured().clear();
+    EXPECT_EQ(DutOptionDump(name, opttest::PrintToCapture), expected) << (name ? name : "all");
+    return opttest::Captured();
+  };
+  EXPECT_EQ(dump("D_VISIBLE", D_TRUE) + dump("_d_hidden", D_TRUE) + dump("nope", D_FALSE),
+            "d_visible \"v\"\n_d_hidden UNKNOWN\nNo option named <nope>\n");
+  const std::string all = dump(nullptr, D_TRUE);
+  EXPECT_EQ(all.find("_d_hidden"), std::string::npos);
+  EXPECT_EQ(all.find("aaa_first UNKNOWN\n"), 0u);
+  EXPECT_LT(all.find("\nbackup_name UNKNOWN\n"), all.find("\nd_visible \"v\"\n"));
+  EXPECT_LT(all.find("\nd_visible \"v\"\n"), all.find("\neditor \"vi\"\n"));
+}
+
+TEST(OptionRealFormat, RealToStrFollowsTheOption) {
+  opttest::OutputCapture capture;
+  ASSERT_NE(DutOptionSet("real_number_format", "%.3f"), nullptr);
+  char buffer[64];
+  EXPECT_EQ(DutRealToStrCopy(-1.0, buffer), buffer);
+  EXPECT_STREQ(buffer, "-1.000");
+  ASSERT_TRUE(DutOptionSetStr(DutOptionLookup("real_number_format"), "OvErRiDe:%.1e"));
+  EXPECT_STREQ(DutRealToStr(2.5), "2.5e+00");
+  EXPECT_FAILS(DutRealToStrCopy(1.0, nullptr), nullptr, D_ERR_NULL_PTR);
+  OPT_EXPECT_ASSERTION(
+      {
+        DutOptionDestroy(DutOptionLookup("real_number_format"));
+        DutRealToStr(1.0);
+      },
+      "D_NULL != utRealNumberFormat");
+}
+
+namespace fs = std::filesystem;
+
+// "@" appends to what the file has; a new file closes the old one, a file
+// that cannot be opened is refused and keeps it; unknown closes it.
+TEST(OptionLogFile, AppendsSwitchesAndCloses) {
+  const fs::path dir = fs::temp_directory_path() / ("vq_optlog_" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  static char kKind[] = "status";
+  D_OPTION *log = DutOptionCreate("lf_status", D_OPT_TYPE_STRING);
+  ASSERT_TRUE(DutOptionSetVerifyFunc(log, DutOptionVerifyLogFile, kKind));
+  OutputCapture capture;
+  std::string first = (dir / "first.log").string(), second = (dir / "second.log").string();
+  std::ofstream(second) << "kept\n";
+  ASSERT_TRUE(DutOptionSetStr(log, first.c_str()) && DutOptionSetStr(log, ("@" + second).c_str()));
+  EXPECT_EQ(DutLookupFile(first.c_str()), nullptr);
+  std::fputs("new\n", DutLookupFile(second.c_str()));
+  EXPECT_FALSE(DutOptionSetStr(log, (dir / "no_dir/x.log").c_str()));
+  EXPECT_STREQ(Stored(log), ("@" + second).c_str());
+  ASSERT_TRUE(DutOptionSetUnknown(log));
+  EXPECT_EQ(DutLookupFile(second.c_str()), nullptr);
+  std::ifstream in(second);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "kept\nnew\n");
+  fs::remove_all(dir);
+}
+
+TEST(OptionLogFile, KindIsRequired) {
+  D_OPTION *log = DutOptionCreate("lf_nokind", D_OPT_TYPE_STRING);
+  ASSERT_TRUE(DutOptionSetVerifyFunc(log, DutOptionVerifyLogFile, nullptr));
+  OPT_EXPECT_ASSERTION(DutOptionSetStr(log, "/tmp/vq_optlog_nokind.log"), "D_NULL != arg");
 }
 
 }  // namespace

@@ -20,29 +20,20 @@ TEST(Module, SameNameTwiceSharesOneRecordWithItsInfo) {
   std::string name = path("vqtestmod.so");
   D_MODULE *a = DptModuleCreate(name.c_str(), 1);
   ASSERT_NE(a, nullptr);
-  EXPECT_EQ(DptModuleCreate(name.c_str(), 1), a);
-  EXPECT_EQ(a->ref_count, 2);
-  EXPECT_EQ(DptModuleLookup(name.c_str()), a);
-  auto calls = reinterpret_cast<int (*)()>(DptModuleGetSymbol(a, "vqTestModuleInitCalls"));
-  ASSERT_NE(calls, nullptr);
-  EXPECT_EQ(calls(), 1);
+  EXPECT_TRUE(DptModuleCreate(name.c_str(), 1) == a && a->ref_count == 2 && DptModuleLookup(name.c_str()) == a);
+  EXPECT_EQ(reinterpret_cast<int (*)()>(DptModuleGetSymbol(a, "vqTestModuleInitCalls"))(), 1);
   D_WORD id = 0, text = 0, version = 0, type = 0;
-  EXPECT_TRUE(DptModuleGetId(a, &id) && DptModuleGetName(a, &text) && DptModuleGetVersion(a, &version) &&
-              DptModuleGetType(a, &type));
-  EXPECT_EQ(id, 7);
-  EXPECT_STREQ(reinterpret_cast<const char *>(text), "test module");
-  EXPECT_EQ(version, 3);
-  EXPECT_EQ(type, 2);
   const char *file = nullptr;
-  EXPECT_EQ(DptModuleGetFileName(a, &file), D_TRUE);
-  EXPECT_EQ(std::string(file), name);
+  EXPECT_TRUE(DptModuleGetId(a, &id) && DptModuleGetName(a, &text) && DptModuleGetVersion(a, &version) &&
+              DptModuleGetType(a, &type) && DptModuleGetFileName(a, &file));
+  EXPECT_TRUE(id == 7 && version == 3 && type == 2 && file == a->name);
+  EXPECT_STREQ(reinterpret_cast<const char *>(text), "test module");
   EXPECT_EQ(DptModuleDestroy(a, 5), 1);
   EXPECT_EQ(DptModuleLookup(name.c_str()), a) << "still loaded";
   EXPECT_EQ(DptModuleDestroy(a, 5), 10);
   EXPECT_EQ(DptModuleLookup(name.c_str()), nullptr);
   // An init that refuses leaves nothing behind.
-  EXPECT_EQ(DptModuleCreate(name.c_str(), 13), nullptr);
-  EXPECT_EQ(DptModuleLookup(name.c_str()), nullptr);
+  EXPECT_TRUE(DptModuleCreate(name.c_str(), 13) == nullptr && DptModuleLookup(name.c_str()) == nullptr);
 }
 
 // Without DptModuleInit nothing can refuse; without ModuleInfo the info
@@ -54,9 +45,7 @@ TEST(Module, ModulesWithoutEntryPointsInfoOrFile) {
   D_WORD version = -1;
   EXPECT_FAILS(DptModuleGetVersion(m, &version), D_FALSE, 0);
   EXPECT_EQ(version, -1);
-  auto answer = reinterpret_cast<int (*)()>(DptModuleGetSymbol(m, "vqBareModuleAnswer"));
-  ASSERT_NE(answer, nullptr);
-  EXPECT_EQ(answer(), 42);
+  EXPECT_EQ(reinterpret_cast<int (*)()>(DptModuleGetSymbol(m, "vqBareModuleAnswer"))(), 42);
   EXPECT_EQ(DptModuleGetSymbol(m, "noSuchSymbol"), nullptr);
   EXPECT_EQ(DptModuleDestroy(m, 0), 1);
 
@@ -80,10 +69,8 @@ TEST(Module, BareNameGetsTheExtensionButIsKeptAsGiven) {
   std::string bare = (dir / "vqbaremod").string();
   ASSERT_EQ(bare.find('.'), std::string::npos);
   D_MODULE *a = DptModuleCreate(bare.c_str(), 0);
-  ASSERT_NE(a, nullptr);
-  EXPECT_NE(a->handle, nullptr);
   D_MODULE *b = DptModuleCreate(bare.c_str(), 0);
-  ASSERT_NE(b, nullptr);
+  ASSERT_TRUE(a != nullptr && b != nullptr && a->handle != nullptr);
   EXPECT_NE(a, b);
   EXPECT_EQ(DptModuleLookup(bare.c_str()), a);
   DptModuleDestroy(b, 0);

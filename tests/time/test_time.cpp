@@ -1,18 +1,26 @@
-// Time converters: the registry, the current converter, and the three
-// built-ins ("full" with its date rules, "hms", "numeric"); the text of
-// "full", checked against its definition computed with the runtime
-// directly: ctime_r of the whole seconds, the fraction as printf prints it
-// less its first character after the clock, no newline (rounding of the
-// fraction, precisions, long and negative years, changes of TZ, days with
-// daylight-saving changes, threads).
+// Time: the current time, its change callbacks, the wall clock with its
+// test pin, time arithmetic, frame pacing against "frame_interval", the
+// interrupt counter with its SIGINT handler; the time converters (the
+// registry, the current converter, the built-ins "full" with its date
+// rules, "hms" and "numeric"); the text of "full", checked against its
+// definition computed with the runtime directly: ctime_r of the whole
+// seconds, the fraction as printf prints it less its first character after
+// the clock, no newline.
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cctype>
+#include <cerrno>
+#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <limits>
 #include <random>
 #include <set>
 #include <string>
@@ -20,15 +28,280 @@
 #include <vector>
 
 #include "time_support.hpp"
+#include "vqutil/callback.h"
 #include "vqutil/error.h"
+#include "vqutil/interrupt.h"
+#include "vqutil/option.h"
 #include "vqutil/strutil.h"
 #include "vqutil/thread.h"
 #include "vqutil/time.h"
 
 namespace {
 
-using timetest::LocalTime;
+using timetest::OutputCapture;
+using Clock = std::chrono::steady_clock;
 using timetest::RunInChild;
+using timetest::LocalTime;
+
+// What a time-change callback was given, and the current time it read.
+struct Call {
+  void *object;
+  D_CB *head;
+  D_TIME_VALUE time;
+  double real;
+};
+
+void Record(void *object, void *data, D_WORD arg) {
+  auto *change = static_cast<D_TIME_CHANGE_CB_DATA *>(data);
+  reinterpret_cast<std::vector<Call> *>(arg)->push_back({object, change->cb, change->time, DutGetCurrentTime()});
+}
+
+void ExpectTime(const D_TIME_VALUE &t, D_INT4 seconds, D_INT4 microseconds) {
+  EXPECT_EQ(t.seconds, seconds);
+  EXPECT_EQ(t.microseconds, microseconds);
+}
+
+// Accepted values are stored (a real split into seconds and microseconds,
+// a record as given) before the callbacks of the global-only type
+// "time_change" run; refused ones change nothing and call nobody.
+TEST(TimeChangeCallbacks, SetStoresThenCallsBack) {
+  std::vector<Call> calls;
+  D_WORD arg = reinterpret_cast<D_WORD>(&calls);
+  D_CB *cb = DutTimeChangeCbCreate(&Record, arg);
+  D_CB_TYPE *type = DutCbTypeNumLookup(D_TIME_CHANGE_CB_TYPE);
+  ASSERT_TRUE(cb != nullptr && type != nullptr);
+  EXPECT_TRUE(std::string(type->name) == "time_change" && type->glob_flag == D_CB_GLOBAL_ONLY);
+  EXPECT_EQ(DutTimeChangeCbLookup(&Record, arg), cb);
+  EXPECT_FAILS(DutTimeChangeCbLookup(&Record, arg + 1), nullptr, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutTimeChangeCbCreate(&Record, arg), nullptr, D_ERR_ALREADY_EXISTS);
+  const struct {
+    double value;
+    D_INT4 seconds, micros, error;
+  } cases[] = {
+      {0.1, 0, 100000, 0},
+      {41.99999999999, 42, 0, 0},  // a fraction a hair below one carries
+      {2147483647.5, 2147483647, 500000, 0},
+      {-0.000001, 2147483647, 500000, D_ERR_VAL_TOO_SMALL},
+      {std::nan(""), 2147483647, 500000, D_ERR_VAL_INVALID},
+      {2147483648.0, 2147483647, 500000, D_ERR_VAL_TOO_LARGE},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.value);
+    EXPECT_FAILS(DutSetCurrentTime(c.value), c.error == 0 ? D_TRUE : D_FALSE, c.error);
+    D_TIME_VALUE t{-5, -5};
+    EXPECT_TRUE(DutGetCurrentTimeStruct(&t) && DutGetCurrentTime() == (c.error == 0 ? c.value : 2147483647.5));
+    ExpectTime(t, c.seconds, c.micros);
+  }
+  for (const D_TIME_VALUE &bad : {D_TIME_VALUE{-1, 0}, D_TIME_VALUE{0, -1}}) {
+    EXPECT_FAILS(DutSetCurrentTimeStruct(&bad), D_FALSE, D_ERR_VAL_TOO_SMALL);
+  }
+  EXPECT_FAILS(DutSetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGetCurrentTimeStruct(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  D_TIME_VALUE unnormalised{5, 2000000}, stored{};
+  ASSERT_EQ(DutSetCurrentTimeStruct(&unnormalised), D_TRUE);
+  ASSERT_EQ(calls.size(), 4u);
+  EXPECT_TRUE(calls[0].object == nullptr && calls[0].head == cb && calls[0].real == 0.1 && calls[3].real == 7.0);
+  ExpectTime(calls[0].time, 0, 100000);
+  // The machinery's head never lands on the stored record.
+  ASSERT_EQ(DutGetCurrentTimeStruct(&stored), D_TRUE);
+  ExpectTime(stored, 5, 2000000);
+  ASSERT_TRUE(DutCbDestroy(cb) && DutSetCurrentTime(2.0));
+  EXPECT_EQ(calls.size(), 4u);
+  VQTEST_EXPECT_ASSERTION(DutTimeChangeCbCreate(nullptr, 0), "func != NULL");
+}
+
+// Callbacks run with the process-wide lock held, while DutGetCurrentTime
+// never takes it: a thread started from inside a callback can read the
+// real value, but not the record.
+std::atomic<bool> g_struct_read{false};
+std::atomic<bool> g_struct_read_inside{true};
+double g_real_seen = -1.0;
+std::thread g_struct_reader;
+
+void ProbeLock(void *, void *, D_WORD) {
+  std::thread([] { g_real_seen = DutGetCurrentTime(); }).join();  // hangs if the read took the lock
+  g_struct_reader = std::thread([] {
+    D_TIME_VALUE t{};
+    DutGetCurrentTimeStruct(&t);
+    g_struct_read = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  g_struct_read_inside = g_struct_read.load();
+}
+
+TEST(TimeChangeCallbacks, RunUnderTheProcessLock) {
+  timetest::RunInChild([] {
+    ASSERT_EQ(DutInitThreads(), D_TRUE);
+    ASSERT_NE(DutTimeChangeCbCreate(&ProbeLock, 0), nullptr);
+    ASSERT_EQ(DutSetCurrentTime(77.0), D_TRUE);
+    g_struct_reader.join();
+    EXPECT_EQ(g_real_seen, 77.0);
+    EXPECT_FALSE(g_struct_read_inside) << "the record was read while a callback ran";
+    EXPECT_TRUE(g_struct_read);
+  });
+}
+
+TEST(WallTime, PinnedForTests) {
+  D_TIME_VALUE pin{100, 250000}, out{};
+  DutSetTestWallTimeStruct(&pin);
+  EXPECT_EQ(DutGetWallTime(), 100.25);
+  EXPECT_EQ(DutGetWallTimeStruct(&out), D_TRUE);
+  ExpectTime(out, 100, 250000);
+  pin = {0, 0};
+  DutSetTestWallTimeStruct(&pin);
+  EXPECT_EQ(DutGetWallTime(), 0.0);
+  pin = {5, -1};  // pinned only while neither field is -1
+  DutSetTestWallTimeStruct(&pin);
+  EXPECT_NEAR(DutGetWallTime(), static_cast<double>(std::time(nullptr)), 5.0);
+  EXPECT_EQ(DutGetWallTimeStruct(&out), D_TRUE);
+  EXPECT_NEAR(out.seconds, static_cast<double>(std::time(nullptr)), 5.0);
+}
+
+TEST(TimeArithmetic, MultiplyCarriesWholeMillionsRatioTruncatesTowardZero) {
+  const struct {
+    D_TIME_VALUE in;
+    D_INT4 n;
+    D_TIME_VALUE out;
+  } products[] = {
+      {{1, 600000}, 3, {4, 800000}},      {{0, 999999}, 1, {0, 999999}},
+      {{0, 500000}, 2, {1, 0}},           // exactly one million carries
+      {{0, 999999}, 1000, {999, 999000}}, {{2, 300000}, -2, {-4, -600000}},  // negative ones stay unnormalised
+  };
+  for (const auto &c : products) {
+    D_TIME_VALUE out = c.in;  // the result may be the operand
+    EXPECT_EQ(DutTimeMultInt(&out, &out, c.n), D_TRUE);
+    EXPECT_TRUE(out.seconds == c.out.seconds && out.microseconds == c.out.microseconds) << c.in.seconds << " x " << c.n;
+  }
+  EXPECT_FAILS(DutTimeMultInt(nullptr, &products[0].in, 2), D_FALSE, D_ERR_NULL_PTR);
+
+  const struct {
+    D_TIME_VALUE a, b;
+    D_INT4 ratio, error;
+  } ratios[] = {
+      {{-10, 0}, {3, 0}, -3, 0}, {{2, 999999}, {1, 0}, 2, 0}, {{1, 0}, {0, 0}, 0, D_ERR_VAL_INVALID},
+      {{2000000000, 0}, {0, 1}, std::numeric_limits<D_INT4>::max(), D_ERR_VAL_TOO_LARGE},
+      {{-2000000000, 0}, {0, 1}, std::numeric_limits<D_INT4>::min(), D_ERR_VAL_TOO_LARGE},
+  };
+  for (const auto &c : ratios) EXPECT_FAILS(DutTimeRatio(&c.a, &c.b), c.ratio, c.error);
+  EXPECT_FAILS(DutTimeRatio(nullptr, &ratios[0].b), 0, D_ERR_NULL_PTR);
+}
+
+void PinWall(D_INT4 seconds, D_INT4 microseconds) {
+  D_TIME_VALUE pin{seconds, microseconds};
+  DutSetTestWallTimeStruct(&pin);
+}
+
+// "frame_interval" set to 0.1 s; made here (numeric, as the standard option
+// set defines it) when the set in use does not have it yet.
+class FramePacing : public testing::Test {
+ protected:
+  void SetUp() override {
+    option_ = DutOptionLookup("frame_interval");
+    if (option_ == nullptr) option_ = DutOptionCreate("frame_interval", D_OPT_TYPE_NUMERIC);
+    ASSERT_NE(option_, nullptr);
+    ASSERT_EQ(DutOptionSetNum(option_, 0.1), D_TRUE);
+    DutFrameReset();
+  }
+  void TearDown() override {
+    DutOptionSetNum(option_, 0.0);
+    DutFrameReset();
+    PinWall(-1, -1);
+  }
+  D_OPTION *option_ = nullptr;
+};
+
+TEST_F(FramePacing, LateFramesWarnEarlyOnesSleepOutTheRest) {
+  EXPECT_FAILS(DutFrameCheck(2), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutFrameCheck(-1), D_FALSE, D_ERR_VAL_INVALID);
+  OutputCapture capture;
+  PinWall(100, 0);
+  EXPECT_EQ(DutFrameCheck(1), D_TRUE) << "the first check only notes the time";
+  PinWall(100, 300000);  // the frame took 0.3 s of a 0.1 s interval; a late frame never sleeps
+  EXPECT_FAILS(DutFrameCheck(1), D_FALSE, D_ERR_TIMEOUT_REACHED);
+  EXPECT_EQ(capture.Take(), "WARNING: Unable to keep up with frame interval by 0.2 seconds.\n");
+  // The next frame is measured from the late one.
+  PinWall(100, 350000);
+  EXPECT_EQ(DutFrameCheck(0), D_TRUE);
+  PinWall(100, 390000);
+  auto start = Clock::now();
+  EXPECT_EQ(DutFrameCheck(1), D_TRUE);
+  EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(55)) << "0.06 s were left of the interval";
+  // The last frame is the wall time after the sleep (still the pin).
+  PinWall(100, 500000);
+  EXPECT_EQ(DutFrameCheck(0), D_FALSE);
+  EXPECT_EQ(capture.Take(), "WARNING: Unable to keep up with frame interval by 0.01 seconds.\n");
+
+  // After a reset the check is a first one; without an interval nothing is late.
+  DutFrameReset();
+  PinWall(600, 0);
+  EXPECT_EQ(DutFrameCheck(0), D_TRUE);
+  ASSERT_EQ(DutOptionSetNum(option_, 0.0), D_TRUE);
+  PinWall(5000, 0);
+  EXPECT_EQ(DutFrameCheck(1), D_TRUE);
+  EXPECT_EQ(capture.Take(), "");
+}
+
+TEST_F(FramePacing, MissingOptionIsFatal) {
+  VQTEST_EXPECT_ASSERTION(
+      {
+        DutOptionDestroy(DutOptionLookup("frame_interval"));
+        DutFrameReset();
+        DutFrameCheck(0);
+      },
+      "D_NULL != utFrameInterval");
+}
+
+// The handler stays installed after each delivery; a reset gives the
+// process the limit's worth again, and the one past the limit aborts. A
+// miscount exits with status 3, so it cannot pass for the abort.
+TEST(InterruptCounter, InterruptPastTheLimitAborts) {
+  for (const char *max : {"", "2"}) {
+    SCOPED_TRACE(max);
+    EXPECT_EXIT(
+        {
+          *max != '\0' ? setenv("VQ_INTERRUPT_MAX", max, 1) : unsetenv("VQ_INTERRUPT_MAX");
+          if (DutInterruptInit() != D_TRUE) std::_Exit(4);
+          const int limit = *max != '\0' ? 2 : 5;
+          for (int round = 0; round < 2; ++round) {
+            DutInterruptReset();
+            for (int i = 1; i <= limit; ++i) {
+              std::raise(SIGINT);
+              if (DutInterruptGet() != i) std::_Exit(3);
+            }
+          }
+          std::raise(SIGINT);
+          std::_Exit(0);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+  }
+}
+
+// The key must cut a blocking read short, so that a command loop notices
+// it: the handler is installed without restarting interrupted calls.
+TEST(InterruptCounter, BlockingReadReturnsOnInterrupt) {
+  RunInChild([] {
+    ASSERT_EQ(DutInterruptInit(), D_TRUE);
+    DutInterruptReset();
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    pthread_t reader = pthread_self();
+    std::atomic<bool> done{false};
+    std::thread sender([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      pthread_kill(reader, SIGINT);
+      // Should the read have resumed, unblock it so the test fails instead
+      // of hanging.
+      for (int i = 0; i < 50 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      if (!done) (void)!write(fds[1], "x", 1);
+    });
+    char c = 0;
+    ssize_t got = read(fds[0], &c, 1);
+    int saved_errno = errno;
+    done = true;
+    sender.join();
+    EXPECT_TRUE(got == -1 && saved_errno == EINTR && DutInterruptGet() == 1) << got << " " << saved_errno;
+  });
+}
 
 constexpr double kUntouched = -12345.0;
 
@@ -74,9 +347,8 @@ TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   EXPECT_FAILS(DutTimeCvtCreate(nullptr, &FixedNumToStr, &DoublingStrToNum, nullptr), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutTimeCvtDestroy(nullptr), D_FALSE, D_ERR_NULL_PTR);
   D_TIME_CVT *mine = DutTimeCvtCreate("MyClock", &FixedNumToStr, &DoublingStrToNum, &CountCleanup);
-  ASSERT_NE(mine, nullptr);
+  ASSERT_TRUE(mine != nullptr && DutTimeCvtLookup("MYCLOCK") == mine);
   EXPECT_STREQ(mine->name, "myclock");
-  EXPECT_EQ(DutTimeCvtLookup("MYCLOCK"), mine);
   std::set<std::string> names;
   EXPECT_FAILS(DutTimeCvtTraverse(&CollectNames, &names), 0, D_ERR_END_OF_TRAVERSAL);
   EXPECT_EQ(names, (std::set<std::string>{"full", "hms", "numeric", "myclock"}));
@@ -85,12 +357,10 @@ TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   EXPECT_EQ(DutTimeCvtDestroy(stop), D_TRUE);
 
   // Current: the process-wide calls go through it, failures show as unknown.
-  ASSERT_EQ(DutTimeCvtSetCurrent(mine), D_TRUE);
-  EXPECT_EQ(DutTimeCvtGetCurrent(), mine);
+  ASSERT_TRUE(DutTimeCvtSetCurrent(mine) && DutTimeCvtGetCurrent() == mine);
   EXPECT_STREQ(DutTimeNumToStr(5.0), "fixed");
   double value = 0;
-  EXPECT_EQ(DutTimeStrToNum("4", &value), D_TRUE);
-  EXPECT_EQ(value, 8.0);
+  EXPECT_TRUE(DutTimeStrToNum("4", &value) && value == 8.0);
   char buffer[64];
   EXPECT_STREQ(DutTimeToString(-5.0, buffer), "<UNKNOWN>");
   EXPECT_FAILS(DutTimeToString(5.0, nullptr), nullptr, D_ERR_NULL_PTR);
@@ -98,8 +368,7 @@ TEST_F(Converters, LifeOfAConverterOfOurOwn) {
   g_cleanups = 0;
   EXPECT_FAILS(DutTimeCvtDestroy(mine), D_FALSE, 0);
   ASSERT_EQ(DutTimeCvtSetCurrent(DutTimeCvtLookup("hms")), D_TRUE);
-  EXPECT_EQ(DutTimeCvtDestroy(mine), D_TRUE);
-  EXPECT_EQ(g_cleanups, 1);
+  EXPECT_TRUE(DutTimeCvtDestroy(mine) && g_cleanups == 1);
   EXPECT_FAILS(DutTimeCvtLookup("myclock"), nullptr, D_ERR_DOESNT_EXIST);
 }
 
@@ -159,7 +428,6 @@ TEST_F(Converters, RefusalsWarnWithTheFieldAndStoreNothing) {
       {"full", "Jan 5 12:00:00 2001.5", "utTimeCvtFullStrToNum: 2001.5 is not a valid year."},
       {"full", "Feb 29 12:00:00 1999", "utTimeCvtFullStrToNum: 29 is not a valid day of the month."},
       {"full", "Nov 31 12:00:00 2001", "utTimeCvtFullStrToNum: 31 is not a valid day of the month."},
-      {"full", "Jan 0 12:00:00 2001", "utTimeCvtFullStrToNum: 0 is not a valid day of the month."},
       {"full", "Jan 1.5 12:00:00 2001", "utTimeCvtFullStrToNum: 1.5 is not a valid day of the month."},
       {"full", "12:00:00 2001", "utTimeCvtFullStrToNum: year not allowed when month and day ommitted."},
       {"full", "Jan 5 12:00:00 2001 2002", "utTimeCvtFullStrToNum: found extra tokens after year."},
@@ -176,19 +444,14 @@ TEST_F(Converters, RefusalsWarnWithTheFieldAndStoreNothing) {
   for (const auto &c : cases) {
     double value = 0;
     std::string printed;
-    EXPECT_FALSE(Read(c.cvt, c.text, &value, &printed)) << c.text;
-    EXPECT_EQ(value, kUntouched) << c.text;
-    if (c.warning != nullptr) {
-      EXPECT_EQ(printed, std::string("WARNING: ") + c.warning + "\n") << c.text;
-    } else {
-      EXPECT_TRUE(printed.rfind("ERROR: Expected: ", 0) == 0 && printed.find("\nFile: ") != std::string::npos)
-          << printed;
-    }
+    EXPECT_TRUE(!Read(c.cvt, c.text, &value, &printed) && value == kUntouched) << c.text;
+    EXPECT_TRUE(c.warning != nullptr ? printed == std::string("WARNING: ") + c.warning + "\n"
+                                     : printed.rfind("ERROR: Expected: ", 0) == 0 && printed.find("\nFile: ") != std::string::npos)
+        << c.text << ": " << printed;
   }
   for (const char *cvt : {"full", "hms", "numeric"}) {
     double value = 7;
-    EXPECT_FAILS(DutTimeCvtStrToNum(DutTimeCvtLookup(cvt), nullptr, &value), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_EQ(value, 7) << cvt;
+    EXPECT_FAILS(DutTimeCvtStrToNum(DutTimeCvtLookup(cvt), nullptr, &value) || value != 7, D_FALSE, D_ERR_NULL_PTR);
   }
 }
 
@@ -202,10 +465,8 @@ TEST_F(Converters, HmsAndNumericPrintAndRead) {
   ASSERT_EQ(DutTimeCvtNumToStr(DutTimeCvtLookup("numeric"), -2.25, &text), D_TRUE);
   EXPECT_STREQ(text, DutRealToStr(-2.25));
   double value = 0;
-  EXPECT_TRUE(Read("numeric", "  -42.5xyz", &value));
-  EXPECT_EQ(value, -42.5);
-  EXPECT_FALSE(Read("numeric", "abc", &value));
-  EXPECT_EQ(value, kUntouched);
+  EXPECT_TRUE(Read("numeric", "  -42.5xyz", &value) && value == -42.5);
+  EXPECT_TRUE(!Read("numeric", "abc", &value) && value == kUntouched);
 }
 
 std::string FullByDefinition(double t, int digits = 3) {
@@ -285,10 +546,7 @@ TEST(FullText, PrecisionsFromTheEnvironment) {
 TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
   RunInChild([] {
     const double t = 1000000000.25;  // 2001-09-09 01:46:40 UTC
-    auto zone = [](const char *tz) {
-      tz != nullptr ? setenv("TZ", tz, 1) : unsetenv("TZ");
-      tzset();
-    };
+    auto zone = [](const char *tz) { setenv("TZ", tz, 1), tzset(); };
     // Two conversions in a day: the second comes from the kept day.
     zone("America/New_York");
     for (double d : {0.0, 60.0}) Same(t + d);
@@ -304,9 +562,7 @@ TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
     tzset();
     Same(t + 300);
     EXPECT_EQ(Full(t + 120), new_york);
-    // Unset: the system's zone. A value longer than any zone name still converts.
-    zone(nullptr);
-    for (double d : {360.0, 420.0}) Same(t + d);
+    // A value longer than any zone name still converts.
     std::string long_zone = "UTC0" + std::string(300, 'X');
     zone(long_zone.c_str());
     for (double d : {60.0, 120.0}) Same(t + d);
@@ -322,8 +578,7 @@ TEST(FullText, ThreadsConvertingDifferentDays) {
   RunInChild([] {
     setenv("TZ", "Europe/Berlin", 1);
     tzset();
-    ASSERT_EQ(DutInitThreads(), D_TRUE);
-    ASSERT_EQ(DutTimeCvtSetCurrent(DutTimeCvtLookup("full")), D_TRUE);
+    ASSERT_TRUE(DutInitThreads() && DutTimeCvtSetCurrent(DutTimeCvtLookup("full")));
     std::vector<std::thread> threads;
     std::vector<int> mismatches(4, 0);
     for (int i = 0; i < 4; ++i) {
@@ -340,7 +595,7 @@ TEST(FullText, ThreadsConvertingDifferentDays) {
       });
     }
     for (auto &thread : threads) thread.join();
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(mismatches[i], 0) << "thread " << i;
+    EXPECT_EQ(mismatches, std::vector<int>(4, 0));
   });
 }
 

@@ -34,7 +34,6 @@ using namespace files_test;
 namespace {
 
 using Lines = std::vector<std::string>;
-using Dirs = std::vector<std::string>;
 
 std::atomic<int> usr1_deliveries{0};
 
@@ -47,10 +46,7 @@ void (*currentSigint())(int) {
 struct Pipe {
   int fds[2] = {-1, -1};
   Pipe() { EXPECT_EQ(pipe(fds), 0); }
-  ~Pipe() {
-    close(fds[0]);
-    close(fds[1]);
-  }
+  ~Pipe() { close(fds[0]); close(fds[1]); }
 };
 
 // A blocked read gets the interrupt key, which must be ignored, then a
@@ -306,13 +302,12 @@ int user_closes = 0;
 // registry all the same.
 TEST(UserFunctions, OpenAndCloseGoThroughThem) {
   TempDir dir;
-  D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) { return ++user_opens, std::fopen(name, mode); };
-  D_FILE_CLOSE_FUNC closer = [](FILE *stream) { return ++user_closes, std::fclose(stream), 7; };
+  D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) { ++user_opens; return std::fopen(name, mode); };
+  D_FILE_CLOSE_FUNC closer = [](FILE *stream) { ++user_closes; std::fclose(stream); return 7; };
   DutSetFileOpenFunc(opener);
   DutSetFileCloseFunc(closer);
   DutSetFileReadFunc(&std::fread);
-  EXPECT_TRUE(DutGetFileOpenFunc() == opener && DutGetFileCloseFunc() == closer);
-  EXPECT_EQ(DutGetFileReadFunc(), &std::fread);
+  EXPECT_TRUE(DutGetFileOpenFunc() == opener && DutGetFileCloseFunc() == closer && DutGetFileReadFunc() == &std::fread);
   OutputCapture capture;
   FILE *out = DutOpenFile("u.txt", "w");
   EXPECT_TRUE(DutOpenFile("u.txt", "w") == out && DutCloseFile(out) && DutCloseFile(out));
@@ -355,8 +350,9 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
            std::to_string(reinterpret_cast<long>(s)) + ">\nFile Desc: <" + std::to_string(fileno(s)) +
            ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
   };
-  std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) + entry("b", "a", b, 1);
-  EXPECT_EQ(readFile("files.dmp").substr(0, expected.size() + 38), expected + "File Name: <files.dmp>\nFile Mode: <w>\n");
+  const std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) +
+                               entry("b", "a", b, 1) + "File Name: <files.dmp>\nFile Mode: <w>\n";
+  EXPECT_EQ(readFile("files.dmp").substr(0, expected.size()), expected);
   EXPECT_EQ(DutLookupFile("files.dmp"), nullptr);
   for (FILE *s : {c, a, a, b}) EXPECT_TRUE(DutCloseFile(s));
   fs::remove("files.dmp");
@@ -454,7 +450,7 @@ class ShortNames : public ::testing::Test {
 // two that hash alike (the second character from the end one more, the
 // last 27 less) get different digits, the hash going on from the first.
 TEST_F(ShortNames, PlainNamesStayOthersMapToHashDigits) {
-  EXPECT_EQ(base("", 1) + base("abc_123", 1), "abc_123");
+  EXPECT_TRUE(base("", 1).empty() && base("abc_123", 1) == "abc_123");
   EXPECT_EQ(base(std::string(255, 'x'), 1), std::string(255, 'x'));
   EXPECT_TRUE(fs::is_empty(dir.path()));
   EXPECT_EQ(base("My File.txt", 1), "b052727e");
@@ -490,8 +486,8 @@ TEST_F(ShortNames, CheckOnlyCorruptMapUnwritableDirectoryAndBadCreate) {
   EXPECT_FAILS(DutBuildBaseName(".", "x", &b, 2), D_FALSE, D_ERR_VAL_INVALID);
 }
 
-void *collectDirs(const char *directory, void *arg) {
-  static_cast<Dirs *>(arg)->push_back(directory);
+void *collectLines(const char *directory, void *arg) {
+  static_cast<Lines *>(arg)->push_back(directory);
   return nullptr;
 }
 
@@ -499,7 +495,7 @@ void *collectDirs(const char *directory, void *arg) {
 // order, and a delete removes the first exact match, wherever it is.
 TEST(SearchPaths, AddAndDeleteFollowAListModel) {
   D_PATH *path = DutPathCreate();
-  Dirs model;
+  Lines model;
   std::mt19937 random(11);
   for (int step = 0; step < 400; ++step) {
     char dir[8] = {"aBbc"[random() % 4], '\0'};
@@ -513,8 +509,8 @@ TEST(SearchPaths, AddAndDeleteFollowAListModel) {
       if (at != model.end()) model.erase(at);
     }
     std::strcpy(dir, "changed");
-    Dirs seen;
-    EXPECT_EQ(DutPathForEachDir(path, &collectDirs, &seen), nullptr);
+    Lines seen;
+    EXPECT_EQ(DutPathForEachDir(path, &collectLines, &seen), nullptr);
     ASSERT_EQ(seen, model);
   }
   // The walk stops at the first function result that is not null.
@@ -570,7 +566,7 @@ TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
   char **names = nullptr;
   D_INT4 count = -1;
   ASSERT_TRUE(DutDirGetFileNames(".", &names, &count));
-  EXPECT_EQ(Dirs(names, names + count), (Dirs{"a.txt", "b.txt", "sub"}));
+  EXPECT_EQ(Lines(names, names + count), (Lines{"a.txt", "b.txt", "sub"}));
   for (D_INT4 i = 0; i < count; ++i) DutFree(names[i]);
   DutFree(names);
   ASSERT_TRUE(DutDirGetFileNames("sub/c", &names, &count));

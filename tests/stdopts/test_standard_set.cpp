@@ -30,10 +30,10 @@ using stdopts::OutputCapture;
 // Read in a fresh process, whose TEMP names a folder not yet there: other
 // tests of this program change options, and the creation itself (making
 // both folders of the socket directory) is what is tested. Every option
-// holds a default its own rules accept: a required one is known, a known
-// one can be set to its value again (verify function and legal values
-// passing), only the log-file check takes an argument. The defaults that
-// are computed are what they are computed from.
+// holds a default its own rules accept: a known one can be set to its
+// value again (verify function and legal values passing), and only the
+// log-file check takes an argument. The computed defaults are what they are
+// computed from; a sample of the others is as defined.
 TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
   namespace fs = std::filesystem;
   fs::path base = fs::temp_directory_path() / ("vq-stdopts-temp-" + std::to_string(::getpid()));
@@ -155,7 +155,6 @@ TEST(NamingChecks, EachStandardOptionAcceptsAndRefuses) {
   // The prefix is not required: it may be made unknown again.
   EXPECT_TRUE(DutOptionSetUnknown(DutOptionLookup("default_subject_prefix")));
 }
-
 
 // The system's name unless VQ_FORCE_NODE_NAME is set (even to ""), cut to
 // the buffer's size with nothing written past it.

@@ -62,9 +62,9 @@ TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {
   DutFreeCheck(options, "options", __FILE__, __LINE__);
 }
 
+// Each entry of the file, once, for an option that exists.
 TEST_F(OptionHelp, FileNamesOnlyRealOptions) {
   std::ifstream in(data_ / "help/options/common.hlp");
-  ASSERT_TRUE(in);
   std::set<std::string> seen;
   const std::regex entry("[a-z_][a-z0-9_]*");
   for (std::string line; std::getline(in, line);) {
@@ -79,7 +79,7 @@ TEST_F(OptionHelp, HelpoptListsVisibleOptionsOnly) {
   OutputCapture capture;
   DutCommandParseStr("helpopt");
   std::string text = capture.Take();
-  EXPECT_EQ(text.rfind("Legal Options Are:\n", 0), 0u);
+  EXPECT_EQ(text.rfind("Legal Options Are:\n", 0), 0u) << text;
   EXPECT_NE(text.find("\nmonitor_scope "), std::string::npos);
   EXPECT_EQ(text.find("\n_socket_linger_time"), std::string::npos);
   EXPECT_EQ(text.find("no help available"), std::string::npos) << text;

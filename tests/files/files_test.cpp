@@ -1,0 +1,635 @@
+// The file family: interrupt-safe I/O, the shell, viewing and editing
+// through the editor, the per-process dump file; the open-file registry
+// (shared streams, reference counts, modes, backups, user functions,
+// traversal, the open-file listing); file-name building, splitting and the
+// short-name mapping; search paths, the temporary directory, directory
+// listings, and the null-argument errors of the whole family.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support.hpp"
+#include "vqutil/file.h"
+#include "vqutil/interrupt.h"
+#include "vqutil/memory.h"
+#include "vqutil/thread.h"
+
+using namespace files_test;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::atomic<int> usr1_deliveries{0};
+
+void (*currentSigint())(int) {
+  struct sigaction action;
+  sigaction(SIGINT, nullptr, &action);
+  return action.sa_handler;
+}
+
+struct Pipe {
+  int fds[2] = {-1, -1};
+  Pipe() { EXPECT_EQ(pipe(fds), 0); }
+  ~Pipe() { close(fds[0]); close(fds[1]); }
+};
+
+// A blocked read gets the interrupt key, which must be ignored, then a
+// signal that must be retried over; only then does data arrive.
+TEST(AtomicIo, ReadIgnoresTheInterruptKeyAndResumesAfterASignal) {
+  // Without SA_RESTART, so that the blocking read really is interrupted.
+  struct sigaction action;
+  std::memset(&action, 0, sizeof action);
+  action.sa_handler = [](int) { ++usr1_deliveries; };
+  sigemptyset(&action.sa_mask);
+  ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+  ASSERT_TRUE(DutInterruptInit());
+  DutInterruptReset();
+  usr1_deliveries = 0;
+  Pipe p;
+  std::thread feeder([reader = pthread_self(), fd = p.fds[1]] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    pthread_kill(reader, SIGINT);
+    pthread_kill(reader, SIGUSR1);
+    for (int i = 0; usr1_deliveries.load() == 0 && i < 200; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(write(fd, "hello", 5), 5);
+  });
+  char buffer[16] = {};
+  int n = DutReadAtomic(p.fds[0], buffer, sizeof buffer);
+  feeder.join();
+  EXPECT_TRUE(usr1_deliveries.load() == 1 && DutInterruptGet() == 0);
+  EXPECT_EQ(std::string(buffer, n > 0 ? n : 0), "hello");
+  // Afterwards the library's handler counts again.
+  raise(SIGINT);
+  EXPECT_EQ(DutInterruptGet(), 1);
+}
+
+TEST(AtomicIo, HandlerIsInstalledAfterEveryCallAndFailuresKeepErrno) {
+  TempDir dir;
+  Pipe p;
+  char buffer[4] = {};
+  signal(SIGINT, SIG_DFL);
+  EXPECT_EQ(DutFsyncAtomic(0), 0);
+  EXPECT_EQ(currentSigint(), &DutSigintHandler);
+  signal(SIGINT, SIG_DFL);
+  EXPECT_TRUE(DutWriteAtomic(p.fds[1], "ab", 2) == 2 && DutReadAtomic(p.fds[0], buffer, 4) == 2);
+  EXPECT_TRUE(currentSigint() == &DutSigintHandler && std::string(buffer) == "ab");
+  EXPECT_FAILS(DutWriteAtomic(p.fds[0], "x", 1), -1, D_ERR_C);  // the read end
+  EXPECT_EQ(DutErrNumGetC(), EBADF);
+  EXPECT_FAILS(DutReadAtomic(p.fds[0], buffer, -1), -1, D_ERR_VAL_INVALID);
+  writeFile("victim", "");
+  EXPECT_FAILS(DutUnlinkAtomic("victim"), 0, 0);
+  EXPECT_FAILS(DutUnlinkAtomic("victim"), -1, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+}
+
+// The editor is the option's, else EDITOR's; "_cat" prints the file and
+// emacs gets the line. Open files are flushed first; a failing editor is
+// reported.
+TEST(EditFile, OptionThenEnvironmentThenCat) {
+  TempDir dir;
+  EXPECT_EQ(DutSystem("exit 5"), 5);
+  std::string editor = recordingEditor(dir, "ed.sh");
+  EnvVar path("PATH", (dir.str() + ":" + std::getenv("PATH")).c_str());
+  EnvVar env("EDITOR", "/bin/false");
+  StrOption option("editor", editor.c_str());
+  writeFile("doc.txt", "body\n");
+  FILE *out = DutOpenFile("pending.txt", "w");
+  std::fputs("not yet flushed\n", out);
+  EXPECT_TRUE(DutEditFile("pending.txt", 3));
+  option.set("");
+  env.set(editor.c_str());
+  EXPECT_TRUE(DutEditFile("doc.txt", 1));
+  option.set("emacs");
+  recordingEditor(dir, "emacs");
+  EXPECT_TRUE(DutEditFile("doc.txt", 42));
+  EXPECT_EQ(readFile(dir.file("editor.log")),
+            "args: pending.txt\nnot yet flushed\nargs: doc.txt\nbody\nargs: +42 doc.txt\nbody\n");
+  EXPECT_TRUE(DutCloseFile(out));
+  OutputCapture capture;
+  option.set("_cat");
+  EXPECT_TRUE(DutEditFile("doc.txt", 1) && !DutCatFile("nope.txt") && !DutLookupFile("doc.txt"));
+  EXPECT_EQ(capture.Take(), "body\nWARNING: DutCatFile: could not open file <nope.txt> for reading.\n");
+  option.set(recordingEditor(dir, "bad.sh", "exit 3").c_str());
+  EXPECT_FAILS(DutEditFile("doc.txt", 1), D_FALSE, D_ERR_VAL_INVALID);
+}
+
+// The editor appends to the file; the stream comes back in its own mode
+// with its reference count, and the registry follows it. A stream the
+// registry does not know comes back with a warning.
+TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
+  TempDir dir;
+  StrOption option("editor", recordingEditor(dir, "ed.sh", "echo edited >> \"$f\"").c_str());
+  FILE *app = DutOpenFile("view.txt", "a");
+  FILE *out = DutOpenFile("w.txt", "w");
+  ASSERT_EQ(DutOpenFile("w.txt", "w"), out);
+  std::fputs("abc\n", app);
+  std::fputs("first\n", out);
+  FILE *app2 = DutViewFilePtr(app), *out2 = DutViewFilePtr(out);
+  EXPECT_EQ(readFile(dir.file("editor.log")), "args: view.txt\nabc\nargs: w.txt\nfirst\n");
+  std::fputs("more\n", app2);
+  std::fputs("second\n", out2);
+  EXPECT_TRUE(DutCloseFile(app2) && DutCloseFile(out2));
+  EXPECT_EQ(readFile("view.txt"), "abc\nedited\nmore\n");
+  EXPECT_TRUE(DutLookupFile("w.txt") == out2 && DutCloseFile(out2)) << "one reference left";
+  EXPECT_EQ(readFile("w.txt"), "second\n");
+
+  FILE *own = std::fopen("own.txt", "w");
+  OutputCapture capture;
+  EXPECT_EQ(DutViewFilePtr(own), own);
+  char expected[128];
+  std::snprintf(expected, sizeof expected, "WARNING: DutViewFilePtr: could not find file %lx (fd %d).\n",
+                reinterpret_cast<unsigned long>(own), fileno(own));
+  EXPECT_EQ(capture.Take(), expected);
+  std::fclose(own);
+  writeFile("r.txt", "");
+  VQTEST_EXPECT_ASSERTION(DutViewFilePtr(DutOpenFile("r.txt", "r")),
+                          "file_node->mode\\[0\\] == 'w' \\|\\| file_node->mode\\[0\\] == 'a'");
+}
+
+// The name is fixed by the first open of the process; it lies in the
+// temporary directory, which is the current directory of each test.
+class DumpFile : public ::testing::Test {
+ protected:
+  void SetUp() override { DutDumpClose(); }
+  void TearDown() override { DutDumpClose(); }
+
+  const std::string name = "./dump" + std::to_string(getpid()) + ".dmp";
+  TempDir dir;
+};
+
+TEST_F(DumpFile, Lifecycle) {
+  char buffer[256];
+  if (!DutDumpGetName(buffer)) {
+    // Nothing is named before the first open of the process.
+    EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
+    EXPECT_FAILS(DutDumpView(), D_FALSE, D_ERR_DOESNT_EXIST);
+    EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_DOESNT_EXIST);
+  }
+  EXPECT_FAILS(DutDumpClose(), D_FALSE, D_ERR_DOESNT_EXIST);
+  {
+    // Unopenable: the text goes to the output.
+    fs::create_directories(name + "/keep");
+    EXPECT_FAILS(DutDumpOpen(), nullptr, D_ERR_C);
+    OutputCapture capture;
+    DutDumpOut("fallback %d\n", 1);
+    EXPECT_EQ(capture.Take(), "WARNING: DutDumpOutVa: dump file is not open.\nfallback 1\n");
+    fs::remove_all(name);
+  }
+  FILE *dump = DutDumpOpen();
+  EXPECT_EQ(DutLookupFile(name.c_str()), dump);
+  EXPECT_FAILS(DutDumpOpen(), nullptr, D_ERR_ALREADY_EXISTS);
+  EXPECT_FAILS(DutDumpOpenAppend(), nullptr, D_ERR_ALREADY_EXISTS);
+  DutDumpOut("value %d of %s\n", 7, "seven");
+  EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_ALREADY_EXISTS);
+  EXPECT_TRUE(DutDumpClose());
+  EXPECT_EQ(readFile(name), "value 7 of seven\n");
+  ASSERT_TRUE(DutDumpGetName(buffer));  // the name outlives the close
+  EXPECT_EQ(std::string(buffer), name);
+  StrOption editor("editor", recordingEditor(dir, "viewer.sh").c_str());
+  DutDumpOut("b\n");  // the first write opens it again (the old text goes)
+  EXPECT_TRUE(DutDumpView());
+  EXPECT_EQ(readFile(dir.file("editor.log")), "args: " + name + "\nb\n");
+  EXPECT_TRUE(DutDumpRemove());
+  EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  EXPECT_FAILS(DutDumpGetName(nullptr), D_FALSE, D_ERR_NULL_PTR);
+}
+
+TEST_F(DumpFile, ConcurrentWritesNeverInterleaveInsideACall) {
+  ASSERT_NE(DutDumpOpen(), nullptr);
+  constexpr int kThreads = 6, kLines = 300;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < kLines; ++i) DutDumpOut("thread %d line %d %s\n", t, i, "----------");
+    });
+  }
+  for (auto &th : threads) th.join();
+  ASSERT_TRUE(DutDumpClose());
+  std::istringstream text(readFile(name));
+  std::set<std::string> lines;
+  for (std::string line; std::getline(text, line);) EXPECT_TRUE(lines.insert(line).second) << line;
+  EXPECT_EQ(lines.size(), static_cast<std::size_t>(kThreads * kLines));
+  EXPECT_EQ(lines.count("thread 3 line 299 ----------"), 1u);
+}
+
+TEST_F(DumpFile, NullFormatIsAnAssertionFailure) {
+  VQTEST_EXPECT_ASSERTION(DutDumpOut(static_cast<const char *>(nullptr)), "format_str != NULL");
+}
+
+TEST(FileTests, ExistsWritableAccessDeleteSize) {
+  TempDir dir;
+  writeFile("data", "12345");
+  D_INT4 size = -1;
+  EXPECT_TRUE(DutFileExists("data") && DutFileWritable("data") && DutMvsAccess("data", 4) == 0);
+  EXPECT_TRUE(DutFileGetSize("data", &size) && size == 5 && DutDeleteFile("data") == 0);
+  EXPECT_FAILS(DutFileExists("data"), D_FALSE, D_ERR_C);
+  EXPECT_FAILS(DutFileGetSize("data", &size), D_FALSE, D_ERR_C);
+  EXPECT_FAILS(DutDeleteFile("data"), -1, D_ERR_C);
+  EXPECT_FAILS(DutMvsAccess("data", 0), -1, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+}
+
+// Opens of one name in its mode share one stream until the last close;
+// another mode is refused.
+TEST(OpenFiles, SameModeSharesOneStreamUntilLastClose) {
+  TempDir dir;
+  writeFile("a.txt", "abc");
+  FILE *first = DutOpenFile("a.txt", "r");
+  EXPECT_EQ(DutOpenFile("a.txt", "r"), first);
+  EXPECT_FAILS(DutOpenFile("a.txt", "rb"), nullptr, D_ERR_TYPE_MISMATCH);
+  EXPECT_TRUE(DutCloseFile(first));
+  EXPECT_EQ(std::fgetc(DutLookupFile("a.txt")), 'a');
+  EXPECT_TRUE(DutCloseFile(first));
+  EXPECT_FAILS(DutLookupFile("a.txt"), nullptr, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutCloseFile(first), D_FALSE, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutOpenFile("missing", "r"), nullptr, D_ERR_C);
+  EXPECT_FAILS(DutFOpen("missing", "r"), nullptr, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+}
+
+// Only mode "w" takes a backup, and only on the first open; no suffix or no
+// file means no backup; a failed rename is reported and the open goes on.
+TEST(Backups, OnlyModeWOnlyOnTheFirstOpenAndFailuresWarn) {
+  TempDir dir;
+  writeFile("app", "content");
+  {
+    StrOption none("backup_name", nullptr);
+    EXPECT_TRUE(DutBackupFile("app"));
+  }
+  StrOption suffix("backup_name", "~");
+  ASSERT_TRUE(DutCloseFile(DutOpenFile("app", "a")));
+  EXPECT_FALSE(fs::exists("app~"));
+  writeFile("app~", "older");
+  FILE *out = DutOpenFile("app", "w");
+  EXPECT_EQ(readFile("app~"), "content");
+  std::fputs("written", out);
+  EXPECT_TRUE(DutFlushFile(out) && DutOpenFile("app", "w") == out);
+  EXPECT_TRUE(readFile("app~") == "content" && readFile("app") == "written");
+  EXPECT_TRUE(DutCloseFile(out) && DutCloseFile(out));
+  EXPECT_FAILS(DutBackupFile("absent"), D_TRUE, 0);
+  fs::remove("app~");
+  fs::create_directories("app~/inside");
+  EXPECT_FAILS(DutBackupFile("app"), D_FALSE, D_ERR_C);
+  OutputCapture capture;
+  EXPECT_TRUE(DutCloseFile(DutOpenFile("app", "w")));
+  EXPECT_EQ(capture.Take(), "WARNING: DutOpenFile: could not backup file app.\n");
+}
+
+int user_opens = 0;
+int user_closes = 0;
+
+// A failing close of the user's is only a warning; the file leaves the
+// registry all the same.
+TEST(UserFunctions, OpenAndCloseGoThroughThem) {
+  TempDir dir;
+  D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) { ++user_opens; return std::fopen(name, mode); };
+  D_FILE_CLOSE_FUNC closer = [](FILE *stream) { ++user_closes; std::fclose(stream); return 7; };
+  DutSetFileOpenFunc(opener);
+  DutSetFileCloseFunc(closer);
+  DutSetFileReadFunc(&std::fread);
+  EXPECT_TRUE(DutGetFileOpenFunc() == opener && DutGetFileCloseFunc() == closer && DutGetFileReadFunc() == &std::fread);
+  OutputCapture capture;
+  FILE *out = DutOpenFile("u.txt", "w");
+  EXPECT_TRUE(DutOpenFile("u.txt", "w") == out && DutCloseFile(out) && DutCloseFile(out));
+  EXPECT_EQ(capture.Take(), "WARNING: DutCloseFile: fclose (fname u.txt) returned 7\n");
+  EXPECT_EQ(DutLookupFile("u.txt"), nullptr);
+  DutSetFileOpenFunc(nullptr);
+  DutSetFileCloseFunc(nullptr);
+  DutSetFileReadFunc(nullptr);
+  EXPECT_EQ(DutGetFileReadFunc(), nullptr);
+  EXPECT_TRUE(DutCloseFile(DutOpenFile("u.txt", "r")));
+  EXPECT_TRUE(user_opens == 1 && user_closes == 1);
+}
+
+void *collectNames(FILE *, const char *name, const char *mode, D_INT4 ref_count, void *arg) {
+  static_cast<Lines *>(arg)->push_back(std::string(name) + ":" + mode + ":" + std::to_string(ref_count));
+  return nullptr;
+}
+
+// The traversal and the listing go in opening order; the listing's own
+// stream comes last.
+TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
+  TempDir dir;
+  FILE *c = DutOpenFile("c", "w");
+  FILE *a = DutOpenFile("a", "w");
+  FILE *b = DutOpenFile("b", "a");
+  DutOpenFile("a", "w");
+  Lines seen;
+  DutErrNumSet(D_ERR_VAL_INVALID);
+  EXPECT_EQ(DutFileTraverse(&collectNames, &seen), nullptr);
+  EXPECT_EQ(DutErrNumGet(), 0);
+  EXPECT_EQ(seen, (Lines{"c:w:1", "a:w:2", "b:a:1"}));
+  int visits = 0;
+  auto stop_at_second = [](FILE *s, const char *, const char *, D_INT4, void *arg) -> void * {
+    return ++*static_cast<int *>(arg) == 2 ? s : nullptr;
+  };
+  EXPECT_EQ(DutFileTraverse(stop_at_second, &visits), a);
+  DutFileExamine();
+  auto entry = [](const char *name, const char *mode, FILE *s, int refs) {
+    return std::string("File Name: <") + name + ">\nFile Mode: <" + mode + ">\nFile Ptr:  <" +
+           std::to_string(reinterpret_cast<long>(s)) + ">\nFile Desc: <" + std::to_string(fileno(s)) +
+           ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
+  };
+  const std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) +
+                               entry("b", "a", b, 1) + "File Name: <files.dmp>\nFile Mode: <w>\n";
+  EXPECT_EQ(readFile("files.dmp").substr(0, expected.size()), expected);
+  EXPECT_EQ(DutLookupFile("files.dmp"), nullptr);
+  for (FILE *s : {c, a, a, b}) EXPECT_TRUE(DutCloseFile(s));
+  fs::remove("files.dmp");
+  fs::create_directory("files.dmp");
+  OutputCapture capture;
+  DutFileExamine();
+  EXPECT_EQ(capture.Take(), "WARNING: Cannot open files.dmp for writing.\n");
+}
+
+TEST(OpenFiles, ConcurrentOpensShareOneCount) {
+  // Host threads: the registry's lock works only once the thread layer runs.
+  ASSERT_EQ(DutInitThreads(), D_TRUE);
+  TempDir dir;
+  writeFile("shared", "s");
+  FILE *anchor = DutOpenFile("shared", "r");
+  std::vector<std::thread> threads;
+  std::atomic<int> mismatches{0};
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 500; ++i) {
+        FILE *s = DutOpenFile("shared", "r");
+        if (s != anchor || !DutCloseFile(s)) ++mismatches;
+      }
+    });
+  }
+  for (auto &t : threads) t.join();
+  EXPECT_EQ(mismatches.load(), 0);
+  EXPECT_TRUE(DutCloseFile(anchor));
+  EXPECT_EQ(DutLookupFile("shared"), nullptr) << "one reference was left";
+}
+
+TEST(FileNames, ExtensionsBuildingAndLastComponent) {
+  EXPECT_TRUE(DutHasExtension("notes.TXT", ".txt") && DutHasExtension(".cm", ".CM"));
+  EXPECT_FALSE(DutHasExtension("cm", ".cm") || DutHasExtension("notes.txt.bak", ".txt"));
+  char out[256];
+  EXPECT_STREQ(DutBuildFileName(out, "dir", "base", "txt"), "dir/basetxt");  // no dot is invented
+  EXPECT_STREQ(DutBuildFileName(out, nullptr, "base", nullptr), "base");
+  EXPECT_STREQ(DutBuildFileName(out, "", "base", nullptr), "/base");
+  std::strcpy(out, "/opt/");  // the destination may be the base directory itself
+  EXPECT_STREQ(DutBuildDirName(out, out, "help"), "/opt/help");
+  EXPECT_STREQ(DutGetFileName("/a/dir/", out), "");
+  char *shared = DutGetFileName("/x/first", nullptr);
+  EXPECT_EQ(DutGetFileName("/y/second", nullptr), shared);
+  EXPECT_STREQ(shared, "second");
+}
+
+// Split into directory, base and extension, the parts build the path again.
+TEST(FileNames, ExplodeAndRebuild) {
+  const struct {
+    const char *path, *dir, *base, *ext;
+  } cases[] = {{"/home/u/report.final.txt", "/home/u", "report.final", ".txt"},
+               {"README", "", "README", ""},
+               {"/etc/.profile", "/etc", ".profile", ""},
+               {"/top.c", "/", "top", ".c"},
+               {"a.d/file", "a.d", "file", ""}};  // a dot in a directory is no extension
+  for (const auto &c : cases) {
+    char *dir = nullptr, *base = nullptr, *ext = nullptr;
+    ASSERT_TRUE(DutFileExplodeName(c.path, &dir, &base, &ext)) << c.path;
+    char rebuilt[256];
+    EXPECT_EQ(std::string(dir) + "|" + base + "|" + ext, std::string(c.dir) + "|" + c.base + "|" + c.ext);
+    EXPECT_STREQ(*dir != '\0' ? DutBuildFileName(rebuilt, dir, base, ext) : c.path, c.path);
+    for (char *part : {dir, base, ext}) DutFree(part);
+  }
+}
+
+class ShortNames : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    unsetenv("VQ_MAX_BASE_NAME");
+    DutSetCheckOnly(0);
+  }
+  void TearDown() override { SetUp(); }
+
+  // The base for name, or "" when the call failed (then *base must be null).
+  std::string base(const std::string &name, int create, bool expect_ok = true) {
+    char *b = reinterpret_cast<char *>(0x1);
+    D_BOOL ok = DutBuildBaseName(dir.str().c_str(), name.c_str(), &b, create);
+    EXPECT_EQ(ok != 0, expect_ok) << name;
+    if (!ok) {
+      EXPECT_EQ(b, nullptr);
+      return "";
+    }
+    std::string text = b;
+    std::strcpy(b, "01234567");  // at least 9 bytes even for a short name
+    DutFree(b);
+    return text;
+  }
+  std::string mapFile(const std::string &digits) { return dir.file(digits + ".nam"); }
+
+  TempDir dir;
+};
+
+// Plain names up to the limit are their own base; others map to eight hash
+// digits, recorded in a map file unless create is 0. Names hash as given;
+// two that hash alike (the second character from the end one more, the
+// last 27 less) get different digits, the hash going on from the first.
+TEST_F(ShortNames, PlainNamesStayOthersMapToHashDigits) {
+  EXPECT_TRUE(base("", 1).empty() && base("abc_123", 1) == "abc_123");
+  EXPECT_EQ(base(std::string(255, 'x'), 1), std::string(255, 'x'));
+  EXPECT_TRUE(fs::is_empty(dir.path()));
+  EXPECT_EQ(base("My File.txt", 1), "b052727e");
+  EXPECT_NE(base("my file.txt", 1), "b052727e");
+  EXPECT_EQ(base("long-name-az", 1), "095c4fc2");
+  EXPECT_EQ(base("long-name-b_", 1), "964b7924");
+  EXPECT_EQ(base("long-name-az", 0), "095c4fc2");
+  EXPECT_EQ(readFile(mapFile("964b7924")), "long-name-b_\n");
+  std::string digits = base(std::string(256, 'x'), 0);
+  EXPECT_EQ(digits.size(), 8u);
+  EXPECT_FALSE(fs::exists(mapFile(digits)));
+  setenv("VQ_MAX_BASE_NAME", "5", 1);
+  EXPECT_EQ(base("abcde", 1), "abcde");
+  EXPECT_EQ(base("abcdef", 1).size(), 8u);
+}
+
+TEST_F(ShortNames, CheckOnlyCorruptMapUnwritableDirectoryAndBadCreate) {
+  std::string known = base("known name", 1);
+  DutSetCheckOnly(1);
+  EXPECT_EQ(base("known name", 1), known);
+  DutErrNumSet(0);
+  EXPECT_EQ(base("unknown name", 1, false), "");
+  EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
+  DutSetCheckOnly(0);
+  writeFile(mapFile("b052727e"), "");
+  DutErrNumSet(0);
+  EXPECT_EQ(base("My File.txt", 1, false), "");
+  EXPECT_EQ(DutErrNumGet(), D_ERR_FILE_CORRUPT);
+  char *b = reinterpret_cast<char *>(0x1);
+  EXPECT_FAILS(DutBuildBaseName((dir.str() + "/missing").c_str(), "x y", &b, 1), D_FALSE, D_ERR_C);
+  EXPECT_EQ(b, nullptr);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  EXPECT_FAILS(DutBuildBaseName(".", "x", &b, 2), D_FALSE, D_ERR_VAL_INVALID);
+}
+
+void *collectLines(const char *directory, void *arg) {
+  static_cast<Lines *>(arg)->push_back(directory);
+  return nullptr;
+}
+
+// Random adds and deletes against a list: the path keeps its own copies in
+// order, and a delete removes the first exact match, wherever it is.
+TEST(SearchPaths, AddAndDeleteFollowAListModel) {
+  D_PATH *path = DutPathCreate();
+  Lines model;
+  std::mt19937 random(11);
+  for (int step = 0; step < 400; ++step) {
+    char dir[8] = {"aBbc"[random() % 4], '\0'};
+    SCOPED_TRACE(testing::Message() << "step " << step << " dir " << dir);
+    auto at = std::find(model.begin(), model.end(), dir);
+    if (random() % 2 == 0) {
+      EXPECT_TRUE(DutPathAddDir(path, dir));
+      model.push_back(dir);
+    } else {
+      EXPECT_FAILS(DutPathDeleteDir(path, dir), at != model.end(), at != model.end() ? 0 : D_ERR_DOESNT_EXIST);
+      if (at != model.end()) model.erase(at);
+    }
+    std::strcpy(dir, "changed");
+    Lines seen;
+    EXPECT_EQ(DutPathForEachDir(path, &collectLines, &seen), nullptr);
+    ASSERT_EQ(seen, model);
+  }
+  // The walk stops at the first function result that is not null.
+  int count = 0;
+  auto second = [](const char *d, void *arg) -> void * {
+    return ++*static_cast<int *>(arg) == 2 ? const_cast<char *>(d) : nullptr;
+  };
+  ASSERT_GE(model.size(), 2u);
+  EXPECT_STREQ(static_cast<char *>(DutPathForEachDir(path, second, &count)), model[1].c_str());
+  DutPathDestroy(path);
+  DutPathDestroy(nullptr);
+}
+
+// The first directory of the path holding the name (not folded: the file
+// system tells cases apart); without a path, the name itself.
+TEST(SearchPaths, FindFileUsesPathOrder) {
+  TempDir dir;
+  for (const char *d : {"one", "two/target.cm", "three/target.cm"}) fs::create_directories(d);
+  D_PATH *path = DutPathCreate();
+  for (const char *d : {"one", "three/", "two"}) DutPathAddDir(path, d);
+  char buffer[256];
+  EXPECT_EQ(DutPathFindFile(path, "target.cm", buffer), buffer);
+  EXPECT_STREQ(buffer, "three/target.cm");
+  EXPECT_TRUE(DutPathDeleteDir(path, "three/"));
+  EXPECT_STREQ(DutPathFindFile(path, "target.cm", nullptr), "two/target.cm");
+  EXPECT_EQ(DutPathFindFile(path, "TARGET.cm", buffer), nullptr);
+  EXPECT_STREQ(buffer, "");
+  DutPathDestroy(path);
+  EXPECT_STREQ(DutPathFindFile(nullptr, "two/target.cm", buffer), "two/target.cm");
+  EXPECT_EQ(DutPathFindFile(nullptr, "gone.txt", buffer), nullptr);
+  EXPECT_EQ(DutPathFindFile(nullptr, nullptr, buffer), nullptr);
+}
+
+TEST(TempPath, CurrentThenHomeThenTempThenRootTmp) {
+  TempDir dir;
+  char out[512];
+  EXPECT_TRUE(DutGetTmpFilePath(out) && std::string(out) == "./");
+  // Read-only even for the superuser on Linux; TempDir restores the cwd.
+  if (access("/proc/sys", W_OK) == 0) GTEST_SKIP() << "no read-only directory to stand in";
+  fs::current_path("/proc/sys");
+  EnvVar home("HOME", nullptr);
+  EnvVar temp("TEMP", dir.str().c_str());
+  EXPECT_TRUE(DutGetTmpFilePath(out) && std::string(out) == dir.str() + "/") << out;
+  // HOME wins even when it is not writable: TEMP is only its stand-in.
+  home.set("/proc/sys");
+  EXPECT_EQ(DutGetTmpFilePath(out), access("/tmp/", W_OK) == 0 ? D_TRUE : D_FALSE);
+  EXPECT_STREQ(out, "/tmp/");
+}
+
+TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
+  TempDir dir;
+  for (const char *file : {"b.txt", "a.txt", "sub/c"}) fs::create_directories(file);
+  char **names = nullptr;
+  D_INT4 count = -1;
+  ASSERT_TRUE(DutDirGetFileNames(".", &names, &count));
+  EXPECT_EQ(Lines(names, names + count), (Lines{"a.txt", "b.txt", "sub"}));
+  for (D_INT4 i = 0; i < count; ++i) DutFree(names[i]);
+  DutFree(names);
+  ASSERT_TRUE(DutDirGetFileNames("sub/c", &names, &count));
+  EXPECT_TRUE(count == 0 && names == nullptr);
+  EXPECT_FAILS(DutDirGetFileNames("nowhere", &names, &count), D_FALSE, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  writeFile("plain", "");
+  EXPECT_FAILS(DutDirGetFileNames("plain", &names, &count), D_FALSE, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
+}
+
+// With file tracing on, opens and closes say so in the debug file (the name
+// given gets its ".dbg").
+TEST(OpenFiles, TracingWritesEntryLines) {
+  TempDir dir;
+  writeFile("t.txt", "");
+  DutDebugOpen("trace");
+  DutGetDebugFlags()[D_DEBUG_FILE] = 1;
+  DutCloseFile(DutOpenFile("t.txt", "r"));
+  DutGetDebugFlags()[D_DEBUG_FILE] = 0;
+  DutDebugClose();
+  EXPECT_NE(readFile("trace.dbg").find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos);
+}
+
+// Every function of the family refuses a null where it needs a pointer.
+TEST(FileArguments, NullPointersSetErrorThree) {
+  D_PATH *path = DutPathCreate();
+  char buffer[256];
+  char *text = nullptr;
+  char **names = nullptr;
+  D_INT4 count = 0;
+  EXPECT_FAILS(DutHasExtension(nullptr, ".txt"), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildFileName(buffer, "d", nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildFileName(nullptr, "d", "b", nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildDirName(buffer, "/opt", nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGetFileName(nullptr, buffer), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileExplodeName("x", &text, nullptr, &text), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildBaseName(nullptr, "x", &text, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBuildBaseName(".", "x", nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileWritable(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileGetSize(nullptr, &count), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutBackupFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOpenFile(nullptr, "r"), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOpenFile("x", nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutLookupFile(nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFlushFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutCloseFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutSystem(nullptr), -1, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutCatFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutEditFile(nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutViewFilePtr(nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathAddDir(path, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathAddDir(nullptr, "x"), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathDeleteDir(path, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutPathForEachDir(path, nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutFileTraverse(nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGetTmpFilePath(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutDirGetFileNames(".", nullptr, &count), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutDirGetFileNames(nullptr, &names, &count), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutReadAtomic(-1, nullptr, 1), -1, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutWriteAtomic(-1, nullptr, 1), -1, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutUnlinkAtomic(nullptr), -1, D_ERR_NULL_PTR);
+  DutPathDestroy(path);
+}
+
+}  // namespace

@@ -1,0 +1,408 @@
+// Options: creation, typed values, flags, legal values, the commit rules
+// and change callbacks; values as text (lists parsed from the lexer, the
+// dump, the real-number format DutRealToStr follows); an option naming a
+// log file. The command transcripts pin the messages of the other parses,
+// of the verify functions and of the log files.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "options_support.hpp"
+#include "vqutil/callback.h"
+#include "vqutil/file.h"
+#include "vqutil/memory.h"
+#include "vqutil/strutil.h"
+#include "vqutil/thread.h"
+
+namespace {
+
+using opttest::Items;
+using opttest::NodeChain;
+using opttest::Num;
+using opttest::OutputCapture;
+using opttest::Stored;
+using Strings = std::vector<std::string>;
+using opttest::Parse;
+using opttest::ParseEnd;
+
+int g_calls = 0;
+void Count(void *, void *, D_WORD) { ++g_calls; }
+
+TEST(OptionCreate, FirstUseArgumentsDuplicatesAndDestroy) {
+  DutErrNumSet(D_ERR_TIMEOUT_REACHED);
+  ASSERT_NE(DutGetOptionTable(), nullptr);
+  EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED) << "first use keeps the caller's number";
+  D_CB_TYPE *type = DutCbTypeNumLookup(D_CB_TYPE_OPTION_CHANGE);
+  ASSERT_NE(type, nullptr);
+  EXPECT_STREQ(D_GCT_NAME(type), "option_change");
+  EXPECT_TRUE(D_GCT_GLOB_FLAG(type) == D_CB_GLOBALS_OK && D_GCT_LOCAL_FLAG(type) == D_CB_LOCAL_INDIRECT);
+
+  EXPECT_FAILS(DutOptionCreate(nullptr, D_OPT_TYPE_STRING), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionCreate("t_neg", -1), nullptr, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionCreate("t_seven", 7), nullptr, D_ERR_VAL_INVALID);
+  D_OPTION *option = DutOptionCreate("Mixed_Case", D_OPT_TYPE_STRING_LIST);
+  ASSERT_NE(option, nullptr);
+  EXPECT_STREQ(D_GOPT_NAME(option), "mixed_case");
+  EXPECT_FAILS(DutOptionCreate("MIXED_case", D_OPT_TYPE_STRING), nullptr, D_ERR_ALREADY_EXISTS);
+  EXPECT_EQ(DutOptionLookup("mIxEd_CaSe"), option);
+  EXPECT_FAILS(DutOptionLookup(nullptr), nullptr, D_ERR_NULL_PTR);
+  D_INT4 flag = -1;
+  for (auto get : {DutOptionGetKnown, DutOptionGetRequired, DutOptionGetReadOnly}) {
+    EXPECT_TRUE(get(option, &flag) && flag == 0);
+  }
+  EXPECT_TRUE(DutOptionGetType(option, &flag) && flag == D_OPT_TYPE_STRING_LIST);
+
+  // Destroyed with its value and callbacks: a new option of the same name
+  // starts clean, and no old callback runs.
+  NodeChain chain({"a", "b"});
+  ASSERT_TRUE(DutOptionSetStrList(option, chain.first()));
+  ASSERT_NE(DutOptionChangeCbCreate(option, Count, 0), nullptr);
+  EXPECT_TRUE(DutOptionDestroy(option));
+  EXPECT_EQ(DutOptionLookup("mixed_case"), nullptr);
+  D_OPTION *again = DutOptionCreate("mixed_case", D_OPT_TYPE_NUMERIC);
+  g_calls = 0;
+  ASSERT_TRUE(DutOptionSetNum(again, 1));
+  EXPECT_EQ(g_calls, 0);
+  EXPECT_FAILS(DutOptionDestroy(nullptr), D_FALSE, D_ERR_NULL_PTR);
+}
+
+// Each typed setter and getter refuses an option of another type, an
+// unknown value and null arguments; none of these changes a value.
+TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
+  D_OPTION *b = DutOptionCreate("w_bool", D_OPT_TYPE_BOOLEAN);
+  D_OPTION *n = DutOptionCreate("w_num", D_OPT_TYPE_NUMERIC);
+  D_OPTION *e = DutOptionCreate("w_enum", D_OPT_TYPE_ENUM);
+  D_OPTION *el = DutOptionCreate("w_enumlist", D_OPT_TYPE_ENUM_LIST);
+  D_OPTION *sl = DutOptionCreate("w_strlist", D_OPT_TYPE_STRING_LIST);
+  NodeChain chain({"a"});
+  D_INT4 flag = 0;
+  const char *text = nullptr;
+  const D_OPTION_STR_NODE *first = nullptr;
+  EXPECT_FAILS(DutOptionSetBool(n, 1), D_FALSE, D_ERR_TYPE_INVALID);
+  EXPECT_FAILS(DutOptionSetEnumList(sl, chain.first()), D_FALSE, D_ERR_TYPE_INVALID);
+  EXPECT_FAILS(DutOptionSetStrList(el, chain.first()), D_FALSE, D_ERR_TYPE_INVALID);
+  EXPECT_FAILS(DutOptionGetBool(b, &flag), D_FALSE, D_ERR_VAL_UNKNOWN);
+  EXPECT_FAILS(DutOptionGetStr(e, &text), D_FALSE, D_ERR_TYPE_INVALID);  // the type wins over unknown
+  EXPECT_FAILS(DutOptionGetNum(n, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionGetStrList(nullptr, &first), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetEnum(e, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionGetType(nullptr, &flag), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionGetKnown(b, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetRequired(nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetVerifyFunc(nullptr, nullptr, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetUnknown(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionSetBool(b, 2), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionSetReadOnly(n, 2), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionUnset("editor"), D_FALSE, D_ERR_VAL_REQUIRED);
+  for (D_OPTION *o : {b, n, e, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
+}
+
+// The setters store copies: what the caller changes afterwards stays out;
+// a replaced list is freed (checked by the sanitizer builds).
+TEST(OptionTyped, ValuesAreCopiesAndSpecialNamesReadAsEnumerated) {
+  D_OPTION *b = DutOptionCreate("v_bool", D_OPT_TYPE_BOOLEAN);
+  D_OPTION *s = DutOptionCreate("v_str", D_OPT_TYPE_STRING);
+  D_OPTION *sl = DutOptionCreate("v_strlist", D_OPT_TYPE_STRING_LIST);
+  D_OPTION *el = DutOptionCreate("v_enumlist", D_OPT_TYPE_ENUM_LIST);
+  D_INT4 flag = 0;
+  EXPECT_TRUE(DutOptionSetBool(b, 1) && DutOptionGetBool(b, &flag) && flag == 1);
+  char mine[] = "caller text";
+  const char *text = nullptr;
+  ASSERT_TRUE(DutOptionSetStr(s, mine));
+  mine[0] = 'X';
+  ASSERT_TRUE(DutOptionGetStr(s, &text));
+  EXPECT_TRUE(std::string(text) == "caller text" && text == D_GOPT_VALUE(s)) << "the stored text";
+  NodeChain chain({"first", "second"});
+  ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
+  chain.node(1).str = "changed";
+  ASSERT_TRUE(DutOptionSetEnumList(el, chain.first()));
+  ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
+  const D_OPTION_STR_NODE *first = nullptr;
+  chain.node(0).str = "gone";
+  ASSERT_TRUE(DutOptionGetStrList(sl, &first));
+  EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
+  ASSERT_TRUE(DutOptionGetEnumList(el, &first));
+  EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
+  // Two standard options, a string and a string list, are read and set as
+  // enumerated too; old names find them.
+  D_OPTION *unique = DutOptionLookup("Unique_Datagroup");
+  ASSERT_TRUE(DutOptionSetEnum(unique, "_host_42") && DutOptionGetEnum(unique, &text));
+  EXPECT_STREQ(text, "_host_42");
+  EXPECT_FAILS(DutOptionSetEnum(s, "x"), D_FALSE, D_ERR_TYPE_INVALID);
+  ASSERT_TRUE(DutOptionSetEnumList(DutOptionLookup("DATAGROUPS"), chain.first()));
+  EXPECT_STREQ(DutOptionValToStr(DutOptionLookup("subjects")), "\"gone\", \"changed\"");
+  EXPECT_EQ(DutOptionLookup("datagroups_x"), nullptr);
+}
+
+TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
+  D_OPTION *color = DutOptionCreate("color", D_OPT_TYPE_ENUM);
+  // Without legal values any word goes.
+  ASSERT_TRUE(DutOptionSetEnum(color, "Anything"));
+  EXPECT_EQ(DutOptionLegValTraverse(color, [](D_WORD, D_WORD, void *) -> D_WORD { return 1; }, nullptr), 0);
+  ASSERT_TRUE(DutOptionLegValAdd(color, "Red") && DutOptionLegValAdd(color, "green"));
+  EXPECT_FAILS(DutOptionLegValAdd(color, "RED"), D_FALSE, D_ERR_ALREADY_EXISTS);
+  EXPECT_FAILS(DutOptionLegValAdd(color, "UnKnown"), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionLegValAdd(DutOptionLookup("editor"), "x"), D_FALSE, D_ERR_TYPE_INVALID);
+  std::string seen;
+  auto collect = [](D_WORD key, D_WORD value, void *arg) -> D_WORD {
+    *static_cast<std::string *>(arg) += reinterpret_cast<const char *>(key) + std::string(key == value ? " " : "! ");
+    return 0;
+  };
+  DutOptionLegValTraverse(color, collect, &seen);
+  EXPECT_TRUE(seen == "green red " || seen == "red green ") << seen;
+  ASSERT_TRUE(DutOptionSetEnum(color, "GREEN"));
+  EXPECT_FAILS(DutOptionSetEnum(color, "blue"), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_STREQ(Stored(color), "GREEN");
+  // Setting by name skips the legal-value check.
+  ASSERT_NE(DutOptionSet("color", "blue"), nullptr);
+  EXPECT_STREQ(Stored(color), "blue");
+}
+
+// A verify function that checks the number was cleared before the call,
+// then refuses with g_verify_error (0: without a number) or accepts (-1).
+D_INT4 g_verify_error = 0;
+D_BOOL Verify(D_OPTION *, void *, void *) {
+  EXPECT_EQ(DutErrNumGet(), 0);
+  if (g_verify_error > 0) DutErrNumSet(g_verify_error);
+  return g_verify_error < 0 ? D_TRUE : D_FALSE;
+}
+
+// A change is refused when read-only, when unknown is given to a required
+// option, and when the verify function refuses ("verify failed" unless it
+// set its own number); refused changes keep the value and call nobody. The
+// library's own verify functions pass unknown and refuse with their
+// numbers.
+TEST(OptionCommit, ReadOnlyRequiredAndVerify) {
+  OutputCapture capture;
+  D_OPTION *n = DutOptionCreate("c_num", D_OPT_TYPE_NUMERIC);
+  ASSERT_TRUE(DutOptionSetNum(n, 1.0) && DutOptionChangeCbCreate(n, Count, 0));
+  g_calls = 0;
+  ASSERT_TRUE(DutOptionSetReadOnly(n, 1));
+  EXPECT_FAILS(DutOptionSetNum(n, 2.0), D_FALSE, D_ERR_READ_ONLY);
+  ASSERT_TRUE(DutOptionSetReadOnly(n, 0) && DutOptionSetRequired(n, 1));
+  EXPECT_FAILS(DutOptionSetUnknown(n), D_FALSE, D_ERR_VAL_REQUIRED);
+  ASSERT_TRUE(DutOptionSetRequired(n, 0) && DutOptionSetVerifyFunc(n, Verify, nullptr));
+  D_OPTION_VERIFY_FUNC func = nullptr;
+  EXPECT_TRUE(DutOptionGetVerifyFunc(n, &func) && func == &Verify);
+  g_verify_error = 0;
+  DutErrNumSet(D_ERR_TIMEOUT_REACHED);
+  EXPECT_FALSE(DutOptionSetNum(n, 3.0));
+  EXPECT_EQ(DutErrNumGet(), D_ERR_VERIFY_FAILED);
+  g_verify_error = D_ERR_VAL_INVALID;
+  EXPECT_FAILS(DutOptionSetNum(n, 4.0), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_TRUE(Num(n) == 1.0 && g_calls == 0);
+  g_verify_error = -1;
+  ASSERT_TRUE(DutOptionSetUnknown(n));
+  EXPECT_EQ(g_calls, 1);
+  ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyNonNeg, nullptr) && DutOptionSetUnknown(n));
+  EXPECT_FAILS(DutOptionSetNum(n, -0.5), D_FALSE, D_ERR_VAL_TOO_SMALL);
+  ASSERT_TRUE(DutOptionSetVerifyFunc(n, DutOptionVerifyInt2, nullptr) && DutOptionSetUnknown(n));
+  EXPECT_FAILS(DutOptionSetNum(n, -32769), D_FALSE, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutOptionSetStr(DutOptionLookup("real_number_format"), "%gx"), D_FALSE, D_ERR_VAL_INVALID);
+}
+
+// Records "<arg>=<value in the option>" per call, and checks that the data
+// record carries the callback being called and the stored value.
+std::string g_seen;
+void Observe(void *object, void *data, D_WORD arg) {
+  auto *option = static_cast<D_OPTION *>(object);
+  auto *change = static_cast<D_OPTION_CHANGE_DATA *>(data);
+  D_WORD own_arg = 0;
+  EXPECT_TRUE(DutCbGetArgument(change->cb, &own_arg) && own_arg == arg);
+  EXPECT_EQ(change->value, D_GOPT_VALUE(option));
+  g_seen += reinterpret_cast<const char *>(arg) +
+            (D_GOPT_KNOWN(option) ? "=" + std::to_string(Num(option)) : std::string("=?")) + " ";
+}
+
+TEST(OptionChangeCallbacks, OwnAndGlobalMergedByPriorityAfterTheStore) {
+  D_OPTION *n = DutOptionCreate("cb_num", D_OPT_TYPE_NUMERIC);
+  D_OPTION *other = DutOptionCreate("cb_other", D_OPT_TYPE_NUMERIC);
+  static const char kOwn[] = "own", kGlobal[] = "global";
+  D_CB *own = DutOptionChangeCbCreate(n, Observe, reinterpret_cast<D_WORD>(kOwn));
+  D_CB *global = DutOptionChangeCbCreate(nullptr, Observe, reinterpret_cast<D_WORD>(kGlobal));
+  ASSERT_TRUE(own && global && DutOptionChangeCbLookup(n, Observe, reinterpret_cast<D_WORD>(kOwn)) == own);
+  EXPECT_FAILS(DutOptionChangeCbLookup(n, nullptr, 0), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutOptionChangeCbCreate(n, nullptr, 0), nullptr, D_ERR_NULL_PTR);
+  ASSERT_TRUE(DutCbSetPriority(global, 5));
+  auto seen = [](auto change) {
+    g_seen.clear();
+    change();
+    return g_seen;
+  };
+  EXPECT_EQ(seen([&] { ASSERT_TRUE(DutOptionSetNum(n, 7.5)); }), "global=7.500000 own=7.500000 ");
+  ASSERT_TRUE(DutCbSetPriority(own, 9));
+  EXPECT_EQ(seen([&] { ASSERT_TRUE(DutOptionSetUnknown(n)); }), "own=? global=? ");
+  // The global callback runs for every option, the own one only for n.
+  EXPECT_EQ(seen([&] { ASSERT_TRUE(DutOptionSetNum(other, 1.0)); }), "global=1.000000 ");
+  DutCbDestroy(global);
+}
+
+TEST(OptionChangeCallbacks, CopyCallbacksMirrorIntoVariables) {
+  D_OPTION *n = DutOptionCreate("mirror_num", D_OPT_TYPE_NUMERIC);
+  D_OPTION *b = DutOptionCreate("mirror_bool", D_OPT_TYPE_BOOLEAN);
+  D_INT4 as_int = 99, as_int4 = 99, as_bool = 99;
+  ASSERT_NE(DutOptionChangeCbCreate(n, DutCbOptionCopyInt, reinterpret_cast<D_WORD>(&as_int)), nullptr);
+  ASSERT_NE(DutOptionChangeCbCreate(n, DutCbOptionCopyInt4, reinterpret_cast<D_WORD>(&as_int4)), nullptr);
+  ASSERT_NE(DutOptionChangeCbCreate(b, DutCbOptionCopyBool, reinterpret_cast<D_WORD>(&as_bool)), nullptr);
+  const struct {
+    D_REAL8 value;
+    D_INT4 expected;
+  } cases[] = {{3.9, 3}, {-2.7, -2}, {1e12, INT_MAX}, {-1e12, INT_MIN}, {std::nan(""), 0}};
+  for (const auto &c : cases) {
+    ASSERT_TRUE(DutOptionSetNum(n, c.value));
+    EXPECT_EQ(as_int, c.expected) << c.value;
+    EXPECT_EQ(as_int4, c.expected) << c.value;
+  }
+  ASSERT_TRUE(DutOptionSetBool(b, 1));
+  EXPECT_EQ(as_bool, 1);
+}
+
+// By name: no type checks on the stored copy, and a printed line for each
+// kind of failure.
+TEST(OptionByName, SetUnsetAndNumericHelpers) {
+  OutputCapture capture;
+  D_OPTION *b = DutOptionCreate("n_bool", D_OPT_TYPE_BOOLEAN);
+  D_OPTION *n = DutOptionCreate("n_num", D_OPT_TYPE_NUMERIC);
+  D_OPTION *nl = DutOptionCreate("n_numlist", D_OPT_TYPE_NUMERIC_LIST);
+  D_INT4 five = 5;  // no 0/1 check by name
+  void *stored = DutOptionSet("N_BOOL", &five);
+  EXPECT_TRUE(stored == D_GOPT_VALUE(b) && *static_cast<D_INT4 *>(stored) == 5);
+  D_REAL8 one = 1.0;
+  EXPECT_TRUE(DutOptionSet("n_numlist", &one) == nullptr && !D_GOPT_KNOWN(nl));
+  EXPECT_EQ(DutOptionGetNumValue("n_num"), 0.0);  // unknown value
+  ASSERT_NE(DutOptionSetNumValue("n_num", 2.25), nullptr);
+  EXPECT_EQ(DutOptionGetNumValue("N_Num"), 2.25);
+  EXPECT_EQ(DutOptionGetValue("n_num"), D_GOPT_VALUE(n));
+  EXPECT_EQ(capture.Take(),
+            "WARNING: utOptionSet: cannot set option <n_numlist>.\n"
+            "WARNING: utOptionSet: setting type 5 not implemented.\n");
+  EXPECT_TRUE(!DutOptionSet("nothing_here", &five) && DutOptionGetNumValue("missing") == 0.0 &&
+              !DutOptionSetNumValue("n_bool", 1.0) && !DutOptionGetValue("missing") && !DutOptionUnset("missing"));
+  EXPECT_EQ(capture.Take(),
+            "DutOptionSet: unknown option <nothing_here>\n"
+            "DutOptionSetNumValue: Unknown option: missing\n"
+            "DutOptionSetNumValue: option n_bool not numeric\n"
+            "WARNING: DutOptionGetValue: unknown option <missing>.\n"
+            "Cannot unset <missing>: no such option.\n");
+  EXPECT_TRUE(DutOptionUnset("n_num"));
+  EXPECT_EQ(DutOptionGetValue("n_num"), nullptr);
+}
+
+TEST(OptionDeath, AssertionsOnNullsWrongTypesAndUnknownCopies) {
+  OPT_EXPECT_ASSERTION(DutOptionSet("editor", nullptr), "option_value != NULL");
+  OPT_EXPECT_ASSERTION(DutOptionSort(nullptr), "num_options_return != NULL");
+  OPT_EXPECT_ASSERTION(DutOptionDump(nullptr, nullptr), "output_func");
+  OPT_EXPECT_ASSERTION(DutOptionLegValTraverse(DutOptionLookup("editor"),
+                                               [](D_WORD, D_WORD, void *) -> D_WORD { return 0; }, nullptr),
+                       "D_GOPT_TYPE\\(option\\) == D_OPT_TYPE_ENUM");
+  static D_INT4 target = 0;
+  D_OPTION *b = DutOptionCreate("mirror_gone", D_OPT_TYPE_BOOLEAN);
+  ASSERT_NE(DutOptionChangeCbCreate(b, DutCbOptionCopyBool, reinterpret_cast<D_WORD>(&target)), nullptr);
+  OPT_EXPECT_ASSERTION(DutOptionSetUnknown(b), "data->value != NULL");
+}
+
+TEST(OptionTypes, WordsAndBadType) {
+  OutputCapture capture;
+  const char *expected[] = {"boolean", "enumerated", "numeric", "string", "enumerated list", "numeric list",
+                            "string list", "bad type"};
+  for (D_INT4 t = 0; t < 8; ++t) EXPECT_STREQ(DutOptionTypeToStr(t), expected[t]);
+  EXPECT_EQ(capture.Take(), "WARNING: DutOptionTypeToStr: bad option type 7.\n");
+  EXPECT_STREQ(DutOptionTypeToStr(-1), "bad type");
+}
+
+TEST(OptionThreads, ConcurrentCreationAndLookup) {
+  ASSERT_TRUE(DutInitThreads());
+  constexpr int kThreads = 4, kEach = 50;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < kEach; ++i) {
+        std::string name = "thr_" + std::to_string(t) + "_" + std::to_string(i);
+        D_OPTION *o = DutOptionCreate(name.c_str(), D_OPT_TYPE_NUMERIC);
+        EXPECT_TRUE(o != nullptr && DutOptionLookup(name.c_str()) == o) << name;
+      }
+    });
+  }
+  for (auto &th : threads) th.join();
+  D_INT4 count = 0;
+  D_OPTION **sorted = DutOptionSort(&count);
+  int ours = 0;
+  for (D_INT4 i = 0; i < count; ++i) ours += std::strncmp(sorted[i]->name, "thr_", 4) == 0;
+  EXPECT_EQ(ours, kThreads * kEach);
+  DutFreeCheck(sorted, "sorted", __FILE__, __LINE__);
+}
+
+// Items are identifiers, strings or file names; an error after some items
+// frees them and keeps the old list; so does a refused list.
+TEST(OptionParse, ListsInOrderAndErrorsKeepTheOldList) {
+  D_OPTION *el = DutOptionCreate("p_enumlist", D_OPT_TYPE_ENUM_LIST);
+  D_OPTION *sl = DutOptionCreate("p_strlist", D_OPT_TYPE_STRING_LIST);
+  const D_OPTION_STR_NODE *first = nullptr;
+  EXPECT_EQ(Parse(el, "tcp, udp ,Local"), ParseEnd::Committed);
+  EXPECT_EQ(Parse(el, "a, b, , c"), ParseEnd::LexError);
+  EXPECT_EQ(Parse(sl, "\"x y\", /tmp/z.log"), ParseEnd::Committed);
+  EXPECT_EQ(Parse(sl, "\"ok\", \"broken"), ParseEnd::LexError);
+  ASSERT_TRUE(DutOptionSetReadOnly(el, 1));
+  EXPECT_EQ(Parse(el, "a, b"), ParseEnd::Refused);
+  EXPECT_EQ(DutErrNumGet(), D_ERR_READ_ONLY);
+  ASSERT_TRUE(DutOptionGetEnumList(el, &first));
+  EXPECT_EQ(Items(first), (Strings{"tcp", "udp", "Local"}));
+  EXPECT_STREQ(DutOptionValToStr(sl), "\"x y\", \"/tmp/z.log\"");
+  EXPECT_FAILS(DutOptionValToStr(nullptr), nullptr, D_ERR_NULL_PTR);
+}
+
+// One option by name, or all but the hidden ones sorted by name.
+TEST(OptionText, DumpOneOrAllButTheHiddenSortedByName) {
+  ASSERT_TRUE(DutOptionSetStr(DutOptionCreate("d_visible", D_OPT_TYPE_STRING), "v"));
+  DutOptionCreate("_d_hidden", D_OPT_TYPE_BOOLEAN);
+  DutOptionCreate("aaa_first", D_OPT_TYPE_NUMERIC);
+  auto dump = [](const char *name, D_BOOL expected) {
+    opttest::Captured().clear();
+    EXPECT_EQ(DutOptionDump(name, opttest::PrintToCapture), expected) << (name ? name : "all");
+    return opttest::Captured();
+  };
+  EXPECT_EQ(dump("D_VISIBLE", D_TRUE) + dump("_d_hidden", D_TRUE) + dump("nope", D_FALSE),
+            "d_visible \"v\"\n_d_hidden UNKNOWN\nNo option named <nope>\n");
+  const std::string all = dump(nullptr, D_TRUE);
+  EXPECT_EQ(all.find("_d_hidden"), std::string::npos);
+  EXPECT_EQ(all.find("aaa_first UNKNOWN\n"), 0u);
+  EXPECT_LT(all.find("\nbackup_name UNKNOWN\n"), all.find("\nd_visible \"v\"\n"));
+  EXPECT_LT(all.find("\nd_visible \"v\"\n"), all.find("\neditor \"vi\"\n"));
+}
+
+TEST(OptionRealFormat, RealToStrFollowsTheOption) {
+  opttest::OutputCapture capture;
+  ASSERT_NE(DutOptionSet("real_number_format", "%.3f"), nullptr);
+  char buffer[64];
+  EXPECT_EQ(DutRealToStrCopy(-1.0, buffer), buffer);
+  EXPECT_STREQ(buffer, "-1.000");
+  ASSERT_TRUE(DutOptionSetStr(DutOptionLookup("real_number_format"), "OvErRiDe:%.1e"));
+  EXPECT_STREQ(DutRealToStr(2.5), "2.5e+00");
+  EXPECT_FAILS(DutRealToStrCopy(1.0, nullptr), nullptr, D_ERR_NULL_PTR);
+  OPT_EXPECT_ASSERTION(
+      {
+        DutOptionDestroy(DutOptionLookup("real_number_format"));
+        DutRealToStr(1.0);
+      },
+      "D_NULL != utRealNumberFormat");
+}
+
+namespace fs = std::filesystem;
+
+TEST(OptionLogFile, KindIsRequired) {
+  D_OPTION *log = DutOptionCreate("lf_nokind", D_OPT_TYPE_STRING);
+  ASSERT_TRUE(DutOptionSetVerifyFunc(log, DutOptionVerifyLogFile, nullptr));
+  OPT_EXPECT_ASSERTION(DutOptionSetStr(log, "/tmp/vq_optlog_nokind.log"), "D_NULL != arg");
+}
+
+}  // namespace

@@ -17,10 +17,7 @@
 
 namespace {
 
-std::string &printed() {
-  static std::string text;
-  return text;
-}
+std::string printed;
 
 void collect(const char *format, ...) {
   va_list args;
@@ -28,7 +25,7 @@ void collect(const char *format, ...) {
   char line[512];
   std::vsnprintf(line, sizeof line, format, args);
   va_end(args);
-  printed() += line;
+  printed += line;
 }
 
 D_QUARK quarkOf(const std::string &text) {
@@ -37,10 +34,10 @@ D_QUARK quarkOf(const std::string &text) {
   return quark;
 }
 
-std::string stringOf(D_QUARK quark) {
+const char *stringOf(D_QUARK quark) {
   const char *text = nullptr;
   EXPECT_EQ(DutQuarkToStr(quark, &text), D_TRUE) << quark;
-  return text == nullptr ? std::string("<null>") : std::string(text);
+  return text == nullptr ? "<null>" : text;
 }
 
 TEST(QuarkDeathTest, FreshProcessStartsAtOneWithNoTables) {
@@ -51,9 +48,8 @@ TEST(QuarkDeathTest, FreshProcessStartsAtOneWithNoTables) {
       {
         const char *text = nullptr;
         bool ok = DutQuarkToStr(1, &text) == D_FALSE && DutErrNumGet() == D_ERR_DOESNT_EXIST;
-        printed().clear();
         ok = ok && DutQuarkTablePrint(collect) == D_TRUE &&
-             printed() == "Printing quark table.\n  quark tables do not exist.\n";
+             printed == "Printing quark table.\n  quark tables do not exist.\n";
         D_QUARK first = 0;
         D_QUARK second = 0;
         ok = ok && DutStrToQuark("first", &first) == D_TRUE && first == 1;
@@ -63,58 +59,42 @@ TEST(QuarkDeathTest, FreshProcessStartsAtOneWithNoTables) {
       ::testing::ExitedWithCode(0), "");
 }
 
-TEST(Quark, CaseFoldsAndKeepsTheFirstSpelling) {
-  const D_QUARK q = quarkOf("MixedCase.Name");
-  EXPECT_GE(q, 1);
-  EXPECT_EQ(quarkOf("mixedcase.name"), q);
-  EXPECT_EQ(quarkOf("MIXEDCASE.NAME"), q);
-  EXPECT_EQ(stringOf(q), "MixedCase.Name");
-  EXPECT_EQ(quarkOf("another quark text"), q + 1);
-
-  // The library's copy is stable and not the caller's buffer.
-  char caller[] = "Owned By Caller";
-  const D_QUARK owned = quarkOf(caller);
+// The first spelling is kept, in the library's own stable copy.
+TEST(Quark, CaseFoldsListsEveryQuarkOnceAndKeepsTheFirstSpelling) {
+  char caller[] = "Listed Alpha";
+  const D_QUARK a = quarkOf(caller);
   caller[0] = 'X';
-  const char *first = nullptr, *again = nullptr;
-  ASSERT_EQ(DutQuarkToStr(owned, &first), D_TRUE);
-  ASSERT_EQ(DutQuarkToStr(owned, &again), D_TRUE);
-  EXPECT_EQ(first, again);
-  EXPECT_STREQ(first, "Owned By Caller");
+  EXPECT_EQ(quarkOf("LISTED ALPHA"), a);
+  EXPECT_EQ(quarkOf("listed alpha"), a);
+  const D_QUARK b = quarkOf("Listed Beta");
+  EXPECT_EQ(b, a + 1);
+  EXPECT_STREQ(stringOf(a), "Listed Alpha");
+  EXPECT_EQ(stringOf(a), stringOf(a));
+  printed.clear();
+  ASSERT_EQ(DutQuarkTablePrint(collect), D_TRUE);
+  EXPECT_EQ(printed.rfind("Printing quark table.\n", 0), 0U);
+  const std::string line_a = "  quark " + std::to_string(a) + " = string <Listed Alpha>\n";
+  ASSERT_NE(printed.find(line_a), std::string::npos) << printed;
+  EXPECT_EQ(printed.find(line_a, printed.find(line_a) + 1), std::string::npos);
+  EXPECT_NE(printed.find("  quark " + std::to_string(b) + " = string <Listed Beta>\n"), std::string::npos);
+  // One line per quark given out so far, after the heading.
+  EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 1 + b);
 }
 
 TEST(Quark, ErrorNumbers) {
-  using strings_test::errAfter;
   const D_QUARK known = quarkOf("known for errors");
   D_QUARK q = 0;
   const char *text = nullptr;
-  EXPECT_EQ(errAfter([&] { EXPECT_FALSE(DutStrToQuark(nullptr, &q)); }), D_ERR_NULL_PTR);
-  EXPECT_EQ(errAfter([&] { EXPECT_FALSE(DutStrToQuark("x", nullptr)); }), D_ERR_NULL_PTR);
-  EXPECT_EQ(errAfter([&] { EXPECT_FALSE(DutQuarkToStr(0, &text)); }), D_ERR_VAL_TOO_SMALL);
-  EXPECT_EQ(errAfter([&] { EXPECT_FALSE(DutQuarkToStr(-7, &text)); }), D_ERR_VAL_TOO_SMALL);
-  EXPECT_EQ(errAfter([&] { EXPECT_FALSE(DutQuarkToStr(known, nullptr)); }), D_ERR_NULL_PTR);
-  EXPECT_EQ(errAfter([&] { EXPECT_FALSE(DutQuarkToStr(known + 1000, &text)); }), D_ERR_DOESNT_EXIST);
-  EXPECT_EQ(errAfter([&] { EXPECT_FALSE(DutQuarkTablePrint(nullptr)); }), D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutStrToQuark(nullptr, &q), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutStrToQuark("x", nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutQuarkToStr(0, &text), D_FALSE, D_ERR_VAL_TOO_SMALL);
+  EXPECT_FAILS(DutQuarkToStr(known, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutQuarkToStr(known + 1000, &text), D_FALSE, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutQuarkTablePrint(nullptr), D_FALSE, D_ERR_NULL_PTR);
   // Making a new quark leaves the caller's error number alone.
   DutErrNumSet(D_ERR_TIMEOUT_REACHED);
   quarkOf("a brand new text for the error test");
   EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
-}
-
-TEST(Quark, TableListsEveryQuarkOnce) {
-  const D_QUARK a = quarkOf("Listed Alpha");
-  const D_QUARK b = quarkOf("Listed Beta");
-  quarkOf("LISTED ALPHA");
-  printed().clear();
-  ASSERT_EQ(DutQuarkTablePrint(collect), D_TRUE);
-  const std::string &text = printed();
-  EXPECT_EQ(text.rfind("Printing quark table.\n", 0), 0U);
-  const std::string line_a = "  quark " + std::to_string(a) + " = string <Listed Alpha>\n";
-  ASSERT_NE(text.find(line_a), std::string::npos) << text;
-  EXPECT_EQ(text.find(line_a, text.find(line_a) + 1), std::string::npos);
-  EXPECT_NE(text.find("  quark " + std::to_string(b) + " = string <Listed Beta>\n"), std::string::npos);
-  EXPECT_EQ(text.find("LISTED ALPHA"), std::string::npos);
-  // One line per quark given out so far, after the heading.
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + b);
 }
 
 TEST(Quark, ConcurrentInterningAgreesAcrossThreads) {
@@ -138,10 +118,8 @@ TEST(Quark, ConcurrentInterningAgreesAcrossThreads) {
   std::sort(distinct.begin(), distinct.end());
   EXPECT_EQ(std::unique(distinct.begin(), distinct.end()), distinct.end());
   for (int t = 1; t < kThreads; ++t) EXPECT_EQ(seen[static_cast<size_t>(t)], seen[0]) << "thread " << t;
-  for (int n = 0; n < kNames; ++n) {
-    EXPECT_STRCASEEQ(stringOf(seen[0][static_cast<size_t>(n)]).c_str(),
-                     ("concurrent-" + std::to_string(n)).c_str());
-  }
+  for (int n = 0; n < kNames; ++n)
+    EXPECT_STRCASEEQ(stringOf(seen[0][static_cast<size_t>(n)]), ("concurrent-" + std::to_string(n)).c_str());
 }
 
 }  // namespace

@@ -37,9 +37,10 @@ Window Around(Body body) {
   return w;
 }
 
-// Asks fatal errors to return, and sends their reports to a new file.
+// Asks fatal errors to return (the variable may be set to anything, even
+// empty), and sends their reports to a new file.
 std::FILE *ContinueIntoFile() {
-  ::setenv("VQ_FATAL_ERROR_CONTINUE", "1", 1);
+  ::setenv("VQ_FATAL_ERROR_CONTINUE", "", 1);
   std::FILE *report = std::tmpfile();
   EXPECT_TRUE(report != nullptr && DutSetFatalErrorFile(report));
   return report;
@@ -77,59 +78,38 @@ std::string Codes(long number, long c_err, long os_err, long socket_err) {
   return ::testing::AssertionSuccess();
 }
 
-TEST(FatalReport, ContinuePathWritesTheWholeReportAndReturns) {
+// Continuing is checked before aborting. Each report goes to the fatal
+// error file, naming the open debug file, and to the debug file itself,
+// never through the output function; the guard is cleared after each, so
+// a second fatal error reports again.
+TEST(FatalReport, ContinuePathReportsToBothFilesAndReturns) {
   RunClean([] {
     std::FILE *report = ContinueIntoFile();
-    ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);  // continue is checked first
-    vqtest::OutputCapture capture;
-    SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
-    const Window w = Around([] { DutFatalError("broken %s %d", "thing", 3); });
-    std::string rest;
-    EXPECT_TRUE(MatchReport(ReadStream(report), "broken thing 3", w,
-                            Codes(D_ERR_DOESNT_EXIST, EACCES, 5, 10054), &rest));
-    EXPECT_EQ(rest, "Continuing execution.\n");
-    EXPECT_EQ(capture.Take(), "");  // never through the output function
-  });
-}
-
-TEST(FatalReport, AssertionTextAndASecondReportAfterContinuing) {
-  RunClean([] {
-    std::FILE *report = ContinueIntoFile();
-    ::setenv("VQ_FATAL_ERROR_CONTINUE", "", 1);  // set to anything, even empty
-    SetAllFour(0, 0, 0, 0);
-    const Window w = Around([] {
-      EXPECT_EQ(DutAssert(0, "p != NULL", "list.c", 77), 0);
-      // The guard was cleared, so a second fatal error reports again.
-      DutErrNumSet(D_ERR_VAL_INVALID);
-      DutFatalError("second");
-    });
-    std::string rest, tail;
-    ASSERT_TRUE(MatchReport(ReadStream(report), "Assertion <p != NULL> failed, file: list.c, line 77",
-                            w, Codes(0, 0, 0, 0), &rest));
-    const std::string continuing = "Continuing execution.\n";
-    ASSERT_EQ(rest.compare(0, continuing.size(), continuing), 0) << rest;
-    ASSERT_TRUE(MatchReport(rest.substr(continuing.size()), "second", w,
-                            Codes(D_ERR_VAL_INVALID, 0, 0, 0), &tail));
-    EXPECT_EQ(tail, continuing);
-  });
-}
-
-TEST(FatalReport, OpenDebugFileGetsTheReportAndIsNamed) {
-  RunClean([] {
-    std::FILE *report = ContinueIntoFile();
+    ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
     DutDebugOpen("crash");
     DutDebug("earlier\n");
-    SetAllFour(D_ERR_EOF, 0, 0, 0);
-    const Window w = Around([] { DutFatalError("out of %s", "luck"); });
-    const std::string codes = Codes(D_ERR_EOF, 0, 0, 0);
-    std::string rest;
-    ASSERT_TRUE(MatchReport(ReadStream(report), "out of luck", w, codes, &rest));
-    EXPECT_EQ(rest, "See debug file: crash.dbg\nContinuing execution.\n");
-
-    const std::string logged = ReadFile("crash.dbg");
+    vqtest::OutputCapture capture;
+    const std::string assertion = "Assertion <p != NULL> failed, file: list.c, line 77";
+    const std::string codes[] = {Codes(D_ERR_DOESNT_EXIST, EACCES, 5, 10054), Codes(D_ERR_VAL_INVALID, 0, 0, 0)};
+    SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
+    const Window w = Around([] {
+      DutFatalError("broken %s %d", "thing", 3);
+      SetAllFour(D_ERR_VAL_INVALID, 0, 0, 0);
+      EXPECT_EQ(DutAssert(0, "p != NULL", "list.c", 77), 0);
+    });
+    EXPECT_EQ(capture.Take(), "");
+    std::string reported = ReadStream(report), logged = ReadFile("crash.dbg");
     ASSERT_EQ(logged.compare(0, 8, "earlier\n"), 0) << logged;
-    ASSERT_TRUE(MatchReport(logged.substr(8), "out of luck", w, codes, &rest));
-    EXPECT_EQ(rest, "");
+    logged.erase(0, 8);
+    for (int i = 0; i < 2; ++i) {
+      const std::string message = i == 0 ? "broken thing 3" : assertion;
+      ASSERT_TRUE(MatchReport(reported, message, w, codes[i], &reported));
+      const std::string tail = "See debug file: crash.dbg\nContinuing execution.\n";
+      ASSERT_EQ(reported.compare(0, tail.size(), tail), 0) << reported;
+      reported.erase(0, tail.size());
+      ASSERT_TRUE(MatchReport(logged, message, w, codes[i], &logged));
+    }
+    EXPECT_EQ(reported + logged, "");
   });
 }
 

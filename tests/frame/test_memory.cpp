@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -26,51 +27,42 @@ std::string Address(const void *block) {
   return std::to_string(static_cast<long>(reinterpret_cast<D_WORD>(block)));
 }
 
+// Zero sizes give distinct, usable blocks; a zero-size reallocation never
+// frees. Calloc zeroes, realloc keeps the contents it can, and a null
+// block reallocates as an allocation.
 TEST(MemoryLower, ZeroSizesCallocAndRealloc) {
   auto *a = static_cast<unsigned char *>(DutMalloc(0));
   auto *b = static_cast<unsigned char *>(DutMalloc(0));
   auto *c = static_cast<unsigned char *>(DutCalloc(0));
   ASSERT_TRUE(a && b && c);
-  EXPECT_NE(a, b);
-  EXPECT_NE(c, a);
-  a[0] = 0xA5;
+  EXPECT_TRUE(a != b && a != c);
   b[0] = 0x5A;
-  EXPECT_EQ(a[0], 0xA5);
   EXPECT_EQ(c[0], 0);
-  // A zero size never frees: the block comes back with room for one byte.
   auto *d = static_cast<unsigned char *>(DutRealloc(a, 0));
   ASSERT_NE(d, nullptr);
   d[0] = 0x11;
-  for (void *block : {static_cast<void *>(d), static_cast<void *>(b), static_cast<void *>(c)})
-    DutFree(block);
+  for (void *block : {static_cast<void *>(d), static_cast<void *>(b), static_cast<void *>(c)}) DutFree(block);
 
   auto *block = static_cast<unsigned char *>(DutCalloc(64));
   ASSERT_NE(block, nullptr);
-  for (int i = 0; i < 64; ++i) {
-    EXPECT_EQ(block[i], 0) << i;
-    block[i] = static_cast<unsigned char>(i);
+  EXPECT_EQ(std::vector<unsigned char>(block, block + 64), std::vector<unsigned char>(64));
+  for (int i = 0; i < 64; ++i) block[i] = static_cast<unsigned char>(i);
+  for (int size : {4096, 8}) {
+    block = static_cast<unsigned char *>(DutRealloc(block, size));
+    ASSERT_NE(block, nullptr);
+    for (int i = 0; i < std::min(size, 64); ++i) EXPECT_EQ(block[i], i) << size;
   }
-  block = static_cast<unsigned char *>(DutRealloc(block, 4096));
-  ASSERT_NE(block, nullptr);
-  for (int i = 0; i < 64; ++i) EXPECT_EQ(block[i], i) << i;
-  block = static_cast<unsigned char *>(DutRealloc(block, 8));
-  ASSERT_NE(block, nullptr);
-  for (int i = 0; i < 8; ++i) EXPECT_EQ(block[i], i) << i;
   DutFree(block);
-  void *fresh = DutRealloc(nullptr, 16);  // behaves as an allocation
-  ASSERT_NE(fresh, nullptr);
-  DutFree(fresh);
+  block = static_cast<unsigned char *>(DutRealloc(nullptr, 16));
+  ASSERT_NE(block, nullptr);
+  DutFree(block);
   DutFree(nullptr);
 }
 
-TEST(MemoryChecked, TraceLinesOnlyWithTracingAndInTheExactFormat) {
+TEST(MemoryChecked, TraceLinesOnlyWithTracingInTheExactFormatAndFreeingNull) {
   RunClean([] {
     ASSERT_EQ(DutGetDebugFlags()[D_DEBUG_MEMORY], 0);
-    void *quiet = DutMallocCheck(24, "node", "x.c", 7);
-    ASSERT_NE(quiet, nullptr);
-    quiet = DutReallocCheck(quiet, 48, "node", "x.c", 8);
-    DutFreeCheck(quiet, "node", "x.c", 9);
-    DutFreeCheck(DutCallocCheck(0, "z", "x.c", 10), "z", "x.c", 11);
+    DutFreeCheck(DutReallocCheck(DutCallocCheck(0, "z", "x.c", 10), 48, "z", "x.c", 8), "z", "x.c", 11);
     // With tracing off nothing was written, so the debug file never opened.
     EXPECT_EQ(DutDebugFilePtr(), nullptr);
 
@@ -108,16 +100,7 @@ TEST(MemoryChecked, TraceLinesOnlyWithTracingAndInTheExactFormat) {
                 std::to_string(free_line) + "\n";
     EXPECT_EQ(ReadFile("mem.dbg"), expected);
 
-    DutGetDebugFlags()[D_DEBUG_MEMORY] = 0;
-    DutFreeCheck(DutMallocCheck(8, "quiet", "q.c", 1), "quiet", "q.c", 2);
-    EXPECT_EQ(ReadFile("mem.dbg"), expected);
-  });
-}
-
-TEST(MemoryChecked, FreeingNullWarnsAndGoesOn) {
-  RunClean([] {
-    DutDebugOpen("mem");
-    DutGetDebugFlags()[D_DEBUG_MEMORY] = 1;
+    // Freeing null warns, into the debug file as well, and goes on.
     vqtest::OutputCapture capture;
     DutFreeCheck(nullptr, "gone", "z.c", 3);
     const std::string shown = capture.Take();
@@ -126,10 +109,9 @@ TEST(MemoryChecked, FreeingNullWarnsAndGoesOn) {
         std::regex("^WARNING: Internal validation <\\(var\\) != NULL> failed, file: util\\.c, "
                    "line [0-9]+\nWARNING: Please report this to Quandrel Technical Support\\.\n")))
         << shown;
-    const std::string logged = ReadFile("mem.dbg");
+    const std::string logged = ReadFile("mem.dbg").substr(expected.size());
     EXPECT_NE(logged.find("Internal validation <(var) != NULL> failed"), std::string::npos);
     const std::string trace = "D_FREE: gone (0): file z.c, line 3\n";
-    ASSERT_GE(logged.size(), trace.size());
     EXPECT_EQ(logged.substr(logged.size() - trace.size()), trace) << logged;
   });
 }

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "support/output_capture.hpp"
 #include "child.hpp"
@@ -25,26 +27,20 @@ using vqtest::RunClean;
 TEST(DebugOpen, NamingRules) {
   // absent: a file that must not have been made.
   const struct { const char *env, *given, *name; bool on_disk; const char *absent; } cases[] = {
-      {nullptr, "trace", "trace.dbg", true, "trace"},
-      {nullptr, "trace.dbg", "trace.dbg", true, "trace.dbg.dbg"},
-      {nullptr, "LOUD.DBG", "LOUD.DBG", true, "LOUD.DBG.dbg"},
-      {nullptr, "trace.log", "trace.log.dbg", true, "trace.log"},
-      {nullptr, "STDERR", "STDERR", false, "STDERR.dbg"},
+      {nullptr, "trace", "trace.dbg", true, "trace"}, {nullptr, "LOUD.DBG", "LOUD.DBG", true, "LOUD.DBG.dbg"},
+      {nullptr, "trace.log", "trace.log.dbg", true, "trace.log"}, {nullptr, "STDERR", "STDERR", false, "STDERR.dbg"},
       // The environment's name is used exactly as written.
-      {"trace", "other", "trace", true, "trace.dbg"},
-      {"StdErr", "other", "StdErr", false, "StdErr.dbg"}};
+      {"trace", "other", "trace", true, "trace.dbg"}, {"StdErr", "other", "StdErr", false, "StdErr.dbg"}};
   for (const auto &c : cases) {
     RunClean([&] {
       SCOPED_TRACE(c.given);
       if (c.env != nullptr) ::setenv("VQDEBUGFILENAME", c.env, 1);
       DutDebugOpen(c.given);
       FILE *stream = DutDebugFilePtr();
-      EXPECT_STREQ(DutDebugFileName(), c.name);
-      EXPECT_EQ(stream != nullptr && stream != stderr, c.on_disk);
-      EXPECT_EQ(fs::exists(c.name), c.on_disk);
+      EXPECT_EQ(std::tuple(std::string(DutDebugFileName()), stream != nullptr && stream != stderr, fs::exists(c.name)),
+                std::tuple(c.name, c.on_disk, c.on_disk));
       DutDebugOpen("two");  // a second open changes nothing
-      EXPECT_EQ(DutDebugFilePtr(), stream);
-      EXPECT_STREQ(DutDebugFileName(), c.name);
+      EXPECT_EQ(std::pair(DutDebugFilePtr(), std::string(DutDebugFileName())), std::pair(stream, std::string(c.name)));
       for (const char *absent : {c.absent, "other.dbg", "two.dbg"}) EXPECT_FALSE(fs::exists(absent)) << absent;
     });
   }
@@ -92,15 +88,13 @@ TEST(DebugFile, LifeOnDisk) {
     EXPECT_FAILS(DutDebugRename("old.dbg"), D_FALSE, D_ERR_ALREADY_EXISTS);
     FILE *stream = DutDebugFilePtr();
     ASSERT_TRUE(DutDebugRename("b.log"));
-    EXPECT_STREQ(DutDebugFileName(), "b.log");
-    EXPECT_EQ(DutDebugFilePtr(), stream);
-    EXPECT_FALSE(fs::exists("old.dbg"));
+    EXPECT_EQ(std::tuple(std::string(DutDebugFileName()), DutDebugFilePtr(), fs::exists("old.dbg")),
+              std::tuple("b.log", stream, false));
     DutDebug("after\n");
     EXPECT_EQ(ReadFile("b.log"), expected += "after\n");
 
     ASSERT_TRUE(DutDebugRename("stderr"));
-    EXPECT_EQ(DutDebugFilePtr(), stderr);
-    EXPECT_STREQ(DutDebugFileName(), "stderr");
+    EXPECT_EQ(std::pair(DutDebugFilePtr(), std::string(DutDebugFileName())), std::pair(stderr, std::string("stderr")));
     EXPECT_EQ(ReadFile("b.log"), expected);  // left on disk, not renamed
     ASSERT_TRUE(DutDebugRename("fresh"));  // from standard error: a new file
     DutDebug("into fresh\n");

@@ -55,22 +55,16 @@ TEST_F(PtrAryChange, EveryMutationReportsItsRecordAfterTheChange) {
   DutPtrArySort(array_, [](D_WORD a, D_WORD b) -> D_INT4 { return a < b ? -1 : (a > b ? 1 : 0); });
   DutPtrAryClear(array_, nullptr, nullptr);
   const std::vector<Change> expected{
-      {D_PTR_ARY_ITEM_ADDED, 10, 0, 0, -1, 1},
-      {D_PTR_ARY_ITEM_ADDED, 30, 1, 0, -1, 2},
-      {D_PTR_ARY_ITEM_ADDED, 20, 1, 0, -1, 3},
-      {D_PTR_ARY_ITEM_ADDED, 5, 0, 0, -1, 4},
+      {D_PTR_ARY_ITEM_ADDED, 10, 0, 0, -1, 1}, {D_PTR_ARY_ITEM_ADDED, 30, 1, 0, -1, 2},
+      {D_PTR_ARY_ITEM_ADDED, 20, 1, 0, -1, 3}, {D_PTR_ARY_ITEM_ADDED, 5, 0, 0, -1, 4},
       {D_PTR_ARY_ITEM_ADDED, 7, 1, 0, -1, 5},
       // Before the last item: the appended slot (count - 1), although the
       // new item sits at count - 2.
       {D_PTR_ARY_ITEM_ADDED, 9, 5, 0, -1, 6},
-      {D_PTR_ARY_ITEM_REMOVED, 7, 1, 0, -1, 5},
-      {D_PTR_ARY_ITEM_REMOVED, 20, 2, 0, -1, 4},
-      {D_PTR_ARY_ITEM_ADDED, 5, 4, 0, -1, 5},
-      {D_PTR_ARY_ALL_REMOVED, 5, -1, 0, -1, 3},  // one event for both
-      {D_PTR_ARY_ITEMS_SWAPPED, 30, 0, 10, 2, 3},
-      {D_PTR_ARY_ITEM_REPLACED, 6, 1, 0, -1, 3},
-      {D_PTR_ARY_SORTED, 0, -1, 0, -1, 3},
-      {D_PTR_ARY_CLEARED, 0, -1, 0, -1, 0},
+      {D_PTR_ARY_ITEM_REMOVED, 7, 1, 0, -1, 5}, {D_PTR_ARY_ITEM_REMOVED, 20, 2, 0, -1, 4},
+      {D_PTR_ARY_ITEM_ADDED, 5, 4, 0, -1, 5},   {D_PTR_ARY_ALL_REMOVED, 5, -1, 0, -1, 3},  // one event for both
+      {D_PTR_ARY_ITEMS_SWAPPED, 30, 0, 10, 2, 3}, {D_PTR_ARY_ITEM_REPLACED, 6, 1, 0, -1, 3},
+      {D_PTR_ARY_SORTED, 0, -1, 0, -1, 3},      {D_PTR_ARY_CLEARED, 0, -1, 0, -1, 0},
   };
   ASSERT_EQ(seen_.size(), expected.size());
   for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(seen_[i], expected[i]) << "change " << i;

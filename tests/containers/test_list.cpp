@@ -19,17 +19,9 @@ namespace {
 
 using Ints = std::vector<int>;
 
-// An intrusive node: the link word first, then the caller's data.
-struct Item {
-  Item *next;
-  int value;
-};
-
-struct DqItem {
-  DqItem *prev;
-  DqItem *next;
-  int value;
-};
+// Intrusive nodes: the link words first, then the caller's data.
+struct Item { Item *next; int value; };
+struct DqItem { DqItem *prev; DqItem *next; int value; };
 
 // Nodes the containers may free: taken from the library's allocator.
 Item *NewItem(int value) {
@@ -61,10 +53,10 @@ int PointerComesBefore(void *a, void *b) { return *static_cast<int *>(a) < *stat
 // Node first, key second: swapped arguments would read the key as a node.
 int ValueMatches(void *node, void *key) { return static_cast<Item *>(node)->value == *static_cast<int *>(key); }
 
-// Where an ordered insertion puts value: before the first greater one.
-template <class Seq, class Value>
-size_t InsertionPoint(const Seq &seq, Value value) {
-  return static_cast<size_t>(std::find_if(seq.begin(), seq.end(), [&](auto e) { return value(e); }) - seq.begin());
+// Index of the first element pred accepts, or the size.
+template <class Seq, class Pred>
+size_t FirstIndex(const Seq &seq, Pred pred) {
+  return static_cast<size_t>(std::find_if(seq.begin(), seq.end(), pred) - seq.begin());
 }
 
 // ---- Intrusive stack and list -------------------------------------------------
@@ -171,7 +163,7 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
           model.insert(model.begin(), node);
         } else {
           DutQueueInsert(&front, &rear, node, &ComesBefore);
-          const size_t pos = InsertionPoint(model, [&](Item *e) { return key < e->value; });
+          const size_t pos = FirstIndex(model, [&](Item *e) { return key < e->value; });
           model.insert(model.begin() + static_cast<long>(pos), node);
         }
         break;
@@ -187,7 +179,7 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
         if (at != model.end()) model.erase(at);
         break;
       default: {  // the front when it matches, else the left neighbour of the first match
-        const size_t match = InsertionPoint(model, [&](Item *e) { return e->value == key; });
+        const size_t match = FirstIndex(model, [&](Item *e) { return e->value == key; });
         Item *expected = match == model.size() ? nullptr : model[match == 0 ? 0 : match - 1];
         EXPECT_EQ(DutQueueLeftFind(&front, &rear, &key, &ValueMatches), expected);
       }
@@ -283,7 +275,7 @@ TEST(PointerQueue, RandomOperationsMatchAModel) {
         model.push_back(ptr);
         break;
       case 2: {  // the one-based position it took
-        const size_t pos = InsertionPoint(model, [&](void *e) { return *ptr < *static_cast<int *>(e); });
+        const size_t pos = FirstIndex(model, [&](void *e) { return *ptr < *static_cast<int *>(e); });
         EXPECT_EQ(DutPqInsert(&hdr, ptr, &PointerComesBefore), static_cast<D_INT4>(pos + 1));
         model.insert(model.begin() + static_cast<long>(pos), ptr);
         break;

@@ -234,7 +234,8 @@ TEST(LinkedDeque, InsertDetachPopPointerNodesAndClose) {
   EXPECT_EQ(std::pair(a.prev, a.next), std::pair(&b, &c));
   EXPECT_EQ(DutDqDetach(dq, dq), nullptr);  // never the sentinel
   EXPECT_EQ(DqValues(dq), (Ints{2, 3}));
-  EXPECT_EQ((std::tuple{DutDqPop(dq), DutDqPop(dq), dq->next, dq->prev}), std::tuple(&b, &c, dq, dq));  // from the front
+  // Pops from the front.
+  EXPECT_EQ((std::tuple{DutDqPop(dq), DutDqPop(dq), dq->next, dq->prev}), std::tuple(&b, &c, dq, dq));
 
   int x = 1, y = 2, absent = 0;
   D_PDQ_NODE *nx = DutAddPdqNode(dq, &x);

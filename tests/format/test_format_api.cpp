@@ -189,10 +189,11 @@ TEST(FormatZeros, NegativeZeroLosesItsSign) {
   for (D_INT4 order : {kLittle, kBig}) {
     const B4 neg4 = ieeeBytes(-0.0f, order != kHost);
     const B8 neg8 = ieeeBytes(-0.0, order != kHost);
-    for (auto [fn, to] : {std::pair<Convert, D_INT4>{DutSwapReal4IeeeToDecF, kLittle}, {DutSwapReal4IeeeToIbm370, kBig}})
+    using To = std::pair<Convert, D_INT4>;
+    for (auto [fn, to] : {To{DutSwapReal4IeeeToDecF, kLittle}, To{DutSwapReal4IeeeToIbm370, kBig}})
       EXPECT_EQ(B4{}, run(fn, neg4, order, to).bytes) << order;
-    for (auto [fn, to] : {std::pair<Convert, D_INT4>{DutSwapReal8IeeeToDecD, kLittle}, {DutSwapReal8IeeeToDecG, kLittle},
-                          {DutSwapReal8IeeeToIbm370, kBig}})
+    for (auto [fn, to] :
+         {To{DutSwapReal8IeeeToDecD, kLittle}, To{DutSwapReal8IeeeToDecG, kLittle}, To{DutSwapReal8IeeeToIbm370, kBig}})
       EXPECT_EQ(B8{}, run(fn, neg8, order, to).bytes) << order;
   }
   // 0x80 in the last byte is -0.0f only when read little-endian; read

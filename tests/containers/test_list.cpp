@@ -3,9 +3,12 @@
 // and the assertion texts for null holders.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/output_capture.hpp"
@@ -16,17 +19,9 @@ namespace {
 
 using Ints = std::vector<int>;
 
-// An intrusive node: the link word first, then the caller's data.
-struct Item {
-  Item *next;
-  int value;
-};
-
-struct DqItem {
-  DqItem *prev;
-  DqItem *next;
-  int value;
-};
+// Intrusive nodes: the link words first, then the caller's data.
+struct Item { Item *next; int value; };
+struct DqItem { DqItem *prev; DqItem *next; int value; };
 
 // Nodes the containers may free: taken from the library's allocator.
 Item *NewItem(int value) {
@@ -46,10 +41,7 @@ Ints Values(const Item *head) {
 // Walks the deque both ways and checks the two directions agree.
 Ints DqValues(D_DQ_NODE *dq) {
   Ints forward, backward;
-  for (D_DQ_NODE *p = dq->next; p != dq; p = p->next) {
-    forward.push_back(reinterpret_cast<DqItem *>(p)->value);
-    if (p->next->prev != p) ADD_FAILURE() << "broken prev link after " << forward.back();
-  }
+  for (D_DQ_NODE *p = dq->next; p != dq; p = p->next) forward.push_back(reinterpret_cast<DqItem *>(p)->value);
   for (D_DQ_NODE *p = dq->prev; p != dq; p = p->prev)
     backward.insert(backward.begin(), reinterpret_cast<DqItem *>(p)->value);
   EXPECT_EQ(forward, backward);
@@ -58,6 +50,14 @@ Ints DqValues(D_DQ_NODE *dq) {
 
 int ComesBefore(void *a, void *b) { return static_cast<Item *>(a)->value < static_cast<Item *>(b)->value; }
 int PointerComesBefore(void *a, void *b) { return *static_cast<int *>(a) < *static_cast<int *>(b); }
+// Node first, key second: swapped arguments would read the key as a node.
+int ValueMatches(void *node, void *key) { return static_cast<Item *>(node)->value == *static_cast<int *>(key); }
+
+// Index of the first element pred accepts, or the size.
+template <class Seq, class Pred>
+size_t FirstIndex(const Seq &seq, Pred pred) {
+  return static_cast<size_t>(std::find_if(seq.begin(), seq.end(), pred) - seq.begin());
+}
 
 // ---- Intrusive stack and list -------------------------------------------------
 
@@ -66,404 +66,251 @@ TEST(LinkedStack, LastInFirstOutAndClose) {
   Item *head = nullptr;
   for (Item *item : {&a, &b, &c}) DutStackPush(Head(head), item);
   EXPECT_EQ(Values(head), (Ints{3, 2, 1}));
-  for (Item *item : {&c, &b, &a}) {
-    EXPECT_EQ(DutStackPop(Head(head)), item);
-    EXPECT_EQ(item->next, nullptr);  // popped nodes leave unlinked
-  }
-  EXPECT_EQ(head, nullptr);
-  EXPECT_EQ(DutStackPop(Head(head)), nullptr);
-
+  for (Item *item : {&c, &b, &a, static_cast<Item *>(nullptr)}) EXPECT_EQ(DutStackPop(Head(head)), item);
+  EXPECT_EQ(c.next, nullptr);  // popped nodes leave unlinked
   for (int i = 0; i < 5; ++i) DutStackPush(Head(head), NewItem(i));
   DutStackClose(Head(head));  // frees every node: the sanitizer build checks
   EXPECT_EQ(head, nullptr);
-  DutStackClose(Head(head));  // an empty stack closes too
-  EXPECT_EQ(head, nullptr);
+
+  // The pointer stack holds the same order in nodes of its own.
+  D_PST_NODE *pointers = nullptr;
+  D_PST_NODE *na = DutPushPstNode(&pointers, &a);
+  D_PST_NODE *nb = DutPushPstNode(&pointers, &b);
+  EXPECT_EQ(nb->next, na);
+  EXPECT_EQ(DutFindPstNode(pointers, &a), na);
+  EXPECT_EQ(DutFindPstNode(pointers, &c), nullptr);
+  for (Item *item : {&b, &a, static_cast<Item *>(nullptr)}) EXPECT_EQ(DutPopPstNode(&pointers), item);
 }
 
-class LinkedList : public ::testing::Test {
- protected:
-  void SetUp() override {
-    for (int i = 0; i < 4; ++i) items_[i] = Item{i < 3 ? &items_[i + 1] : nullptr, i};
-    head_ = &items_[0];
-  }
-  Item items_[4];
-  Item *head_ = nullptr;
-};
-
-TEST_F(LinkedList, LengthEndPositionAndDelete) {
+TEST(LinkedList, LengthEndPositionAndDelete) {
+  Item items[4];
+  for (int i = 0; i < 4; ++i) items[i] = Item{i < 3 ? &items[i + 1] : nullptr, i};
+  Item *head = &items[0];
   EXPECT_EQ(DutListLength(nullptr), 0);
   EXPECT_EQ(DutListEnd(nullptr), nullptr);
-  EXPECT_EQ(DutListLength(head_), 4);
-  EXPECT_EQ(DutListEnd(head_), &items_[3]);
-  EXPECT_EQ(DutListLength(&items_[3]), 1);
-  EXPECT_EQ(DutListEnd(&items_[3]), &items_[3]);
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(DutListPos(head_, &items_[i]), i);
+  EXPECT_EQ(DutListLength(head), 4);
+  EXPECT_EQ(DutListEnd(head), &items[3]);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(DutListPos(head, &items[i]), i);
 
-  Item stranger{nullptr, 99};
+  Item stranger{&items[1], 99};  // even one that points into the list is not part of it
   vqtest::OutputCapture capture;
-  EXPECT_EQ(DutListPos(head_, &stranger), -1);
+  EXPECT_EQ(DutListPos(head, &stranger), -1);
   char address[32];
-  std::snprintf(address, sizeof address, "%lx",
-                static_cast<unsigned long>(reinterpret_cast<uintptr_t>(&stranger)));
+  std::snprintf(address, sizeof address, "%lx", static_cast<unsigned long>(reinterpret_cast<D_UWORD>(&stranger)));
   // The second number is where the walk ended, always 0.
-  EXPECT_EQ(capture.Take(),
-            std::string("WARNING: DutListPos: element ") + address + " is not part of list 0\n");
-
-  stranger.next = &items_[1];  // even one that points into the list is not deleted
-  EXPECT_EQ(DutListDelete(Head(head_), &stranger), nullptr);
-  EXPECT_EQ(stranger.next, &items_[1]);
-  EXPECT_EQ(Values(head_), (Ints{0, 1, 2, 3}));
-  const struct {
-    int index;
-    Ints left;
-  } steps[] = {{2, {0, 1, 3}}, {0, {1, 3}}, {3, {1}}, {1, {}}};  // middle, head, tail, last
+  EXPECT_EQ(capture.Take(), std::string("WARNING: DutListPos: element ") + address + " is not part of list 0\n");
+  EXPECT_EQ(DutListDelete(Head(head), &stranger), nullptr);
+  EXPECT_EQ(stranger.next, &items[1]);
+  // The middle, the head, the tail and the last one.
+  const struct { int index; Ints left; } steps[] = {{2, {0, 1, 3}}, {0, {1, 3}}, {3, {1}}, {1, {}}};
   for (const auto &s : steps) {
-    EXPECT_EQ(DutListDelete(Head(head_), &items_[s.index]), &items_[s.index]);
-    EXPECT_EQ(items_[s.index].next, nullptr) << s.index;
-    EXPECT_EQ(Values(head_), s.left) << s.index;
+    EXPECT_EQ(DutListDelete(Head(head), &items[s.index]), &items[s.index]);
+    EXPECT_EQ(items[s.index].next, nullptr) << s.index;
+    EXPECT_EQ(Values(head), s.left) << s.index;
   }
-  EXPECT_EQ(head_, nullptr);
 }
 
-struct TravLog {
-  Ints seen;
-  Ints remove;  // values whose nodes are removed (and freed)
-};
-
+// Removes (and frees) the nodes whose values are in the mask's bits; the
+// walk has already read the next node.
 void *RemoveAndFree(void *node, void *arg) {
-  auto *log = static_cast<TravLog *>(arg);
   auto *item = static_cast<Item *>(node);
-  log->seen.push_back(item->value);
-  for (int value : log->remove) {
-    if (value == item->value) {
-      DutFree(item);  // the walk has already read the next node
-      return reinterpret_cast<void *>(static_cast<std::intptr_t>(1000 + value));
-    }
-  }
-  return nullptr;
+  auto *mask = static_cast<unsigned *>(arg);
+  const int value = item->value;
+  *mask |= 0x100u << value;  // seen
+  if ((*mask & (1u << value)) == 0) return nullptr;
+  DutFree(item);
+  return reinterpret_cast<void *>(static_cast<std::intptr_t>(1000 + value));
 }
 
+// Leading, middle and last nodes; the last result counts even when null.
 TEST(LinkedListTravDel, RemovesAnyNodesAndReturnsTheLastResult) {
-  const struct {
-    int count;
-    Ints remove, left;
-    std::intptr_t last;  // 0: null
-  } cases[] = {{7, {0, 1, 3, 6}, {2, 4, 5}, 1006},  // leading, middle and last nodes
-               {3, {1}, {0, 2}, 0},                 // the last result, even when null
-               {4, {0, 1, 2, 3}, {}, 1003},
-               {0, {}, {}, 0}};
+  const struct { int count; unsigned remove; Ints left; std::intptr_t last; } cases[] = {
+      {7, 0b1001011, {2, 4, 5}, 1006}, {3, 0b10, {0, 2}, 0}, {4, 0b1111, {}, 1003}};
   for (const auto &c : cases) {
     Item *head = nullptr;
-    for (int i = c.count - 1; i >= 0; --i) {
-      Item *item = NewItem(i);
-      item->next = head;
-      head = item;
-    }
-    TravLog log{{}, c.remove};
-    EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &log), reinterpret_cast<void *>(c.last));
-    EXPECT_EQ(log.seen.size(), static_cast<size_t>(c.count));
+    for (int i = c.count - 1; i >= 0; --i) DutStackPush(Head(head), NewItem(i));
+    unsigned mask = c.remove;
+    EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &mask), reinterpret_cast<void *>(c.last));
+    EXPECT_EQ(mask >> 8, (1u << c.count) - 1) << c.count;  // every node visited
     EXPECT_EQ(Values(head), c.left) << c.count;
-    if (!c.left.empty()) {
-      EXPECT_EQ(static_cast<Item *>(DutListEnd(head))->value, c.left.back());
-    }
     DutStackClose(Head(head));
   }
 }
 
 // ---- Intrusive queue -----------------------------------------------------------
 
-class LinkedQueue : public ::testing::Test {
- protected:
-  void Append(std::initializer_list<Item *> items) {
-    for (Item *item : items) DutQueueAppend(Front(), Rear(), item);
+// Every operation against a vector of nodes: order, unlinked results and
+// the rear, which must always be the last node.
+TEST(LinkedQueue, RandomOperationsMatchAModel) {
+  std::mt19937 rng(11);
+  Item pool[12];
+  void *front = nullptr, *rear = nullptr;
+  std::vector<Item *> model;
+  for (int step = 0; step < 4000; ++step) {
+    Item *node = &pool[rng() % 12];
+    const auto at = std::find(model.begin(), model.end(), node);
+    int key = static_cast<int>(rng() % 4);
+    Item *removed = nullptr;
+    switch (rng() % 6) {
+      case 0:  // append, push or ordered insert of a free node with a stale link
+        if (at != model.end()) break;
+        *node = Item{&pool[0], key};
+        if (step % 3 == 0) {
+          DutQueueAppend(&front, &rear, node);
+          model.push_back(node);
+        } else if (step % 3 == 1) {
+          DutQueuePush(&front, &rear, node);
+          model.insert(model.begin(), node);
+        } else {
+          DutQueueInsert(&front, &rear, node, &ComesBefore);
+          const size_t pos = FirstIndex(model, [&](Item *e) { return key < e->value; });
+          model.insert(model.begin() + static_cast<long>(pos), node);
+        }
+        break;
+      case 1:
+      case 2:
+        removed = static_cast<Item *>(DutQueuePop(&front, &rear));
+        EXPECT_EQ(removed, model.empty() ? nullptr : model.front());
+        if (!model.empty()) model.erase(model.begin());
+        break;
+      case 3:
+        removed = static_cast<Item *>(DutQueueDelete(&front, &rear, node));
+        EXPECT_EQ(removed, at == model.end() ? nullptr : node);
+        if (at != model.end()) model.erase(at);
+        break;
+      default: {  // the front when it matches, else the left neighbour of the first match
+        const size_t match = FirstIndex(model, [&](Item *e) { return e->value == key; });
+        Item *expected = match == model.size() ? nullptr : model[match == 0 ? 0 : match - 1];
+        EXPECT_EQ(DutQueueLeftFind(&front, &rear, &key, &ValueMatches), expected);
+      }
+    }
+    ASSERT_TRUE(removed == nullptr || removed->next == nullptr);  // taken out unlinked
+    Ints values;
+    for (Item *item : model) values.push_back(item->value);
+    ASSERT_EQ(Values(static_cast<Item *>(front)), values) << "step " << step;
+    ASSERT_EQ(rear, model.empty() ? nullptr : model.back()) << "step " << step;
   }
-  void **Front() { return reinterpret_cast<void **>(&front_); }
-  void **Rear() { return reinterpret_cast<void **>(&rear_); }
-  // The values from the front, and the rear's value (-1 for none).
-  std::pair<Ints, int> State() const { return {Values(front_), rear_ == nullptr ? -1 : rear_->value}; }
-  Item *front_ = nullptr;
-  Item *rear_ = nullptr;
-  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3}, d{nullptr, 4};
-};
-
-using QState = std::pair<Ints, int>;
-
-TEST_F(LinkedQueue, AppendPushPopAndClose) {
-  Item stale{nullptr, 0};
-  a.next = b.next = &stale;  // appending clears the link
-  Append({&a});
-  EXPECT_EQ(State(), (QState{{1}, 1}));
-  Append({&b});
-  EXPECT_EQ(State(), (QState{{1, 2}, 2}));
-  DutQueuePush(Front(), Rear(), &c);  // in front; the rear stays
-  EXPECT_EQ(State(), (QState{{3, 1, 2}, 2}));
-  for (Item *item : {&c, &a, &b}) {
-    EXPECT_EQ(DutQueuePop(Front(), Rear()), item);
-    EXPECT_EQ(item->next, nullptr);
-  }
-  EXPECT_EQ(front_, nullptr);
-  EXPECT_EQ(rear_, nullptr);  // cleared with the last pop
-  EXPECT_EQ(DutQueuePop(Front(), Rear()), nullptr);
-  DutQueuePush(Front(), Rear(), &d);  // a push into an empty queue sets the rear
-  EXPECT_EQ(State(), (QState{{4}, 4}));
-  DutQueuePop(Front(), Rear());
-
-  for (int i = 0; i < 4; ++i) DutQueueAppend(Front(), Rear(), NewItem(i));
-  DutQueueClose(Front(), Rear());
-  EXPECT_EQ(front_, nullptr);
-  EXPECT_EQ(rear_, nullptr);
+  void *heap_front = nullptr, *heap_rear = nullptr;
+  for (int i = 0; i < 4; ++i) DutQueueAppend(&heap_front, &heap_rear, NewItem(i));
+  DutQueueClose(&heap_front, &heap_rear);
+  EXPECT_EQ(heap_front, nullptr);
+  EXPECT_EQ(heap_rear, nullptr);
 }
 
 // The right-hand operations set the rear only when it was null: after the
 // rear, or detaching it, leaves it for the caller to repair.
-TEST_F(LinkedQueue, RightInsertAndDetachLeaveASetRear) {
-  Append({&a, &b});
-  DutQueueRightInsert(Front(), Rear(), &c, &a);
-  EXPECT_EQ(State(), (QState{{1, 3, 2}, 2}));
-  DutQueueRightInsert(Front(), Rear(), &d, &b);
-  EXPECT_EQ(State(), (QState{{1, 3, 2, 4}, 2}));
-  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &a), &c);  // from the middle
+TEST(LinkedQueue, RightInsertAndDetachLeaveASetRear) {
+  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3}, d{nullptr, 4};
+  void *front = nullptr, *rear = nullptr;
+  DutQueueAppend(&front, &rear, &a);
+  DutQueueRightInsert(&front, &rear, &b, &a);
+  DutQueueRightInsert(&front, &rear, &c, &a);
+  DutQueueRightInsert(&front, &rear, &d, &b);
+  EXPECT_EQ(Values(&a), (Ints{1, 3, 2, 4}));
+  EXPECT_EQ(rear, &a);
+  EXPECT_EQ(DutQueueRightDetach(&front, &rear, &a), &c);  // from the middle
   EXPECT_EQ(c.next, nullptr);
-  EXPECT_EQ(State(), (QState{{1, 2, 4}, 2}));
-  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &b), &d);  // the last node
-  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &b), nullptr);
-  EXPECT_EQ(State(), (QState{{1, 2}, 2}));
-  front_ = rear_ = nullptr;
-  Append({&a, &b});
-  EXPECT_EQ(DutQueueRightDetach(Front(), Rear(), &a), &b);
-  EXPECT_EQ(State(), (QState{{1}, 2}));
-}
-
-struct FindCall {
-  void *node;
-  void *key;
-};
-std::vector<FindCall> find_calls;
-
-int ValueMatches(void *node, void *key) {
-  find_calls.push_back({node, key});
-  return static_cast<Item *>(node)->value == *static_cast<int *>(key);
-}
-
-TEST_F(LinkedQueue, LeftFindAnswersTheFrontOrTheLeftNeighbour) {
-  Append({&a, &b, &c});
-  int key = 1;
-  find_calls.clear();
-  EXPECT_EQ(DutQueueLeftFind(Front(), Rear(), &key, &ValueMatches), &a);
-  ASSERT_FALSE(find_calls.empty());
-  EXPECT_EQ(find_calls[0].node, &a);  // node first, key second
-  EXPECT_EQ(find_calls[0].key, &key);
-  const std::pair<int, Item *> cases[] = {{3, &b}, {2, &a}, {9, nullptr}};
-  for (auto [value, answer] : cases) {
-    key = value;
-    EXPECT_EQ(DutQueueLeftFind(Front(), Rear(), &key, &ValueMatches), answer) << value;
-  }
-  EXPECT_EQ(Values(front_), (Ints{1, 2, 3}));
-}
-
-TEST_F(LinkedQueue, InsertIsOrderedAndStableAmongEquals) {
-  Item n5{nullptr, 5}, n3{nullptr, 3}, n8{nullptr, 8}, n5b{nullptr, 5}, n1{nullptr, 1}, n9{nullptr, 9},
-      n3b{nullptr, 3};
-  const std::pair<Item *, QState> steps[] = {
-      {&n5, {{5}, 5}}, {&n3, {{3, 5}, 5}},  // before the front
-      {&n8, {{3, 5, 8}, 8}},                // appended
-      {&n5b, {{3, 5, 5, 8}, 8}}, {&n1, {{1, 3, 5, 5, 8}, 8}}, {&n9, {{1, 3, 5, 5, 8, 9}, 9}},
-      {&n3b, {{1, 3, 3, 5, 5, 8, 9}, 9}}};
-  for (const auto &[item, state] : steps) {
-    DutQueueInsert(Front(), Rear(), item, &ComesBefore);
-    EXPECT_EQ(State(), state) << item->value;
-  }
-  EXPECT_EQ(n3.next, &n3b);  // equal values keep their arrival order
-  EXPECT_EQ(n5.next, &n5b);
-}
-
-TEST_F(LinkedQueue, DeleteFixesTheEnds) {
-  Item stranger{nullptr, 9};
-  Append({&a, &b, &c});
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &stranger), nullptr);
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &b), &b);  // the middle
-  EXPECT_EQ(State(), (QState{{1, 3}, 3}));
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &c), &c);  // the rear
-  EXPECT_EQ(State(), (QState{{1}, 1}));
-  Append({&d});
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &a), &a);  // the front
-  EXPECT_EQ(State(), (QState{{4}, 4}));
-  EXPECT_EQ(DutQueueDelete(Front(), Rear(), &d), &d);  // the only one
-  EXPECT_EQ(State(), (QState{{}, -1}));
-  EXPECT_EQ(front_, nullptr);
+  EXPECT_EQ(DutQueueRightDetach(&front, &rear, &b), &d);  // the last node
+  EXPECT_EQ(DutQueueRightDetach(&front, &rear, &b), nullptr);
+  EXPECT_EQ(Values(&a), (Ints{1, 2}));
+  EXPECT_EQ(rear, &a);
 }
 
 // ---- Deque ---------------------------------------------------------------------
 
-class LinkedDeque : public ::testing::Test {
- protected:
-  void SetUp() override {
-    DutDqOpen(&dq_);
-    ASSERT_NE(dq_, nullptr);
-  }
-  // Tests unlink their stack-held items first: the close frees what is left.
-  void TearDown() override {
-    if (dq_ != nullptr) DutDqClose(&dq_);
-  }
-  D_DQ_NODE *dq_ = nullptr;
+// Pointer nodes go in at the front; deleting a pointer removes its first
+// holder. Closing frees the nodes left and the sentinel.
+TEST(LinkedDeque, InsertDetachPopPointerNodesAndClose) {
+  D_DQ_NODE *dq = nullptr;
+  DutDqOpen(&dq);
+  ASSERT_NE(dq, nullptr);
   DqItem a{nullptr, nullptr, 1}, b{nullptr, nullptr, 2}, c{nullptr, nullptr, 3};
-};
+  EXPECT_EQ(std::tuple(DutDqFirst(dq), DutDqLast(dq), DutDqPop(dq)), std::tuple(nullptr, nullptr, nullptr));
+  DutDqRightInsert(&a, dq);
+  DutDqRightInsert(&b, dq);  // right of the sentinel: the new first item
+  DutDqRightInsert(&c, DutDqLast(dq));
+  EXPECT_EQ(DqValues(dq), (Ints{2, 1, 3}));
+  EXPECT_EQ(DutDqDetach(dq, &a), &a);  // unlinked, its own links left
+  EXPECT_EQ(std::pair(a.prev, a.next), std::pair(&b, &c));
+  EXPECT_EQ(DutDqDetach(dq, dq), nullptr);  // never the sentinel
+  EXPECT_EQ(DqValues(dq), (Ints{2, 3}));
+  // Pops from the front.
+  EXPECT_EQ((std::tuple{DutDqPop(dq), DutDqPop(dq), dq->next, dq->prev}), std::tuple(&b, &c, dq, dq));
 
-TEST_F(LinkedDeque, InsertDetachPopAndTheEmptyDeque) {
-  EXPECT_EQ(dq_->next, dq_);
-  EXPECT_EQ(dq_->prev, dq_);
-  EXPECT_EQ(DutDqFirst(dq_), nullptr);
-  EXPECT_EQ(DutDqLast(dq_), nullptr);
-  EXPECT_EQ(DutDqPop(dq_), nullptr);
-  EXPECT_EQ(DutDqDetach(dq_, dq_), nullptr);
-
-  DutDqRightInsert(&a, dq_);
-  DutDqRightInsert(&b, dq_);  // right of the sentinel: the new first item
-  DutDqRightInsert(&c, DutDqLast(dq_));
-  EXPECT_EQ(DqValues(dq_), (Ints{2, 1, 3}));
-  EXPECT_EQ(DutDqFirst(dq_), &b);
-  EXPECT_EQ(DutDqLast(dq_), &c);
-
-  EXPECT_EQ(DutDqDetach(dq_, &a), &a);  // unlinked, its own links left
-  EXPECT_EQ(a.prev, &b);
-  EXPECT_EQ(a.next, &c);
-  EXPECT_EQ(DqValues(dq_), (Ints{2, 3}));
-  EXPECT_EQ(DutDqDetach(dq_, dq_), nullptr);  // never the sentinel
-  EXPECT_EQ(DqValues(dq_), (Ints{2, 3}));
-  EXPECT_EQ(DutDqDetach(dq_, &c), &c);
-  EXPECT_EQ(DutDqLast(dq_), &b);
-  DutDqRightInsert(&c, dq_->prev);  // append
-  EXPECT_EQ(DutDqPop(dq_), &b);     // pops from the front
-  EXPECT_EQ(DutDqPop(dq_), &c);
-  EXPECT_EQ(DutDqPop(dq_), nullptr);
-  EXPECT_EQ(dq_->next, dq_);
-  EXPECT_EQ(dq_->prev, dq_);
-}
-
-TEST_F(LinkedDeque, CloseFreesNodesAndSentinelAndClearsTheHolder) {
-  for (int i = 0; i < 3; ++i) {
-    auto *item = static_cast<DqItem *>(DutMalloc(sizeof(DqItem)));
-    item->value = i;
-    DutDqRightInsert(item, dq_);
-  }
-  DutDqClose(&dq_);
-  EXPECT_EQ(dq_, nullptr);
-}
-
-TEST_F(LinkedDeque, PointerNodesGoInFrontAndDeleteTheFirstHolder) {
   int x = 1, y = 2, absent = 0;
-  D_PDQ_NODE *nx = DutAddPdqNode(dq_, &x);
-  ASSERT_NE(nx, nullptr);
-  EXPECT_EQ(nx->ptr, &x);
-  D_PDQ_NODE *ny = DutAddPdqNode(dq_, &y);
-  EXPECT_EQ(DutDqFirst(dq_), ny);
-  EXPECT_EQ(DutDqLast(dq_), nx);
-  D_PDQ_NODE *nx2 = DutAddPdqNode(dq_, &x);
-  EXPECT_EQ(DutFindPdqNode(dq_, &x), nx2);  // searched from the front
-  EXPECT_EQ(DutFindPdqNode(dq_, &y), ny);
-  EXPECT_EQ(DutFindPdqNode(dq_, &absent), nullptr);
-  EXPECT_EQ(DutDeletePdqNode(dq_, &absent), -1);
-  EXPECT_EQ(DutDqFirst(dq_), nx2);
-  EXPECT_EQ(DutDeletePdqNode(dq_, &x), 0);
-  EXPECT_EQ(DutDqFirst(dq_), ny);
-  EXPECT_EQ(DutFindPdqNode(dq_, &x), nx);
-  EXPECT_EQ(DutDeletePdqNode(dq_, &x), 0);
-  EXPECT_EQ(DutFindPdqNode(dq_, &x), nullptr);
-  EXPECT_EQ(DutDqLast(dq_), ny);  // left for the close to free
+  D_PDQ_NODE *nx = DutAddPdqNode(dq, &x);
+  D_PDQ_NODE *ny = DutAddPdqNode(dq, &y);
+  D_PDQ_NODE *nx2 = DutAddPdqNode(dq, &x);
+  EXPECT_EQ(std::tuple(nx->ptr, DutFindPdqNode(dq, &x), DutFindPdqNode(dq, &y)), std::tuple(&x, nx2, ny));
+  EXPECT_EQ(DutDeletePdqNode(dq, &absent), -1);
+  EXPECT_EQ(DutDeletePdqNode(dq, &x), 0);
+  EXPECT_EQ(DutDqFirst(dq), ny);
+  EXPECT_EQ(DutFindPdqNode(dq, &x), nx);
+  EXPECT_EQ(DutDeletePdqNode(dq, &x), 0);
+  EXPECT_EQ(DutFindPdqNode(dq, &x), nullptr);
+  DutDqClose(&dq);
+  EXPECT_EQ(dq, nullptr);
+  DutDqClose(&dq);
 }
 
-// ---- Pointer stack and queue ------------------------------------------------------
+// ---- Pointer queue ------------------------------------------------------------
 
-TEST(PointerStack, PushFindPop) {
-  int x = 1, y = 2, z = 3;
-  D_PST_NODE *head = nullptr;
-  EXPECT_EQ(DutFindPstNode(head, &x), nullptr);
-  D_PST_NODE *nx = DutPushPstNode(&head, &x);
-  ASSERT_NE(nx, nullptr);
-  EXPECT_EQ(nx->ptr, &x);
-  D_PST_NODE *ny = DutPushPstNode(&head, &y);
-  EXPECT_EQ(head, ny);
-  EXPECT_EQ(ny->next, nx);
-  EXPECT_EQ(DutFindPstNode(head, &x), nx);
-  EXPECT_EQ(DutFindPstNode(head, &z), nullptr);
-  EXPECT_EQ(DutPopPstNode(&head), &y);
-  EXPECT_EQ(DutPopPstNode(&head), &x);
-  EXPECT_EQ(head, nullptr);
-  EXPECT_EQ(DutPopPstNode(&head), nullptr);
-}
-
-class PointerQueue : public ::testing::Test {
- protected:
-  void TearDown() override { DutPqClose(&hdr_); }
-  // The item pointers from the front, checked against the rear and count.
-  std::vector<void *> Items() {
+// Every operation against a vector of pointers, with equal values so that
+// the ordered insertion's stability and "first holder" matter.
+TEST(PointerQueue, RandomOperationsMatchAModel) {
+  std::mt19937 rng(5);
+  int values[10];
+  for (int i = 0; i < 10; ++i) values[i] = i / 2;
+  D_PQ_HDR hdr{nullptr, nullptr};
+  std::vector<void *> model;
+  for (int step = 0; step < 4000; ++step) {
+    int *ptr = &values[rng() % 10];
+    const auto at = std::find(model.begin(), model.end(), ptr);
+    switch (rng() % 7) {
+      case 0:
+        EXPECT_EQ(DutPqPush(&hdr, ptr)->ptr, ptr);
+        model.insert(model.begin(), ptr);
+        break;
+      case 1:
+        EXPECT_EQ(DutPqAdd(&hdr, ptr)->ptr, ptr);
+        model.push_back(ptr);
+        break;
+      case 2: {  // the one-based position it took
+        const size_t pos = FirstIndex(model, [&](void *e) { return *ptr < *static_cast<int *>(e); });
+        EXPECT_EQ(DutPqInsert(&hdr, ptr, &PointerComesBefore), static_cast<D_INT4>(pos + 1));
+        model.insert(model.begin() + static_cast<long>(pos), ptr);
+        break;
+      }
+      case 3: {
+        if (model.empty()) break;
+        const size_t pos = rng() % model.size();
+        D_PQ_NODE *after = hdr.front;
+        for (size_t i = 0; i < pos; ++i) after = after->next;
+        EXPECT_EQ(DutPqRInsert(&hdr, ptr, after)->ptr, ptr);
+        model.insert(model.begin() + static_cast<long>(pos + 1), ptr);
+        break;
+      }
+      case 4:
+        EXPECT_EQ(DutPqPop(&hdr), model.empty() ? nullptr : model.front());
+        if (!model.empty()) model.erase(model.begin());
+        break;
+      case 5:  // the first holder only
+        if (model.empty()) break;
+        EXPECT_EQ(DutPqDelete(&hdr, ptr), at == model.end() ? nullptr : ptr);
+        if (at != model.end()) model.erase(at);
+        break;
+      default:
+        EXPECT_EQ(DutPqFind(&hdr, ptr), at == model.end() ? nullptr : ptr);
+    }
     std::vector<void *> pointers;
-    for (D_PQ_NODE *p = D_PQ_FRONT(&hdr_); p != nullptr; p = p->next) pointers.push_back(p->ptr);
-    EXPECT_EQ(D_PQ_REAR(&hdr_) == nullptr ? nullptr : D_PQ_REAR(&hdr_)->ptr,
-              pointers.empty() ? nullptr : pointers.back());
-    EXPECT_EQ(DutPqCount(&hdr_), static_cast<D_INT4>(pointers.size()));
-    return pointers;
+    for (D_PQ_NODE *p = D_PQ_FRONT(&hdr); p != nullptr; p = p->next) pointers.push_back(p->ptr);
+    ASSERT_EQ(pointers, model) << "step " << step;
+    ASSERT_EQ(D_PQ_REAR(&hdr) == nullptr ? nullptr : D_PQ_REAR(&hdr)->ptr, model.empty() ? nullptr : model.back());
+    ASSERT_EQ(DutPqCount(&hdr), static_cast<D_INT4>(model.size()));
   }
-  using Ptrs = std::vector<void *>;
-  D_PQ_HDR hdr_{nullptr, nullptr};
-  int v_[8] = {0, 1, 2, 3, 4, 5, 6, 7};
-};
-
-TEST_F(PointerQueue, PushAddRInsertPopFind) {
-  EXPECT_EQ(DutPqPop(&hdr_), nullptr);
-  D_PQ_NODE *n1 = DutPqAdd(&hdr_, &v_[1]);
-  ASSERT_NE(n1, nullptr);
-  EXPECT_EQ(n1->ptr, &v_[1]);
-  EXPECT_EQ(DutPqPush(&hdr_, &v_[0])->ptr, &v_[0]);
-  D_PQ_NODE *n2 = DutPqAdd(&hdr_, &v_[2]);
-  EXPECT_EQ(Items(), (Ptrs{&v_[0], &v_[1], &v_[2]}));
-  EXPECT_EQ(DutPqRInsert(&hdr_, &v_[5], n1)->ptr, &v_[5]);  // inside: the rear stays
-  EXPECT_EQ(DutPqRInsert(&hdr_, &v_[6], n2)->ptr, &v_[6]);  // after the rear: the new rear
-  EXPECT_EQ(Items(), (Ptrs{&v_[0], &v_[1], &v_[5], &v_[2], &v_[6]}));
-  EXPECT_EQ(DutPqFind(&hdr_, &v_[1]), &v_[1]);
-  EXPECT_EQ(DutPqFind(&hdr_, &v_[7]), nullptr);
-  for (int i : {0, 1, 5, 2, 6}) EXPECT_EQ(DutPqPop(&hdr_), &v_[i]);
-  EXPECT_EQ(hdr_.front, nullptr);
-  EXPECT_EQ(hdr_.rear, nullptr);
-  EXPECT_EQ(DutPqPop(&hdr_), nullptr);
-  DutPqPush(&hdr_, &v_[3]);  // a push into an empty queue sets the rear
-  EXPECT_EQ(Items(), (Ptrs{&v_[3]}));
-}
-
-TEST_F(PointerQueue, InsertReturnsTheOneBasedPositionAndIsStable) {
-  int another_five = 5, first_three = 3, second_three = 3;
-  const std::pair<int *, D_INT4> steps[] = {
-      {&v_[4], 1}, {&v_[5], 2}, {&v_[6], 3},  // empty, then appended
-      {&v_[7], 4},                            // all stay before it: the new rear
-      {&v_[1], 1},                            // the new front
-      {&another_five, 4},                     // after the equal 5
-      {&first_three, 2},     {&second_three, 3}};
-  for (auto [ptr, position] : steps) {
-    EXPECT_EQ(DutPqInsert(&hdr_, ptr, &PointerComesBefore), position) << *ptr;
-  }
-  EXPECT_EQ(Items(),
-            (Ptrs{&v_[1], &first_three, &second_three, &v_[4], &v_[5], &another_five, &v_[6], &v_[7]}));
-}
-
-TEST_F(PointerQueue, DeleteFixesFrontAndRearAndCloseClears) {
-  for (int i : {1, 2, 3, 2}) DutPqAdd(&hdr_, &v_[i]);
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[7]), nullptr);
-  EXPECT_EQ(Items(), (Ptrs{&v_[1], &v_[2], &v_[3], &v_[2]}));
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[2]), &v_[2]);  // the first holder only
-  EXPECT_EQ(Items(), (Ptrs{&v_[1], &v_[3], &v_[2]}));
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[2]), &v_[2]);  // the rear
-  EXPECT_EQ(Items(), (Ptrs{&v_[1], &v_[3]}));
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[1]), &v_[1]);  // the front
-  EXPECT_EQ(Items(), (Ptrs{&v_[3]}));
-  EXPECT_EQ(DutPqDelete(&hdr_, &v_[3]), &v_[3]);
-  EXPECT_EQ(hdr_.front, nullptr);
-  EXPECT_EQ(hdr_.rear, nullptr);
-
-  for (int &value : v_) DutPqAdd(&hdr_, &value);
-  DutPqClose(&hdr_);
-  EXPECT_EQ(hdr_.front, nullptr);
-  EXPECT_EQ(hdr_.rear, nullptr);
-  EXPECT_EQ(DutPqCount(&hdr_), 0);
+  DutPqClose(&hdr);
+  EXPECT_EQ(hdr.front, nullptr);
+  EXPECT_EQ(hdr.rear, nullptr);
 }
 
 // ---- Assertions on null holders --------------------------------------------------

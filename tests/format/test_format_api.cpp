@@ -1,12 +1,19 @@
 // Host formats, names, byte swaps, argument errors, the known vectors,
-// zeros, and the clamping paths with their warning texts.
+// zeros, and the clamping paths with their warning texts; then every
+// conversion against the frexp-based reference encoders, over both ends of
+// every binade in each exact range and a fixed-seed pseudo-random set, in
+// both IEEE byte orders.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,17 +56,13 @@ TEST(FormatNames, HostFormatsAndTheirTexts) {
   EXPECT_EQ(kHost, DutGetIntFormat());
   EXPECT_EQ(D_REAL_IEEE, DutGetRealFormat());
   using ToStr = D_BOOL (*)(D_INT4, const char **);
-  struct Case {
-    ToStr fn;
-    D_INT4 format;
-    const char *text;  // null: unknown format
-  };
-  const Case cases[] = {{DutIntFormatToStr, 0, "LITTLE_ENDIAN"}, {DutIntFormatToStr, 1, "BIG_ENDIAN"},
-                        {DutIntFormatToStr, -1, nullptr},        {DutIntFormatToStr, 2, nullptr},
-                        {DutRealFormatToStr, 0, "DEC_D"},        {DutRealFormatToStr, 1, "DEC_G"},
-                        {DutRealFormatToStr, 2, "IEEE"},         {DutRealFormatToStr, 3, "IBM_370"},
-                        {DutRealFormatToStr, -1, nullptr},       {DutRealFormatToStr, 4, nullptr}};
-  for (const Case &c : cases) {
+  // text null: an unknown format.
+  const struct { ToStr fn; D_INT4 format; const char *text; } cases[] = {
+      {DutIntFormatToStr, 0, "LITTLE_ENDIAN"}, {DutIntFormatToStr, 1, "BIG_ENDIAN"}, {DutIntFormatToStr, -1, nullptr},
+      {DutIntFormatToStr, 2, nullptr},         {DutRealFormatToStr, 0, "DEC_D"},     {DutRealFormatToStr, 1, "DEC_G"},
+      {DutRealFormatToStr, 2, "IEEE"},         {DutRealFormatToStr, 3, "IBM_370"},   {DutRealFormatToStr, -1, nullptr},
+      {DutRealFormatToStr, 4, nullptr}};
+  for (const auto &c : cases) {
     SCOPED_TRACE(testing::Message() << (c.fn == DutRealFormatToStr ? "real " : "int ") << c.format);
     const char *sentinel = "untouched";
     const char *text = sentinel;
@@ -69,9 +72,7 @@ TEST(FormatNames, HostFormatsAndTheirTexts) {
     EXPECT_EQ(42, DutErrNumGet());
     EXPECT_STREQ(c.text ? c.text : sentinel, text);
     // The null check comes before the format is looked at.
-    DutErrNumSet(0);
-    EXPECT_EQ(D_FALSE, c.fn(c.format, nullptr));
-    EXPECT_EQ(D_ERR_NULL_PTR, DutErrNumGet());
+    EXPECT_FAILS(c.fn(c.format, nullptr), D_FALSE, D_ERR_NULL_PTR);
   }
 }
 
@@ -85,14 +86,11 @@ TEST(FormatSwap, ReversesExactlyItsBytes) {
     // that no alignment is assumed.
     unsigned char buffer[1 + 16 + 1 + 16];
     for (std::size_t i = 0; i < sizeof buffer; ++i) buffer[i] = static_cast<unsigned char>(0xA0 + i);
-    unsigned char original[sizeof buffer];
-    std::memcpy(original, buffer, sizeof buffer);
+    unsigned char expected[sizeof buffer];
+    std::memcpy(expected, buffer, sizeof buffer);
+    std::reverse(expected + 1, expected + 1 + size);
     swap(buffer + 1);
-    for (std::size_t i = 0; i < size; ++i) EXPECT_EQ(original[size - i], buffer[1 + i]) << size;
-    EXPECT_EQ(original[0], buffer[0]);
-    EXPECT_EQ(0, std::memcmp(original + 1 + size, buffer + 1 + size, sizeof buffer - 1 - size)) << size;
-    swap(buffer + 1);
-    EXPECT_EQ(0, std::memcmp(original, buffer, sizeof buffer)) << size;
+    EXPECT_EQ(0, std::memcmp(expected, buffer, sizeof buffer)) << size;
     size *= 2;
   }
 }
@@ -112,66 +110,50 @@ enum Side { kIeee, kDec, kIbm };
 struct Member {
   const char *name;
   Convert fn;
-  Side from;
-  Side to;
+  Side from, to;
 };
 
+#define MEMBER(name, from, to) {#name, DutSwap##name, from, to}
 const Member kMembers[] = {
-    {"Real4IeeeToDecF", DutSwapReal4IeeeToDecF, kIeee, kDec},
-    {"Real4DecFToIeee", DutSwapReal4DecFToIeee, kDec, kIeee},
-    {"Real4IeeeToIbm370", DutSwapReal4IeeeToIbm370, kIeee, kIbm},
-    {"Real4Ibm370ToIeee", DutSwapReal4Ibm370ToIeee, kIbm, kIeee},
-    {"Real4DecFToIbm370", DutSwapReal4DecFToIbm370, kDec, kIbm},
-    {"Real4Ibm370ToDecF", DutSwapReal4Ibm370ToDecF, kIbm, kDec},
-    {"Real8IeeeToDecD", DutSwapReal8IeeeToDecD, kIeee, kDec},
-    {"Real8IeeeToDecG", DutSwapReal8IeeeToDecG, kIeee, kDec},
-    {"Real8DecDToIeee", DutSwapReal8DecDToIeee, kDec, kIeee},
-    {"Real8DecGToIeee", DutSwapReal8DecGToIeee, kDec, kIeee},
-    {"Real8DecDToDecG", DutSwapReal8DecDToDecG, kDec, kDec},
-    {"Real8DecGToDecD", DutSwapReal8DecGToDecD, kDec, kDec},
-    {"Real8IeeeToIbm370", DutSwapReal8IeeeToIbm370, kIeee, kIbm},
-    {"Real8Ibm370ToIeee", DutSwapReal8Ibm370ToIeee, kIbm, kIeee},
-    {"Real8DecDToIbm370", DutSwapReal8DecDToIbm370, kDec, kIbm},
-    {"Real8DecGToIbm370", DutSwapReal8DecGToIbm370, kDec, kIbm},
-    {"Real8Ibm370ToDecD", DutSwapReal8Ibm370ToDecD, kIbm, kDec},
-    {"Real8Ibm370ToDecG", DutSwapReal8Ibm370ToDecG, kIbm, kDec},
-};
+    MEMBER(Real4IeeeToDecF, kIeee, kDec),     MEMBER(Real4DecFToIeee, kDec, kIeee),
+    MEMBER(Real4IeeeToIbm370, kIeee, kIbm),   MEMBER(Real4Ibm370ToIeee, kIbm, kIeee),
+    MEMBER(Real4DecFToIbm370, kDec, kIbm),    MEMBER(Real4Ibm370ToDecF, kIbm, kDec),
+    MEMBER(Real8IeeeToDecD, kIeee, kDec),     MEMBER(Real8IeeeToDecG, kIeee, kDec),
+    MEMBER(Real8DecDToIeee, kDec, kIeee),     MEMBER(Real8DecGToIeee, kDec, kIeee),
+    MEMBER(Real8DecDToDecG, kDec, kDec),      MEMBER(Real8DecGToDecD, kDec, kDec),
+    MEMBER(Real8IeeeToIbm370, kIeee, kIbm),   MEMBER(Real8Ibm370ToIeee, kIbm, kIeee),
+    MEMBER(Real8DecDToIbm370, kDec, kIbm),    MEMBER(Real8DecGToIbm370, kDec, kIbm),
+    MEMBER(Real8Ibm370ToDecD, kIbm, kDec),    MEMBER(Real8Ibm370ToDecG, kIbm, kDec)};
+#undef MEMBER
 
 bool allowed(Side side, D_INT4 format) {
   return side == kIeee ? format == kLittle || format == kBig : format == (side == kIbm ? kBig : kLittle);
 }
 
+// A refused conversion leaves the value alone; all-zero bytes stay zero,
+// silently, since a zero is no exponent out of range; success, even with
+// a warning, leaves the error number alone.
 TEST(FormatArguments, EveryMemberChecksPointerAndBothFormats) {
   Capture capture;
   for (const Member &m : kMembers) {
+    SCOPED_TRACE(m.name);
     for (D_INT4 in : {-1, 0, 1, 2}) {
       // The null check comes before the formats are looked at.
-      DutErrNumSet(0);
-      EXPECT_EQ(D_FALSE, m.fn(nullptr, in, in)) << m.name;
-      EXPECT_EQ(D_ERR_NULL_PTR, DutErrNumGet()) << m.name << " " << in;
+      EXPECT_FAILS(m.fn(nullptr, in, in), D_FALSE, D_ERR_NULL_PTR);
       for (D_INT4 out : {-1, 0, 1, 2}) {
-        // 0x41 in every byte is an ordinary normal value in every format.
+        SCOPED_TRACE(testing::Message() << in << "->" << out);
+        const bool ok = allowed(m.from, in) && allowed(m.to, out);
         unsigned char value[8];
-        std::memset(value, 0x41, sizeof value);
-        DutErrNumSet(0);
-        const D_BOOL status = m.fn(value, in, out);
-        if (allowed(m.from, in) && allowed(m.to, out)) {
-          EXPECT_EQ(D_TRUE, status) << m.name << " " << in << "->" << out;
-          EXPECT_EQ(0, DutErrNumGet()) << m.name;
-        } else {
-          EXPECT_EQ(D_FALSE, status) << m.name << " " << in << "->" << out;
-          EXPECT_EQ(D_ERR_VAL_INVALID, DutErrNumGet()) << m.name << " " << in << "->" << out;
-          for (unsigned char b : value) ASSERT_EQ(0x41, b) << m.name << " touched the value";
-        }
+        std::memset(value, 'A', sizeof value);  // an ordinary normal value in every format
+        EXPECT_FAILS(m.fn(value, in, out), ok ? D_TRUE : D_FALSE, ok ? 0 : D_ERR_VAL_INVALID);
+        EXPECT_TRUE(ok || std::string(8, 'A') == std::string(value, value + 8));
       }
     }
-    // All-zero bytes stay zero, silently: a zero is no exponent out of range.
     unsigned char zero[8] = {};
-    EXPECT_EQ(D_TRUE, m.fn(zero, m.from == kIbm ? kBig : kLittle, m.to == kIbm ? kBig : kLittle)) << m.name;
-    for (unsigned char b : zero) EXPECT_EQ(0, b) << m.name;
+    EXPECT_EQ(D_TRUE, m.fn(zero, m.from == kIbm ? kBig : kLittle, m.to == kIbm ? kBig : kLittle));
+    EXPECT_EQ(std::string(8, '\0'), std::string(zero, zero + 8));
   }
   capture.Take();
-  // Success, even with a warning, leaves the error number alone.
   DutErrNumSet(123);
   EXPECT_EQ(D_TRUE, run(DutSwapReal4Ibm370ToIeee, B4{0x7F, 0x80, 0x00, 0x00}, kBig, kHost).status);
   EXPECT_EQ(123, DutErrNumGet());
@@ -180,41 +162,39 @@ TEST(FormatArguments, EveryMemberChecksPointerAndBothFormats) {
 
 // ---- Known vectors and zeros -------------------------------------------------
 
+// 1.0: DEC words 0x4080 (F, D) or 0x4010 (G), each stored low byte first;
+// IBM characteristic 0x41 with leading digit 1. The reference encoders
+// give these bytes too, which pins them for the oracle suite.
 TEST(FormatVectors, OneInEveryFormat) {
-  // 1.0: DEC words 0x4080 (F, D) or 0x4010 (G), each stored low byte first;
-  // IBM characteristic 0x41 with leading digit 1.
-  const B4 decf = {0x80, 0x40, 0, 0};
-  const B4 ibm4 = {0x41, 0x10, 0, 0};
-  const B8 decd = {0x80, 0x40, 0, 0, 0, 0, 0, 0};
-  const B8 decg = {0x10, 0x40, 0, 0, 0, 0, 0, 0};
+  const B4 decf = {0x80, 0x40, 0, 0}, ibm4 = {0x41, 0x10, 0, 0};
+  const B8 decd = {0x80, 0x40, 0, 0, 0, 0, 0, 0}, decg = {0x10, 0x40, 0, 0, 0, 0, 0, 0};
   const B8 ibm8 = {0x41, 0x10, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(decf, vqoracle::decFFromValue(1.0));
+  EXPECT_EQ(ibm4, vqoracle::ibm4FromValue(1.0));
+  EXPECT_EQ(decd, vqoracle::decDFromValue(1.0));
+  EXPECT_EQ(decg, vqoracle::decGFromValue(1.0));
+  EXPECT_EQ(ibm8, vqoracle::ibm8FromValue(1.0));
   for (D_INT4 order : {kLittle, kBig}) {
     const B4 f = ieeeBytes(1.0f, order != kHost);
     const B8 d = ieeeBytes(1.0, order != kHost);
     EXPECT_EQ(decf, run(DutSwapReal4IeeeToDecF, f, order, kLittle).bytes) << order;
-    EXPECT_EQ(f, run(DutSwapReal4DecFToIeee, decf, kLittle, order).bytes) << order;
-    EXPECT_EQ(ibm4, run(DutSwapReal4IeeeToIbm370, f, order, kBig).bytes) << order;
     EXPECT_EQ(f, run(DutSwapReal4Ibm370ToIeee, ibm4, kBig, order).bytes) << order;
-    EXPECT_EQ(decd, run(DutSwapReal8IeeeToDecD, d, order, kLittle).bytes) << order;
     EXPECT_EQ(decg, run(DutSwapReal8IeeeToDecG, d, order, kLittle).bytes) << order;
-    EXPECT_EQ(ibm8, run(DutSwapReal8IeeeToIbm370, d, order, kBig).bytes) << order;
-    EXPECT_EQ(d, run(DutSwapReal8DecDToIeee, decd, kLittle, order).bytes) << order;
-    EXPECT_EQ(d, run(DutSwapReal8DecGToIeee, decg, kLittle, order).bytes) << order;
     EXPECT_EQ(d, run(DutSwapReal8Ibm370ToIeee, ibm8, kBig, order).bytes) << order;
   }
   EXPECT_EQ(decg, run(DutSwapReal8DecDToDecG, decd, kLittle, kLittle).bytes);
-  EXPECT_EQ(decd, run(DutSwapReal8DecGToDecD, decg, kLittle, kLittle).bytes);
 }
 
 TEST(FormatZeros, NegativeZeroLosesItsSign) {
   for (D_INT4 order : {kLittle, kBig}) {
     const B4 neg4 = ieeeBytes(-0.0f, order != kHost);
-    EXPECT_EQ(B4{}, run(DutSwapReal4IeeeToDecF, neg4, order, kLittle).bytes) << order;
-    EXPECT_EQ(B4{}, run(DutSwapReal4IeeeToIbm370, neg4, order, kBig).bytes) << order;
     const B8 neg8 = ieeeBytes(-0.0, order != kHost);
-    EXPECT_EQ(B8{}, run(DutSwapReal8IeeeToDecD, neg8, order, kLittle).bytes) << order;
-    EXPECT_EQ(B8{}, run(DutSwapReal8IeeeToDecG, neg8, order, kLittle).bytes) << order;
-    EXPECT_EQ(B8{}, run(DutSwapReal8IeeeToIbm370, neg8, order, kBig).bytes) << order;
+    using To = std::pair<Convert, D_INT4>;
+    for (auto [fn, to] : {To{DutSwapReal4IeeeToDecF, kLittle}, To{DutSwapReal4IeeeToIbm370, kBig}})
+      EXPECT_EQ(B4{}, run(fn, neg4, order, to).bytes) << order;
+    for (auto [fn, to] :
+         {To{DutSwapReal8IeeeToDecD, kLittle}, To{DutSwapReal8IeeeToDecG, kLittle}, To{DutSwapReal8IeeeToIbm370, kBig}})
+      EXPECT_EQ(B8{}, run(fn, neg8, order, to).bytes) << order;
   }
   // 0x80 in the last byte is -0.0f only when read little-endian; read
   // big-endian it is the smallest denormal with its hidden bit assumed.
@@ -261,15 +241,10 @@ TEST(FormatEdges, IeeeSingleSpecialsToIbmAreOrdinaryBits) {
 
 TEST(FormatEdges, IbmSingleClampsWithWarnings) {
   Capture capture;
-  struct Band {
-    unsigned char clamped_to;
-    std::vector<unsigned char> exponents;
-    std::string warning;
-  };
-  const Band bands[] = {
+  const struct { unsigned char clamped_to; std::vector<unsigned char> exponents; std::string warning; } bands[] = {
       {0x60, {0x61, 0x70, 0x7F}, "WARNING: DutSwapReal4Ibm370ToIeee: IBM_370 exponent overflows IEEE exponent\n"},
       {0x21, {0x00, 0x01, 0x20}, "WARNING: DutSwapReal4Ibm370ToIeee: IBM_370 exponent underflows IEEE exponent\n"}};
-  for (const Band &band : bands) {
+  for (const auto &band : bands) {
     for (unsigned char sign : {0x00, 0x80}) {
       for (unsigned char digit : {0x10, 0x20, 0x40, 0x80, 0xF0}) {
         const auto limit = run(DutSwapReal4Ibm370ToIeee, B4{static_cast<unsigned char>(sign | band.clamped_to), digit,
@@ -428,6 +403,166 @@ TEST(FormatThreads, ConcurrentConversionsAndWarnings) {
   // apart.
   EXPECT_EQ(kThreads * kRounds, countOf(text, "WARNING: "));
   EXPECT_EQ(kThreads * kRounds, countOf(text, "DutSwapReal4Ibm370ToIeee: IBM_370 exponent overflows IEEE exponent\n"));
+}
+
+// ---- Against the reference encoders ------------------------------------------
+
+using vqoracle::pow2;
+
+constexpr int kRandom = 20000;  // per family and direction
+
+std::uint64_t randomBelow(std::uint64_t n) {
+  static std::mt19937_64 engine(0x5EEDF00Du);
+  return engine() % n;
+}
+int randomIn(int lo, int hi) { return lo + static_cast<int>(randomBelow(static_cast<std::uint64_t>(hi - lo + 1))); }
+
+// IEEE values 1.f x 2^(field - bias) for the fields [lo, hi]: the two ends
+// of every binade with both signs, and random ones.
+template <typename T>
+std::vector<T> ieeeValues(int lo, int hi) {
+  constexpr int frac_bits = std::numeric_limits<T>::digits - 1;
+  constexpr int bias = std::numeric_limits<T>::max_exponent - 1;
+  std::vector<T> out;
+  for (int field = lo; field <= hi; ++field) {
+    const T low = std::ldexp(T(1), field - bias);
+    const T high = std::ldexp(T(2) - std::ldexp(T(1), -frac_bits), field - bias);
+    for (T v : {low, high, -low, -high}) out.push_back(v);
+  }
+  for (int i = 0; i < kRandom; ++i) {
+    const T fraction = std::ldexp(static_cast<T>(randomBelow(pow2(frac_bits))), -frac_bits);
+    out.push_back((randomBelow(2) ? T(-1) : T(1)) * std::ldexp(T(1) + fraction, randomIn(lo, hi) - bias));
+  }
+  return out;
+}
+
+template <std::size_t N>
+std::array<unsigned char, N> randomDec(int exp_bits, int exp_lo, int exp_hi) {
+  const int frac_bits = static_cast<int>(N) * 8 - 1 - exp_bits;
+  return vqoracle::decFromFields<N>(randomBelow(2) != 0, randomIn(exp_lo, exp_hi), randomBelow(pow2(frac_bits)),
+                                    exp_bits);
+}
+
+// Normalised IBM bytes: the leading hex digit is at least min_leading_digit.
+template <std::size_t N>
+std::array<unsigned char, N> randomIbm(int char_lo, int char_hi, int min_leading_digit = 1) {
+  const std::uint64_t digit_unit = pow2(static_cast<int>(N) * 8 - 12);
+  const auto leading = static_cast<std::uint64_t>(randomIn(min_leading_digit, 15));
+  std::array<unsigned char, N> out{};
+  out[0] = static_cast<unsigned char>((randomBelow(2) ? 128 : 0) + randomIn(char_lo, char_hi));
+  vqoracle::putBigEndian(leading * digit_unit + randomBelow(digit_unit), static_cast<int>(N) - 1, out.data() + 1);
+  return out;
+}
+
+class FormatOracle : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!vqoracle::kWideLongDouble) GTEST_SKIP() << "long double too narrow for the reference decoders";
+  }
+  // Nothing in the exact ranges may warn.
+  void TearDown() override { EXPECT_EQ("", capture_.Take()); }
+
+  // IEEE values of the fields [lo, hi] go `to` the foreign format as
+  // encode(v) says, and `back` to the IEEE value the foreign bytes hold,
+  // which is v itself when `exact`, else never more than v in magnitude.
+  template <typename T, typename Encode, typename Decode>
+  void thereAndBack(int lo, int hi, Convert to, D_INT4 foreign, Convert back, Encode encode, Decode decode,
+                    bool exact) {
+    for (T v : ieeeValues<T>(lo, hi)) {
+      const auto expected = encode(v);
+      const auto held = static_cast<T>(decode(expected.data()));
+      if (exact) {
+        ASSERT_EQ(held, v);
+      }
+      ASSERT_LE(std::fabs(held), std::fabs(v));
+      for (D_INT4 order : {kLittle, kBig}) {
+        const auto there = run(to, ieeeBytes(v, order != kHost), order, foreign);
+        ASSERT_EQ(D_TRUE, there.status);
+        ASSERT_EQ(expected, there.bytes) << v << " order " << order;
+        ASSERT_EQ(ieeeBytes(held, order != kHost), run(back, there.bytes, foreign, order).bytes) << v;
+      }
+    }
+  }
+
+  // Random foreign bytes from gen convert to the IEEE type T of value(bytes),
+  // which T must hold exactly, in both byte orders.
+  template <typename T, typename Gen, typename Value>
+  void toIeee(Convert fn, D_INT4 foreign, Gen gen, Value value) {
+    for (int i = 0; i < kRandom; ++i) {
+      const auto bytes = gen();
+      const long double exact = value(bytes.data());
+      const auto expected = static_cast<T>(exact);
+      ASSERT_EQ(static_cast<long double>(expected), exact);
+      const D_INT4 order = i % 2 ? kBig : kLittle;
+      ASSERT_EQ(ieeeBytes(expected, order != kHost), run(fn, bytes, foreign, order).bytes) << expected;
+    }
+  }
+
+  // Random foreign bytes from gen convert to encode(value(bytes)).
+  template <typename Gen, typename Value, typename Encode>
+  void between(Convert fn, D_INT4 in, D_INT4 out, Gen gen, Value value, Encode encode) {
+    for (int i = 0; i < kRandom; ++i) {
+      const auto bytes = gen();
+      ASSERT_EQ(encode(static_cast<double>(value(bytes.data()))), run(fn, bytes, in, out).bytes) << i;
+    }
+  }
+
+  Capture capture_;
+};
+
+auto decF = [](double v) { return vqoracle::decFFromValue(v); };
+auto decD = [](double v) { return vqoracle::decDFromValue(v); };
+auto decG = [](double v) { return vqoracle::decGFromValue(v); };
+auto ibm4 = [](double v) { return vqoracle::ibm4FromValue(v); };
+auto ibm8 = [](double v) { return vqoracle::ibm8FromValue(v); };
+auto ibm4Value = [](const unsigned char *b) { return vqoracle::ibmValue<4>(b); };
+// DEC D and IBM double carry more fraction bits than IEEE double: truncated.
+auto decDTruncated = [](const unsigned char *b) { return vqoracle::truncateSignificand(vqoracle::decDValue(b), 53); };
+auto ibm8Truncated = [](const unsigned char *b) {
+  return vqoracle::truncateSignificand(vqoracle::ibmValue<8>(b), 53);
+};
+
+TEST_F(FormatOracle, FourByteConversions) {
+  thereAndBack<float>(1, 253, DutSwapReal4IeeeToDecF, kLittle, DutSwapReal4DecFToIeee, decF, vqoracle::decFValue,
+                      true);
+  // Up to three low bits are lost aligning on a hex digit.
+  thereAndBack<float>(1, 254, DutSwapReal4IeeeToIbm370, kBig, DutSwapReal4Ibm370ToIeee, ibm4, ibm4Value, false);
+  toIeee<float>(DutSwapReal4DecFToIeee, kLittle, [] { return randomDec<4>(8, 3, 255); }, vqoracle::decFValue);
+  // Characteristic 33 is exact only with a leading digit of 4 or more.
+  toIeee<float>(DutSwapReal4Ibm370ToIeee, kBig, [] { return randomIbm<4>(34, 96); }, ibm4Value);
+  toIeee<float>(DutSwapReal4Ibm370ToIeee, kBig, [] { return randomIbm<4>(33, 33, 4); }, ibm4Value);
+  between(DutSwapReal4DecFToIbm370, kLittle, kBig, [] { return randomDec<4>(8, 3, 255); }, vqoracle::decFValue,
+          ibm4);
+  // IBM values below 2^124 fit DEC F.
+  between(DutSwapReal4Ibm370ToDecF, kBig, kLittle, [] { return randomIbm<4>(34, 95); }, ibm4Value, decF);
+}
+
+TEST_F(FormatOracle, EightByteConversions) {
+  // Unbiased exponents -128..126 for DEC D; |x| in [2^-260, 2^252) for IBM.
+  thereAndBack<double>(895, 1149, DutSwapReal8IeeeToDecD, kLittle, DutSwapReal8DecDToIeee, decD,
+                       vqoracle::decDValue, true);
+  thereAndBack<double>(1, 2045, DutSwapReal8IeeeToDecG, kLittle, DutSwapReal8DecGToIeee, decG, vqoracle::decGValue,
+                       true);
+  thereAndBack<double>(763, 1274, DutSwapReal8IeeeToIbm370, kBig, DutSwapReal8Ibm370ToIeee, ibm8,
+                       [](const unsigned char *b) { return vqoracle::ibmValue<8>(b); }, true);
+  toIeee<double>(DutSwapReal8DecDToIeee, kLittle, [] { return randomDec<8>(8, 1, 255); }, decDTruncated);
+  toIeee<double>(DutSwapReal8DecGToIeee, kLittle, [] { return randomDec<8>(11, 3, 2047); }, vqoracle::decGValue);
+  toIeee<double>(DutSwapReal8Ibm370ToIeee, kBig, [] { return randomIbm<8>(0, 127); }, ibm8Truncated);
+}
+
+TEST_F(FormatOracle, EightByteForeignToForeign) {
+  const auto anyDecD = [] { return randomDec<8>(8, 1, 255); };
+  between(DutSwapReal8DecDToDecG, kLittle, kLittle, anyDecD, decDTruncated, decG);
+  // G exponents 897..1150 are the ones DEC D holds.
+  between(DutSwapReal8DecGToDecD, kLittle, kLittle, [] { return randomDec<8>(11, 897, 1150); }, vqoracle::decGValue,
+          decD);
+  between(DutSwapReal8DecDToIbm370, kLittle, kBig, anyDecD, decDTruncated, ibm8);
+  // G exponents whose IEEE exponent field stays in 763..1274.
+  between(DutSwapReal8DecGToIbm370, kLittle, kBig, [] { return randomDec<8>(11, 765, 1276); }, vqoracle::decGValue,
+          ibm8);
+  between(DutSwapReal8Ibm370ToDecG, kBig, kLittle, [] { return randomIbm<8>(0, 127); }, ibm8Truncated, decG);
+  // IBM characteristics 33..95 stay inside DEC D's range.
+  between(DutSwapReal8Ibm370ToDecD, kBig, kLittle, [] { return randomIbm<8>(33, 95); }, ibm8Truncated, decD);
 }
 
 }  // namespace

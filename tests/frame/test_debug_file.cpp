@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "support/output_capture.hpp"
 #include "child.hpp"
@@ -22,64 +24,112 @@ using vqtest::OutputCapture;
 using vqtest::ReadFile;
 using vqtest::RunClean;
 
-bool IsOnDisk(FILE *file) { return file != nullptr && file != stderr; }
-
-// ---- Opening -------------------------------------------------------------------
-
 TEST(DebugOpen, NamingRules) {
-  const struct {
-    const char *env, *given, *name;
-    bool on_disk;
-    const char *absent;
-  } cases[] = {
-      {nullptr, "trace", "trace.dbg", true, "trace"},
-      {nullptr, "trace.dbg", "trace.dbg", true, "trace.dbg.dbg"},
-      {nullptr, "LOUD.DBG", "LOUD.DBG", true, "LOUD.DBG.dbg"},
-      {nullptr, "trace.log", "trace.log.dbg", true, "trace.log"},
-      {nullptr, "stderr", "stderr", false, "stderr.dbg"},
-      {nullptr, "STDERR", "STDERR", false, "STDERR.dbg"},
+  // absent: a file that must not have been made.
+  const struct { const char *env, *given, *name; bool on_disk; const char *absent; } cases[] = {
+      {nullptr, "trace", "trace.dbg", true, "trace"}, {nullptr, "LOUD.DBG", "LOUD.DBG", true, "LOUD.DBG.dbg"},
+      {nullptr, "trace.log", "trace.log.dbg", true, "trace.log"}, {nullptr, "STDERR", "STDERR", false, "STDERR.dbg"},
       // The environment's name is used exactly as written.
-      {"trace", "other", "trace", true, "trace.dbg"},
-      {"StdErr", "other", "StdErr", false, "StdErr.dbg"},
-  };
+      {"trace", "other", "trace", true, "trace.dbg"}, {"StdErr", "other", "StdErr", false, "StdErr.dbg"}};
   for (const auto &c : cases) {
     RunClean([&] {
+      SCOPED_TRACE(c.given);
       if (c.env != nullptr) ::setenv("VQDEBUGFILENAME", c.env, 1);
       DutDebugOpen(c.given);
-      EXPECT_STREQ(DutDebugFileName(), c.name) << c.given;
-      ASSERT_NE(DutDebugFilePtr(), nullptr) << c.given;
-      EXPECT_EQ(DutDebugFilePtr() != stderr, c.on_disk) << c.given;
-      EXPECT_EQ(fs::exists(c.name), c.on_disk) << c.given;
-      // A second open changes nothing.
       FILE *stream = DutDebugFilePtr();
-      DutDebugOpen("two");
-      EXPECT_EQ(DutDebugFilePtr(), stream) << c.given;
-      EXPECT_STREQ(DutDebugFileName(), c.name) << c.given;
-      for (const char *absent : {c.absent, "other.dbg", "two.dbg"})
-        EXPECT_FALSE(fs::exists(absent)) << c.given << " " << absent;
+      EXPECT_EQ(std::tuple(std::string(DutDebugFileName()), stream != nullptr && stream != stderr, fs::exists(c.name)),
+                std::tuple(c.name, c.on_disk, c.on_disk));
+      DutDebugOpen("two");  // a second open changes nothing
+      EXPECT_EQ(std::pair(DutDebugFilePtr(), std::string(DutDebugFileName())), std::pair(stream, std::string(c.name)));
+      for (const char *absent : {c.absent, "other.dbg", "two.dbg"}) EXPECT_FALSE(fs::exists(absent)) << absent;
     });
   }
 }
 
-TEST(DebugOpen, NothingUntilOpenedThenTruncatedAndFlushedAtOnce) {
+// One file through its life: truncated when opened and written at once;
+// output that also goes to the debug file; close and reopen (appending,
+// with a warning when still open); renames with their error numbers, on
+// disk without an added extension, to standard error and back to a file.
+TEST(DebugFile, LifeOnDisk) {
   RunClean([] {
     EXPECT_EQ(DutDebugFileName(), nullptr);
     EXPECT_EQ(DutDebugFilePtr(), nullptr);
     std::ofstream("old.dbg") << "stale contents\n";
     DutDebugOpen("old");
     DutDebug("line %d of %s\n", 1, "two");
-    EXPECT_EQ(ReadFile("old.dbg"), "line 1 of two\n");  // no close needed
-    DutDebug("line 2");
-    EXPECT_EQ(ReadFile("old.dbg"), "line 1 of two\nline 2");
+    EXPECT_EQ(ReadFile("old.dbg"), "line 1 of two\n");
+    OutputCapture capture;
+    DutOutDebug("value %d\n", 42);
+    DutWarning("low %s\n", "memory");
+    errno = 0;
+    DutErrNumSetC(ENOENT);
+    EXPECT_TRUE(DutPerror("open"));
+    const std::string both = "value 42\nWARNING: low memory\nopen: " + std::string(std::strerror(ENOENT)) + "\n";
+    EXPECT_EQ(capture.Take(), both);
+    std::string expected = "line 1 of two\n" + both;
+    EXPECT_EQ(ReadFile("old.dbg"), expected);
+
+    DutDebugClose();
+    EXPECT_EQ(DutDebugFilePtr(), nullptr);
+    EXPECT_STREQ(DutDebugFileName(), "old.dbg");
+    EXPECT_FAILS(DutDebugRename("later"), D_FALSE, D_ERR_DOESNT_EXIST);  // nothing open
+    FILE *reopened = DutDebugReopen();
+    EXPECT_TRUE(reopened != nullptr && reopened != stderr);
+    DutDebug("b\n");
+    EXPECT_EQ(ReadFile("old.dbg"), expected += "b\n");
+    EXPECT_EQ(capture.Take(), "");
+    EXPECT_NE(DutDebugReopen(), nullptr);
+    const std::string warning = "WARNING: DutDebugReopen: debug file already open!!\n";
+    EXPECT_EQ(capture.Take(), warning);
+    DutDebug("c\n");
+    EXPECT_EQ(ReadFile("old.dbg"), expected += warning + "c\n");
+
+    EXPECT_FAILS(DutDebugRename(nullptr), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutDebugRename("old.dbg"), D_FALSE, D_ERR_ALREADY_EXISTS);
+    FILE *stream = DutDebugFilePtr();
+    ASSERT_TRUE(DutDebugRename("b.log"));
+    EXPECT_EQ(std::tuple(std::string(DutDebugFileName()), DutDebugFilePtr(), fs::exists("old.dbg")),
+              std::tuple("b.log", stream, false));
+    DutDebug("after\n");
+    EXPECT_EQ(ReadFile("b.log"), expected += "after\n");
+
+    ASSERT_TRUE(DutDebugRename("stderr"));
+    EXPECT_EQ(std::pair(DutDebugFilePtr(), std::string(DutDebugFileName())), std::pair(stderr, std::string("stderr")));
+    EXPECT_EQ(ReadFile("b.log"), expected);  // left on disk, not renamed
+    ASSERT_TRUE(DutDebugRename("fresh"));  // from standard error: a new file
+    DutDebug("into fresh\n");
+    ASSERT_TRUE(DutDebugRename("fresher"));  // and now a rename on disk
+    EXPECT_FALSE(fs::exists("fresh"));
+    EXPECT_EQ(ReadFile("fresher"), "into fresh\n");
   });
+}
+
+// The first write opens standard error, which output does not reach a
+// second time, which close leaves open, and which a failed rename keeps.
+TEST(DebugFile, StandardError) {
   RunClean([] {
-    DutDebug("%s", "");  // the first write opens standard error
+    ASSERT_NE(std::freopen("stderr.txt", "w", stderr), nullptr);
+    DutDebug("%s", "");
     EXPECT_EQ(DutDebugFilePtr(), stderr);
+    EXPECT_STREQ(DutDebugFileName(), "stderr");
+    OutputCapture capture;
+    DutOutDebug("od\n");
+    DutWarning("once\n");
+    std::fflush(stderr);
+    EXPECT_EQ(capture.Take(), "od\nWARNING: once\n");
+    EXPECT_EQ(ReadFile("stderr.txt"), "");
+    DutDebugClose();
+    EXPECT_EQ(DutDebugReopen(), stderr);
+    errno = 0;
+    EXPECT_FAILS(DutDebugRename("no-such-dir/y"), D_FALSE, D_ERR_C);
+    EXPECT_EQ(errno, ENOENT);
     EXPECT_STREQ(DutDebugFileName(), "stderr");
   });
 }
 
-TEST(DebugOpen, UnopenableFileFallsBackToStderrWithAMessage) {
+// A file that cannot be opened or reopened falls back to standard error
+// with a message and no error number; a failed rename changes nothing.
+TEST(DebugFile, Fallbacks) {
   RunClean([] {
     OutputCapture capture;
     DutErrNumSet(D_ERR_EOF);
@@ -87,7 +137,31 @@ TEST(DebugOpen, UnopenableFileFallsBackToStderrWithAMessage) {
     EXPECT_EQ(capture.Take(), "Cannot open debug file <no-such-dir/x.dbg>, using stderr instead.\n");
     EXPECT_EQ(DutDebugFilePtr(), stderr);
     EXPECT_STREQ(DutDebugFileName(), "stderr");
-    EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);  // never an error return
+    EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);
+  });
+  RunClean([] {
+    fs::create_directory("sub");
+    DutDebugOpen("sub/x");
+    FILE *stream = DutDebugFilePtr();
+    errno = 0;
+    EXPECT_FAILS(DutDebugRename("no-such-dir/x"), D_FALSE, D_ERR_C);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(DutDebugFilePtr(), stream);
+    EXPECT_STREQ(DutDebugFileName(), "sub/x.dbg");
+    DutDebugClose();
+    fs::remove_all("sub");
+    OutputCapture capture;
+    EXPECT_EQ(DutDebugReopen(), stderr);
+    EXPECT_EQ(capture.Take(), "Can't reopen debug file sub/x.dbg, using stderr\n");
+    EXPECT_STREQ(DutDebugFileName(), "stderr");
+  });
+  RunClean([] {
+    // The standard-error test of rename is case-sensitive: this renames on
+    // disk a file that does not exist.
+    DutDebugOpen("STDERR");
+    EXPECT_FAILS(DutDebugRename("moved"), D_FALSE, D_ERR_C);
+    EXPECT_STREQ(DutDebugFileName(), "STDERR");
+    EXPECT_FALSE(fs::exists("moved"));
   });
 }
 
@@ -95,159 +169,7 @@ TEST(DebugDeath, NullNameNullFormatAndReopenBeforeOpenAreAssertions) {
   EXPECT_FATAL_ABORT(DutDebugOpen(nullptr), "Assertion <file_name != NULL> failed, file: util\\.c");
   const char *volatile no_format = nullptr;
   EXPECT_FATAL_ABORT(DutDebug(no_format, 0), "Assertion <format_str> failed, file: util\\.c");
-  EXPECT_FATAL_ABORT(DutDebugReopen(),
-                     "Assertion <utDebugFileName != NULL> failed, file: util\\.c");
-}
-
-// ---- Writing -------------------------------------------------------------------
-
-TEST(DebugWrite, OutDebugWarningAndPerrorReachOutputAndFileOnceEach) {
-  RunClean([] {
-    OutputCapture capture;
-    DutDebugOpen("both");
-    DutOutDebug("value %d\n", 42);
-    DutWarning("low %s\n", "memory");
-    errno = 0;
-    DutErrNumSetC(ENOENT);
-    EXPECT_TRUE(DutPerror("open"));
-    const std::string expected =
-        "value 42\nWARNING: low memory\nopen: " + std::string(std::strerror(ENOENT)) + "\n";
-    EXPECT_EQ(capture.Take(), expected);
-    EXPECT_EQ(ReadFile("both.dbg"), expected);
-  });
-  RunClean([] {
-    // Keep the stderr object, send what it gets to a file we can read.
-    ASSERT_NE(std::freopen("stderr.txt", "w", stderr), nullptr);
-    OutputCapture capture;
-    DutDebugOpen("stderr");
-    DutOutDebug("od\n");
-    DutWarning("once\n");
-    std::fflush(stderr);
-    EXPECT_EQ(capture.Take(), "od\nWARNING: once\n");
-    EXPECT_EQ(ReadFile("stderr.txt"), "");
-  });
-}
-
-// ---- Close and reopen --------------------------------------------------------
-
-TEST(DebugReopen, CloseKeepsTheNameAndReopenAppends) {
-  RunClean([] {
-    OutputCapture capture;
-    DutDebugOpen("keep");
-    DutDebug("a\n");
-    DutDebugClose();
-    EXPECT_EQ(DutDebugFilePtr(), nullptr);
-    EXPECT_STREQ(DutDebugFileName(), "keep.dbg");
-    FILE *reopened = DutDebugReopen();
-    ASSERT_TRUE(IsOnDisk(reopened));
-    EXPECT_EQ(DutDebugFilePtr(), reopened);
-    DutDebug("b\n");
-    EXPECT_EQ(ReadFile("keep.dbg"), "a\nb\n");
-    EXPECT_STREQ(DutDebugFileName(), "keep.dbg");
-    EXPECT_EQ(capture.Take(), "");
-    // Reopening an open file warns and still appends.
-    ASSERT_TRUE(IsOnDisk(DutDebugReopen()));
-    EXPECT_EQ(capture.Take(), "WARNING: DutDebugReopen: debug file already open!!\n");
-    DutDebug("c\n");
-    const std::string text = ReadFile("keep.dbg");
-    EXPECT_EQ(text.find("a\nb\n"), 0u) << text;
-    EXPECT_NE(text.find("c\n"), std::string::npos) << text;
-  });
-  RunClean([] {
-    DutDebugOpen("stderr");
-    DutDebugClose();  // standard error is never closed
-    EXPECT_EQ(DutDebugFilePtr(), stderr);
-    EXPECT_EQ(DutDebugReopen(), stderr);
-    EXPECT_STREQ(DutDebugFileName(), "stderr");
-  });
-}
-
-TEST(DebugReopen, UnreopenableFileFallsBackToStderr) {
-  RunClean([] {
-    fs::create_directory("sub");
-    DutDebugOpen("sub/x");
-    DutDebugClose();
-    fs::remove_all("sub");
-    OutputCapture capture;
-    EXPECT_EQ(DutDebugReopen(), stderr);
-    EXPECT_EQ(capture.Take(), "Can't reopen debug file sub/x.dbg, using stderr\n");
-    EXPECT_EQ(DutDebugFilePtr(), stderr);
-    EXPECT_STREQ(DutDebugFileName(), "stderr");
-  });
-}
-
-// ---- Rename ------------------------------------------------------------------
-
-TEST(DebugRename, ArgumentAndStateErrors) {
-  RunClean([] {
-    EXPECT_FAILS(DutDebugRename(nullptr), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutDebugRename("x"), D_FALSE, D_ERR_DOESNT_EXIST);  // nothing open
-    DutDebugOpen("same");
-    EXPECT_FAILS(DutDebugRename("same.dbg"), D_FALSE, D_ERR_ALREADY_EXISTS);
-    EXPECT_FAILS(DutDebugRename(nullptr), D_FALSE, D_ERR_NULL_PTR);
-    // After a close the pointer is null: nothing is open to rename.
-    DutDebugClose();
-    EXPECT_FAILS(DutDebugRename("later"), D_FALSE, D_ERR_DOESNT_EXIST);
-    EXPECT_STREQ(DutDebugFileName(), "same.dbg");
-  });
-}
-
-TEST(DebugRename, FailedRenameChangesNothing) {
-  const struct {
-    const char *opened, *target, *name;
-  } cases[] = {
-      {"stay", "no-such-dir/x", "stay.dbg"},
-      {"stderr", "no-such-dir/y", "stderr"},
-      // The stderr test of rename is case-sensitive: this renames on disk
-      // a file that does not exist.
-      {"STDERR", "moved", "STDERR"},
-  };
-  for (const auto &c : cases) {
-    RunClean([&] {
-      DutDebugOpen(c.opened);
-      FILE *stream = DutDebugFilePtr();
-      errno = 0;
-      EXPECT_FAILS(DutDebugRename(c.target), D_FALSE, D_ERR_C);
-      EXPECT_EQ(errno, ENOENT) << c.opened;
-      EXPECT_STREQ(DutDebugFileName(), c.name);
-      EXPECT_EQ(DutDebugFilePtr(), stream) << c.opened;
-      EXPECT_FALSE(fs::exists(c.target)) << c.opened;
-    });
-  }
-}
-
-TEST(DebugRename, OnDiskKeepsWritingWithoutAddingAnExtension) {
-  RunClean([] {
-    DutDebugOpen("a");
-    DutDebug("before\n");
-    FILE *stream = DutDebugFilePtr();
-    ASSERT_TRUE(DutDebugRename("b.log"));
-    EXPECT_STREQ(DutDebugFileName(), "b.log");
-    EXPECT_EQ(DutDebugFilePtr(), stream);
-    EXPECT_FALSE(fs::exists("a.dbg"));
-    DutDebug("after\n");
-    EXPECT_EQ(ReadFile("b.log"), "before\nafter\n");
-  });
-}
-
-TEST(DebugRename, ToAndFromStderr) {
-  RunClean([] {
-    DutDebugOpen("tostd");
-    DutDebug("kept\n");
-    ASSERT_TRUE(DutDebugRename("stderr"));
-    EXPECT_EQ(DutDebugFilePtr(), stderr);
-    EXPECT_STREQ(DutDebugFileName(), "stderr");
-    EXPECT_EQ(ReadFile("tostd.dbg"), "kept\n");  // left on disk, not renamed
-
-    ASSERT_TRUE(DutDebugRename("fresh"));  // from stderr: a new file
-    EXPECT_TRUE(IsOnDisk(DutDebugFilePtr()));
-    EXPECT_STREQ(DutDebugFileName(), "fresh");
-    DutDebug("into fresh\n");
-    EXPECT_EQ(ReadFile("fresh"), "into fresh\n");
-    ASSERT_TRUE(DutDebugRename("fresher"));  // and now a rename on disk
-    EXPECT_FALSE(fs::exists("fresh"));
-    EXPECT_EQ(ReadFile("fresher"), "into fresh\n");
-  });
+  EXPECT_FATAL_ABORT(DutDebugReopen(), "Assertion <utDebugFileName != NULL> failed, file: util\\.c");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// The output function, time stamps, warnings, internal validation and the
-// functions run at exit.
+// The output function, time stamps, warnings, internal validation, the
+// functions run at exit, and the fatal-error report: where it goes and how
+// the process ends.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -7,24 +8,29 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <regex>
 #include <string>
+#include <tuple>
 
 #include "support/output_capture.hpp"
 #include "child.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
+#include "vqutil/time.h"
 
 namespace {
 
 using vqtest::OutputCapture;
+using vqtest::ReadFile;
+using vqtest::RunClean;
 using vqtest::SetAllFour;
 
-void ExpectAllFour(D_INT4 number, int c_err, D_INT4 os_err, D_INT4 socket_err) {
-  const int seen_errno = errno;
-  EXPECT_EQ(seen_errno, c_err);
-  EXPECT_EQ(DutErrNumGetOs(), os_err);
-  EXPECT_EQ(DutErrNumGetSocket(), socket_err);
-  EXPECT_EQ(DutErrNumGet(), number);
+using Four = std::tuple<D_INT4, int, D_INT4, D_INT4>;
+
+// errno first, so that no other getter can be what keeps it.
+Four AllFour() {
+  const int c_err = errno;
+  return {DutErrNumGet(), c_err, DutErrNumGetOs(), DutErrNumGetSocket()};
 }
 
 // An output function that wrecks every error value of its thread.
@@ -56,17 +62,24 @@ class Output : public ::testing::Test {
 
 // ---- The output function ---------------------------------------------------
 
-TEST_F(Output, DutOutVOutAndOutDebugFormatThroughTheOutputFunction) {
+// Without a debug file DutOutDebug reaches the output once. DutOut and
+// DutWarning keep all four error values an output function may change;
+// DutVOut does not.
+TEST_F(Output, FormatsThroughTheOutputFunctionKeepingTheErrorValues) {
   DutOut("a%dz %s|%5.2f\n", 5, "x", 2.5);
-  EXPECT_EQ(capture_.Take(), "a5z x| 2.50\n");
   DutOut("%s", "");
-  DutOut("no newline");
-  EXPECT_EQ(capture_.Take(), "no newline");
   CallVOut("v%c%d\n", 'a', 3);
-  // Without a debug file DutOutDebug reaches the output once.
-  DutOutDebug("both %d\n", 7);
-  EXPECT_EQ(capture_.Take(), "va3\nboth 7\n");
+  DutOutDebug("both %d", 7);
+  EXPECT_EQ(capture_.Take(), "a5z x| 2.50\nva3\nboth 7");
   EXPECT_EQ(DutFlushStdout(), 0);
+  DutSetOutputFunc(&ClobberingOutput);
+  SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
+  DutOut("x%d\n", 1);
+  DutWarning("y%d\n", 2);
+  EXPECT_EQ(AllFour(), Four(D_ERR_DOESNT_EXIST, EACCES, 5, 10054));
+  EXPECT_EQ(capture_.Take(), "x1\nWARNING: y2\n");
+  CallVOut("z");
+  EXPECT_EQ(DutErrNumGet(), D_ERR_TYPE_UNKNOWN);
 }
 
 TEST(OutputDefault, DefaultIsVprintfAndNullIsAnAssertion) {
@@ -78,56 +91,31 @@ TEST(OutputDefault, DefaultIsVprintfAndNullIsAnAssertion) {
                      "Assertion <output_func != NULL> failed, file: util\\.c, line [0-9]+");
 }
 
-TEST_F(Output, OutAndWarningKeepAllFourErrorValuesButVOutDoesNot) {
-  DutSetOutputFunc(&ClobberingOutput);
-  SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
-  DutOut("x%d\n", 1);
-  ExpectAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
-  SetAllFour(D_ERR_VAL_INVALID, ENOENT, 4, 10060);
-  DutWarning("y%d\n", 2);
-  ExpectAllFour(D_ERR_VAL_INVALID, ENOENT, 4, 10060);
-  EXPECT_EQ(capture_.Take(), "x1\nWARNING: y2\n");
-  CallVOut("z");
-  EXPECT_EQ(DutErrNumGet(), D_ERR_TYPE_UNKNOWN);
-}
-
 // ---- Time stamps -------------------------------------------------------------
 
-// Splits text into "<stamp>: <rest>" and checks the stamp is a ctime text
-// (without its newline) of a second in [from, to].
-::testing::AssertionResult HasStamp(const std::string &text, std::time_t from, std::time_t to,
-                                    std::string *rest) {
-  for (const std::string &stamp : vqtest::CtimeTexts(from, to)) {
-    const std::string head = stamp.substr(0, stamp.size() - 1) + ": ";
-    if (text.compare(0, head.size(), head) == 0) {
-      *rest = text.substr(head.size());
-      return ::testing::AssertionSuccess();
-    }
+// The text with every ctime stamp (without its newline) of a second in
+// [from, to] replaced by "T". The library reads the precise clock, which
+// may already show the next second while time() does not.
+std::string Unstamped(std::string text, std::time_t from, std::time_t to) {
+  for (std::string stamp : vqtest::CtimeTexts(from, to)) {
+    stamp.pop_back();
+    for (size_t at; (at = text.find(stamp)) != std::string::npos;) text.replace(at, stamp.size(), "T");
   }
-  return ::testing::AssertionFailure() << "no time stamp at the head of <" << text << ">";
+  return text;
 }
 
+// The variable is read afresh on every call, and may be set to anything,
+// even empty; a warning is stamped before and after its prefix.
 TEST_F(Output, TimestampPrecedesEveryOutputCallAndTwiceInAWarning) {
+  const std::time_t before = std::time(nullptr);
   ::setenv("VQTIMESTAMPOUTPUT", "1", 1);
-  std::time_t before = std::time(nullptr);
   DutOut("hello %d\n", 1);
-  std::string rest;
-  ASSERT_TRUE(HasStamp(capture_.Take(), before, std::time(nullptr), &rest));
-  EXPECT_EQ(rest, "hello 1\n");
-
-  // The variable is read afresh on every call.
   ::unsetenv("VQTIMESTAMPOUTPUT");
   DutOut("plain\n");
-  EXPECT_EQ(capture_.Take(), "plain\n");
-  ::setenv("VQTIMESTAMPOUTPUT", "", 1);  // set to anything, even empty
-  before = std::time(nullptr);
+  ::setenv("VQTIMESTAMPOUTPUT", "", 1);
   DutWarning("disk %d%% full\n", 90);
-  const std::time_t after = std::time(nullptr);
-  ASSERT_TRUE(HasStamp(capture_.Take(), before, after, &rest));
-  ASSERT_EQ(rest.compare(0, 9, "WARNING: "), 0) << rest;
-  std::string text;
-  ASSERT_TRUE(HasStamp(rest.substr(9), before, after, &text));
-  EXPECT_EQ(text, "disk 90% full\n");
+  EXPECT_EQ(Unstamped(capture_.Take(), before, std::time(nullptr) + 1),
+            "T: hello 1\nplain\nT: WARNING: T: disk 90% full\n");
 }
 
 // ---- Checks ------------------------------------------------------------------
@@ -184,6 +172,113 @@ TEST(OutputAtExit, FunctionsRunAtProcessEndInReverseOrder) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "^second registered\nfirst registered\n$");
+}
+
+// ---- Fatal errors ------------------------------------------------------------
+
+// Wall-clock seconds and library times before and after fatal errors.
+struct Window {
+  std::time_t from, to;
+  double time_from, time_to;
+};
+
+template <class Body>
+Window Around(Body body) {
+  Window w{std::time(nullptr), 0, DutGetCurrentTime(), 0};
+  body();
+  w.time_to = DutGetCurrentTime();
+  w.to = std::time(nullptr) + 1;  // the precise clock may be a second ahead of time()
+  return w;
+}
+
+// Reports with their clocks checked against the window and replaced: the
+// wall clock (the ctime text of a second in it) by "W", the library time
+// by "L".
+std::string Normalized(std::string text, const Window &w) {
+  for (const std::string &stamp : vqtest::CtimeTexts(w.from, w.to)) {
+    const std::string line = "Wall Clock Time: " + stamp;
+    for (size_t at; (at = text.find(line)) != std::string::npos;) text.replace(at, line.size(), "Wall Clock Time: W\n");
+  }
+  const std::regex time("VQsuite Time: (-?[0-9]+\\.[0-9]{6})\n");
+  std::string out;
+  for (std::smatch m; std::regex_search(text, m, time); text = m.suffix().str()) {
+    const double shown = std::stod(m[1].str());
+    EXPECT_TRUE(shown >= w.time_from - 1e-6 && shown <= w.time_to + 1e-6) << shown;
+    out += m.prefix().str() + "VQsuite Time: L\n";
+  }
+  return out + text;
+}
+
+std::string Report(const std::string &message, long number, long c_err, long os_err, long socket_err) {
+  return "\n*** FATAL ERROR ***\n" + message + "\nWall Clock Time: W\nVQsuite Time: L\nLast VQsuite Error Code: " +
+         std::to_string(number) + "\nLast C Error Code: " + std::to_string(c_err) + "\nLast OS Error Code: " +
+         std::to_string(os_err) + "\nLast Socket Error Code: " + std::to_string(socket_err) + "\n";
+}
+
+// Continuing (the variable set to anything, even empty) is checked before
+// aborting. Each report goes to the fatal error file, naming the open debug
+// file, and to the debug file itself, never through the output function;
+// the guard is cleared after each, so a second fatal error reports again.
+TEST(FatalReport, ContinuePathReportsToBothFilesAndReturns) {
+  RunClean([] {
+    ::setenv("VQ_FATAL_ERROR_CONTINUE", "", 1);
+    ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
+    std::FILE *report = std::tmpfile();
+    ASSERT_TRUE(report != nullptr && DutSetFatalErrorFile(report));
+    DutDebugOpen("crash");
+    DutDebug("earlier\n");
+    vqtest::OutputCapture capture;
+    SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
+    const Window w = Around([] {
+      DutFatalError("broken %s %d", "thing", 3);
+      SetAllFour(D_ERR_VAL_INVALID, 0, 0, 0);
+      EXPECT_EQ(DutAssert(0, "p != NULL", "list.c", 77), 0);
+    });
+    EXPECT_EQ(capture.Take(), "");
+    const std::string first = Report("broken thing 3", D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
+    const std::string second =
+        Report("Assertion <p != NULL> failed, file: list.c, line 77", D_ERR_VAL_INVALID, 0, 0, 0);
+    const std::string tail = "See debug file: crash.dbg\nContinuing execution.\n";
+    EXPECT_EQ(Normalized(vqtest::ReadStream(report), w), first + tail + second + tail);
+    EXPECT_EQ(Normalized(ReadFile("crash.dbg"), w), "earlier\n" + first + second);
+  });
+}
+
+// The fatal error file is null until set, and standard output after the
+// first fatal error without one.
+TEST(FatalFile, NullUntilSetAndStandardOutputAfterTheFirstFatalError) {
+  RunClean([] {
+    EXPECT_FAILS(DutGetFatalErrorFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutSetFatalErrorFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+    std::FILE *file = reinterpret_cast<std::FILE *>(1);
+    ASSERT_TRUE(DutGetFatalErrorFile(&file));
+    EXPECT_EQ(file, nullptr);
+    ::setenv("VQ_FATAL_ERROR_CONTINUE", "1", 1);
+    ASSERT_NE(std::freopen("stdout.txt", "w", stdout), nullptr);  // keeps the report out of the test log
+    DutFatalError("to stdout");
+    ASSERT_TRUE(DutGetFatalErrorFile(&file));
+    EXPECT_EQ(file, stdout);
+    std::fflush(stdout);
+    EXPECT_EQ(ReadFile("stdout.txt").find("\n*** FATAL ERROR ***\nto stdout\n"), 0u);
+  });
+}
+
+TEST(FatalDeath, AbortSettingAbortsAfterTheReport) {
+  EXPECT_FATAL_ABORT(DutAssert(0, "D_NULL != table", "hash.c", 310),
+                     "\\*\\*\\* FATAL ERROR \\*\\*\\*\nAssertion <D_NULL != table> failed, file: "
+                     "hash\\.c, line 310\nWall Clock Time: ");
+}
+
+TEST(FatalDeath, DefaultPathExitsWithStatusTwo) {
+  // Sleeps five seconds before exiting: the one slow case.
+  EXPECT_EXIT(
+      {
+        vqtest::ClearFrameEnvironment();
+        DutSetFatalErrorFile(stderr);
+        DutFatalError("bye %d", 1);
+        std::_Exit(0);
+      },
+      ::testing::ExitedWithCode(2), "\\*\\*\\* FATAL ERROR \\*\\*\\*\nbye 1\n");
 }
 
 }  // namespace

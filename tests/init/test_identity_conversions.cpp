@@ -57,7 +57,7 @@ TEST(InitProcessDeath, NullTextsAreAssertions) {
 }
 
 TEST(InitProcess, CpuTimeGrowsWithWork) {
-  D_WORD start = DutGetCpuTime();
+  const D_WORD start = DutGetCpuTime();
   EXPECT_GE(start, 0);
   volatile double sink = 0;
   D_WORD now = start;
@@ -69,6 +69,8 @@ TEST(InitProcess, CpuTimeGrowsWithWork) {
   EXPECT_GT(now, start);
 }
 
+// The system's name when no override is set; a long override is cut, not
+// overrun.
 TEST(InitProcess, UserNameAndItsOverride) {
   char buffer[D_USER_NAME_SIZE];
   unsetenv("VQ_FORCE_USER_NAME");
@@ -79,19 +81,14 @@ TEST(InitProcess, UserNameAndItsOverride) {
   setenv("VQ_FORCE_USER_NAME", "operator7", 1);
   EXPECT_STREQ(DutGetUserName(buffer), "operator7");
   setenv("VQ_FORCE_USER_NAME", std::string(400, 'u').c_str(), 1);
-  EXPECT_EQ(std::strlen(DutGetUserName(buffer)), sizeof buffer - 1);  // cut, not overrun
+  EXPECT_EQ(std::strlen(DutGetUserName(buffer)), sizeof buffer - 1);
   unsetenv("VQ_FORCE_USER_NAME");
 }
 
-TEST(InitTypeText, ShortcutsAndJoinedNames) {
+TEST(InitTypeText, ShortcutsJoinedNamesAndTheIllegalMask) {
   const std::pair<D_UINT4, const char *> cases[] = {
-      {0, "void"},
-      {D_TYPE_ANY_VALUE, "any value"},
-      {D_TYPE_ANY_VALUE | D_TYPE_SLOT, "any slot"},
-      {D_TYPE_ANY_VALUE | D_TYPE_INTEGER, "any value"},
-      {16383, "any slot"},
-      {3, "boolean or enumerated"},
-      {9, "boolean or string"},
+      {0, "void"}, {D_TYPE_ANY_VALUE, "any value"}, {D_TYPE_ANY_VALUE | D_TYPE_SLOT, "any slot"},
+      {D_TYPE_ANY_VALUE | D_TYPE_INTEGER, "any value"}, {16383, "any slot"}, {9, "boolean or string"},
       {D_TYPE_FIRST_ARG | D_TYPE_SLOT | D_TYPE_FLOAT | D_TYPE_INTEGER,
        "type of first argument or slot or float or integer"},
       // One value bit short of the shortcut: every other name, none cut off.
@@ -99,19 +96,12 @@ TEST(InitTypeText, ShortcutsAndJoinedNames) {
        "boolean or enumerated or numeric or enumerated set or numeric set or string set or "
        "enumerated list or numeric list or string list or type of first argument or slot or "
        "float or integer"},
-  };
-  char buffer[D_TYPE_TEXT_SIZE];
-  for (const auto &[mask, text] : cases) EXPECT_STREQ(DutTypeToString(mask, buffer), text) << mask;
-}
-
-TEST(InitTypeText, IllegalMaskAndStaticBuffer) {
+      {D_TYPE_ILLEGAL, "<BAD TYPE 16384>"}};
   vqtest::OutputCapture capture;
   char buffer[D_TYPE_TEXT_SIZE];
-  EXPECT_STREQ(DutTypeToString(D_TYPE_ILLEGAL, buffer), "<BAD TYPE 16384>");
+  for (const auto &[mask, text] : cases) EXPECT_STREQ(DutTypeToString(mask, buffer), text) << mask;
   EXPECT_EQ(capture.Take(), "WARNING: DutTypeToString:illegal value: 16384.\n");
-  DutTypeToString(D_TYPE_ILLEGAL - 1, buffer);
-  EXPECT_EQ(capture.Take(), "");
-
+  // Without a buffer the text goes into one static buffer.
   char *first = DutTypeToString(D_TYPE_NUMERIC, nullptr);
   EXPECT_STREQ(first, "numeric");
   EXPECT_EQ(DutTypeToString(D_TYPE_STRING, nullptr), first);
@@ -120,10 +110,9 @@ TEST(InitTypeText, IllegalMaskAndStaticBuffer) {
 
 TEST(InitTypeText, StringToTypeAndBool) {
   DutErrNumSet(D_ERR_TIMEOUT_REACHED);
-  const std::pair<const char *, D_UINT4> types[] = {{"Numeric", D_TYPE_NUMERIC},
-                                                    {"  BOOLEAN  ", D_TYPE_BOOLEAN},
-                                                    {"enumerated", D_TYPE_ENUM},
-                                                    {"sTrInG", D_TYPE_STRING}};
+  const std::pair<const char *, D_UINT4> types[] = {
+      {"Numeric", D_TYPE_NUMERIC}, {"  BOOLEAN  ", D_TYPE_BOOLEAN}, {"enumerated", D_TYPE_ENUM},
+      {"sTrInG", D_TYPE_STRING}};
   for (const auto &[text, mask] : types) {
     D_UINT4 type = 999;
     EXPECT_TRUE(DutStringToType(&type, text)) << text;
@@ -136,14 +125,13 @@ TEST(InitTypeText, StringToTypeAndBool) {
   }
   // Both take exactly one word: neither accepts a second token, a quoted
   // text, a number or a lexical error.
-  for (const char *bad : {"numeric list", "true false", "list", "yes", "slot", "truex", "", "\"string\"",
-                          "\"true\"", "numeric,", "5", "1", "\"open"}) {
+  for (const char *bad :
+       {"numeric list", "true false", "yes", "slot", "truex", "", "\"true\"", "numeric,", "1", "\"open"}) {
     D_UINT4 type = 999;
     D_BOOL flag = 7;
     EXPECT_FALSE(DutStringToType(&type, bad)) << bad;
     EXPECT_FALSE(DutStringToBool(&flag, bad)) << bad;
-    EXPECT_EQ(type, 999u) << bad;
-    EXPECT_EQ(flag, 7) << bad;
+    EXPECT_EQ(std::make_pair(type, flag), std::make_pair(999u, 7)) << bad;
   }
   EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);  // failures set no number
 }
@@ -154,9 +142,7 @@ TEST(InitIdentifiers, StaticIdAndValidity) {
   EXPECT_STREQ(id, "abc_1");
   EXPECT_EQ(DutStringToId("other"), id);
   EXPECT_STREQ(id, "other");
-  for (const char *bad : {"1abc", "a b", "", "a.b", "\"quoted\""}) {
-    EXPECT_EQ(DutStringToId(bad), nullptr) << bad;
-  }
+  for (const char *bad : {"1abc", "a b", "", "a.b", "\"quoted\""}) EXPECT_EQ(DutStringToId(bad), nullptr) << bad;
   const std::pair<const char *, D_INT4> ids[] = {{"", 1},  {"9lives", 0}, {"a%_b9", 1}, {"_x", 1},    {"%", 1},
                                                  {"a-b", 0}, {"a b", 0},  {"a.b", 0},   {nullptr, 0}};
   for (const auto &[text, valid] : ids) EXPECT_EQ(DutIdIsValid(text), valid) << (text ? text : "(null)");
@@ -168,47 +154,37 @@ TEST(InitIdentifiers, StaticIdAndValidity) {
   for (const auto &[text, valid] : slots) EXPECT_EQ(DutSlotIsValid(text), valid) << (text ? text : "(null)");
 }
 
-constexpr char kIntWarning[] = "WARNING: DutStringToInt: Unexpected invalid integer detected";
-constexpr char kRealWarning[] = "WARNING: DutStringToSignedReal: Unexpected invalid real number detected";
-
-TEST(StringToInt, ValidAndInvalidTexts) {
+// The whole text must be one number: anything else warns once and gives 0.
+// The unsigned real refuses any sign, quietly, with -1.
+TEST(StringToNumber, IntegersAndReals) {
   vqtest::OutputCapture capture;
-  const std::pair<const char *, D_INT4> good[] = {{"42", 42},   {"-17", -17},  {"+5", 5},
-                                                  {"  7  ", 7}, {"12.0", 12},  {"1e3", 1000},
-                                                  {"-0", 0},    {"2147483647", 2147483647},
-                                                  {"-2147483648", -2147483647 - 1}};
-  for (const auto &[text, value] : good) {
+  const std::pair<const char *, D_INT4> ints[] = {
+      {"42", 42}, {"-17", -17}, {"+5", 5}, {"  7  ", 7}, {"12.0", 12}, {"1e3", 1000}, {"-0", 0},
+      {"2147483647", 2147483647}, {"-2147483648", -2147483647 - 1}};
+  for (const auto &[text, value] : ints) {
     EXPECT_EQ(DutStringToInt(text), value) << text;
     EXPECT_FALSE(DutStringToIntInvalid(text)) << text;
   }
-  EXPECT_EQ(capture.Take(), "");
-  for (const char *bad : {"12x", "12.5", "", "abc", "2147483648", "-2147483649", "1 2", "- -1", "\"3\""}) {
-    EXPECT_EQ(DutStringToInt(bad), 0) << bad;
-    EXPECT_EQ(capture.Take(), kIntWarning) << bad;
-    EXPECT_TRUE(DutStringToIntInvalid(bad)) << bad;
-    EXPECT_EQ(capture.Take(), "") << bad;
-  }
-}
-
-TEST(StringToReal, SignedAndUnsignedReals) {
-  vqtest::OutputCapture capture;
-  const std::pair<const char *, D_REAL8> good[] = {
-      {"-2.5", -2.5}, {".5", 0.5}, {"1.", 1.0}, {"+1e3", 1000.0}};
-  for (const auto &[text, value] : good) {
+  const std::pair<const char *, D_REAL8> reals[] = {{"-2.5", -2.5}, {".5", 0.5}, {"1.", 1.0}, {"+1e3", 1000.0}};
+  for (const auto &[text, value] : reals) {
     EXPECT_EQ(DutStringToSignedReal(text), value) << text;
     EXPECT_FALSE(DutStringToRealInvalid(text)) << text;
   }
   EXPECT_EQ(capture.Take(), "");
+  for (const char *bad : {"12x", "12.5", "", "abc", "2147483648", "-2147483649", "1 2", "- -1", "\"3\""}) {
+    EXPECT_EQ(DutStringToInt(bad), 0) << bad;
+    EXPECT_EQ(capture.Take(), "WARNING: DutStringToInt: Unexpected invalid integer detected") << bad;
+    EXPECT_TRUE(DutStringToIntInvalid(bad)) << bad;
+  }
   for (const char *bad : {"abc", "1.5 2", "", "1.5;", "--1"}) {
     EXPECT_EQ(DutStringToSignedReal(bad), 0.0) << bad;
-    EXPECT_EQ(capture.Take(), kRealWarning) << bad;
+    EXPECT_EQ(capture.Take(), "WARNING: DutStringToSignedReal: Unexpected invalid real number detected") << bad;
     EXPECT_TRUE(DutStringToRealInvalid(bad)) << bad;
   }
-  // The unsigned form refuses any sign, quietly, with -1.
   const std::pair<const char *, D_REAL8> unsigned_cases[] = {
       {"2.5", 2.5}, {"0", 0.0}, {"-1", -1.0}, {"+1", -1.0}, {"x", -1.0}, {"3 4", -1.0}};
   for (const auto &[text, value] : unsigned_cases) EXPECT_EQ(DutStringToUnsignedReal(text), value) << text;
-  EXPECT_EQ(capture.Take(), "");
+  EXPECT_EQ(capture.Take(), "");  // the validity checks and the unsigned form are quiet
 }
 
 // Each call has its own lexer and jump target: threads do not interfere,

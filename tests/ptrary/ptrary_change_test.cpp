@@ -5,6 +5,7 @@
 #include <tuple>
 #include <vector>
 
+#include "support/output_capture.hpp"
 #include "vqutil/callback.h"
 #include "vqutil/error.h"
 #include "vqutil/ptrary.h"
@@ -54,45 +55,34 @@ TEST_F(PtrAryChange, EveryMutationReportsItsRecordAfterTheChange) {
   DutPtrArySort(array_, [](D_WORD a, D_WORD b) -> D_INT4 { return a < b ? -1 : (a > b ? 1 : 0); });
   DutPtrAryClear(array_, nullptr, nullptr);
   const std::vector<Change> expected{
-      {D_PTR_ARY_ITEM_ADDED, 10, 0, 0, -1, 1},
-      {D_PTR_ARY_ITEM_ADDED, 30, 1, 0, -1, 2},
-      {D_PTR_ARY_ITEM_ADDED, 20, 1, 0, -1, 3},
-      {D_PTR_ARY_ITEM_ADDED, 5, 0, 0, -1, 4},
+      {D_PTR_ARY_ITEM_ADDED, 10, 0, 0, -1, 1}, {D_PTR_ARY_ITEM_ADDED, 30, 1, 0, -1, 2},
+      {D_PTR_ARY_ITEM_ADDED, 20, 1, 0, -1, 3}, {D_PTR_ARY_ITEM_ADDED, 5, 0, 0, -1, 4},
       {D_PTR_ARY_ITEM_ADDED, 7, 1, 0, -1, 5},
       // Before the last item: the appended slot (count - 1), although the
       // new item sits at count - 2.
       {D_PTR_ARY_ITEM_ADDED, 9, 5, 0, -1, 6},
-      {D_PTR_ARY_ITEM_REMOVED, 7, 1, 0, -1, 5},
-      {D_PTR_ARY_ITEM_REMOVED, 20, 2, 0, -1, 4},
-      {D_PTR_ARY_ITEM_ADDED, 5, 4, 0, -1, 5},
-      {D_PTR_ARY_ALL_REMOVED, 5, -1, 0, -1, 3},  // one event for both
-      {D_PTR_ARY_ITEMS_SWAPPED, 30, 0, 10, 2, 3},
-      {D_PTR_ARY_ITEM_REPLACED, 6, 1, 0, -1, 3},
-      {D_PTR_ARY_SORTED, 0, -1, 0, -1, 3},
-      {D_PTR_ARY_CLEARED, 0, -1, 0, -1, 0},
+      {D_PTR_ARY_ITEM_REMOVED, 7, 1, 0, -1, 5}, {D_PTR_ARY_ITEM_REMOVED, 20, 2, 0, -1, 4},
+      {D_PTR_ARY_ITEM_ADDED, 5, 4, 0, -1, 5},   {D_PTR_ARY_ALL_REMOVED, 5, -1, 0, -1, 3},  // one event for both
+      {D_PTR_ARY_ITEMS_SWAPPED, 30, 0, 10, 2, 3}, {D_PTR_ARY_ITEM_REPLACED, 6, 1, 0, -1, 3},
+      {D_PTR_ARY_SORTED, 0, -1, 0, -1, 3},      {D_PTR_ARY_CLEARED, 0, -1, 0, -1, 0},
   };
   ASSERT_EQ(seen_.size(), expected.size());
   for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(seen_[i], expected[i]) << "change " << i;
 }
 
-TEST_F(PtrAryChange, FailedChangesRaiseNothing) {
+TEST_F(PtrAryChange, RegistrationRulesAndFailedChangesRaiseNothing) {
+  EXPECT_EQ(DutPtrAryChangeCbLookup(array_, record, reinterpret_cast<D_WORD>(&seen_)), cb_);
+  EXPECT_FAILS(DutPtrAryChangeCbCreate(array_, record, reinterpret_cast<D_WORD>(&seen_)), nullptr,
+               D_ERR_ALREADY_EXISTS);
+  D_PTR_ARY *other = DutPtrAryCreate(1);
+  EXPECT_FAILS(DutPtrAryChangeCbLookup(other, record, 0), nullptr, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutPtrAryChangeCbCreate(nullptr, record, 0), nullptr, D_ERR_NULL_PTR);
   DutPtrAryAppend(array_, 1, nullptr);
   seen_.clear();
   EXPECT_EQ(DutPtrAryRemove(array_, 99), D_FALSE);
   EXPECT_EQ(DutPtrAryInsertItemAtIndex(array_, 5, 7), D_FALSE);
   EXPECT_EQ(DutPtrArySwapItems(array_, 0, 1), D_FALSE);
   EXPECT_TRUE(seen_.empty());
-}
-
-TEST_F(PtrAryChange, RegistrationRules) {
-  EXPECT_EQ(DutPtrAryChangeCbLookup(array_, record, reinterpret_cast<D_WORD>(&seen_)), cb_);
-  EXPECT_EQ(DutPtrAryChangeCbCreate(array_, record, reinterpret_cast<D_WORD>(&seen_)), nullptr);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_ALREADY_EXISTS);
-  D_PTR_ARY *other = DutPtrAryCreate(1);
-  EXPECT_EQ(DutPtrAryChangeCbLookup(other, record, 0), nullptr);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
-  EXPECT_EQ(DutPtrAryChangeCbCreate(nullptr, record, 0), nullptr);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_NULL_PTR);
   D_CB_TYPE *type = DutCbTypeNumLookup(D_PTR_ARY_CHANGE_CB_TYPE);
   ASSERT_NE(type, nullptr);
   EXPECT_STREQ(D_GCT_NAME(type), "ptr_ary_change");

@@ -1,13 +1,11 @@
-// Shared fixtures of the string tests: a tap on the debug file, a scoped
-// debug flag, the error number a call leaves, and the assertion death test.
+// Shared fixtures of the string tests: a tap on the debug file and a scoped
+// debug flag.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -78,27 +76,4 @@ class DebugFlag {
   unsigned char previous_;
 };
 
-// The error number a call leaves, starting from none.
-template <typename Call>
-D_INT4 errAfter(Call &&call) {
-  DutErrNumSet(0);
-  call();
-  return DutErrNumGet();
-}
-
-// Runs a statement that must end in a fatal error: abort at once, with the
-// report on standard error where the death test reads it.
-template <typename Statement>
-void runFatal(Statement &&statement) {
-  ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);
-  DutSetFatalErrorFile(stderr);
-  statement();
-}
-
 }  // namespace strings_test
-
-// EXPECT_ASSERTION("expression text regex", statement...): the statement
-// dies by SIGABRT with "Assertion <text> failed" on standard error.
-#define EXPECT_ASSERTION(text, ...)                                                               \
-  EXPECT_EXIT(strings_test::runFatal([&]() { __VA_ARGS__; }), ::testing::KilledBySignal(SIGABRT), \
-              "Assertion <" text "> failed")

@@ -1,0 +1,199 @@
+// Names: quarks (numbering from 1, case folding with the first spelling
+// kept, the error numbers, the table listing and concurrent interning) and
+// one-wildcard patterns (plain names, the instance the wildcard stands for,
+// failures, the trace under debug flag 5 and the assertions).
+#include "vqutil/pattern.h"
+#include "vqutil/quark.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support.hpp"
+#include "vqutil/error.h"
+#include "vqutil/thread.h"
+
+namespace {
+
+std::string printed;
+
+void collect(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  char line[512];
+  std::vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  printed += line;
+}
+
+D_QUARK quarkOf(const std::string &text) {
+  D_QUARK quark = -1;
+  EXPECT_EQ(DutStrToQuark(text.c_str(), &quark), D_TRUE) << text;
+  return quark;
+}
+
+const char *stringOf(D_QUARK quark) {
+  const char *text = nullptr;
+  EXPECT_EQ(DutQuarkToStr(quark, &text), D_TRUE) << quark;
+  return text == nullptr ? "<null>" : text;
+}
+
+TEST(QuarkDeathTest, FreshProcessStartsAtOneWithNoTables) {
+  // The threadsafe style runs this test alone in a new process, so no
+  // other test has made a quark yet.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const char *text = nullptr;
+        bool ok = DutQuarkToStr(1, &text) == D_FALSE && DutErrNumGet() == D_ERR_DOESNT_EXIST;
+        ok = ok && DutQuarkTablePrint(collect) == D_TRUE &&
+             printed == "Printing quark table.\n  quark tables do not exist.\n";
+        D_QUARK first = 0;
+        D_QUARK second = 0;
+        ok = ok && DutStrToQuark("first", &first) == D_TRUE && first == 1;
+        ok = ok && DutStrToQuark("second", &second) == D_TRUE && second == 2;
+        std::exit(ok ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+// The first spelling is kept, in the library's own stable copy.
+TEST(Quark, CaseFoldsListsEveryQuarkOnceAndKeepsTheFirstSpelling) {
+  char caller[] = "Listed Alpha";
+  const D_QUARK a = quarkOf(caller);
+  caller[0] = 'X';
+  EXPECT_EQ(quarkOf("LISTED ALPHA"), a);
+  EXPECT_EQ(quarkOf("listed alpha"), a);
+  const D_QUARK b = quarkOf("Listed Beta");
+  EXPECT_EQ(b, a + 1);
+  EXPECT_STREQ(stringOf(a), "Listed Alpha");
+  EXPECT_EQ(stringOf(a), stringOf(a));
+  printed.clear();
+  ASSERT_EQ(DutQuarkTablePrint(collect), D_TRUE);
+  EXPECT_EQ(printed.rfind("Printing quark table.\n", 0), 0U);
+  const std::string line_a = "  quark " + std::to_string(a) + " = string <Listed Alpha>\n";
+  ASSERT_NE(printed.find(line_a), std::string::npos) << printed;
+  EXPECT_EQ(printed.find(line_a, printed.find(line_a) + 1), std::string::npos);
+  EXPECT_NE(printed.find("  quark " + std::to_string(b) + " = string <Listed Beta>\n"), std::string::npos);
+  // One line per quark given out so far, after the heading.
+  EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 1 + b);
+}
+
+TEST(Quark, ErrorNumbers) {
+  const D_QUARK known = quarkOf("known for errors");
+  D_QUARK q = 0;
+  const char *text = nullptr;
+  EXPECT_FAILS(DutStrToQuark(nullptr, &q), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutStrToQuark("x", nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutQuarkToStr(0, &text), D_FALSE, D_ERR_VAL_TOO_SMALL);
+  EXPECT_FAILS(DutQuarkToStr(known, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutQuarkToStr(known + 1000, &text), D_FALSE, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(DutQuarkTablePrint(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  // Making a new quark leaves the caller's error number alone.
+  DutErrNumSet(D_ERR_TIMEOUT_REACHED);
+  quarkOf("a brand new text for the error test");
+  EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
+}
+
+TEST(Quark, ConcurrentInterningAgreesAcrossThreads) {
+  ASSERT_EQ(DutInitThreads(), D_TRUE);
+  constexpr int kThreads = 4, kNames = 200;
+  std::vector<std::vector<D_QUARK>> seen(kThreads, std::vector<D_QUARK>(kNames));
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t, &seen] {
+      // Each thread walks the names from its own start, odd threads in
+      // capitals.
+      for (int i = 0; i < kNames; ++i) {
+        const int n = (i + t * 53) % kNames;
+        std::string name = (t % 2 == 1 ? "CONCURRENT-" : "concurrent-") + std::to_string(n);
+        DutStrToQuark(name.c_str(), &seen[static_cast<size_t>(t)][static_cast<size_t>(n)]);
+      }
+    });
+  }
+  for (auto &thread : threads) thread.join();
+  std::vector<D_QUARK> distinct(seen[0]);
+  std::sort(distinct.begin(), distinct.end());
+  EXPECT_EQ(std::unique(distinct.begin(), distinct.end()), distinct.end());
+  for (int t = 1; t < kThreads; ++t) EXPECT_EQ(seen[static_cast<size_t>(t)], seen[0]) << "thread " << t;
+  for (int n = 0; n < kNames; ++n)
+    EXPECT_STRCASEEQ(stringOf(seen[0][static_cast<size_t>(n)]), ("concurrent-" + std::to_string(n)).c_str());
+}
+
+TEST(Pattern, MatchesAndInstances) {
+  // instance: what the wildcard stood for; "untouched" when the call must
+  // not write it, null when it does not matter.
+  const struct { const char *pattern, *name; D_BOOL matches; const char *instance; } cases[] = {
+      // Plain names match exactly, case counting, and leave the instance.
+      {"abc", "abc", D_TRUE, "untouched"}, {"abc", "ABC", D_FALSE, "untouched"}, {"abc", "abcd", D_FALSE, "untouched"},
+      {"a?x?c", "abbc", D_TRUE, "bb"}, {"a?x?c", "ac", D_TRUE, ""}, {"a?x?c", "abd", D_FALSE, nullptr},
+      // The wildcard name takes no part in matching; empty prefix and
+      // suffix make the instance the whole name.
+      {"node.?region name?.cfg", "node.east.cfg", D_TRUE, "east"}, {"?all?", "", D_TRUE, ""},
+      {"?all?", "everything", D_TRUE, "everything"}, {"pre?x?", "prefix", D_TRUE, "fix"},
+      // The suffix must be exactly the tail: a repeated suffix stays in the instance.
+      {"a?x?b", "abbb", D_TRUE, "bb"}, {"x?w?.log", "x.log.log", D_TRUE, ".log"},
+      {"abc?x?", "ab", D_FALSE, nullptr}, {"a?x?bcd", "abc", D_FALSE, nullptr}, {"A?x?", "abc", D_FALSE, nullptr},
+      // A second wildcard in the suffix can never match a name.
+      {"a?x?b?y?c", "aZbQc", D_FALSE, nullptr},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(std::string(c.pattern) + " / " + c.name);
+    char instance[64] = "untouched";
+    DutErrNumSet(D_ERR_EOF);
+    EXPECT_EQ(DutMatchPattern(c.pattern, c.name, instance), c.matches);
+    EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);
+    if (c.instance != nullptr) {
+      EXPECT_STREQ(instance, c.instance);
+    }
+  }
+}
+
+TEST(Pattern, TraceUnderDebugFlag5) {
+  strings_test::DebugTap tap;
+  if (!tap.available()) GTEST_SKIP() << "debug output is on standard error in this process";
+  char instance[16];
+  {
+    strings_test::DebugFlag flag(D_DEBUG_PATTERN);
+    ASSERT_EQ(DutMatchPattern("a?x?c", "abbc", instance), D_TRUE);
+    ASSERT_EQ(DutMatchPattern("plain", "other", instance), D_FALSE);
+    ASSERT_EQ(DutMatchPattern("ab?x?", "ac", instance), D_FALSE);
+  }
+  const std::string trace = tap.since();
+  EXPECT_EQ(trace,
+            "Entering DutMatchPattern(a?x?c, abbc)\n"
+            "  while loop: *pattern_ptr = a, *match_ptr = a\n"
+            "    pattern_ptr and match_ptr are the same\n"
+            "  while loop: *pattern_ptr = ?, *match_ptr = b\n"
+            "    found start of wildcard in *pattern_ptr\n"
+            "    calling D_STREQ(bbc,c)\n"
+            "    calling D_STREQ(bc,c)\n"
+            "    calling D_STREQ(c,c)\n"
+            "    wildcard:instance_return=<<bb>>\n"
+            "Entering DutMatchPattern(plain, other)\n"
+            "  no pattern: returning <<0>>\n"
+            "Entering DutMatchPattern(ab?x?, ac)\n"
+            "  while loop: *pattern_ptr = a, *match_ptr = a\n"
+            "    pattern_ptr and match_ptr are the same\n"
+            "  while loop: *pattern_ptr = b, *match_ptr = c\n"
+            "    characters do not match (returning FALSE)\n");
+  DutMatchPattern("a?x?c", "abbc", instance);  // with the flag off nothing is written
+  EXPECT_EQ(tap.since(), trace);
+}
+
+TEST(PatternDeathTest, AssertionsOnBadArguments) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  char instance[16];
+  VQTEST_EXPECT_ASSERTION(DutMatchPattern("a?x?", "a?b", instance), "!D_IS_A_PATTERN\\(match\\)");
+  VQTEST_EXPECT_ASSERTION(DutMatchPattern("", "a", instance), "D_C_STRLEN\\(pattern\\) > 0");
+  VQTEST_EXPECT_ASSERTION(DutMatchPattern(nullptr, "a", instance), "pattern != NULL");
+  VQTEST_EXPECT_ASSERTION(DutMatchPattern("a?x", "ab", instance), "pattern_ptr");
+  VQTEST_EXPECT_ASSERTION(DutMatchPattern("a?x?", "ab", nullptr), "instance_return != NULL");
+}
+
+}  // namespace

@@ -300,12 +300,16 @@ D_EXPORT D_BOOL DutCbListCall(D_CB_LIST *list, void *object, void *data) {
   D_CB_CALL_POS *node = pushCall(list);
   VQ_ASSERT(list->current_index != nullptr, "cblist->current_index", kFile);
   list->stop = 0;
-  // The count is re-read before every callback: callbacks may change it.
-  while (node->index < count(list)) {
-    D_CB *c = at(list, node->index);
-    node->index = node->index + 1;
-    callOne(c, object, data);
-    if (list->destroy_pending || list->stop) break;
+  // The array stays while the list is active (a destruction waits), but
+  // its count, its storage and this call's position are re-read after
+  // every callback: callbacks may change all three.
+  if (const D_PTR_ARY *callbacks = list->callbacks) {
+    for (D_INT4 index; (index = node->index) < D_GPA_COUNT(callbacks);) {
+      auto *c = reinterpret_cast<D_CB *>(callbacks->ptr_ary[index]);
+      node->index = index + 1;
+      callOne(c, object, data);
+      if ((list->destroy_pending | list->stop) != 0) break;
+    }
   }
   popCall(list);
   if (list->current_index != nullptr) return D_TRUE;

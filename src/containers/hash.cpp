@@ -157,7 +157,9 @@ struct HashedBucket {
 inline bool hashStored(Kind kind) { return kind == Kind::Str || kind == Kind::Stri; }
 inline bool summarised(Kind kind) { return kind != Kind::Custom; }
 
-inline D_UINT4 storedHash(const D_HASH_BUCKET *b) { return reinterpret_cast<const HashedBucket *>(b)->hash; }
+inline D_UINT4 storedHash(const D_HASH_BUCKET *b) {
+  return reinterpret_cast<const HashedBucket *>(b)->hash;
+}
 
 inline unsigned char *summaryOf(const D_HASH_TABLE *t) {
   return reinterpret_cast<unsigned char *>(t->buckets + t->size);
@@ -185,6 +187,8 @@ struct Place {
 
 // An insertion links the new bucket at its chain head whatever the search
 // finds, so the head is fetched while the search goes on.
+inline bool sameWord(D_WORD a, D_WORD b) { return a == b; }
+
 template <bool kHashStored, class Equal>
 inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, bool inserting, Equal equal) {
   D_UINT4 index = hash & t->mask;
@@ -201,19 +205,20 @@ inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, bool inserti
 Place locate(D_HASH_TABLE *t, D_WORD key, bool inserting = false) {
   switch (kindOf(t)) {
     case Kind::Int:
-      return walkBuiltin<false>(t, static_cast<D_UINT4>(key), key, inserting, [](D_WORD a, D_WORD b) { return a == b; });
+      return walkBuiltin<false>(t, static_cast<D_UINT4>(key), key, inserting, sameWord);
     case Kind::Ptr:
-      return walkBuiltin<false>(t, hashPtr(key), key, inserting, [](D_WORD a, D_WORD b) { return a == b; });
+      return walkBuiltin<false>(t, hashPtr(key), key, inserting, sameWord);
     case Kind::Str:
       VQ_ASSERT(key != 0, "key != NULL", kFile);
       // Stored keys passed the same check when they were inserted.
-      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.exact), key, inserting, [](D_WORD a, D_WORD b) {
-        return std::strcmp(asString(a), asString(b)) == 0;
-      });
+      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.exact), key, inserting,
+                               [](D_WORD a, D_WORD b) { return std::strcmp(asString(a), asString(b)) == 0; });
     case Kind::Stri:
       VQ_ASSERT(key != 0, "key != NULL", kFile);
       return walkBuiltin<true>(t, stringHash(asString(key), kBytes.folded), key, inserting,
-                               [](D_WORD a, D_WORD b) { return b != 0 && foldedEqual(asString(a), asString(b)); });
+                               [](D_WORD a, D_WORD b) {
+                                 return b != 0 && foldedEqual(asString(a), asString(b));
+                               });
     case Kind::Custom:
       break;
   }
@@ -231,7 +236,9 @@ Place locate(D_HASH_TABLE *t, D_WORD key, bool inserting = false) {
 void resummarise(D_HASH_TABLE *t, Kind kind, D_UINT4 index) {
   if (!summarised(kind)) return;
   unsigned char bits = 0;
-  for (const D_HASH_BUCKET *b = t->buckets[index]; b != nullptr; b = b->next) bits |= summaryBit(bucketHash(kind, b));
+  for (const D_HASH_BUCKET *b = t->buckets[index]; b != nullptr; b = b->next) {
+    bits |= summaryBit(bucketHash(kind, b));
+  }
   summaryOf(t)[index] = bits;
 }
 
@@ -270,8 +277,9 @@ void traceKeyNotFound(const D_HASH_TABLE *t, D_WORD key) {
 // A new bucket for a key whose hash (for the ready-made kinds) is known.
 inline D_HASH_BUCKET *newBucket(Kind kind, D_UINT4 hash, D_WORD key, D_WORD value, int line) {
   const bool stored = hashStored(kind);
-  auto *b = static_cast<D_HASH_BUCKET *>(DutMallocCheck(
-      static_cast<D_INT4>(stored ? sizeof(HashedBucket) : sizeof(D_HASH_BUCKET)), "new_bucket", kFile, line));
+  const size_t bytes = stored ? sizeof(HashedBucket) : sizeof(D_HASH_BUCKET);
+  auto *b = static_cast<D_HASH_BUCKET *>(
+      DutMallocCheck(static_cast<D_INT4>(bytes), "new_bucket", kFile, line));
   b->key = key;
   b->value = value;
   if (stored) reinterpret_cast<HashedBucket *>(b)->hash = hash;
@@ -298,9 +306,9 @@ inline void link(D_HASH_TABLE *t, D_HASH_BUCKET *b, D_UINT4 index) {
 
 // Moves every bucket of `from` into `to` in the order re-insertion would
 // take: chains in index order, each popped from its head. Growth of a large
-// table is bound by memory latency, so the buckets a few chains ahead (and,
-// for integer and pointer keys, nothing else: the key is its own hash) are
-// fetched early.
+// table is bound by memory latency, so the buckets a few chains ahead are
+// fetched early; each bucket holds its own hash (its key, or the stored
+// string hash), so nothing else is read.
 void moveAll(D_HASH_TABLE *from, D_HASH_TABLE *to, Kind kind) {
   constexpr D_INT4 kAhead = 8;
   const D_INT4 n = from->size;
@@ -514,8 +522,9 @@ D_EXPORT D_HASH_TABLE *DutHashCreate(D_INT4 size, D_HASH_FUNC hash_func, D_HASH_
   table->test_func = test_func;
   // The chain summaries follow the chain heads.
   const size_t per_chain = sizeof(D_HASH_BUCKET *) + (summarised(kindOf(table)) ? 1 : 0);
-  table->buckets = static_cast<D_HASH_BUCKET **>(DutCallocCheck(
-      static_cast<D_INT4>(static_cast<size_t>(table->size) * per_chain), "table->buckets", kFile, __LINE__));
+  table->buckets = static_cast<D_HASH_BUCKET **>(
+      DutCallocCheck(static_cast<D_INT4>(static_cast<size_t>(table->size) * per_chain),
+                     "table->buckets", kFile, __LINE__));
   return table;
 }
 
@@ -631,9 +640,9 @@ D_EXPORT void DutHashInsert(D_HASH_TABLE *table, D_WORD key, D_WORD value) {
   // A caller's hash function is asked again, as it always has been; the
   // ready-made ones are pure, so the index found by the search stands.
   const Kind kind = kindOf(table);
+  D_HASH_BUCKET *bucket = newBucket(kind, place.hash, key, value, __LINE__);
   D_UINT4 index = place.index;
   if (kind == Kind::Custom) index = table->hash_func(key) & table->mask;
-  D_HASH_BUCKET *bucket = newBucket(kind, place.hash, key, value, __LINE__);
   VQ_ASSERT(D_IN_RANGE(static_cast<long long>(index), 0, table->size - 1),
             "D_IN_RANGE(hash_value, 0, table->size - 1)", kFile);
   link(table, bucket, index);

@@ -80,7 +80,7 @@ struct Shape {
   int vertices;
   double density;
   double reweighted;  // share of edges given a weight 0-3 by the host
-  bool outside;   // edges into and out of a second graph
+  bool outside;       // edges into and out of a second graph
 };
 
 struct RandomGraphs : ::testing::Test {
@@ -144,7 +144,8 @@ struct RandomGraphs : ::testing::Test {
     std::vector<D_GRAPH_VERTEX *> all = own;
     all.insert(all.end(), foreign.begin(), foreign.end());
     // Now and then the origin lies in the other graph.
-    D_GRAPH_VERTEX *origin = shape.outside && chance(0.1) ? foreign[0] : own[static_cast<std::size_t>(below(static_cast<int>(own.size())))];
+    D_GRAPH_VERTEX *origin =
+        shape.outside && chance(0.1) ? foreign[0] : own[static_cast<std::size_t>(below(static_cast<int>(own.size())))];
 
     const std::vector<VertexState> before = capture(all);
     literalShortPath(graph, origin);

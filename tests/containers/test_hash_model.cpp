@@ -53,7 +53,8 @@ Universe MakeUniverse(Kind kind) {
       std::string text = std::string(i % 2 == 0 ? "Ab" : "BG") + "key" + std::to_string(i / 2);
       std::string other = text;
       if (kind == Kind::Stri) {
-        for (char &c : other) c = static_cast<char>(std::isupper(static_cast<unsigned char>(c)) ? std::tolower(c) : std::toupper(c));
+        for (char &c : other)
+          c = static_cast<char>(std::isupper(static_cast<unsigned char>(c)) ? std::tolower(c) : std::toupper(c));
       }
       u.texts.push_back(text);
       u.others.push_back(other);
@@ -136,7 +137,8 @@ class HashModel : public ::testing::TestWithParam<Kind> {
       case 6: {
         // The host pops a chain head itself, as the layout allows.
         const D_INT4 chain = static_cast<D_INT4>(rng() % static_cast<unsigned>(table->size));
-        if (auto *bucket = static_cast<D_HASH_BUCKET *>(DutStackPop(reinterpret_cast<void **>(&table->buckets[chain])))) {
+        if (auto *bucket =
+                static_cast<D_HASH_BUCKET *>(DutStackPop(reinterpret_cast<void **>(&table->buckets[chain])))) {
           model.erase(IndexOfStored(bucket->key));
           --table->num_entries;
           DutFreeCheck(bucket, "bucket", __FILE__, __LINE__);

@@ -195,6 +195,30 @@ std::string KindName(const ::testing::TestParamInfo<Kind> &info) {
 INSTANTIATE_TEST_SUITE_P(EveryKind, HashModel,
                          ::testing::Values(Kind::Int, Kind::Ptr, Kind::Str, Kind::Stri, Kind::Custom), KindName);
 
+// The string hashes against their definition, h = h x 27 + c with c the
+// byte as a signed value (folded first for the case-folding table), on
+// random strings of every length up to 40, high bytes included.
+TEST(HashStringKeys, HashesFollowTheDefinitionAtEveryLength) {
+  Table str(DutHashCreateStr(8)), stri(DutHashCreateStri(8));
+  D_HASH_FUNC exact = DutHashGetHashFunc(str);
+  D_HASH_FUNC folded = DutHashGetHashFunc(stri);
+  std::mt19937 rng(77);
+  for (int round = 0; round < 2000; ++round) {
+    std::string text(rng() % 41, ' ');
+    for (char &c : text) c = static_cast<char>(1 + rng() % 255);
+    D_UINT4 want_exact = 0;
+    D_UINT4 want_folded = 0;
+    for (char c : text) {
+      const auto value = static_cast<D_UINT4>(static_cast<signed char>(c));
+      want_exact = want_exact * 27u + value;
+      want_folded = want_folded * 27u + (c >= 'A' && c <= 'Z' ? value + 32u : value);
+    }
+    const auto key = reinterpret_cast<D_WORD>(text.c_str());
+    ASSERT_EQ(exact(key), want_exact) << "length " << text.size();
+    ASSERT_EQ(folded(key), want_folded) << "length " << text.size();
+  }
+}
+
 // A caller's test function sees every stored key of the chain, head first,
 // as (searched, stored), up to the hit; a miss runs the whole chain.
 std::vector<std::pair<D_WORD, D_WORD>> gTests;

@@ -149,6 +149,28 @@ void BM_Insert(benchmark::State &state) {
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kCount));
 }
 
+// How the keys spread over our chains: the mean length of the chain a probe
+// lands in (the entries a search without any summary would walk, up to the
+// hit) and the longest chain. Other tables report nothing.
+template <class Table>
+void ChainCounters(benchmark::State &, const Table &, const std::vector<D_WORD> &) {}
+
+void ChainCounters(benchmark::State &state, const VqTable &table, const std::vector<D_WORD> &probe) {
+  const D_HASH_TABLE *t = table.t;
+  auto length = [t](D_UINT4 index) {
+    double n = 0;
+    for (const D_HASH_BUCKET *b = t->buckets[index]; b != nullptr; b = b->next) ++n;
+    return n;
+  };
+  double sum = 0;
+  for (D_WORD k : probe) sum += length(t->hash_func(k) & t->mask);
+  double longest = 0;
+  for (D_UINT4 i = 0; i < static_cast<D_UINT4>(t->size); ++i) longest = std::max(longest, length(i));
+  state.counters["chain_probed"] = sum / static_cast<double>(probe.size());
+  state.counters["chain_max"] = longest;
+  state.counters["load"] = static_cast<double>(t->num_entries) / t->size;
+}
+
 template <class Table, bool kStrings, bool kHit>
 void BM_Lookup(benchmark::State &state) {
   const KeySet &keys = kStrings ? StringKeys() : IntKeys();
@@ -161,6 +183,7 @@ void BM_Lookup(benchmark::State &state) {
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kCount));
+  ChainCounters(state, table, probe);
 }
 
 template <class Table, bool kStrings>

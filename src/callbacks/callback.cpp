@@ -28,7 +28,10 @@ constexpr D_INT4 kQuitTypeNum = D_CB_TYPE_QUIT;
 
 D_HASH_TABLE *utCbTypeTable = nullptr;
 
-inline bool debugOn() { return DutGetDebugFlags()[D_DEBUG_CALLBACK] != 0; }
+// The flag array has a fixed address for the life of the process.
+unsigned char *const kDebugFlags = DutGetDebugFlags();
+
+inline bool debugOn() { return kDebugFlags[D_DEBUG_CALLBACK] != 0; }
 
 inline unsigned long hex(const void *p) { return static_cast<unsigned long>(reinterpret_cast<D_UWORD>(p)); }
 
@@ -103,16 +106,38 @@ void removeCb(D_CB_LIST *list, D_CB *cb) {
   }
 }
 
-D_CB_CALL_POS *pushCall(D_CB_LIST *list) {
-  auto *node = static_cast<D_CB_CALL_POS *>(DutMallocCheck(sizeof(D_CB_CALL_POS), "node", kFile, __LINE__));
+// A list as the library allocates it: the record callers see, then the
+// call position of the outermost call, so that calling an idle list
+// allocates nothing. Nested and recursive calls take their positions from
+// the heap; with memory tracing on every position does, so the debug file
+// shows each one.
+struct ListRecord {
+  D_CB_LIST list;
+  D_CB_CALL_POS outermost;
+};
+
+inline D_CB_CALL_POS *outermostOf(D_CB_LIST *list) { return &reinterpret_cast<ListRecord *>(list)->outermost; }
+
+inline bool memoryTracing() { return kDebugFlags[D_DEBUG_MEMORY] != 0; }
+
+inline D_CB_CALL_POS *pushCall(D_CB_LIST *list) {
+  D_CB_CALL_POS *node = nullptr;
+  if (list->current_index == nullptr && !memoryTracing()) {
+    node = outermostOf(list);
+  } else {
+    node = static_cast<D_CB_CALL_POS *>(DutMallocCheck(sizeof(D_CB_CALL_POS), "node", kFile, __LINE__));
+  }
   node->index = 0;
-  DutStackPush(reinterpret_cast<void **>(&list->current_index), node);
+  node->next = list->current_index;
+  list->current_index = node;
   return node;
 }
 
-void popCall(D_CB_LIST *list) {
-  void *node = DutStackPop(reinterpret_cast<void **>(&list->current_index));
-  DutFreeCheck(node, "node", kFile, __LINE__);
+inline void popCall(D_CB_LIST *list) {
+  D_CB_CALL_POS *node = list->current_index;
+  list->current_index = node->next;
+  node->next = nullptr;
+  if (node != outermostOf(list)) DutFreeCheck(node, "node", kFile, __LINE__);
 }
 
 inline void callOne(D_CB *cb, void *object, void *data) {
@@ -244,7 +269,7 @@ D_EXPORT D_BOOL DutCbTypeSetLocalFlag(D_CB_TYPE *type, D_INT4 flag) {
 
 D_EXPORT D_CB_LIST *DutCbListCreate(D_CB_TYPE *type, void *owner) {
   if (nullArg(type)) return nullptr;
-  auto *cbl = static_cast<D_CB_LIST *>(DutCallocCheck(sizeof(D_CB_LIST), "cbl", kFile, __LINE__));
+  auto *cbl = static_cast<D_CB_LIST *>(DutCallocCheck(sizeof(ListRecord), "cbl", kFile, __LINE__));
   cbl->owner = owner;
   cbl->type = type;
   cbl->callbacks = DutPtrAryCreate(kInitialListCapacity);
@@ -275,12 +300,16 @@ D_EXPORT D_BOOL DutCbListCall(D_CB_LIST *list, void *object, void *data) {
   D_CB_CALL_POS *node = pushCall(list);
   VQ_ASSERT(list->current_index != nullptr, "cblist->current_index", kFile);
   list->stop = 0;
-  // The count is re-read before every callback: callbacks may change it.
-  while (node->index < count(list)) {
-    D_CB *c = at(list, node->index);
-    node->index = node->index + 1;
-    callOne(c, object, data);
-    if (list->destroy_pending || list->stop) break;
+  // The array stays while the list is active (a destruction waits), but
+  // its count, its storage and this call's position are re-read after
+  // every callback: callbacks may change all three.
+  if (const D_PTR_ARY *callbacks = list->callbacks) {
+    for (D_INT4 index; (index = node->index) < D_GPA_COUNT(callbacks);) {
+      auto *c = reinterpret_cast<D_CB *>(callbacks->ptr_ary[index]);
+      node->index = index + 1;
+      callOne(c, object, data);
+      if ((list->destroy_pending | list->stop) != 0) break;
+    }
   }
   popCall(list);
   if (list->current_index != nullptr) return D_TRUE;

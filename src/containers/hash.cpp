@@ -81,13 +81,23 @@ constexpr ByteTables makeByteTables() {
 
 constexpr ByteTables kBytes = makeByteTables();
 
+// h = h x 27 + c over the bytes, four at a step: the four contributions do
+// not depend on h, so each step waits on one multiply-add instead of four.
+// No byte past the terminating NUL is read.
 inline D_UINT4 stringHash(const char *s, const D_UINT4 *contribution) {
-  D_UINT4 h = 0;
-  for (; *s != '\0'; ++s) h = h * 27u + contribution[static_cast<unsigned char>(*s)];
-  return h;
+  auto at = [&s, contribution](int i) { return contribution[static_cast<unsigned char>(s[i])]; };
+  for (D_UINT4 h = 0;; s += 4) {
+    if (s[0] == '\0') return h;
+    if (s[1] == '\0') return h * 27u + at(0);
+    if (s[2] == '\0') return (h * 27u + at(0)) * 27u + at(1);
+    if (s[3] == '\0') return ((h * 27u + at(0)) * 27u + at(1)) * 27u + at(2);
+    h = h * 531441u + at(0) * 19683u + at(1) * 729u + at(2) * 27u + at(3);
+  }
 }
 
 inline bool foldedEqual(const char *a, const char *b) {
+  // Most searches spell the key as it was stored.
+  if (std::strcmp(a, b) == 0) return true;
   for (;; ++a, ++b) {
     unsigned char ca = kBytes.fold[static_cast<unsigned char>(*a)];
     unsigned char cb = kBytes.fold[static_cast<unsigned char>(*b)];
@@ -137,61 +147,109 @@ inline Kind kindOf(const D_HASH_TABLE *t) {
 
 // ---- Search ---------------------------------------------------------------
 
-// Where a search ended: the link that points at the hit (null when absent)
-// and the chain index the key belongs to.
+// Tables of the ready-made kinds keep two things a caller never sees:
+//  - string buckets carry the key's hash after the three public fields, so
+//    a chain walk compares words before it reads a string, and growth never
+//    hashes a string again;
+//  - one summary byte per chain, stored after the chain heads in the same
+//    allocation: the OR of one bit per entry, picked by the entry's hash.
+//    A clear bit proves the key absent without reading the chain, so most
+//    misses cost one read of a small array. The summary may only err
+//    towards "maybe": removals recompute it, and a chain a host pops by
+//    itself leaves it merely stale.
+// Tables with a caller's functions have neither: every probe runs that
+// caller's test function, exactly as documented.
+struct HashedBucket {
+  D_HASH_BUCKET bucket;
+  D_UINT4 hash;
+};
+
+inline bool hashStored(Kind kind) { return kind == Kind::Str || kind == Kind::Stri; }
+inline bool summarised(Kind kind) { return kind != Kind::Custom; }
+
+inline D_UINT4 storedHash(const D_HASH_BUCKET *b) {
+  return reinterpret_cast<const HashedBucket *>(b)->hash;
+}
+
+inline unsigned char *summaryOf(const D_HASH_TABLE *t) {
+  return reinterpret_cast<unsigned char *>(t->buckets + t->size);
+}
+
+// The summary bit of a hash: taken from the top of a multiplicative mix, so
+// it depends on the bits above the chain index as well as on those in it.
+inline unsigned char summaryBit(D_UINT4 hash) {
+  return static_cast<unsigned char>(1u << ((hash * 0x9E3779B1u) >> 29));
+}
+
+// The hash of a stored entry of a ready-made kind, without reading a string.
+inline D_UINT4 bucketHash(Kind kind, const D_HASH_BUCKET *b) {
+  if (hashStored(kind)) return storedHash(b);
+  return kind == Kind::Ptr ? hashPtr(b->key) : static_cast<D_UINT4>(b->key);
+}
+
+// Where a search ended: the link that points at the hit (null when absent),
+// the key's hash and the chain index it belongs to.
 struct Place {
   D_HASH_BUCKET **link;
+  D_UINT4 hash;
   D_UINT4 index;
 };
 
-template <class Equal>
-inline Place walk(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, Equal equal) {
+// An insertion links the new bucket at its chain head whatever the search
+// finds, so the head is fetched while the search goes on.
+inline bool sameWord(D_WORD a, D_WORD b) { return a == b; }
+
+template <bool kHashStored, class Equal>
+inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, bool inserting, Equal equal) {
   D_UINT4 index = hash & t->mask;
+  if (inserting) VQ_PREFETCH(&t->buckets[index]);
+  if ((summaryOf(t)[index] & summaryBit(hash)) == 0) return {nullptr, hash, index};
   D_HASH_BUCKET **link = &t->buckets[index];
   for (D_HASH_BUCKET *b; (b = *link) != nullptr; link = &b->next) {
-    if (equal(key, b->key)) return {link, index};
+    if (kHashStored && storedHash(b) != hash) continue;
+    if (equal(key, b->key)) return {link, hash, index};
   }
-  return {nullptr, index};
+  return {nullptr, hash, index};
 }
 
-// The hash of a key of a ready-made kind (the key has been checked).
-inline D_UINT4 builtinHash(Kind kind, D_WORD key) {
-  switch (kind) {
-    case Kind::Int:
-      return static_cast<D_UINT4>(key);
-    case Kind::Ptr:
-      return hashPtr(key);
-    case Kind::Str:
-      return stringHash(asString(key), kBytes.exact);
-    case Kind::Stri:
-      return stringHash(asString(key), kBytes.folded);
-    case Kind::Custom:
-      break;
-  }
-  return 0;
-}
-
-Place locate(D_HASH_TABLE *t, D_WORD key) {
+Place locate(D_HASH_TABLE *t, D_WORD key, bool inserting = false) {
   switch (kindOf(t)) {
     case Kind::Int:
-      return walk(t, static_cast<D_UINT4>(key), key, [](D_WORD a, D_WORD b) { return a == b; });
+      return walkBuiltin<false>(t, static_cast<D_UINT4>(key), key, inserting, sameWord);
     case Kind::Ptr:
-      return walk(t, hashPtr(key), key, [](D_WORD a, D_WORD b) { return a == b; });
+      return walkBuiltin<false>(t, hashPtr(key), key, inserting, sameWord);
     case Kind::Str:
       VQ_ASSERT(key != 0, "key != NULL", kFile);
       // Stored keys passed the same check when they were inserted.
-      return walk(t, stringHash(asString(key), kBytes.exact), key, [](D_WORD a, D_WORD b) {
-        return std::strcmp(asString(a), asString(b)) == 0;
-      });
+      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.exact), key, inserting,
+                               [](D_WORD a, D_WORD b) { return std::strcmp(asString(a), asString(b)) == 0; });
     case Kind::Stri:
       VQ_ASSERT(key != 0, "key != NULL", kFile);
-      return walk(t, stringHash(asString(key), kBytes.folded), key,
-                  [](D_WORD a, D_WORD b) { return b != 0 && foldedEqual(asString(a), asString(b)); });
+      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.folded), key, inserting,
+                               [](D_WORD a, D_WORD b) {
+                                 return b != 0 && foldedEqual(asString(a), asString(b));
+                               });
     case Kind::Custom:
       break;
   }
   D_HASH_TEST_FUNC test = t->test_func;
-  return walk(t, t->hash_func(key), key, [test](D_WORD a, D_WORD b) { return test(a, b) != 0; });
+  D_UINT4 hash = t->hash_func(key);
+  D_UINT4 index = hash & t->mask;
+  D_HASH_BUCKET **link = &t->buckets[index];
+  for (D_HASH_BUCKET *b; (b = *link) != nullptr; link = &b->next) {
+    if (test(key, b->key) != 0) return {link, hash, index};
+  }
+  return {nullptr, hash, index};
+}
+
+// Recomputes a chain's summary after an entry left it.
+void resummarise(D_HASH_TABLE *t, Kind kind, D_UINT4 index) {
+  if (!summarised(kind)) return;
+  unsigned char bits = 0;
+  for (const D_HASH_BUCKET *b = t->buckets[index]; b != nullptr; b = b->next) {
+    bits |= summaryBit(bucketHash(kind, b));
+  }
+  summaryOf(t)[index] = bits;
 }
 
 // ---- Key printing ---------------------------------------------------------
@@ -226,11 +284,15 @@ void traceKeyNotFound(const D_HASH_TABLE *t, D_WORD key) {
 
 // ---- Buckets --------------------------------------------------------------
 
-inline D_HASH_BUCKET *newBucket(D_WORD key, D_WORD value, int line) {
+// A new bucket for a key whose hash (for the ready-made kinds) is known.
+inline D_HASH_BUCKET *newBucket(Kind kind, D_UINT4 hash, D_WORD key, D_WORD value, int line) {
+  const bool stored = hashStored(kind);
+  const size_t bytes = stored ? sizeof(HashedBucket) : sizeof(D_HASH_BUCKET);
   auto *b = static_cast<D_HASH_BUCKET *>(
-      DutMallocCheck(static_cast<D_INT4>(sizeof(D_HASH_BUCKET)), "new_bucket", kFile, line));
+      DutMallocCheck(static_cast<D_INT4>(bytes), "new_bucket", kFile, line));
   b->key = key;
   b->value = value;
+  if (stored) reinterpret_cast<HashedBucket *>(b)->hash = hash;
   return b;
 }
 
@@ -254,24 +316,23 @@ inline void link(D_HASH_TABLE *t, D_HASH_BUCKET *b, D_UINT4 index) {
 
 // Moves every bucket of `from` into `to` in the order re-insertion would
 // take: chains in index order, each popped from its head. Growth of a large
-// table is bound by memory latency, so the buckets (and string keys) a few
-// chains ahead are fetched early.
+// table is bound by memory latency, so the buckets a few chains ahead are
+// fetched early; each bucket holds its own hash (its key, or the stored
+// string hash), so nothing else is read.
 void moveAll(D_HASH_TABLE *from, D_HASH_TABLE *to, Kind kind) {
   constexpr D_INT4 kAhead = 8;
-  const bool string_keys = kind == Kind::Str || kind == Kind::Stri;
   const D_INT4 n = from->size;
+  unsigned char *summary = summaryOf(to);
   for (D_INT4 i = 0; i < n; ++i) {
     if (i + kAhead < n) VQ_PREFETCH(from->buckets[i + kAhead]);
-    if (string_keys && i + kAhead / 2 < n) {
-      if (const D_HASH_BUCKET *soon = from->buckets[i + kAhead / 2]) {
-        VQ_PREFETCH(asString(soon->key));
-      }
-    }
     D_HASH_BUCKET *b = from->buckets[i];
     from->buckets[i] = nullptr;
     while (b != nullptr) {
       D_HASH_BUCKET *next = b->next;
-      link(to, b, builtinHash(kind, b->key) & to->mask);
+      D_UINT4 hash = bucketHash(kind, b);
+      D_UINT4 index = hash & to->mask;
+      link(to, b, index);
+      summary[index] |= summaryBit(hash);
       b = next;
     }
   }
@@ -286,6 +347,7 @@ void emptyChains(D_HASH_TABLE *t, D_HASH_ENTRY_FUNC func, void *arg) {
       freeBucket(b, "bucket", __LINE__);
     }
   }
+  if (summarised(kindOf(t))) std::memset(summaryOf(t), 0, static_cast<size_t>(t->size));
 }
 
 void freeKey(D_WORD key, D_WORD, void *dummy) {
@@ -466,11 +528,13 @@ D_EXPORT D_HASH_TABLE *DutHashCreate(D_INT4 size, D_HASH_FUNC hash_func, D_HASH_
   }
   table->max_entries = static_cast<D_INT4>(table->size * 0.75);
   table->mask = static_cast<D_UINT4>(table->size) - 1u;
-  table->buckets = static_cast<D_HASH_BUCKET **>(DutCallocCheck(
-      static_cast<D_INT4>(static_cast<size_t>(table->size) * sizeof(D_HASH_BUCKET *)),
-      "table->buckets", kFile, __LINE__));
   table->hash_func = hash_func;
   table->test_func = test_func;
+  // The chain summaries follow the chain heads.
+  const size_t per_chain = sizeof(D_HASH_BUCKET *) + (summarised(kindOf(table)) ? 1 : 0);
+  table->buckets = static_cast<D_HASH_BUCKET **>(
+      DutCallocCheck(static_cast<D_INT4>(static_cast<size_t>(table->size) * per_chain),
+                     "table->buckets", kFile, __LINE__));
   return table;
 }
 
@@ -576,21 +640,23 @@ D_EXPORT void DutHashInsert(D_HASH_TABLE *table, D_WORD key, D_WORD value) {
              hexOf(value));
     DutProcessMutexUnlock();
   }
-  Place place = locate(table, key);
+  Place place = locate(table, key, true);
   if (place.link != nullptr) {
     DutProcessMutexLock();
     DutWarning("DutHashInsert: key %s already exists in hash table.\n", printKey(table, key));
     DutProcessMutexUnlock();
     return;
   }
-  D_HASH_BUCKET *bucket = newBucket(key, value, __LINE__);
   // A caller's hash function is asked again, as it always has been; the
   // ready-made ones are pure, so the index found by the search stands.
+  const Kind kind = kindOf(table);
+  D_HASH_BUCKET *bucket = newBucket(kind, place.hash, key, value, __LINE__);
   D_UINT4 index = place.index;
-  if (kindOf(table) == Kind::Custom) index = table->hash_func(key) & table->mask;
+  if (kind == Kind::Custom) index = table->hash_func(key) & table->mask;
   VQ_ASSERT(D_IN_RANGE(static_cast<long long>(index), 0, table->size - 1),
             "D_IN_RANGE(hash_value, 0, table->size - 1)", kFile);
   link(table, bucket, index);
+  if (summarised(kind)) summaryOf(table)[index] |= summaryBit(place.hash);
   if (trace) {
     DutDebug("  hash table now has %ld entries\n", static_cast<long>(table->num_entries));
   }
@@ -668,6 +734,7 @@ D_EXPORT D_HASH_BUCKET *DutHashDeleteBucket(D_HASH_TABLE *table, D_WORD key) {
   if (place.link != &table->buckets[place.index]) --table->collisions;
   *place.link = bucket->next;
   bucket->next = nullptr;
+  resummarise(table, kindOf(table), place.index);
   --table->num_entries;
   if (trace) {
     DutDebug("  hash table %lx now has %ld entries\n", hexOf(table),

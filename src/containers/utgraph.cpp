@@ -1,6 +1,11 @@
 // Directed graphs with unit-weight shortest paths and first-hop routing.
 #include "vqutil/graph.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <queue>
+#include <vector>
+
 #include "frame/check.hpp"
 #include "vqutil/error.h"
 #include "vqutil/memory.h"
@@ -39,6 +44,128 @@ void unlinkEdge(D_GRAPH_EDGE *edge) {
 
 const char *nameOf(const D_GRAPH_VERTEX *v) { return v->name != nullptr ? v->name : "(null)"; }
 
+// ---- Shortest paths ---------------------------------------------------------
+//
+// The next vertex to become permanent is the one of least distance, ties
+// going to the vertex added first (the later one in the list). Rather than
+// scanning the list for it each time, the searches below visit vertices in
+// exactly that order: with unit weights, level by level, each level sorted
+// oldest first; with other weights, from a heap with the same ordering.
+// Both relax edges in list order with a strict comparison, so distances,
+// predecessors and first hops come out as a scan would leave them.
+
+// A vertex as the graph allocates it: the record callers see, the graph it
+// was added to (an edge may lead into another graph, whose vertices are
+// relaxed but never visited), and its place in the list during a search.
+struct VertexRecord {
+  D_GRAPH_VERTEX vertex;
+  D_GRAPH *graph;
+  D_INT4 position;  // from the head: the larger, the older
+};
+
+inline VertexRecord *recordOf(D_GRAPH_VERTEX *v) { return reinterpret_cast<VertexRecord *>(v); }
+
+// Every vertex of the graph unreached. `perm` starts as the search to come
+// needs it: the unit-weight search never reads it and chooses every vertex
+// in the end, so it starts at 1 there.
+void resetVertices(D_GRAPH *graph, D_GRAPH_VERTEX *origin, D_INT4 perm) {
+  D_INT4 position = 0;
+  for (D_GRAPH_VERTEX *v = graph->first_vertex; v != nullptr; v = v->next) {
+    v->distance = D_GRAPH_INFINITY;
+    v->perm = perm;
+    v->path_predecessor = nullptr;
+    v->first_hop = nullptr;
+    recordOf(v)->position = position++;
+  }
+  origin->distance = 0;
+  origin->perm = 1;
+}
+
+// A vertex's predecessor is final, and was visited before it.
+inline void setFirstHop(D_GRAPH_VERTEX *v, const D_GRAPH_VERTEX *origin) {
+  v->first_hop = v->path_predecessor == origin ? v : v->path_predecessor->first_hop;
+}
+
+// Unit weights; false at the first edge of another weight. Up to that edge
+// this search has visited and relaxed exactly as the weighted one would, so
+// what it changed outside the graph is what a restart changes there again.
+bool searchLevels(D_GRAPH *graph, D_GRAPH_VERTEX *origin) {
+  struct Visit {
+    D_INT4 position;
+    D_GRAPH_VERTEX *vertex;
+  };
+  std::vector<Visit> visits;
+  visits.reserve(static_cast<std::size_t>(graph->vertex_count) + 1);
+  visits.push_back({0, origin});
+  std::size_t level = 0;
+  while (level < visits.size()) {
+    const std::size_t next_level = visits.size();
+    for (std::size_t i = level; i < next_level; ++i) {
+      D_GRAPH_VERTEX *current = visits[i].vertex;
+      for (D_GRAPH_EDGE *e = current->first_edge; e != nullptr; e = e->next) {
+        if (e->weight != 1) return false;
+        D_GRAPH_VERTEX *to = e->to;
+        // Only a first reach is shorter: later ones come from the same or
+        // a later level. Distances stop short of the infinity mark.
+        if (current->distance + 1 >= to->distance) continue;
+        to->distance = current->distance + 1;
+        to->path_predecessor = current;
+        if (recordOf(to)->graph != graph) continue;
+        setFirstHop(to, origin);
+        visits.push_back({recordOf(to)->position, to});
+      }
+    }
+    std::sort(visits.begin() + static_cast<std::ptrdiff_t>(next_level), visits.end(),
+              [](const Visit &a, const Visit &b) { return a.position > b.position; });
+    level = next_level;
+  }
+  return true;
+}
+
+// Any non-negative weights (the library itself only makes weight 1; a
+// negative weight counts as 0).
+void searchWeighted(D_GRAPH *graph, D_GRAPH_VERTEX *origin) {
+  struct Entry {
+    std::int64_t distance;
+    D_INT4 position;
+    D_GRAPH_VERTEX *vertex;
+  };
+  auto later = [](const Entry &a, const Entry &b) {
+    return a.distance != b.distance ? a.distance > b.distance : a.position < b.position;
+  };
+  std::priority_queue<Entry, std::vector<Entry>, decltype(later)> heap(later);
+  for (D_GRAPH_VERTEX *current = origin;;) {
+    for (D_GRAPH_EDGE *e = current->first_edge; e != nullptr; e = e->next) {
+      D_GRAPH_VERTEX *to = e->to;
+      std::int64_t reach = std::int64_t{current->distance} + std::max<D_INT4>(e->weight, 0);
+      if (reach >= to->distance) continue;
+      to->distance = static_cast<D_INT4>(reach);
+      to->path_predecessor = current;
+      if (reach != 0 && recordOf(to)->graph == graph) heap.push({reach, recordOf(to)->position, to});
+    }
+    current = nullptr;
+    while (current == nullptr && !heap.empty()) {
+      Entry top = heap.top();
+      heap.pop();
+      // Entries left behind by a later, shorter reach are skipped.
+      if (!top.vertex->perm && top.vertex->distance == top.distance) current = top.vertex;
+    }
+    if (current == nullptr) break;
+    current->perm = 1;
+    setFirstHop(current, origin);
+  }
+  // The unreachable vertices are chosen last, to no effect. A vertex that
+  // zero weights put at distance 0 is never chosen (only the origin may be
+  // at 0): it stays temporary, its edges unfollowed, its first hop itself.
+  for (D_GRAPH_VERTEX *v = graph->first_vertex; v != nullptr; v = v->next) {
+    if (v->distance != 0) {
+      v->perm = 1;
+    } else if (v != origin) {
+      v->first_hop = v;
+    }
+  }
+}
+
 }  // namespace
 
 extern "C" {
@@ -64,7 +191,9 @@ D_EXPORT D_GRAPH_VERTEX *DutGraphVertexAdd(D_GRAPH *graph, const char *name) {
     DutErrNumSet(D_ERR_ALREADY_EXISTS);
     return nullptr;
   }
-  auto *vertex = static_cast<D_GRAPH_VERTEX *>(DutCallocCheck(sizeof(D_GRAPH_VERTEX), "vertex", kFile, __LINE__));
+  auto *record = static_cast<VertexRecord *>(DutCallocCheck(sizeof(VertexRecord), "vertex", kFile, __LINE__));
+  record->graph = graph;
+  D_GRAPH_VERTEX *vertex = &record->vertex;
   vertex->name = name;
   vertex->distance = D_GRAPH_INFINITY;
   vertex->next = graph->first_vertex;
@@ -210,41 +339,10 @@ D_EXPORT D_BOOL DutGraphSetShortPath(D_GRAPH *graph, D_GRAPH_VERTEX *origin) {
     return D_TRUE;
   }
   graph->origin = origin;
-  for (D_GRAPH_VERTEX *v = graph->first_vertex; v != nullptr; v = v->next) {
-    v->distance = D_GRAPH_INFINITY;
-    v->perm = 0;
-    v->path_predecessor = nullptr;
-    v->first_hop = nullptr;
-  }
-  origin->distance = 0;
-  origin->perm = 1;
-  D_GRAPH_VERTEX *current = origin;
-  for (;;) {
-    for (D_GRAPH_EDGE *e = current->first_edge; e != nullptr; e = e->next) {
-      if (current->distance + e->weight < e->to->distance) {
-        e->to->distance = current->distance + e->weight;
-        e->to->path_predecessor = current;
-      }
-    }
-    // Scanning from the newest vertex with <= hands ties to the oldest.
-    D_GRAPH_VERTEX *next = nullptr;
-    D_INT4 best = D_GRAPH_INFINITY;
-    for (D_GRAPH_VERTEX *v = graph->first_vertex; v != nullptr; v = v->next) {
-      if (v->distance != 0 && v->distance <= best && !v->perm) {
-        best = v->distance;
-        next = v;
-      }
-    }
-    if (next == nullptr) break;
-    next->perm = 1;
-    current = next;
-  }
-  for (D_GRAPH_VERTEX *v = graph->first_vertex; v != nullptr; v = v->next) {
-    if (v == origin || v->path_predecessor == nullptr) continue;
-    D_GRAPH_VERTEX *hop = v;
-    while (hop->path_predecessor != origin) hop = hop->path_predecessor;
-    v->first_hop = hop;
-  }
+  resetVertices(graph, origin, 1);
+  if (searchLevels(graph, origin)) return D_TRUE;
+  resetVertices(graph, origin, 0);
+  searchWeighted(graph, origin);
   return D_TRUE;
 }
 

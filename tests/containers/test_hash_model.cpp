@@ -1,0 +1,243 @@
+// Hash tables against a model: random insertions, deletions, replacements,
+// resets, explicit growth and chain heads popped by the host, for every key
+// kind, with keys that crowd a few chains and strings whose hashes are
+// equal. After every step each key of the universe must be found with its
+// value, or be missing with error 8, and every bucket must sit in the chain
+// its hash selects. A search that trusted a stale shortcut (a chain's
+// summary, a stored hash) would lose keys here.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <map>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "test_hash_support.hpp"
+#include "vqutil/error.h"
+#include "vqutil/hash.h"
+#include "vqutil/list.h"
+#include "vqutil/memory.h"
+
+namespace {
+
+using hashtest::Table;
+
+D_UINT4 IdentityHash(D_WORD key) { return static_cast<D_UINT4>(key); }
+D_INT4 SameWord(D_WORD a, D_WORD b) { return a == b; }
+
+enum class Kind { Int, Ptr, Str, Stri, Custom };
+
+// Each key of the universe has the word that is inserted and an equal key
+// that is searched with: another copy of the string, or another spelling
+// for the case-folding table.
+struct Universe {
+  std::vector<std::string> texts, others;
+  std::vector<D_WORD> words, equal;
+};
+
+Universe MakeUniverse(Kind kind) {
+  Universe u;
+  constexpr int kKeys = 64;
+  for (int i = 0; i < kKeys; ++i) {
+    // Integers and pointers 4096 apart share a chain up to 4096 chains.
+    const D_WORD crowded = (i % 8) + 4096 * (i / 8);
+    if (kind == Kind::Int || kind == Kind::Custom) {
+      u.words.push_back(crowded + 1);
+    } else if (kind == Kind::Ptr) {
+      u.words.push_back((crowded + 1) << 4);
+    } else {
+      // "Ab" and "BG" hash alike (65 x 27 + 98 = 66 x 27 + 71), and so do
+      // their extensions by the same suffix.
+      std::string text = std::string(i % 2 == 0 ? "Ab" : "BG") + "key" + std::to_string(i / 2);
+      std::string other = text;
+      if (kind == Kind::Stri) {
+        for (char &c : other)
+          c = static_cast<char>(std::isupper(static_cast<unsigned char>(c)) ? std::tolower(c) : std::toupper(c));
+      }
+      u.texts.push_back(text);
+      u.others.push_back(other);
+    }
+  }
+  for (std::size_t i = 0; i < u.texts.size(); ++i) {
+    u.words.push_back(reinterpret_cast<D_WORD>(u.texts[i].c_str()));
+    u.equal.push_back(reinterpret_cast<D_WORD>(u.others[i].c_str()));
+  }
+  if (u.equal.empty()) u.equal = u.words;
+  return u;
+}
+
+D_HASH_TABLE *Create(Kind kind) {
+  switch (kind) {
+    case Kind::Int:
+      return DutHashCreateInt(0);
+    case Kind::Ptr:
+      return DutHashCreatePtr(0);
+    case Kind::Str:
+      return DutHashCreateStr(0);
+    case Kind::Stri:
+      return DutHashCreateStri(0);
+    case Kind::Custom:
+      break;
+  }
+  return DutHashCreate(0, IdentityHash, SameWord);
+}
+
+class HashModel : public ::testing::TestWithParam<Kind> {
+ protected:
+  std::mt19937 rng{4242};
+  Universe u = MakeUniverse(GetParam());
+  Table table{Create(GetParam())};
+  std::map<std::size_t, D_WORD> model;  // key index -> value
+  D_WORD next_value = 1;
+
+  std::size_t AnyKey() { return rng() % u.words.size(); }
+
+  std::size_t IndexOfStored(D_WORD stored) {
+    D_HASH_TEST_FUNC same = DutHashGetTestFunc(table);
+    for (std::size_t i = 0; i < u.words.size(); ++i) {
+      if (same(u.words[i], stored) != 0) return i;
+    }
+    ADD_FAILURE() << "a stored key outside the universe";
+    return 0;
+  }
+
+  void Step() {
+    const std::size_t i = AnyKey();
+    const bool present = model.count(i) != 0;
+    switch (rng() % 8) {
+      case 0:
+      case 1:
+      case 2:
+        if (!present) {
+          DutHashInsert(table, u.words[i], next_value);
+          model[i] = next_value++;
+        }
+        break;
+      case 3:
+        EXPECT_EQ(DutHashDelete(table, u.equal[i]), present ? model[i] : 0);
+        model.erase(i);
+        break;
+      case 4:
+        if (D_HASH_BUCKET *bucket = DutHashDeleteBucket(table, u.equal[i])) {
+          EXPECT_TRUE(present);
+          EXPECT_EQ(bucket->next, nullptr);
+          DutFreeCheck(bucket, "bucket", __FILE__, __LINE__);
+          model.erase(i);
+        } else {
+          EXPECT_FALSE(present);
+        }
+        break;
+      case 5:
+        // Replacing stores the equal key in place of the first one.
+        EXPECT_EQ(DutHashReplace(table, u.equal[i], next_value), present ? model[i] : 0);
+        model[i] = next_value++;
+        break;
+      case 6: {
+        // The host pops a chain head itself, as the layout allows.
+        const D_INT4 chain = static_cast<D_INT4>(rng() % static_cast<unsigned>(table->size));
+        if (auto *bucket =
+                static_cast<D_HASH_BUCKET *>(DutStackPop(reinterpret_cast<void **>(&table->buckets[chain])))) {
+          model.erase(IndexOfStored(bucket->key));
+          --table->num_entries;
+          DutFreeCheck(bucket, "bucket", __FILE__, __LINE__);
+        }
+        break;
+      }
+      default:
+        if (rng() % 16 == 0) {
+          DutHashReset(table, nullptr, nullptr);
+          model.clear();
+        } else if (rng() % 4 == 0 && table->size < 1024) {
+          DutHashResize(table, table->size * 2);
+        }
+        break;
+    }
+  }
+
+  void Verify(int step) {
+    ASSERT_EQ(table->num_entries, static_cast<D_INT4>(model.size())) << "step " << step;
+    D_INT4 counted = 0;
+    D_HASH_FUNC hash = DutHashGetHashFunc(table);
+    for (D_INT4 chain = 0; chain < table->size; ++chain) {
+      for (const D_HASH_BUCKET *b = table->buckets[chain]; b != nullptr; b = b->next, ++counted) {
+        ASSERT_EQ(static_cast<D_INT4>(hash(b->key) & table->mask), chain) << "step " << step;
+      }
+    }
+    ASSERT_EQ(counted, table->num_entries) << "step " << step;
+    for (std::size_t i = 0; i < u.words.size(); ++i) {
+      auto found = model.find(i);
+      DutErrNumSet(0);
+      const D_WORD value = DutHashLookup(table, u.equal[i]);
+      if (found != model.end()) {
+        ASSERT_EQ(value, found->second) << "key " << i << ", step " << step;
+      } else {
+        ASSERT_EQ(value, 0) << "key " << i << ", step " << step;
+        ASSERT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST) << "key " << i << ", step " << step;
+      }
+    }
+  }
+};
+
+TEST_P(HashModel, RandomOperationsKeepEveryKeyFindable) {
+  for (int step = 0; step < 3000; ++step) {
+    Step();
+    ASSERT_NO_FATAL_FAILURE(Verify(step));
+  }
+}
+
+std::string KindName(const ::testing::TestParamInfo<Kind> &info) {
+  static const char *const kNames[] = {"Int", "Ptr", "Str", "Stri", "Custom"};
+  return kNames[static_cast<int>(info.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryKind, HashModel,
+                         ::testing::Values(Kind::Int, Kind::Ptr, Kind::Str, Kind::Stri, Kind::Custom), KindName);
+
+// The string hashes against their definition, h = h x 27 + c with c the
+// byte as a signed value (folded first for the case-folding table), on
+// random strings of every length up to 40, high bytes included.
+TEST(HashStringKeys, HashesFollowTheDefinitionAtEveryLength) {
+  Table str(DutHashCreateStr(8)), stri(DutHashCreateStri(8));
+  D_HASH_FUNC exact = DutHashGetHashFunc(str);
+  D_HASH_FUNC folded = DutHashGetHashFunc(stri);
+  std::mt19937 rng(77);
+  for (int round = 0; round < 2000; ++round) {
+    std::string text(rng() % 41, ' ');
+    for (char &c : text) c = static_cast<char>(1 + rng() % 255);
+    D_UINT4 want_exact = 0;
+    D_UINT4 want_folded = 0;
+    for (char c : text) {
+      const auto value = static_cast<D_UINT4>(static_cast<signed char>(c));
+      want_exact = want_exact * 27u + value;
+      want_folded = want_folded * 27u + (c >= 'A' && c <= 'Z' ? value + 32u : value);
+    }
+    const auto key = reinterpret_cast<D_WORD>(text.c_str());
+    ASSERT_EQ(exact(key), want_exact) << "length " << text.size();
+    ASSERT_EQ(folded(key), want_folded) << "length " << text.size();
+  }
+}
+
+// A caller's test function sees every stored key of the chain, head first,
+// as (searched, stored), up to the hit; a miss runs the whole chain.
+std::vector<std::pair<D_WORD, D_WORD>> gTests;
+D_INT4 RecordingTest(D_WORD searched, D_WORD stored) {
+  gTests.emplace_back(searched, stored);
+  return searched == stored;
+}
+
+TEST(HashCallerFunctions, TestFunctionSeesTheWholeChainOnAMiss) {
+  Table t(DutHashCreate(0, IdentityHash, RecordingTest));  // 8 chains
+  for (D_WORD k : {3, 11, 19}) DutHashInsert(t, k, k);
+  gTests.clear();
+  EXPECT_EQ(DutHashLookup(t, 27), 0);
+  const std::vector<std::pair<D_WORD, D_WORD>> miss = {{27, 19}, {27, 11}, {27, 3}};
+  EXPECT_EQ(gTests, miss);
+  gTests.clear();
+  EXPECT_EQ(DutHashLookup(t, 11), 11);
+  const std::vector<std::pair<D_WORD, D_WORD>> hit = {{11, 19}, {11, 11}};
+  EXPECT_EQ(gTests, hit);
+}
+
+}  // namespace

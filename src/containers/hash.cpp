@@ -155,8 +155,8 @@ inline Kind kindOf(const D_HASH_TABLE *t) {
 //    allocation: the OR of one bit per entry, picked by the entry's hash.
 //    A clear bit proves the key absent without reading the chain, so most
 //    misses cost one read of a small array. The summary may only err
-//    towards "maybe": removals recompute it, and a chain a host pops by
-//    itself leaves it merely stale.
+//    towards "maybe": removals leave the bits of other entries' keys until
+//    the chain empties, and a chain a host pops by itself leaves it stale.
 // Tables with a caller's functions have neither: every probe runs that
 // caller's test function, exactly as documented.
 struct HashedBucket {
@@ -195,15 +195,21 @@ struct Place {
   D_UINT4 index;
 };
 
-// An insertion links the new bucket at its chain head whatever the search
-// finds, so the head is fetched while the search goes on.
 inline bool sameWord(D_WORD a, D_WORD b) { return a == b; }
 
+// What a search is for. A lookup may well miss, and the summary answers
+// most misses. An insertion links the new bucket at its chain head whatever
+// the search finds, so the head is fetched while the search goes on. A
+// removal almost always finds its key, so it walks the chain straight away.
+enum class Purpose { Find, Insert, Remove };
+
 template <bool kHashStored, class Equal>
-inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, bool inserting, Equal equal) {
+inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, Purpose purpose, Equal equal) {
   D_UINT4 index = hash & t->mask;
-  if (inserting) VQ_PREFETCH(&t->buckets[index]);
-  if ((summaryOf(t)[index] & summaryBit(hash)) == 0) return {nullptr, hash, index};
+  if (purpose == Purpose::Insert) VQ_PREFETCH(&t->buckets[index]);
+  if (purpose != Purpose::Remove && (summaryOf(t)[index] & summaryBit(hash)) == 0) {
+    return {nullptr, hash, index};
+  }
   D_HASH_BUCKET **link = &t->buckets[index];
   for (D_HASH_BUCKET *b; (b = *link) != nullptr; link = &b->next) {
     if (kHashStored && storedHash(b) != hash) continue;
@@ -212,20 +218,20 @@ inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, bool inserti
   return {nullptr, hash, index};
 }
 
-Place locate(D_HASH_TABLE *t, D_WORD key, bool inserting = false) {
+Place locate(D_HASH_TABLE *t, D_WORD key, Purpose purpose = Purpose::Find) {
   switch (kindOf(t)) {
     case Kind::Int:
-      return walkBuiltin<false>(t, static_cast<D_UINT4>(key), key, inserting, sameWord);
+      return walkBuiltin<false>(t, static_cast<D_UINT4>(key), key, purpose, sameWord);
     case Kind::Ptr:
-      return walkBuiltin<false>(t, hashPtr(key), key, inserting, sameWord);
+      return walkBuiltin<false>(t, hashPtr(key), key, purpose, sameWord);
     case Kind::Str:
       VQ_ASSERT(key != 0, "key != NULL", kFile);
       // Stored keys passed the same check when they were inserted.
-      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.exact), key, inserting,
+      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.exact), key, purpose,
                                [](D_WORD a, D_WORD b) { return std::strcmp(asString(a), asString(b)) == 0; });
     case Kind::Stri:
       VQ_ASSERT(key != 0, "key != NULL", kFile);
-      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.folded), key, inserting,
+      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.folded), key, purpose,
                                [](D_WORD a, D_WORD b) {
                                  return b != 0 && foldedEqual(asString(a), asString(b));
                                });
@@ -242,14 +248,11 @@ Place locate(D_HASH_TABLE *t, D_WORD key, bool inserting = false) {
   return {nullptr, hash, index};
 }
 
-// Recomputes a chain's summary after an entry left it.
-void resummarise(D_HASH_TABLE *t, Kind kind, D_UINT4 index) {
-  if (!summarised(kind)) return;
-  unsigned char bits = 0;
-  for (const D_HASH_BUCKET *b = t->buckets[index]; b != nullptr; b = b->next) {
-    bits |= summaryBit(bucketHash(kind, b));
-  }
-  summaryOf(t)[index] = bits;
+// After an entry left a chain: an emptied chain's summary is cleared; the
+// bits of a chain that still holds entries stay, stale at worst, rather
+// than walking the rest of it.
+inline void forgetEntry(D_HASH_TABLE *t, Kind kind, D_UINT4 index) {
+  if (summarised(kind) && t->buckets[index] == nullptr) summaryOf(t)[index] = 0;
 }
 
 // ---- Key printing ---------------------------------------------------------
@@ -640,7 +643,7 @@ D_EXPORT void DutHashInsert(D_HASH_TABLE *table, D_WORD key, D_WORD value) {
              hexOf(value));
     DutProcessMutexUnlock();
   }
-  Place place = locate(table, key, true);
+  Place place = locate(table, key, Purpose::Insert);
   if (place.link != nullptr) {
     DutProcessMutexLock();
     DutWarning("DutHashInsert: key %s already exists in hash table.\n", printKey(table, key));
@@ -721,7 +724,7 @@ D_EXPORT D_HASH_BUCKET *DutHashDeleteBucket(D_HASH_TABLE *table, D_WORD key) {
     DutErrNumSet(D_ERR_NULL_PTR);
     return nullptr;
   }
-  Place place = locate(table, key);
+  Place place = locate(table, key, Purpose::Remove);
   if (place.link == nullptr) {
     if (trace) traceKeyNotFound(table, key);
     DutErrNumSet(D_ERR_DOESNT_EXIST);
@@ -734,7 +737,7 @@ D_EXPORT D_HASH_BUCKET *DutHashDeleteBucket(D_HASH_TABLE *table, D_WORD key) {
   if (place.link != &table->buckets[place.index]) --table->collisions;
   *place.link = bucket->next;
   bucket->next = nullptr;
-  resummarise(table, kindOf(table), place.index);
+  forgetEntry(table, kindOf(table), place.index);
   --table->num_entries;
   if (trace) {
     DutDebug("  hash table %lx now has %ld entries\n", hexOf(table),

@@ -104,8 +104,13 @@ D_EXPORT D_GRAPH_EDGE *DutGraphEdgeLookup(D_GRAPH *graph, D_GRAPH_VERTEX *from, 
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeGetFirst(D_GRAPH_VERTEX *vertex);
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeGetNext(D_GRAPH_EDGE *edge);
 
-/* Fewest-hop paths from origin. A one-vertex graph has no readable first
- * hops afterwards (the origin is reset); an empty graph fails with 12. */
+/* Fewest-hop paths from origin: distance, perm, path_predecessor and
+ * first_hop of every vertex. Of two vertices at equal distance the one
+ * added first is settled first, and so becomes the predecessor of what both
+ * reach. Time O(V + E + V log V). Should a host change an edge's weight,
+ * the paths follow the weights (a negative one counts as 0) with the same
+ * tie rule. A one-vertex graph has no readable first hops afterwards (the
+ * origin is reset); an empty graph fails with 12. */
 D_EXPORT D_BOOL DutGraphSetShortPath(D_GRAPH *graph, D_GRAPH_VERTEX *origin);
 /* The vertex's first hop (null for the origin and unreachable vertices);
  * D_ERR_VAL_UNKNOWN when no paths are computed. */

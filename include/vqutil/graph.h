@@ -104,7 +104,7 @@ D_EXPORT D_GRAPH_EDGE *DutGraphEdgeLookup(D_GRAPH *graph, D_GRAPH_VERTEX *from, 
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeGetFirst(D_GRAPH_VERTEX *vertex);
 D_EXPORT D_GRAPH_EDGE *DutGraphEdgeGetNext(D_GRAPH_EDGE *edge);
 
-/* Fewest-hop paths from origin: distance, perm, path_predecessor and
+/** Fewest-hop paths from origin: distance, perm, path_predecessor and
  * first_hop of every vertex. Of two vertices at equal distance the one
  * added first is settled first, and so becomes the predecessor of what both
  * reach. Time O(V + E + V log V). Should a host change an edge's weight,

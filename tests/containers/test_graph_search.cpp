@@ -186,25 +186,4 @@ TEST_F(RandomGraphs, EdgesIntoAnotherGraphMatchTheListScan) {
   }
 }
 
-// The levels are not first-in first-out: of two vertices one hop away, the
-// older one is chosen first and so becomes the predecessor of what both
-// reach, whatever order the edges were added in.
-TEST(GraphSearch, ALevelIsVisitedOldestFirst) {
-  D_GRAPH *graph = DutGraphCreate();
-  D_GRAPH_VERTEX *origin = DutGraphVertexAdd(graph, &gNames[0]);
-  D_GRAPH_VERTEX *older = DutGraphVertexAdd(graph, &gNames[1]);
-  D_GRAPH_VERTEX *newer = DutGraphVertexAdd(graph, &gNames[2]);
-  D_GRAPH_VERTEX *target = DutGraphVertexAdd(graph, &gNames[3]);
-  // Newest edge first in the origin's list: the newer vertex is reached first.
-  DutGraphEdgeAdd(graph, origin, older, 0);
-  DutGraphEdgeAdd(graph, origin, newer, 0);
-  DutGraphEdgeAdd(graph, newer, target, 0);
-  DutGraphEdgeAdd(graph, older, target, 0);
-  ASSERT_EQ(DutGraphSetShortPath(graph, origin), D_TRUE);
-  EXPECT_EQ(target->distance, 2);
-  EXPECT_EQ(target->path_predecessor, older);
-  EXPECT_EQ(DutGraphGetFirstHopVertex(graph, target), older);
-  DutGraphDestroy(graph);
-}
-
 }  // namespace

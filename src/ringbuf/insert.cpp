@@ -303,6 +303,13 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   return target;
 }
 
+// The next boundary from a data time in microseconds, for a positive
+// increment: setGrid's rule, inline for the archive loop.
+inline void gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t incr) {
+  const std::int64_t origin = startMicros();
+  hdr->next_incr = fromMicros(origin + incr * ((when - origin) / incr + 1));
+}
+
 // The steady state of a quiet archive, with no call in it but the grid's: a
 // new value at a later time into a buffer that repeats neither times nor
 // values and will not grow, landing in the newest increment or opening the
@@ -311,45 +318,58 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
 template <D_UINT4 kType>
 [[gnu::always_inline]] inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t,
                                                        const Incoming &value, D_UINT2 status, D_UINT2 flag) {
-  D_RING_ENTRY *cur = hdr->current;
-  if (cur->status == 0 || (hdr->flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
+  D_RING_ENTRY *const cur = hdr->current;
+  const D_UINT4 flags = hdr->flags;
+  if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
   const std::int64_t newest = micros(*cur);
   if (when <= newest || sameValue<kType>(kType, *cur, value)) return nullptr;
-  // Most buffers are fixed or at the size limit: the wrap test, a load from
-  // the far end of the array, only when it matters.
-  if (!isFixed(hdr) && hdr->size < D_RING_MAX_SIZE && isWrapped(hdr)) return nullptr;
+  D_RING_ENTRY *const start = hdr->start;
+  D_RING_ENTRY *const last = start + hdr->size - 1;
+  const bool fixed = (flags & D_RING_FIXED) != 0;
+  // A full growable buffer below the size limit may grow: the full path.
+  if (!fixed && hdr->size < D_RING_MAX_SIZE && last->status != 0) return nullptr;
   const std::int64_t next = micros(hdr->next_incr);
-  const bool just_one = cur == hdr->start && !isWrapped(hdr);
-  const bool at_boundary = newest == next - micros(hdr->incr);
+  const std::int64_t incr = micros(hdr->incr);
+  D_RING_ENTRY *const following = cur == last ? start : cur + 1;
   D_RING_ENTRY *target;
-  if (when == next) {
-    if (at_boundary) hdr->current = cur = after(hdr, cur);
-    target = just_one && !at_boundary ? after(hdr, cur) : cur;
-    setGrid(hdr, t);
+  if (when < next) {
+    // Within the newest increment: the usual case of a coarse buffer.
+    const bool just_one = cur == start && last->status == 0;
+    target = just_one || newest == next - incr ? following : cur;
   } else if (when > next) {
-    if (!isFixed(hdr) && micros(hdr->incr) > 0) {
-      setGrid(hdr, t);
+    if (!fixed && incr > 0) {
+      gridAfter(hdr, when, incr);
     } else {
       hdr->next_incr = t;
     }
-    target = after(hdr, cur);
+    target = following;
   } else {
-    target = just_one || at_boundary ? after(hdr, cur) : cur;
+    const bool just_one = cur == start && last->status == 0;
+    target = just_one || newest == next - incr ? following : cur;
+    if (incr > 0) {
+      gridAfter(hdr, when, incr);
+    } else {
+      setGrid(hdr, t);
+    }
   }
   fill<kType>(hdr->ring, *target, t, value, status, flag);
   hdr->current = target;
   return target;
 }
 
+// Inline into the entry points: a call more per archive is a good part of
+// the cost of the whole loop.
 template <D_UINT4 kType, bool kQuiet>
-D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t, const Incoming &value,
+[[gnu::always_inline]] inline D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t, const Incoming &value,
                          D_UINT2 status, D_UINT2 flag) {
   if constexpr (kQuiet) {
     const std::int64_t when = micros(t);
     D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
-    if (result == nullptr) result = newer<kType, kQuiet>(first, t, value, status, flag);
-    for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
-      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) {
+    if (result == nullptr) [[unlikely]] result = newer<kType, kQuiet>(first, t, value, status, flag);
+    const D_DQ_NODE *const end = ring->buffers;
+    for (D_DQ_NODE *node = first->next; node != end; node = node->next) {
+      auto *h = reinterpret_cast<D_RING_HDR *>(node);
+      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) [[unlikely]] {
         newer<kType, kQuiet>(h, t, value, status, flag);
       }
     }
@@ -360,6 +380,29 @@ D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE
     newer<kType, kQuiet>(h, t, value, status, flag);
   }
   return result;
+}
+
+// Tracing, callbacks or a pointer ring: one copy of the full loop.
+[[gnu::noinline]] D_RING_ENTRY *archiveChecked(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t,
+                                               const Incoming &value, D_UINT2 status, D_UINT2 flag) {
+  return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
+}
+
+// The whole-ring archive with the value type known (kAnyType: any type,
+// including pointers, whose free function is the caller's code).
+template <D_UINT4 kType>
+[[gnu::always_inline]] inline D_RING_ENTRY *archiveAs(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value,
+                                                      D_UINT2 status, D_UINT2 flag) {
+  D_RING_HDR *first = firstBuffer(ring);
+  if ((status & D_RING_STATUS_KNOWN) == 0 || first == nullptr || !timeKnown()) {
+    return keepInitial(ring, t, value, status, flag);
+  }
+  // Without tracing or overwrite callbacks no code of the caller's runs
+  // during the archive, so the loop may leave both out and fix the type.
+  if (kType == kAnyType || tracing() || ring->overwrite_cb_list != nullptr) {
+    return archiveChecked(ring, first, t, value, status, flag);
+  }
+  return archiveAll<kType, true>(ring, first, t, value, status, flag);
 }
 
 }  // namespace
@@ -385,32 +428,21 @@ void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, con
 
 D_RING_ENTRY *archive(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
                       D_UINT2 flag) {
-  D_RING_HDR *first = firstBuffer(ring);
-  D_TIME_VALUE now;
-  if ((status & D_RING_STATUS_KNOWN) != 0 && first != nullptr && currentTime(&now)) {
-    // Without tracing or overwrite callbacks no code of the caller's runs
-    // during the archive (a pointer ring's free function excepted), so the
-    // loop may leave both out and fix the value type.
-    if (tracing() || ring->overwrite_cb_list != nullptr) {
-      return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
-    }
-    switch (ring->type) {
-      case D_RING_TYPE_INT:
-      case D_RING_TYPE_LONG:
-        return archiveAll<D_RING_TYPE_INT, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_DOUBLE:
-        return archiveAll<D_RING_TYPE_DOUBLE, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_FLOAT:
-        return archiveAll<D_RING_TYPE_FLOAT, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_WORD:
-        return archiveAll<D_RING_TYPE_WORD, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_STRING:
-        return archiveAll<D_RING_TYPE_STRING, true>(ring, first, t, value, status, flag);
-      default:
-        return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
-    }
+  switch (ring->type) {
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return archiveAs<D_RING_TYPE_INT>(ring, t, value, status, flag);
+    case D_RING_TYPE_DOUBLE:
+      return archiveAs<D_RING_TYPE_DOUBLE>(ring, t, value, status, flag);
+    case D_RING_TYPE_FLOAT:
+      return archiveAs<D_RING_TYPE_FLOAT>(ring, t, value, status, flag);
+    case D_RING_TYPE_WORD:
+      return archiveAs<D_RING_TYPE_WORD>(ring, t, value, status, flag);
+    case D_RING_TYPE_STRING:
+      return archiveAs<D_RING_TYPE_STRING>(ring, t, value, status, flag);
+    default:
+      return archiveAs<kAnyType>(ring, t, value, status, flag);
   }
-  return keepInitial(ring, t, value, status, flag);
 }
 
 D_RING_ENTRY *insertInOrder(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
@@ -486,8 +518,24 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
     }
     return nullptr;
   }
-  std::string text;
-  return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+  // The type settled here once, the value read as that type: the usual
+  // archive goes from here to the buffers without another call.
+  switch (ring->type) {
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return archiveAs<D_RING_TYPE_INT>(ring, *time, readValue(D_RING_TYPE_INT, value, nullptr), status, flag);
+    case D_RING_TYPE_DOUBLE:
+      return archiveAs<D_RING_TYPE_DOUBLE>(ring, *time, readValue(D_RING_TYPE_DOUBLE, value, nullptr), status, flag);
+    case D_RING_TYPE_FLOAT:
+      return archiveAs<D_RING_TYPE_FLOAT>(ring, *time, readValue(D_RING_TYPE_FLOAT, value, nullptr), status, flag);
+    case D_RING_TYPE_WORD:
+      return archiveAs<D_RING_TYPE_WORD>(ring, *time, readValue(D_RING_TYPE_WORD, value, nullptr), status, flag);
+    default: {
+      // A text may lie in an entry of this very ring: copied first.
+      std::string text;
+      return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+    }
+  }
 }
 
 }  // extern "C"

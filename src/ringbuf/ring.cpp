@@ -136,9 +136,10 @@ D_RING_HDR *byIncrement(const D_RING_BUF *ring, const D_TIME_VALUE &incr) {
   return nullptr;
 }
 
-D_TIME_VALUE startTime() {
+D_TIME_VALUE startTime() { return fromMicros(startMicros()); }
+std::int64_t startMicros() {
   const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
-  return start == kUnset ? D_TIME_VALUE{0, 0} : fromMicros(start);
+  return start == kUnset ? 0 : start;
 }
 
 }  // namespace vq::ring

@@ -320,36 +320,37 @@ template <D_UINT4 kType>
                                                        const Incoming &value, D_UINT2 status, D_UINT2 flag) {
   D_RING_ENTRY *const cur = hdr->current;
   const D_UINT4 flags = hdr->flags;
-  if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
   const std::int64_t newest = micros(*cur);
-  if (when <= newest || sameValue<kType>(kType, *cur, value)) return nullptr;
+  if (when <= newest || cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0 ||
+      sameValue<kType>(kType, *cur, value)) {
+    return nullptr;
+  }
   D_RING_ENTRY *const start = hdr->start;
   D_RING_ENTRY *const last = start + hdr->size - 1;
   const bool fixed = (flags & D_RING_FIXED) != 0;
   // A full growable buffer below the size limit may grow: the full path.
-  if (!fixed && hdr->size < D_RING_MAX_SIZE && last->status != 0) return nullptr;
+  if (hdr->size < D_RING_MAX_SIZE && !fixed && last->status != 0) return nullptr;
   const std::int64_t next = micros(hdr->next_incr);
-  const std::int64_t incr = micros(hdr->incr);
   D_RING_ENTRY *const following = cur == last ? start : cur + 1;
-  D_RING_ENTRY *target;
-  if (when < next) {
-    // Within the newest increment: the usual case of a coarse buffer.
-    const bool just_one = cur == start && last->status == 0;
-    target = just_one || newest == next - incr ? following : cur;
-  } else if (when > next) {
-    if (!fixed && incr > 0) {
-      gridAfter(hdr, when, incr);
-    } else {
+  D_RING_ENTRY *target = following;
+  if (when > next) {
+    if (fixed || (hdr->incr.seconds | hdr->incr.microseconds) == 0) {
       hdr->next_incr = t;
-    }
-    target = following;
-  } else {
-    const bool just_one = cur == start && last->status == 0;
-    target = just_one || newest == next - incr ? following : cur;
-    if (incr > 0) {
-      gridAfter(hdr, when, incr);
     } else {
-      setGrid(hdr, t);
+      gridAfter(hdr, when, micros(hdr->incr));
+    }
+  } else {
+    // Within the newest increment (or at its end) the newest entry takes
+    // the value, unless it is the first of the buffer or opened the
+    // increment.
+    const std::int64_t incr = micros(hdr->incr);
+    if ((cur != start || last->status != 0) && newest != next - incr) target = cur;
+    if (when == next) {
+      if (incr > 0) {
+        gridAfter(hdr, when, incr);
+      } else {
+        setGrid(hdr, t);
+      }
     }
   }
   fill<kType>(hdr->ring, *target, t, value, status, flag);

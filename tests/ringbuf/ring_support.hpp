@@ -38,21 +38,21 @@ class Ring : public ::testing::Test {
     D_TIME_VALUE origin{0, 0};
     DutRingSetStartTime(&origin);
   }
+  // Survivors included: the record, its list sentinel and callback list.
   void TearDown() override {
-    for (D_RING_BUF *ring : rings_) Release(ring);
+    for (D_RING_BUF *ring : rings_) {
+      DutRingDestroy(ring);
+      if (ring->overwrite_cb_list != nullptr) DutCbListDestroy(ring->overwrite_cb_list);
+      DutDqClose(&ring->buffers);
+      DutFreeCheck(ring, "ring", __FILE__, __LINE__);
+    }
   }
 
-  // A ring released (survivors included) when the test ends.
+  // A ring released when the test ends.
   D_RING_BUF *Make(D_UINT4 type, const char *name = "ring") {
     D_RING_BUF *ring = DutRingCreate(type, name);
     if (ring != nullptr) rings_.push_back(ring);
     return ring;
-  }
-  static void Release(D_RING_BUF *ring) {
-    DutRingDestroy(ring);
-    if (ring->overwrite_cb_list != nullptr) DutCbListDestroy(ring->overwrite_cb_list);
-    DutDqClose(&ring->buffers);
-    DutFreeCheck(ring, "ring", __FILE__, __LINE__);
   }
 
  private:

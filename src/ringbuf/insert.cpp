@@ -305,12 +305,12 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
 
 // The next boundary from a data time in microseconds, for a positive
 // increment: setGrid's rule, inline for the archive loop.
-inline void gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t incr) {
+[[gnu::always_inline]] inline void gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t incr) {
   const std::int64_t origin = startMicros();
   hdr->next_incr = fromMicros(origin + incr * ((when - origin) / incr + 1));
 }
 
-// The steady state of a quiet archive, with no call in it but the grid's: a
+// The steady state of a quiet archive, with no call in it: a
 // new value at a later time into a buffer that repeats neither times nor
 // values and will not grow, landing in the newest increment or opening the
 // next entry. Anything else (including the value equal to the newest)
@@ -342,40 +342,21 @@ template <D_UINT4 kType>
   } else {
     // Within the newest increment (or at its end) the newest entry takes
     // the value, unless it is the first of the buffer or opened the
-    // increment.
+    // increment. At the end the grid moves on: for an increment of 0.0 from
+    // the current time, left to the full path.
     const std::int64_t incr = micros(hdr->incr);
+    if (when == next && incr == 0) return nullptr;
     if ((cur != start || last->status != 0) && newest != next - incr) target = cur;
-    if (when == next) {
-      if (incr > 0) {
-        gridAfter(hdr, when, incr);
-      } else {
-        setGrid(hdr, t);
-      }
-    }
+    if (when == next) gridAfter(hdr, when, incr);
   }
   fill<kType>(hdr->ring, *target, t, value, status, flag);
   hdr->current = target;
   return target;
 }
 
-// Inline into the entry points: a call more per archive is a good part of
-// the cost of the whole loop.
 template <D_UINT4 kType, bool kQuiet>
-[[gnu::always_inline]] inline D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t, const Incoming &value,
+D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t, const Incoming &value,
                          D_UINT2 status, D_UINT2 flag) {
-  if constexpr (kQuiet) {
-    const std::int64_t when = micros(t);
-    D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
-    if (result == nullptr) [[unlikely]] result = newer<kType, kQuiet>(first, t, value, status, flag);
-    const D_DQ_NODE *const end = ring->buffers;
-    for (D_DQ_NODE *node = first->next; node != end; node = node->next) {
-      auto *h = reinterpret_cast<D_RING_HDR *>(node);
-      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) [[unlikely]] {
-        newer<kType, kQuiet>(h, t, value, status, flag);
-      }
-    }
-    return result;
-  }
   D_RING_ENTRY *result = newer<kType, kQuiet>(first, t, value, status, flag);
   for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
     newer<kType, kQuiet>(h, t, value, status, flag);
@@ -383,17 +364,11 @@ template <D_UINT4 kType, bool kQuiet>
   return result;
 }
 
-// Tracing, callbacks or a pointer ring: one copy of the full loop.
-[[gnu::noinline]] D_RING_ENTRY *archiveChecked(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t,
-                                               const Incoming &value, D_UINT2 status, D_UINT2 flag) {
-  return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
-}
-
 // The whole-ring archive with the value type known (kAnyType: any type,
 // including pointers, whose free function is the caller's code).
 template <D_UINT4 kType>
-[[gnu::always_inline]] inline D_RING_ENTRY *archiveAs(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value,
-                                                      D_UINT2 status, D_UINT2 flag) {
+D_RING_ENTRY *archiveAs(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                        D_UINT2 flag) {
   D_RING_HDR *first = firstBuffer(ring);
   if ((status & D_RING_STATUS_KNOWN) == 0 || first == nullptr || !timeKnown()) {
     return keepInitial(ring, t, value, status, flag);
@@ -401,9 +376,125 @@ template <D_UINT4 kType>
   // Without tracing or overwrite callbacks no code of the caller's runs
   // during the archive, so the loop may leave both out and fix the type.
   if (kType == kAnyType || tracing() || ring->overwrite_cb_list != nullptr) {
-    return archiveChecked(ring, first, t, value, status, flag);
+    return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
   }
   return archiveAll<kType, true>(ring, first, t, value, status, flag);
+}
+
+// The types whose value is one word: the archive entry point carries it in
+// a register, so that leaving the quick loop is a jump, not a call.
+template <D_UINT4 kType>
+struct Word;
+template <>
+struct Word<D_RING_TYPE_INT> {
+  D_INT4 v;
+  Incoming in() const {
+    Incoming value;
+    value.i = v;
+    return value;
+  }
+};
+template <>
+struct Word<D_RING_TYPE_DOUBLE> {
+  D_REAL8 v;
+  Incoming in() const {
+    Incoming value;
+    value.d = v;
+    return value;
+  }
+};
+template <>
+struct Word<D_RING_TYPE_FLOAT> {
+  float v;
+  Incoming in() const {
+    Incoming value;
+    value.f = v;
+    return value;
+  }
+};
+template <>
+struct Word<D_RING_TYPE_WORD> {
+  D_UINT4 v;
+  Incoming in() const {
+    Incoming value;
+    value.w = v;
+    return value;
+  }
+};
+
+// Everything the quick loop leaves: from buffer h on (null: the whole
+// archive, as archiveAs decides), the quick path where it applies and the
+// full one elsewhere. result: the first buffer's entry, when h is later.
+template <D_UINT4 kType>
+[[gnu::noinline]] D_RING_ENTRY *archiveRest(D_RING_BUF *ring, D_RING_HDR *h, D_TIME_VALUE t, Word<kType> word,
+                                            D_UINT4 status_flag, D_RING_ENTRY *result) {
+  const Incoming value = word.in();
+  const auto status = static_cast<D_UINT2>(status_flag);
+  const auto flag = static_cast<D_UINT2>(status_flag >> 16);
+  if (h == nullptr) return archiveAs<kType>(ring, t, value, status, flag);
+  const std::int64_t when = micros(t);
+  bool first = h == firstBuffer(ring);
+  for (; h != nullptr; h = nextBuffer(ring, h)) {
+    D_RING_ENTRY *e = newerQuick<kType>(h, when, t, value, status, flag);
+    if (e == nullptr) e = newer<kType, true>(h, t, value, status, flag);
+    if (first) {
+      result = e;
+      first = false;
+    }
+  }
+  return result;
+}
+
+// The usual archive: a one-word value, known time, no tracing and no
+// callbacks, every buffer in its steady state. Inline into the entry point,
+// with no call: each exit to the general code is a jump.
+template <D_UINT4 kType>
+[[gnu::always_inline]] inline D_RING_ENTRY *archiveWord(D_RING_BUF *ring, const D_TIME_VALUE &time, Word<kType> word,
+                                                        D_UINT2 status, D_UINT2 flag) {
+  const D_TIME_VALUE t = time;  // the caller's record might be an entry of this ring
+  const D_UINT4 status_flag = status | static_cast<D_UINT4>(flag) << 16;
+  D_RING_HDR *first = firstBuffer(ring);
+  if ((status & D_RING_STATUS_KNOWN) == 0 || first == nullptr || !utRingTimeKnown.load(std::memory_order_relaxed) ||
+      tracing() || ring->overwrite_cb_list != nullptr) [[unlikely]] {
+    return archiveRest<kType>(ring, nullptr, t, word, status_flag, nullptr);
+  }
+  const Incoming value = word.in();
+  const std::int64_t when = micros(t);
+  D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
+  if (result == nullptr) [[unlikely]] return archiveRest<kType>(ring, first, t, word, status_flag, nullptr);
+  const D_DQ_NODE *const end = ring->buffers;
+  for (D_DQ_NODE *node = first->next; node != end; node = node->next) {
+    auto *h = reinterpret_cast<D_RING_HDR *>(node);
+    if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) [[unlikely]] {
+      return archiveRest<kType>(ring, h, t, word, status_flag, result);
+    }
+  }
+  return result;
+}
+
+// A refused archive: the error number, and the trace for a status of 0.
+[[gnu::noinline]] D_RING_ENTRY *refuseArchive(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
+                                              D_UINT2 status) {
+  if (!acceptValue(ring, time, value, status) && ring != nullptr && time != nullptr && value != nullptr &&
+      status == 0 && tracing()) {
+    trace("Error in DutRingArchiveValue: Invalid status flag (%ld)\n", static_cast<long>(status));
+    trace("Buffer: %s, changing status to known runtime\n", nameOf(ring));
+  }
+  return nullptr;
+}
+
+// A text may lie in an entry of this very ring: copied first.
+[[gnu::noinline]] D_RING_ENTRY *archiveCopy(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
+                                            D_UINT2 status, D_UINT2 flag) {
+  std::string text;
+  return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+}
+
+template <D_UINT4 kType, class W>
+[[gnu::always_inline]] inline Word<kType> wordAt(const void *value) {
+  W v;
+  std::memcpy(&v, value, sizeof v);
+  return Word<kType>{v};
 }
 
 }  // namespace
@@ -512,30 +603,22 @@ D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE
 
 D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
                                            D_UINT2 status, D_UINT2 flag) {
-  if (!acceptValue(ring, time, value, status)) {
-    if (ring != nullptr && time != nullptr && value != nullptr && status == 0 && tracing()) {
-      trace("Error in DutRingArchiveValue: Invalid status flag (%ld)\n", static_cast<long>(status));
-      trace("Buffer: %s, changing status to known runtime\n", nameOf(ring));
-    }
-    return nullptr;
+  if (ring == nullptr || time == nullptr || value == nullptr || status == 0 || !validTime(*time)) [[unlikely]] {
+    return refuseArchive(ring, time, value, status);
   }
-  // The type settled here once, the value read as that type: the usual
-  // archive goes from here to the buffers without another call.
+  // The type settled here once, the value read as that type.
   switch (ring->type) {
     case D_RING_TYPE_INT:
     case D_RING_TYPE_LONG:
-      return archiveAs<D_RING_TYPE_INT>(ring, *time, readValue(D_RING_TYPE_INT, value, nullptr), status, flag);
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_INT, D_INT4>(value), status, flag);
     case D_RING_TYPE_DOUBLE:
-      return archiveAs<D_RING_TYPE_DOUBLE>(ring, *time, readValue(D_RING_TYPE_DOUBLE, value, nullptr), status, flag);
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_DOUBLE, D_REAL8>(value), status, flag);
     case D_RING_TYPE_FLOAT:
-      return archiveAs<D_RING_TYPE_FLOAT>(ring, *time, readValue(D_RING_TYPE_FLOAT, value, nullptr), status, flag);
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_FLOAT, float>(value), status, flag);
     case D_RING_TYPE_WORD:
-      return archiveAs<D_RING_TYPE_WORD>(ring, *time, readValue(D_RING_TYPE_WORD, value, nullptr), status, flag);
-    default: {
-      // A text may lie in an entry of this very ring: copied first.
-      std::string text;
-      return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
-    }
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_WORD, D_UINT4>(value), status, flag);
+    default:
+      return archiveCopy(ring, time, value, status, flag);
   }
 }
 

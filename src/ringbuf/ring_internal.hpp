@@ -45,9 +45,16 @@ inline D_REAL8 seconds(const D_TIME_VALUE &t) { return t.seconds + t.microsecond
 inline long sec(const D_TIME_VALUE &t) { return static_cast<long>(t.seconds); }
 inline long usec(const D_TIME_VALUE &t) { return static_cast<long>(t.microseconds); }
 
-// The ring start time, or 0.0 while none was set; in microseconds.
+// The ring start time in microseconds, kUnsetStart until set. Every grid
+// reset reads it, so it is read without the lock.
+inline constexpr std::int64_t kUnsetStart = INT64_MIN;
+extern std::atomic<std::int64_t> utRingStartTime;
+// The ring start time, or 0.0 while none was set.
 D_TIME_VALUE startTime();
-std::int64_t startMicros();
+inline std::int64_t startMicros() {
+  const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
+  return start == kUnsetStart ? 0 : start;
+}
 // The current time of the application, when one was set.
 inline bool currentTime(D_TIME_VALUE *now) { return DutGetCurrentTimeStruct(now) == D_TRUE; }
 // Whether the application has a current time. Once set it can change but

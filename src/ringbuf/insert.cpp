@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include "frame/check.hpp"
 #include "ringbuf/ring_internal.hpp"
@@ -381,43 +382,25 @@ D_RING_ENTRY *archiveAs(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming 
   return archiveAll<kType, true>(ring, first, t, value, status, flag);
 }
 
-// The types whose value is one word: the archive entry point carries it in
-// a register, so that leaving the quick loop is a jump, not a call.
+// The types whose value is one word, and where Incoming holds it: the
+// archive entry point carries the word in a register, so that leaving the
+// quick loop is a jump, not a call.
 template <D_UINT4 kType>
-struct Word;
+constexpr auto kWordOf = nullptr;
 template <>
-struct Word<D_RING_TYPE_INT> {
-  D_INT4 v;
+constexpr auto kWordOf<D_RING_TYPE_INT> = &Incoming::i;
+template <>
+constexpr auto kWordOf<D_RING_TYPE_DOUBLE> = &Incoming::d;
+template <>
+constexpr auto kWordOf<D_RING_TYPE_FLOAT> = &Incoming::f;
+template <>
+constexpr auto kWordOf<D_RING_TYPE_WORD> = &Incoming::w;
+template <D_UINT4 kType>
+struct Word {
+  std::remove_reference_t<decltype(Incoming{}.*kWordOf<kType>)> v;
   Incoming in() const {
     Incoming value;
-    value.i = v;
-    return value;
-  }
-};
-template <>
-struct Word<D_RING_TYPE_DOUBLE> {
-  D_REAL8 v;
-  Incoming in() const {
-    Incoming value;
-    value.d = v;
-    return value;
-  }
-};
-template <>
-struct Word<D_RING_TYPE_FLOAT> {
-  float v;
-  Incoming in() const {
-    Incoming value;
-    value.f = v;
-    return value;
-  }
-};
-template <>
-struct Word<D_RING_TYPE_WORD> {
-  D_UINT4 v;
-  Incoming in() const {
-    Incoming value;
-    value.w = v;
+    value.*kWordOf<kType> = v;
     return value;
   }
 };
@@ -490,11 +473,11 @@ template <D_UINT4 kType>
   return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
 }
 
-template <D_UINT4 kType, class W>
+template <D_UINT4 kType>
 [[gnu::always_inline]] inline Word<kType> wordAt(const void *value) {
-  W v;
-  std::memcpy(&v, value, sizeof v);
-  return Word<kType>{v};
+  Word<kType> word;
+  std::memcpy(&word.v, value, sizeof word.v);
+  return word;
 }
 
 }  // namespace
@@ -610,13 +593,13 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
   switch (ring->type) {
     case D_RING_TYPE_INT:
     case D_RING_TYPE_LONG:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_INT, D_INT4>(value), status, flag);
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_INT>(value), status, flag);
     case D_RING_TYPE_DOUBLE:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_DOUBLE, D_REAL8>(value), status, flag);
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_DOUBLE>(value), status, flag);
     case D_RING_TYPE_FLOAT:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_FLOAT, float>(value), status, flag);
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_FLOAT>(value), status, flag);
     case D_RING_TYPE_WORD:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_WORD, D_UINT4>(value), status, flag);
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_WORD>(value), status, flag);
     default:
       return archiveCopy(ring, time, value, status, flag);
   }

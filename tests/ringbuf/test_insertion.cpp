@@ -111,12 +111,12 @@ TEST_F(RingInsert, FixedBufferWrapsAndCallsOverwriteCallbacksBeforeTheSlotChange
 
 void IgnoreOverwrite(void *, void *, D_WORD) {}
 
-// Archiving takes a shortcut when no overwrite callback exists; a ring with
-// one takes the full path. Both must end with the same buffers, grids and
-// answers, over reversals, duplicate times, repeated values, boundaries,
-// growth and wrapping.
+// Archiving a one-word value takes a shortcut when no overwrite callback
+// exists; a ring with one takes the full path. Both must end with the same
+// buffers, grids and answers, over reversals, duplicate times, repeated
+// values, boundaries, growth and wrapping, for each one-word type.
 TEST_F(RingInsert, ArchiveShortcutAgreesWithTheFullPath) {
-  for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT}) {
+  for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT, D_RING_TYPE_FLOAT, D_RING_TYPE_WORD}) {
     D_RING_BUF *rings[2] = {Make(type), Make(type)};
     DutRingOverwriteCbCreate(rings[1], IgnoreOverwrite, 0);
     D_RING_HDR *hdrs[2][5];

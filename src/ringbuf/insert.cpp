@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include "frame/check.hpp"
 #include "ringbuf/ring_internal.hpp"
@@ -303,7 +304,14 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   return target;
 }
 
-// The steady state of a quiet archive, with no call in it but the grid's: a
+// The next boundary from a data time in microseconds, for a positive
+// increment: setGrid's rule, inline for the archive loop.
+[[gnu::always_inline]] inline void gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t incr) {
+  const std::int64_t origin = startMicros();
+  hdr->next_incr = fromMicros(origin + incr * ((when - origin) / incr + 1));
+}
+
+// The steady state of a quiet archive, with no call in it: a
 // new value at a later time into a buffer that repeats neither times nor
 // values and will not grow, landing in the newest increment or opening the
 // next entry. Anything else (including the value equal to the newest)
@@ -311,30 +319,36 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
 template <D_UINT4 kType>
 [[gnu::always_inline]] inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t,
                                                        const Incoming &value, D_UINT2 status, D_UINT2 flag) {
-  D_RING_ENTRY *cur = hdr->current;
-  if (cur->status == 0 || (hdr->flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return nullptr;
+  D_RING_ENTRY *const cur = hdr->current;
+  const D_UINT4 flags = hdr->flags;
   const std::int64_t newest = micros(*cur);
-  if (when <= newest || sameValue<kType>(kType, *cur, value)) return nullptr;
-  // Most buffers are fixed or at the size limit: the wrap test, a load from
-  // the far end of the array, only when it matters.
-  if (!isFixed(hdr) && hdr->size < D_RING_MAX_SIZE && isWrapped(hdr)) return nullptr;
+  if (when <= newest || cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0 ||
+      sameValue<kType>(kType, *cur, value)) {
+    return nullptr;
+  }
+  D_RING_ENTRY *const start = hdr->start;
+  D_RING_ENTRY *const last = start + hdr->size - 1;
+  const bool fixed = (flags & D_RING_FIXED) != 0;
+  // A full growable buffer below the size limit may grow: the full path.
+  if (hdr->size < D_RING_MAX_SIZE && !fixed && last->status != 0) return nullptr;
   const std::int64_t next = micros(hdr->next_incr);
-  const bool just_one = cur == hdr->start && !isWrapped(hdr);
-  const bool at_boundary = newest == next - micros(hdr->incr);
-  D_RING_ENTRY *target;
-  if (when == next) {
-    if (at_boundary) hdr->current = cur = after(hdr, cur);
-    target = just_one && !at_boundary ? after(hdr, cur) : cur;
-    setGrid(hdr, t);
-  } else if (when > next) {
-    if (!isFixed(hdr) && micros(hdr->incr) > 0) {
-      setGrid(hdr, t);
-    } else {
+  D_RING_ENTRY *const following = cur == last ? start : cur + 1;
+  D_RING_ENTRY *target = following;
+  if (when > next) {
+    if (fixed || (hdr->incr.seconds | hdr->incr.microseconds) == 0) {
       hdr->next_incr = t;
+    } else {
+      gridAfter(hdr, when, micros(hdr->incr));
     }
-    target = after(hdr, cur);
   } else {
-    target = just_one || at_boundary ? after(hdr, cur) : cur;
+    // Within the newest increment (or at its end) the newest entry takes
+    // the value, unless it is the first of the buffer or opened the
+    // increment. At the end the grid moves on: for an increment of 0.0 from
+    // the current time, left to the full path.
+    const std::int64_t incr = micros(hdr->incr);
+    if (when == next && incr == 0) return nullptr;
+    if ((cur != start || last->status != 0) && newest != next - incr) target = cur;
+    if (when == next) gridAfter(hdr, when, incr);
   }
   fill<kType>(hdr->ring, *target, t, value, status, flag);
   hdr->current = target;
@@ -344,22 +358,126 @@ template <D_UINT4 kType>
 template <D_UINT4 kType, bool kQuiet>
 D_RING_ENTRY *archiveAll(D_RING_BUF *ring, D_RING_HDR *first, const D_TIME_VALUE &t, const Incoming &value,
                          D_UINT2 status, D_UINT2 flag) {
-  if constexpr (kQuiet) {
-    const std::int64_t when = micros(t);
-    D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
-    if (result == nullptr) result = newer<kType, kQuiet>(first, t, value, status, flag);
-    for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
-      if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) {
-        newer<kType, kQuiet>(h, t, value, status, flag);
-      }
-    }
-    return result;
-  }
   D_RING_ENTRY *result = newer<kType, kQuiet>(first, t, value, status, flag);
   for (D_RING_HDR *h = nextBuffer(ring, first); h != nullptr; h = nextBuffer(ring, h)) {
     newer<kType, kQuiet>(h, t, value, status, flag);
   }
   return result;
+}
+
+// The whole-ring archive with the value type known (kAnyType: any type,
+// including pointers, whose free function is the caller's code).
+template <D_UINT4 kType>
+D_RING_ENTRY *archiveAs(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
+                        D_UINT2 flag) {
+  D_RING_HDR *first = firstBuffer(ring);
+  if ((status & D_RING_STATUS_KNOWN) == 0 || first == nullptr || !timeKnown()) {
+    return keepInitial(ring, t, value, status, flag);
+  }
+  // Without tracing or overwrite callbacks no code of the caller's runs
+  // during the archive, so the loop may leave both out and fix the type.
+  if (kType == kAnyType || tracing() || ring->overwrite_cb_list != nullptr) {
+    return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
+  }
+  return archiveAll<kType, true>(ring, first, t, value, status, flag);
+}
+
+// The types whose value is one word, and where Incoming holds it: the
+// archive entry point carries the word in a register, so that leaving the
+// quick loop is a jump, not a call.
+template <D_UINT4 kType>
+constexpr auto kWordOf = nullptr;
+template <>
+constexpr auto kWordOf<D_RING_TYPE_INT> = &Incoming::i;
+template <>
+constexpr auto kWordOf<D_RING_TYPE_DOUBLE> = &Incoming::d;
+template <>
+constexpr auto kWordOf<D_RING_TYPE_FLOAT> = &Incoming::f;
+template <>
+constexpr auto kWordOf<D_RING_TYPE_WORD> = &Incoming::w;
+template <D_UINT4 kType>
+struct Word {
+  std::remove_reference_t<decltype(Incoming{}.*kWordOf<kType>)> v;
+  Incoming in() const {
+    Incoming value;
+    value.*kWordOf<kType> = v;
+    return value;
+  }
+};
+
+// Everything the quick loop leaves: from buffer h on (null: the whole
+// archive, as archiveAs decides), the quick path where it applies and the
+// full one elsewhere. result: the first buffer's entry, when h is later.
+template <D_UINT4 kType>
+[[gnu::noinline]] D_RING_ENTRY *archiveRest(D_RING_BUF *ring, D_RING_HDR *h, D_TIME_VALUE t, Word<kType> word,
+                                            D_UINT4 status_flag, D_RING_ENTRY *result) {
+  const Incoming value = word.in();
+  const auto status = static_cast<D_UINT2>(status_flag);
+  const auto flag = static_cast<D_UINT2>(status_flag >> 16);
+  if (h == nullptr) return archiveAs<kType>(ring, t, value, status, flag);
+  const std::int64_t when = micros(t);
+  bool first = h == firstBuffer(ring);
+  for (; h != nullptr; h = nextBuffer(ring, h)) {
+    D_RING_ENTRY *e = newerQuick<kType>(h, when, t, value, status, flag);
+    if (e == nullptr) e = newer<kType, true>(h, t, value, status, flag);
+    if (first) {
+      result = e;
+      first = false;
+    }
+  }
+  return result;
+}
+
+// The usual archive: a one-word value, known time, no tracing and no
+// callbacks, every buffer in its steady state. Inline into the entry point,
+// with no call: each exit to the general code is a jump.
+template <D_UINT4 kType>
+[[gnu::always_inline]] inline D_RING_ENTRY *archiveWord(D_RING_BUF *ring, const D_TIME_VALUE &time, Word<kType> word,
+                                                        D_UINT2 status, D_UINT2 flag) {
+  const D_TIME_VALUE t = time;  // the caller's record might be an entry of this ring
+  const D_UINT4 status_flag = status | static_cast<D_UINT4>(flag) << 16;
+  D_RING_HDR *first = firstBuffer(ring);
+  if ((status & D_RING_STATUS_KNOWN) == 0 || first == nullptr || !utRingTimeKnown.load(std::memory_order_relaxed) ||
+      tracing() || ring->overwrite_cb_list != nullptr) [[unlikely]] {
+    return archiveRest<kType>(ring, nullptr, t, word, status_flag, nullptr);
+  }
+  const Incoming value = word.in();
+  const std::int64_t when = micros(t);
+  D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
+  if (result == nullptr) [[unlikely]] return archiveRest<kType>(ring, first, t, word, status_flag, nullptr);
+  const D_DQ_NODE *const end = ring->buffers;
+  for (D_DQ_NODE *node = first->next; node != end; node = node->next) {
+    auto *h = reinterpret_cast<D_RING_HDR *>(node);
+    if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) [[unlikely]] {
+      return archiveRest<kType>(ring, h, t, word, status_flag, result);
+    }
+  }
+  return result;
+}
+
+// A refused archive: the error number, and the trace for a status of 0.
+[[gnu::noinline]] D_RING_ENTRY *refuseArchive(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
+                                              D_UINT2 status) {
+  if (!acceptValue(ring, time, value, status) && ring != nullptr && time != nullptr && value != nullptr &&
+      status == 0 && tracing()) {
+    trace("Error in DutRingArchiveValue: Invalid status flag (%ld)\n", static_cast<long>(status));
+    trace("Buffer: %s, changing status to known runtime\n", nameOf(ring));
+  }
+  return nullptr;
+}
+
+// A text may lie in an entry of this very ring: copied first.
+[[gnu::noinline]] D_RING_ENTRY *archiveCopy(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
+                                            D_UINT2 status, D_UINT2 flag) {
+  std::string text;
+  return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+}
+
+template <D_UINT4 kType>
+[[gnu::always_inline]] inline Word<kType> wordAt(const void *value) {
+  Word<kType> word;
+  std::memcpy(&word.v, value, sizeof word.v);
+  return word;
 }
 
 }  // namespace
@@ -385,32 +503,21 @@ void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, con
 
 D_RING_ENTRY *archive(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
                       D_UINT2 flag) {
-  D_RING_HDR *first = firstBuffer(ring);
-  D_TIME_VALUE now;
-  if ((status & D_RING_STATUS_KNOWN) != 0 && first != nullptr && currentTime(&now)) {
-    // Without tracing or overwrite callbacks no code of the caller's runs
-    // during the archive (a pointer ring's free function excepted), so the
-    // loop may leave both out and fix the value type.
-    if (tracing() || ring->overwrite_cb_list != nullptr) {
-      return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
-    }
-    switch (ring->type) {
-      case D_RING_TYPE_INT:
-      case D_RING_TYPE_LONG:
-        return archiveAll<D_RING_TYPE_INT, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_DOUBLE:
-        return archiveAll<D_RING_TYPE_DOUBLE, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_FLOAT:
-        return archiveAll<D_RING_TYPE_FLOAT, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_WORD:
-        return archiveAll<D_RING_TYPE_WORD, true>(ring, first, t, value, status, flag);
-      case D_RING_TYPE_STRING:
-        return archiveAll<D_RING_TYPE_STRING, true>(ring, first, t, value, status, flag);
-      default:
-        return archiveAll<kAnyType, false>(ring, first, t, value, status, flag);
-    }
+  switch (ring->type) {
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return archiveAs<D_RING_TYPE_INT>(ring, t, value, status, flag);
+    case D_RING_TYPE_DOUBLE:
+      return archiveAs<D_RING_TYPE_DOUBLE>(ring, t, value, status, flag);
+    case D_RING_TYPE_FLOAT:
+      return archiveAs<D_RING_TYPE_FLOAT>(ring, t, value, status, flag);
+    case D_RING_TYPE_WORD:
+      return archiveAs<D_RING_TYPE_WORD>(ring, t, value, status, flag);
+    case D_RING_TYPE_STRING:
+      return archiveAs<D_RING_TYPE_STRING>(ring, t, value, status, flag);
+    default:
+      return archiveAs<kAnyType>(ring, t, value, status, flag);
   }
-  return keepInitial(ring, t, value, status, flag);
 }
 
 D_RING_ENTRY *insertInOrder(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
@@ -479,15 +586,23 @@ D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE
 
 D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
                                            D_UINT2 status, D_UINT2 flag) {
-  if (!acceptValue(ring, time, value, status)) {
-    if (ring != nullptr && time != nullptr && value != nullptr && status == 0 && tracing()) {
-      trace("Error in DutRingArchiveValue: Invalid status flag (%ld)\n", static_cast<long>(status));
-      trace("Buffer: %s, changing status to known runtime\n", nameOf(ring));
-    }
-    return nullptr;
+  if (ring == nullptr || time == nullptr || value == nullptr || status == 0 || !validTime(*time)) [[unlikely]] {
+    return refuseArchive(ring, time, value, status);
   }
-  std::string text;
-  return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+  // The type settled here once, the value read as that type.
+  switch (ring->type) {
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_INT>(value), status, flag);
+    case D_RING_TYPE_DOUBLE:
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_DOUBLE>(value), status, flag);
+    case D_RING_TYPE_FLOAT:
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_FLOAT>(value), status, flag);
+    case D_RING_TYPE_WORD:
+      return archiveWord(ring, *time, wordAt<D_RING_TYPE_WORD>(value), status, flag);
+    default:
+      return archiveCopy(ring, time, value, status, flag);
+  }
 }
 
 }  // extern "C"

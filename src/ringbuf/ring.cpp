@@ -13,12 +13,10 @@
 
 namespace vq::ring {
 
+std::atomic<std::int64_t> utRingStartTime{kUnsetStart};
+
 namespace {
 
-// The ring start time in microseconds, kUnset until set. Every grid reset
-// reads it, so it is read without the lock.
-constexpr std::int64_t kUnset = INT64_MIN;
-std::atomic<std::int64_t> utRingStartTime{kUnset};
 D_CB_TYPE *utRingOverwriteCbType = nullptr;
 
 bool incrementAccepted(const D_RING_BUF *ring, const D_TIME_VALUE &incr) {
@@ -136,10 +134,7 @@ D_RING_HDR *byIncrement(const D_RING_BUF *ring, const D_TIME_VALUE &incr) {
   return nullptr;
 }
 
-D_TIME_VALUE startTime() {
-  const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
-  return start == kUnset ? D_TIME_VALUE{0, 0} : fromMicros(start);
-}
+D_TIME_VALUE startTime() { return fromMicros(startMicros()); }
 
 }  // namespace vq::ring
 
@@ -160,7 +155,7 @@ D_EXPORT D_BOOL DutRingSetStartTime(const D_TIME_VALUE *start) {
 D_EXPORT D_BOOL DutRingGetStartTime(D_TIME_VALUE *start_return) {
   if (start_return == nullptr) return fail(D_ERR_NULL_PTR, D_FALSE);
   const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
-  if (start == kUnset) return D_FALSE;
+  if (start == kUnsetStart) return D_FALSE;
   *start_return = fromMicros(start);
   return D_TRUE;
 }

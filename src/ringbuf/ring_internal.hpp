@@ -3,6 +3,8 @@
 // by type, the trace and the private tail of every ring record.
 #pragma once
 
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
@@ -25,7 +27,16 @@ inline std::int64_t micros(const D_TIME_VALUE &t) {
 }
 inline std::int64_t micros(const D_RING_ENTRY &e) { return static_cast<std::int64_t>(e.sec) * kMicros + e.usec; }
 // Normalised, the seconds held within 32 bits.
-D_TIME_VALUE fromMicros(std::int64_t m);
+inline D_TIME_VALUE fromMicros(std::int64_t m) {
+  std::int64_t s = m / kMicros;
+  std::int64_t u = m % kMicros;
+  if (u < 0) {
+    u += kMicros;
+    --s;
+  }
+  s = std::clamp<std::int64_t>(s, INT32_MIN, INT32_MAX);
+  return D_TIME_VALUE{static_cast<D_INT4>(s), static_cast<D_INT4>(u)};
+}
 inline bool validTime(const D_TIME_VALUE &t) { return t.microseconds >= 0 && t.microseconds < kMicros; }
 // Each time present (D_ERR_NULL_PTR) with its microseconds in range
 // (D_ERR_VAL_INVALID).
@@ -34,10 +45,24 @@ inline D_REAL8 seconds(const D_TIME_VALUE &t) { return t.seconds + t.microsecond
 inline long sec(const D_TIME_VALUE &t) { return static_cast<long>(t.seconds); }
 inline long usec(const D_TIME_VALUE &t) { return static_cast<long>(t.microseconds); }
 
+// The ring start time in microseconds, kUnsetStart until set. Every grid
+// reset reads it, so it is read without the lock.
+inline constexpr std::int64_t kUnsetStart = INT64_MIN;
+extern std::atomic<std::int64_t> utRingStartTime;
 // The ring start time, or 0.0 while none was set.
 D_TIME_VALUE startTime();
+inline std::int64_t startMicros() {
+  const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
+  return start == kUnsetStart ? 0 : start;
+}
 // The current time of the application, when one was set.
 inline bool currentTime(D_TIME_VALUE *now) { return DutGetCurrentTimeStruct(now) == D_TRUE; }
+// Whether the application has a current time. Once set it can change but
+// never be unset, so after the first yes every archive answers without the
+// process lock.
+extern std::atomic<bool> utRingTimeKnown;
+bool timeKnownLocked();
+inline bool timeKnown() { return utRingTimeKnown.load(std::memory_order_relaxed) || timeKnownLocked(); }
 
 // ---- Trace ----------------------------------------------------------------
 
@@ -73,7 +98,7 @@ struct Incoming {
   D_UINT4 w = 0;
   const char *text = "";
 };
-// The caller's value; a text is copied into holder first. Inline: every
+// The caller's value; a text is copied into holder first, if given. Inline: every
 // insertion starts with it.
 inline Incoming readValue(D_UINT4 type, const void *value, std::string *holder) {
   Incoming in;
@@ -89,8 +114,13 @@ inline Incoming readValue(D_UINT4 type, const void *value, std::string *holder) 
       std::memcpy(&in.d, value, sizeof in.d);
       break;
     case D_RING_TYPE_STRING:
-      holder->assign(static_cast<const char *>(value));
-      in.text = holder->c_str();
+      // Without a holder the caller keeps the text unchanged until done.
+      if (holder == nullptr) {
+        in.text = static_cast<const char *>(value);
+      } else {
+        holder->assign(static_cast<const char *>(value));
+        in.text = holder->c_str();
+      }
       break;
     case D_RING_TYPE_FLOAT:
       std::memcpy(&in.f, value, sizeof in.f);

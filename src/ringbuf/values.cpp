@@ -16,15 +16,13 @@ namespace vq::ring {
 
 unsigned char *const utDebugFlags = DutGetDebugFlags();
 
-D_TIME_VALUE fromMicros(std::int64_t m) {
-  std::int64_t s = m / kMicros;
-  std::int64_t u = m % kMicros;
-  if (u < 0) {
-    u += kMicros;
-    --s;
-  }
-  s = std::clamp<std::int64_t>(s, std::numeric_limits<D_INT4>::min(), std::numeric_limits<D_INT4>::max());
-  return D_TIME_VALUE{static_cast<D_INT4>(s), static_cast<D_INT4>(u)};
+std::atomic<bool> utRingTimeKnown{false};
+
+bool timeKnownLocked() {
+  D_TIME_VALUE now;
+  if (!currentTime(&now)) return false;
+  utRingTimeKnown.store(true, std::memory_order_relaxed);
+  return true;
 }
 
 bool checkedTimes(std::initializer_list<const D_TIME_VALUE *> times) {
@@ -364,16 +362,16 @@ D_TIME_VALUE spanOf(const D_RING_HDR *hdr) {
 }
 
 void setGrid(D_RING_HDR *hdr, const D_TIME_VALUE &t) {
-  const D_TIME_VALUE origin = startTime();
+  const std::int64_t origin = startMicros();
   const std::int64_t incr = micros(hdr->incr);
   if (incr == 0) {
     D_TIME_VALUE now;
-    hdr->next_incr = currentTime(&now) ? now : origin;
+    hdr->next_incr = currentTime(&now) ? now : fromMicros(origin);
     return;
   }
   // Whole increments from the origin, truncated toward zero, plus one.
-  const std::int64_t k = (micros(t) - micros(origin)) / incr;
-  hdr->next_incr = fromMicros(micros(origin) + incr * (k + 1));
+  const std::int64_t k = (micros(t) - origin) / incr;
+  hdr->next_incr = fromMicros(origin + incr * (k + 1));
 }
 
 }  // namespace vq::ring

@@ -38,21 +38,21 @@ class Ring : public ::testing::Test {
     D_TIME_VALUE origin{0, 0};
     DutRingSetStartTime(&origin);
   }
+  // Survivors included: the record, its list sentinel and callback list.
   void TearDown() override {
-    for (D_RING_BUF *ring : rings_) Release(ring);
+    for (D_RING_BUF *ring : rings_) {
+      DutRingDestroy(ring);
+      if (ring->overwrite_cb_list != nullptr) DutCbListDestroy(ring->overwrite_cb_list);
+      DutDqClose(&ring->buffers);
+      DutFreeCheck(ring, "ring", __FILE__, __LINE__);
+    }
   }
 
-  // A ring released (survivors included) when the test ends.
+  // A ring released when the test ends.
   D_RING_BUF *Make(D_UINT4 type, const char *name = "ring") {
     D_RING_BUF *ring = DutRingCreate(type, name);
     if (ring != nullptr) rings_.push_back(ring);
     return ring;
-  }
-  static void Release(D_RING_BUF *ring) {
-    DutRingDestroy(ring);
-    if (ring->overwrite_cb_list != nullptr) DutCbListDestroy(ring->overwrite_cb_list);
-    DutDqClose(&ring->buffers);
-    DutFreeCheck(ring, "ring", __FILE__, __LINE__);
   }
 
  private:
@@ -75,23 +75,18 @@ inline Pairs Doubles(D_RING_HDR *hdr) {
   return out;
 }
 
-// A value of a double or integer ring.
-struct Num {
-  Num(D_UINT4 type, double v) : d(v), i(static_cast<D_INT4>(v)) {
-    p = type == D_RING_TYPE_DOUBLE ? static_cast<const void *>(&d) : static_cast<const void *>(&i);
-  }
-  double d;
-  D_INT4 i;
-  const void *p;
-};
-
+// A value of a double or integer ring, by the ring's type.
 inline D_RING_ENTRY *Archive(D_RING_BUF *ring, std::int64_t us, double value, D_UINT2 status = 2) {
   const D_TIME_VALUE t = T(us);
-  return DutRingArchiveValue(ring, &t, Num(ring->type, value).p, status, 0);
+  const D_INT4 i = static_cast<D_INT4>(value);
+  return DutRingArchiveValue(ring, &t, ring->type == D_RING_TYPE_DOUBLE ? &value : static_cast<const void *>(&i),
+                             status, 0);
 }
 inline D_RING_ENTRY *Insert(D_RING_HDR *hdr, std::int64_t us, double value, D_UINT2 flag = 0) {
   const D_TIME_VALUE t = T(us);
-  return DutRingInsertValue(hdr, &t, Num(hdr->ring->type, value).p, 2, flag);
+  const D_INT4 i = static_cast<D_INT4>(value);
+  return DutRingInsertValue(hdr, &t, hdr->ring->type == D_RING_TYPE_DOUBLE ? &value : static_cast<const void *>(&i),
+                            2, flag);
 }
 
 inline D_RING_HDR *Growable(D_RING_BUF *ring, double incr, double min_span, D_INT4 size) {

@@ -1,8 +1,9 @@
-// Writing values: the increment grid, repeats, time reversal, growth and
-// its size limit, wrapping with overwrite callbacks, the initial value and
-// the deliberate empty-buffer case of DutRingInsertValue.
+// Writing values: the increment grid, repeats, growth and its size limit,
+// wrapping with overwrite callbacks, the initial value and the deliberate
+// cases of DutRingInsertValue (an empty buffer, doubles that cannot move).
 #include <algorithm>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "ring_support.hpp"
@@ -13,120 +14,74 @@ using namespace ringtest;
 
 using RingInsert = Ring;
 
-TEST_F(RingInsert, IncrementGridKeepsTheLatestValueOfEachIncrement) {
+// The newer-value path: per case a buffer (fixed or growable, increment,
+// repeat flags), the values archived and the entries kept, as (tenths of a
+// second, value).
+TEST_F(RingInsert, NewerValuesByGridAndRepeats) {
+  Pairs to49, to20;
+  for (int t = 1; t <= 49; t += 2) to49.emplace_back(t, t);
+  for (int t = 0; t <= 20; t += 2) to20.emplace_back(t, t);
+  const Pairs to17(to49.begin(), to49.begin() + 9);
   const struct {
     bool fixed;
-    std::int64_t first;  // data times first, first + 0.2 s, ... up to last
-    std::int64_t last;
-    std::vector<std::int64_t> kept;
+    double incr;
+    bool value_repeat, time_repeat;
+    Pairs given, kept;
   } cases[] = {
       // The first value, then the latest of each second (k, k + 1].
-      {false, 100000, 4900000, {100000, 900000, 1900000, 2900000, 3900000, 4900000}},
+      {false, 1.0, false, false, to49, {{1, 1}, {9, 9}, {19, 19}, {29, 29}, {39, 39}, {49, 49}}},
       // On the boundaries: the value at k closes (k - 1, k].
-      {false, 0, 2000000, {0, 1000000, 2000000}},
+      {false, 1.0, false, false, to20, {{0, 0}, {10, 10}, {20, 20}}},
       // A fixed buffer past a boundary follows the data time itself.
-      {true, 100000, 1700000, {100000, 900000, 1100000, 1300000, 1500000, 1700000}},
+      {true, 1.0, false, false, to17, {{1, 1}, {9, 9}, {11, 11}, {13, 13}, {15, 15}, {17, 17}}},
+      // Equal values: dropped unless value repeat; equal times: overwritten
+      // unless time repeat; an earlier time is ignored whatever the flags.
+      {true, 0.0, false, false, {{1, 5}, {2, 5}}, {{1, 5}}},
+      {true, 0.0, true, false, {{1, 5}, {2, 5}}, {{1, 5}, {2, 5}}},
+      {true, 0.0, false, false, {{1, 5}, {1, 6}}, {{1, 6}}},
+      {true, 0.0, false, true, {{1, 5}, {1, 6}}, {{1, 5}, {1, 6}}},
+      {true, 0.0, true, true, {{1, 5}, {0, 6}}, {{1, 5}}},
   };
   for (const auto &c : cases) {
     D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
-    D_RING_HDR *hdr = c.fixed ? Fixed(ring, 1.0, 100) : Growable(ring, 1.0, 0.0, 100);
-    for (std::int64_t t = c.first; t <= c.last; t += 200000) Archive(ring, t, static_cast<double>(t));
-    Pairs expected;
-    for (std::int64_t t : c.kept) expected.emplace_back(t, static_cast<double>(t));
-    EXPECT_EQ(Doubles(hdr), expected) << c.fixed << " " << c.first;
-  }
-}
-
-TEST_F(RingInsert, ValueAndTimeRepeats) {
-  const struct {
-    bool value_repeat, time_repeat;
-    std::int64_t t2;
-    double v2;
-    Pairs kept;
-  } cases[] = {
-      {false, false, 2, 5.0, {{1, 5.0}}},         {true, false, 2, 5.0, {{1, 5.0}, {2, 5.0}}},
-      {false, false, 1, 6.0, {{1, 6.0}}},         {false, true, 1, 6.0, {{1, 5.0}, {1, 6.0}}},
-      {true, true, 0, 6.0, {{1, 5.0}}},  // an earlier time is ignored whatever the flags
-  };
-  for (const auto &c : cases) {
-    D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
-    D_RING_HDR *hdr = Fixed(ring, 0.0, 8);
+    D_RING_HDR *hdr = c.fixed ? Fixed(ring, c.incr, 100) : Growable(ring, c.incr, 0.0, 100);
     EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), D_FALSE);
     DutRingSetTimeRepeat(hdr, c.time_repeat);
     EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), c.value_repeat ? D_TRUE : D_FALSE);
-    Archive(ring, 1, 5.0);
-    Archive(ring, c.t2, c.v2);
-    EXPECT_EQ(Doubles(hdr), c.kept) << c.value_repeat << c.time_repeat << c.t2;
+    for (auto [t, v] : c.given) Archive(ring, t * 100000, v);
+    Pairs kept;
+    for (auto [t, v] : c.kept) kept.emplace_back(t * 100000, v);
+    EXPECT_EQ(Doubles(hdr), kept) << c.fixed << " " << c.given.size() << " " << c.given[1].second;
   }
 }
 
-TEST_F(RingInsert, ArchivingIgnoresTimeReversalInsertionKeepsTimeOrder) {
-  D_RING_BUF *ring = Make(D_RING_TYPE_INT, "rev");
-  D_RING_HDR *hdr = Fixed(ring, 0.0, 8);
-  Archive(ring, 10, 1);
-  Archive(ring, 30, 3);
-  {
-    DebugTap tap;
-    DebugFlag flag(D_DEBUG_RINGBUF);
-    OutputCapture capture;
-    EXPECT_EQ(Archive(ring, 20, 2), nullptr);
-    EXPECT_EQ(capture.Take(),
-              "WARNING: Time reversal Buffer rev, incr 0.000000 (0.000020 vs 0.000030) - data ignored\n");
-  }
-  EXPECT_EQ(Doubles(hdr), (Pairs{{10, 1}, {30, 3}}));
-  D_RING_ENTRY *e = Insert(hdr, 20, 2, 7);
-  ASSERT_NE(e, nullptr);
-  EXPECT_EQ(e->flag, 7);
-  EXPECT_EQ(Doubles(hdr), (Pairs{{10, 1}, {20, 2}, {30, 3}}));
-  // Doubles cannot move: each move warns and empties the entry it should
-  // have moved (here the newest, so the buffer counts as empty).
-  D_RING_BUF *doubles = Make(D_RING_TYPE_DOUBLE);
-  D_RING_HDR *dhdr = Fixed(doubles, 0.0, 8);
-  for (int t : {10, 30}) Archive(doubles, t, t);
-  OutputCapture capture;
-  Insert(dhdr, 20, 2);
-  EXPECT_EQ(capture.Take(), "WARNING: Error in utRingCopyEntry: type numeric not implemented\n");
-  EXPECT_EQ(DutRingBuffHasData(doubles), D_FALSE);
-}
-
-// 10 entries a second apart cover 9 s of a 100 s minimum span: the rate,
-// capped at one entry per 1.0 s increment, asks for 100 x 1 + 2 = 102
-// entries, and 102 >= 6 x 10 adds a fifth: 122.
-TEST_F(RingInsert, GrowableBufferGrowsByTheNewSizeRule) {
-  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
-  D_RING_HDR *hdr = Growable(ring, 1.0, 100.0, 10);
-  for (int s = 0; s <= 9; ++s) Archive(ring, s * 1000000LL, s);
-  EXPECT_EQ(hdr->size, 10);
-  Archive(ring, 10000000, 10);
-  EXPECT_EQ(hdr->size, 122);
-  Pairs expected;
-  for (int s = 0; s <= 10; ++s) expected.emplace_back(s * 1000000LL, s);
-  EXPECT_EQ(Doubles(hdr), expected);
-}
-
-TEST_F(RingInsert, GrowthStopsAtTheSixteenBitLimitAndTheBufferWraps) {
-  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
-  D_RING_HDR *hdr = Growable(ring, 0.0, 1e6, 40000);
-  std::int64_t n = 0;
-  auto fill = [&](std::int64_t upto) {
-    for (; n < upto; ++n) Archive(ring, (n + 1) * 1000000, static_cast<double>(n));
-  };
-  // An increment of 0.0 caps the rate, so each growth is by half.
+// Full growable buffers that cover less than their minimum span grow:
+// 10 entries a second apart cover 9 s of 100 s; the rate, capped at one
+// entry per 1.0 s increment, asks for 100 x 1 + 2 = 102 entries, and
+// 102 >= 6 x 10 adds a fifth: 122. An increment of 0.0 caps the rate, so
+// each growth is by half, up to the 16-bit limit, where the buffer wraps.
+TEST_F(RingInsert, GrowableBuffersGrowByTheRuleUpToTheLimit) {
   const struct {
-    std::int64_t values;
+    double incr, min_span;
     D_INT4 size;
-    std::int64_t oldest;
-  } steps[] = {{40000, 40000, 1}, {40001, 60000, 1}, {60001, 65535, 1}, {65535, 65535, 1},
-               {65536, 65535, 2}, {65537, 65535, 3}};
-  for (const auto &s : steps) {
-    fill(s.values);
-    EXPECT_EQ(hdr->size, s.size) << s.values;
-    EXPECT_EQ(Us(DutRingNextEntry(hdr)), s.oldest * 1000000) << s.values;
-    EXPECT_EQ(Us(hdr->current), s.values * 1000000) << s.values;
+    std::vector<std::pair<std::int64_t, D_INT4>> steps;  // values archived, size then; past the size, it wraps
+  } cases[] = {{1.0, 100.0, 10, {{10, 10}, {11, 122}}},
+               {0.0, 1e6, 40000, {{40000, 40000}, {40001, 60000}, {60001, 65535}, {65535, 65535}, {65537, 65535}}}};
+  for (const auto &c : cases) {
+    D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
+    D_RING_HDR *hdr = Growable(ring, c.incr, c.min_span, c.size);
+    std::int64_t n = 0;
+    for (auto [values, size] : c.steps) {
+      for (; n < values; ++n) Archive(ring, (n + 1) * 1000000, static_cast<double>(n));
+      EXPECT_EQ(hdr->size, size) << values;
+      Pairs kept;  // oldest to newest, whatever the slots
+      for (std::int64_t k = std::max<std::int64_t>(1, values - size + 1); k <= values; ++k) {
+        kept.emplace_back(k * 1000000, k - 1);
+      }
+      EXPECT_EQ(Doubles(hdr), kept) << values;
+    }
+    EXPECT_EQ(DutRingZeroSpan(ring), c.incr == 0.0 ? 65535 : 0);
   }
-  EXPECT_EQ(DutRingZeroSpan(ring), 65535);
-  const D_TIME_VALUE big = S(100.0);
-  EXPECT_EQ(DutRingAddBuffer(ring, &big, &big, 1 << 20)->size, 65535);
 }
 
 struct Overwrite {
@@ -134,7 +89,6 @@ struct Overwrite {
   D_RING_HDR *hdr;
   Pairs seen;  // the entry as the callback found it
 };
-
 void RecordOverwrite(void *object, void *data, D_WORD arg) {
   auto *record = reinterpret_cast<Overwrite *>(arg);
   auto *d = static_cast<D_RING_OVERWRITE_CB_DATA *>(data);
@@ -157,12 +111,12 @@ TEST_F(RingInsert, FixedBufferWrapsAndCallsOverwriteCallbacksBeforeTheSlotChange
 
 void IgnoreOverwrite(void *, void *, D_WORD) {}
 
-// Archiving takes a shortcut when no overwrite callback exists; a ring with
-// one takes the full path. Both must end with the same buffers, grids and
-// answers, over reversals, duplicate times, repeated values, boundaries,
-// growth and wrapping.
+// Archiving a one-word value takes a shortcut when no overwrite callback
+// exists; a ring with one takes the full path. Both must end with the same
+// buffers, grids and answers, over reversals, duplicate times, repeated
+// values, boundaries, growth and wrapping, for each one-word type.
 TEST_F(RingInsert, ArchiveShortcutAgreesWithTheFullPath) {
-  for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT}) {
+  for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT, D_RING_TYPE_FLOAT, D_RING_TYPE_WORD}) {
     D_RING_BUF *rings[2] = {Make(type), Make(type)};
     DutRingOverwriteCbCreate(rings[1], IgnoreOverwrite, 0);
     D_RING_HDR *hdrs[2][5];
@@ -182,18 +136,14 @@ TEST_F(RingInsert, ArchiveShortcutAgreesWithTheFullPath) {
       const D_RING_ENTRY *got[2] = {Archive(rings[0], t, value), Archive(rings[1], t, value)};
       ASSERT_EQ(got[0] == nullptr ? -1 : Us(got[0]), got[1] == nullptr ? -1 : Us(got[1])) << i;
     }
-    for (int k = 0; k < 5; ++k) {
-      const D_RING_HDR *a = hdrs[0][k], *b = hdrs[1][k];
-      EXPECT_EQ(Doubles(hdrs[0][k]), Doubles(hdrs[1][k])) << k;
-      EXPECT_EQ(a->size, b->size) << k;
-      EXPECT_EQ(Us(a->current), Us(b->current)) << k;
-      EXPECT_EQ(a->next_incr.seconds * 1000000LL + a->next_incr.microseconds,
-                b->next_incr.seconds * 1000000LL + b->next_incr.microseconds) << k;
-    }
+    auto state = [](D_RING_HDR *h) {
+      return std::make_tuple(Doubles(h), h->size, Us(h->current), h->next_incr.seconds, h->next_incr.microseconds);
+    };
+    for (int k = 0; k < 5; ++k) EXPECT_EQ(state(hdrs[0][k]), state(hdrs[1][k])) << k;
   }
 }
 
-TEST_F(RingInsert, InsertIntoEmptyBufferUsesTheCurrentSlotThenSlotZero) {
+TEST_F(RingInsert, InsertIntoEmptyBufferThenOlderDoubles) {
   D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
   D_RING_HDR *hdr = Fixed(ring, 0.0, 4);
   // A new buffer's current slot is its last: the first value lands there,
@@ -208,6 +158,12 @@ TEST_F(RingInsert, InsertIntoEmptyBufferUsesTheCurrentSlotThenSlotZero) {
   DutRingClearBuffer(other);
   EXPECT_EQ(Archive(ring, 7, 2.0), hdr->start + 1);
   EXPECT_EQ(other->current, other->start);
+  // Doubles cannot move to make room for an older value: the move warns
+  // and empties the entry it should have moved (the newest: now empty).
+  OutputCapture capture;
+  Insert(other, 6, 3.0);
+  EXPECT_EQ(capture.Take(), "WARNING: Error in utRingCopyEntry: type numeric not implemented\n");
+  EXPECT_EQ(other->current->status, 0);
 }
 
 TEST_F(RingInsert, InitialValueUntilABufferCanTakeTheValue) {

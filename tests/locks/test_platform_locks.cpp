@@ -221,19 +221,16 @@ TEST(PlatformMutex, CloseReleasesTheCallersHoldsAndRefusesAnotherHolder) {
 TEST(PlatformLockWord, TimedLockWaitsItsTimeOnTheMonotonicClockThenFails) {
   os::LockWord word;
   ASSERT_TRUE(word.lock(0));
-  struct Case {
-    std::uint32_t timeout_ms;
-  };
-  for (Case c : {Case{0}, Case{1}, Case{30}}) {
+  for (std::uint32_t timeout_ms : {0u, 1u, 30u}) {
     bool got = true;
     std::uint64_t waited_ns = 0;
     std::thread([&] {
       const std::uint64_t start = os::monotonicNs();
-      got = word.lock(c.timeout_ms);
+      got = word.lock(timeout_ms);
       waited_ns = os::monotonicNs() - start;
     }).join();
-    EXPECT_FALSE(got) << c.timeout_ms;
-    EXPECT_GE(waited_ns, std::uint64_t{c.timeout_ms} * 1000000u) << c.timeout_ms;
+    EXPECT_FALSE(got) << timeout_ms;
+    EXPECT_GE(waited_ns, std::uint64_t{timeout_ms} * 1000000u) << timeout_ms;
   }
   // Released within the time-out: the waiter gets it.
   bool got = false;

@@ -10,6 +10,7 @@
 
 #include "thread_support.hpp"
 
+using vqtest::heldElsewhere;
 using vqtest::LibThread;
 using vqtest::uniqueName;
 
@@ -46,16 +47,6 @@ constexpr Ending kEndings[] = {
      [](D_MUTEX m) { EXPECT_EQ(DutThreadWait(DutThreadCreate(&lockThenExit, m), nullptr), D_TRUE); }},
     {"foreign thread returns", [](D_MUTEX m) { std::thread([m] { DutMutexLock(m, D_WAIT_FOREVER); }).join(); }},
 };
-
-bool heldElsewhere(D_MUTEX m) {
-  LibThread t([m] {
-    D_BOOL got = DutMutexLock(m, 0.0);
-    D_INT4 error = DutErrNumGet();
-    if (got == D_TRUE) DutMutexUnlock(m);
-    return D_WORD{got == D_FALSE && error == D_ERR_TIMEOUT_REACHED ? 1 : 0};
-  });
-  return t.join() == 1;
-}
 
 }  // namespace
 

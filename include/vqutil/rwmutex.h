@@ -103,7 +103,11 @@ D_EXPORT D_BOOL DutRwMutexUnlock(D_RW_MUTEX *rw_mutex);
  * seconds, exactly -1.0 for ever; any other negative value:
  * D_ERR_VAL_TOO_SMALL. 0.0 fails at once with D_ERR_TIMEOUT_REACHED when
  * other readers hold the lock. On a time-out the result is D_FALSE with
- * D_ERR_TIMEOUT_REACHED and the read locks are kept. The write holder
+ * D_ERR_TIMEOUT_REACHED and the read locks are kept. While the caller
+ * waits, its read locks are out of the count, so a later upgrader who is
+ * then the only reader counted goes ahead; a time-out that passes while
+ * such an upgrader holds the lock takes effect only once it has left (the
+ * caller then finds the lock free and upgrades). The write holder
  * upgrading succeeds and changes nothing. */
 D_EXPORT D_BOOL DutRwMutexUpgradeLock(D_RW_MUTEX *rw_mutex, D_REAL8 timeout);
 

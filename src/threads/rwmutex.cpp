@@ -320,11 +320,16 @@ D_EXPORT D_BOOL DutRwMutexUpgradeLock(D_RW_MUTEX *rw_mutex, D_REAL8 timeout) {
     rw_mutex->write.lock_count -= wait.lock_count;
     while (rw_mutex->write.lock_count != 0) {
       rw_mutex->wait_count += 1;
-      if (DutCondWait(wait.cond, rw_mutex->mutex, timeout) != D_TRUE) {
+      // A later upgrader may have gone ahead while our read locks were out
+      // of the count. Beside its write levels they cannot be counted back,
+      // so giving up is possible only once it has left: wait for that.
+      const D_REAL8 wait_for = rw_mutex->write.lock_count < 0 ? D_WAIT_FOREVER : timeout;
+      if (DutCondWait(wait.cond, rw_mutex->mutex, wait_for) != D_TRUE) {
         // Timed out without the mutex: take it back and see whether the
         // others left just in time.
         lockInner(rw_mutex);
         rw_mutex->wait_count -= 1;
+        if (rw_mutex->write.lock_count < 0) continue;
         result = rw_mutex->write.lock_count == 0 ? D_TRUE : D_FALSE;
         break;
       }

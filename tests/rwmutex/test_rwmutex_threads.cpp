@@ -41,11 +41,12 @@ struct RwMutexThreads : testing::Test {
   LibThread *thread(std::function<D_WORD()> body) {
     return threads.emplace_back(std::make_unique<LibThread>(std::move(body))).get();
   }
-  // Runs `script`, a step per character: r, w read or write lock; u, t, n
-  // upgrade for ever, within 30 s, at once; o upgrade within 0 to 2 ms,
-  // keeping the read lock if refused; x unlock; a digit waits for the gate
-  // to reach it; '.' lets time pass; '+' is inside as a reader; '=' is
-  // inside as the only writer, '*' staying a while; a capital is noted.
+  // Runs `script`, a step per character: r, w read or write lock; u, t,
+  // s, n upgrade for ever, within 30 s, within 10 ms, at once; o upgrade
+  // within 0 to 2 ms, keeping the read lock if refused; x unlock; a digit
+  // waits for the gate to reach it; '.' lets time pass; '+' is inside as a
+  // reader; '=' is inside as the only writer, '*' staying a while; a
+  // capital is noted.
   // Answers how many steps failed.
   D_WORD run(const char *script) {
     D_WORD failed = 0;
@@ -55,6 +56,7 @@ struct RwMutexThreads : testing::Test {
         case 'w': failed += !DutRwMutexWriteLock(rw); break;
         case 'u': failed += !DutRwMutexUpgradeLock(rw, -1.0); break;
         case 't': failed += !DutRwMutexUpgradeLock(rw, 30.0); break;
+        case 's': failed += !DutRwMutexUpgradeLock(rw, 0.01); break;
         case 'n': failed += !DutRwMutexUpgradeLock(rw, 0.0); break;
         case 'o':
           if (DutRwMutexUpgradeLock(rw, 0.001 * (tries++ % 3)) == D_TRUE) {
@@ -118,6 +120,21 @@ TEST_F(RwMutexThreads, TwoReadersUpgradingAtOnceBothGetThrough) {
   EXPECT_TRUE(peek(rw).lock_count == 1 && !peek(rw).queue_empty);
   // B finds itself the only reader still counted and upgrades at once;
   // A follows when B unlocks.
+  gate = 2;
+  joinAll();
+  EXPECT_EQ("BA", notes());
+}
+
+TEST_F(RwMutexThreads, UpgradeTimingOutBehindALaterUpgraderWaitsForIt) {
+  // A queues with a 10 ms time-out; B, then the only reader counted,
+  // upgrades at once and stays well past that time-out. A's read lock
+  // cannot be counted back beside B's write level, so A gives up only once
+  // B has left, and by then the lock is its own.
+  actor("r1s*Ax");
+  actor("r2u.*Bx");
+  untilCount(2);
+  gate = 1;
+  untilWaiting(1);
   gate = 2;
   joinAll();
   EXPECT_EQ("BA", notes());

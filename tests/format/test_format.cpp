@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <optional>
 #include <random>
 #include <string>
@@ -264,12 +263,15 @@ TEST(FormatThreads, ConcurrentConversionsAndWarnings) {
 
 // ---- Every conversion over edge and random words ----------------------------------
 
-// Edges (both signs; exponents 0..3, the middle two and the top two;
+// Edges (both signs; exponents 0..3, the middle two, the top two and
+// either side of IBM single's exact range;
 // fractions zero, one, all ones and each leading hex digit) and random
 // words, half with an exponent near the middle, some with the fraction at
 // either end of its binade. Words a per-value call would fail an assertion
 // on (IEEE denormal doubles to DEC, DEC G exponent 0 to DEC D) get exponent
 // 1 instead: the death test has them.
+constexpr std::size_t kEdgeWords = 2 * 14 * 7;
+
 std::vector<std::uint64_t> wordsFor(const Conversion &c, int random) {
   using U = std::uint64_t;
   const vqoracle::Layout l = vqoracle::layoutOf(c.from);
@@ -282,7 +284,7 @@ std::vector<std::uint64_t> wordsFor(const Conversion &c, int random) {
   };
   std::vector<std::uint64_t> out;
   for (std::uint64_t sign : {U{0}, U{1}})
-    for (std::uint64_t e : {U{0}, U{1}, U{2}, U{3}, max_exp / 2, max_exp / 2 + 1, max_exp - 1, max_exp})
+    for (std::uint64_t e : {U{0}, U{1}, U{2}, U{3}, U{32}, U{33}, U{34}, U{95}, U{96}, U{97}, max_exp / 2, max_exp / 2 + 1, max_exp - 1, max_exp})
       for (std::uint64_t frac : {U{0}, U{1}, max_frac, top, top >> 1, top >> 2, top >> 3}) out.push_back(word(sign, e, frac));
   std::mt19937_64 rng(0xF0A7u + static_cast<unsigned>(c.from) * 8 + static_cast<unsigned>(c.to));
   const std::uint64_t span = std::min<std::uint64_t>(120, max_exp / 2 - 1);
@@ -358,34 +360,38 @@ TEST(FormatOracle, EightByteConversions) {
 // An array call gives the bytes and the warnings of the per-value calls,
 // in order, one byte off alignment. The words: a run of plain ones (modelled
 // and well inside every range, which the array code takes without a detour);
-// each other word alone among plain ones in 257 values, more than one block
-// of the array code, so that its block has nothing else to redo; then all
-// the words in a row, and a short tail.
+// each other word (every edge, a sample of the random ones) alone among
+// plain ones in 257 values, more than one block of the array code, so that
+// its block has nothing else to redo; then all the words in a row, and a
+// short tail.
 TEST(FormatArray, AgreesWithPerValueCalls) {
   vqtest::OutputCapture capture;
   forEachCase(0, [](const Conversion &c, D_INT4 in, D_INT4 out, const std::vector<std::uint64_t> &words) {
     const vqoracle::Layout l = vqoracle::layoutOf(c.from);
-    std::vector<std::uint64_t> plain, other;
-    for (std::uint64_t w : words) {
-      const auto e = static_cast<std::int64_t>(w >> l.frac_bits) % static_cast<std::int64_t>(vqoracle::pow2(l.exp_bits));
+    std::vector<std::size_t> plain, other, layout;
+    std::vector<std::pair<Bytes, std::string>> one;
+    std::vector<Bytes> stored;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      const auto e = static_cast<std::int64_t>(words[i] >> l.frac_bits) % static_cast<std::int64_t>(vqoracle::pow2(l.exp_bits));
       const bool inside = std::abs(e - static_cast<std::int64_t>(vqoracle::pow2(l.exp_bits - 1))) <= 16;
-      (inside && modelled(c, w, out) ? plain : other).push_back(w);
+      (inside && modelled(c, words[i], out) ? plain : other).push_back(i);
+      one.push_back(perValue(c, words[i], in, out));
+      stored.push_back(store(words[i], c.from, in));
     }
     ASSERT_GT(plain.size(), 100u);
-    std::vector<std::uint64_t> layout;
     for (std::size_t i = 0; i < 1024; ++i) layout.push_back(plain[i % plain.size()]);
-    for (std::size_t k = 0; k < other.size() * 257; ++k) layout.push_back(k % 257 == 128 ? other[k / 257] : plain[k % plain.size()]);
-    layout.insert(layout.end(), words.begin(), words.end());
-    layout.insert(layout.end(), plain.begin(), plain.begin() + 3);
-    std::map<std::uint64_t, std::pair<Bytes, std::pair<Bytes, std::string>>> one;
-    for (std::uint64_t w : words) one.emplace(w, std::pair(store(w, c.from, in), perValue(c, w, in, out)));
-    Bytes input(1), want;
+    for (std::size_t k = 0; k < other.size(); ++k) {
+      if (other[k] >= kEdgeWords && k % 4 != 0) continue;  // past the edges, a quarter
+      for (std::size_t i = 0; i < 257; ++i) layout.push_back(i == 128 ? other[k] : plain[(k + i) % plain.size()]);
+    }
+    for (std::size_t i = 0; i < words.size() + 3; ++i) layout.push_back(i < words.size() ? i : plain[i % plain.size()]);
+    const auto size = static_cast<std::size_t>(l.size);
+    Bytes input(1 + layout.size() * size), want(layout.size() * size);
     std::string warnings;
-    for (std::uint64_t w : layout) {
-      const auto &[bytes, result] = one.at(w);
-      input.insert(input.end(), bytes.begin(), bytes.end());
-      want.insert(want.end(), result.first.begin(), result.first.end());
-      warnings += result.second;
+    for (std::size_t i = 0; i < layout.size(); ++i) {
+      std::memcpy(&input[1 + i * size], stored[layout[i]].data(), size);
+      std::memcpy(&want[i * size], one[layout[i]].first.data(), size);
+      warnings += one[layout[i]].second;
     }
     ASSERT_EQ(D_TRUE, c.many(input.data() + 1, static_cast<D_UINT4>(layout.size()), in, out));
     EXPECT_EQ(warnings, taken());

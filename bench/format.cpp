@@ -8,8 +8,10 @@
 // of each conversion, so no warning is printed.
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -94,6 +96,26 @@ std::array<unsigned char, sizeof(T)> ieeeArray(T v) {
   return out;
 }
 
+// The reference model works on logical words: these read and write them.
+using vqoracle::Fmt;
+
+// Big-endian bytes of the word, with VAX's 16-bit pairs swapped.
+template <Fmt F>
+std::array<unsigned char, 8> encodeRef(double v) {
+  std::uint64_t word = vqoracle::encode(F, v).value_or(0);
+  std::array<unsigned char, 8> out{};
+  for (auto i = static_cast<std::size_t>(vqoracle::layoutOf(F).size); i-- > 0; word /= 256)
+    out[vqoracle::isDec(F) ? i ^ 1 : i] = static_cast<unsigned char>(word % 256);
+  return out;
+}
+template <Fmt F>
+long double decodeRef(const unsigned char *bytes) {
+  const auto size = static_cast<std::size_t>(vqoracle::layoutOf(F).size);
+  std::uint64_t word = 0;
+  for (std::size_t i = 0; i < size; ++i) word = word * 256 + bytes[vqoracle::isDec(F) ? i ^ 1 : i];
+  return vqoracle::decode(F, word).value_or(0);
+}
+
 // ---- References ------------------------------------------------------------
 
 void BM_Memcpy4(benchmark::State &state) { runMemcpy<float>(state); }
@@ -110,7 +132,7 @@ void BM_IeeeToIbm4_Library(benchmark::State &state) {
   runLibrary<DutSwapReal4IeeeToIbm370>(state, floatsIbm(), kHost, D_INT_BIG_ENDIAN);
 }
 void BM_IeeeToIbm4_Oracle(benchmark::State &state) {
-  runOracle(state, floatsIbm(), [](float v) { return vqoracle::ibm4FromValue(v); });
+  runOracle(state, floatsIbm(), [](float v) { return encodeRef<Fmt::Ibm4>(v); });
 }
 void BM_Ibm4ToIeee_Library(benchmark::State &state) {
   static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToIbm370, D_INT_BIG_ENDIAN);
@@ -120,7 +142,7 @@ void BM_Ibm4ToIeee_Oracle(benchmark::State &state) {
   static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToIbm370, D_INT_BIG_ENDIAN);
   runOracle(state, in, [](float v) {
     const auto bytes = ieeeArray(v);
-    return ieeeArray(static_cast<float>(vqoracle::ibmValue<4>(bytes.data())));
+    return ieeeArray(static_cast<float>(decodeRef<Fmt::Ibm4>(bytes.data())));
   });
 }
 
@@ -135,7 +157,7 @@ void BM_IeeeToIbm8_Library(benchmark::State &state) {
   runLibrary<DutSwapReal8IeeeToIbm370>(state, doublesWide(), kHost, D_INT_BIG_ENDIAN);
 }
 void BM_IeeeToIbm8_Oracle(benchmark::State &state) {
-  runOracle(state, doublesWide(), [](double v) { return vqoracle::ibm8FromValue(v); });
+  runOracle(state, doublesWide(), [](double v) { return encodeRef<Fmt::Ibm8>(v); });
 }
 void BM_Ibm8ToIeee_Library(benchmark::State &state) {
   static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToIbm370, D_INT_BIG_ENDIAN);
@@ -145,7 +167,7 @@ void BM_Ibm8ToIeee_Oracle(benchmark::State &state) {
   static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToIbm370, D_INT_BIG_ENDIAN);
   runOracle(state, in, [](double v) {
     const auto bytes = ieeeArray(v);
-    return ieeeArray(static_cast<double>(vqoracle::truncateSignificand(vqoracle::ibmValue<8>(bytes.data()), 53)));
+    return ieeeArray(static_cast<double>(vqoracle::truncateSignificand(decodeRef<Fmt::Ibm8>(bytes.data()), 53)));
   });
 }
 
@@ -155,7 +177,7 @@ void BM_IeeeToDecF_Library(benchmark::State &state) {
   runLibrary<DutSwapReal4IeeeToDecF>(state, floatsIbm(), kHost, D_INT_LITTLE_ENDIAN);
 }
 void BM_IeeeToDecF_Oracle(benchmark::State &state) {
-  runOracle(state, floatsIbm(), [](float v) { return vqoracle::decFFromValue(v); });
+  runOracle(state, floatsIbm(), [](float v) { return encodeRef<Fmt::DecF>(v); });
 }
 void BM_DecFToIeee_Library(benchmark::State &state) {
   static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToDecF, D_INT_LITTLE_ENDIAN);
@@ -165,7 +187,7 @@ void BM_DecFToIeee_Oracle(benchmark::State &state) {
   static const auto in = foreign(floatsIbm(), DutSwapReal4IeeeToDecF, D_INT_LITTLE_ENDIAN);
   runOracle(state, in, [](float v) {
     const auto bytes = ieeeArray(v);
-    return ieeeArray(static_cast<float>(vqoracle::decFValue(bytes.data())));
+    return ieeeArray(static_cast<float>(decodeRef<Fmt::DecF>(bytes.data())));
   });
 }
 
@@ -180,7 +202,7 @@ void BM_IeeeToDecD_Library(benchmark::State &state) {
   runLibrary<DutSwapReal8IeeeToDecD>(state, doublesNarrow(), kHost, D_INT_LITTLE_ENDIAN);
 }
 void BM_IeeeToDecD_Oracle(benchmark::State &state) {
-  runOracle(state, doublesNarrow(), [](double v) { return vqoracle::decDFromValue(v); });
+  runOracle(state, doublesNarrow(), [](double v) { return encodeRef<Fmt::DecD>(v); });
 }
 void BM_DecDToIeee_Library(benchmark::State &state) {
   static const auto in = foreign(doublesNarrow(), DutSwapReal8IeeeToDecD, D_INT_LITTLE_ENDIAN);
@@ -190,7 +212,7 @@ void BM_DecDToIeee_Oracle(benchmark::State &state) {
   static const auto in = foreign(doublesNarrow(), DutSwapReal8IeeeToDecD, D_INT_LITTLE_ENDIAN);
   runOracle(state, in, [](double v) {
     const auto bytes = ieeeArray(v);
-    return ieeeArray(static_cast<double>(vqoracle::truncateSignificand(vqoracle::decDValue(bytes.data()), 53)));
+    return ieeeArray(static_cast<double>(vqoracle::truncateSignificand(decodeRef<Fmt::DecD>(bytes.data()), 53)));
   });
 }
 
@@ -200,7 +222,7 @@ void BM_IeeeToDecG_Library(benchmark::State &state) {
   runLibrary<DutSwapReal8IeeeToDecG>(state, doublesWide(), kHost, D_INT_LITTLE_ENDIAN);
 }
 void BM_IeeeToDecG_Oracle(benchmark::State &state) {
-  runOracle(state, doublesWide(), [](double v) { return vqoracle::decGFromValue(v); });
+  runOracle(state, doublesWide(), [](double v) { return encodeRef<Fmt::DecG>(v); });
 }
 void BM_DecGToIeee_Library(benchmark::State &state) {
   static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToDecG, D_INT_LITTLE_ENDIAN);
@@ -210,7 +232,7 @@ void BM_DecGToIeee_Oracle(benchmark::State &state) {
   static const auto in = foreign(doublesWide(), DutSwapReal8IeeeToDecG, D_INT_LITTLE_ENDIAN);
   runOracle(state, in, [](double v) {
     const auto bytes = ieeeArray(v);
-    return ieeeArray(static_cast<double>(vqoracle::decGValue(bytes.data())));
+    return ieeeArray(static_cast<double>(decodeRef<Fmt::DecG>(bytes.data())));
   });
 }
 

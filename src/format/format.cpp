@@ -23,6 +23,15 @@
 #define VQ_INLINE inline
 #define VQ_COLD
 #endif
+// At -O2 GCC vectorises only loops it deems very cheap, which leaves out
+// the int-to-float conversion of the IBM fast path; the array loops ask
+// for its full cost model, and keep their copy loops as vector moves
+// (a memcpy of a block becomes a slow `rep movs`).
+#if defined(__GNUC__) && !defined(__clang__)
+#define VQ_VECTORISE gnu::optimize("vect-cost-model=dynamic", "no-tree-loop-distribute-patterns")
+#else
+#define VQ_VECTORISE
+#endif
 
 namespace {
 
@@ -82,16 +91,13 @@ constexpr std::uint32_t ieeeToDecF(std::uint32_t v) { return v + 0x01000000u; }
 constexpr std::uint32_t decFToIeee(std::uint32_t v) { return v - 0x01000000u; }
 
 VQ_INLINE constexpr std::uint32_t ieeeToIbm32(std::uint32_t v) {
-  const std::uint32_t sign = v & kSign32;
-  const std::uint32_t exponent = (v >> 23) & 0xFFu;
+  // Align the binary point on a hex digit: with t = exponent + 1, the
+  // significand drops 3 - t mod 4 low bits and the characteristic is
+  // t / 4 + 33. Computed rather than branched on, since the low exponent
+  // bits of real data are as good as random.
+  const std::uint32_t t = ((v >> 23) & 0xFFu) + 1;
   const std::uint32_t m = (v & 0x007FFFFFu) | 0x00800000u;
-  // Align the binary point on a hex digit: (exponent + 1) mod 4 of 0, 1, 2,
-  // 3 drops 3, 2, 1, 0 low bits, and x = exponent + 1 + shift makes x + 1 a
-  // multiple of four. Computed rather than branched on, since the low
-  // exponent bits of real data are as good as random.
-  const std::uint32_t shift = 3u - ((exponent + 1) & 3u);
-  const std::uint32_t x = exponent + 1 + shift;
-  return sign | (((x + 1) / 4 + 32) << 24) | (m >> shift);
+  return (v & kSign32) | (((t >> 2) + 33) << 24) | (m >> (~t & 3u));
 }
 
 // Leading zero bits (0..3) of a non-zero hex digit, by comparisons rather
@@ -127,6 +133,19 @@ VQ_COLD std::uint32_t ibmToIeee32Clamped(std::uint32_t v) {
     e = 96;
   }
   return ibmToIeee32Kernel(v & kSign32, e, v & 0x00FFFFFFu);
+}
+
+// IBM single to IEEE for arrays. The 24-bit fraction converts to float
+// exactly and comes out normalised, so only the exponent moves (by
+// 4 * characteristic - 280, the float's own bias included). Flagged for the
+// exact path: a leading hex digit of zero (kept unnormalised there) and
+// characteristics outside 34..96 (clamped, or below the normal range).
+VQ_INLINE std::uint32_t ibmToIeee32Bulk(std::uint32_t v, std::uint32_t &odd) {
+  const std::uint32_t f = v & 0x00FFFFFFu;
+  const std::uint32_t e = (v >> 24) & 0x7Fu;
+  odd |= static_cast<std::uint32_t>(e - 34 > 62) | static_cast<std::uint32_t>(f < 0x00100000u);
+  const auto bits = std::bit_cast<std::uint32_t>(static_cast<float>(static_cast<std::int32_t>(f)));
+  return (v & kSign32) | (bits + (e << 25) - (280u << 23));
 }
 
 VQ_INLINE std::uint32_t ibmToIeee32(std::uint32_t v, std::uint32_t &rare) {
@@ -287,6 +306,60 @@ VQ_INLINE constexpr std::uint64_t ibmToIeee64(std::uint64_t v) {
   return sign | (f & kFrac52) | (field << 52);
 }
 
+// Straight between DEC and IBM doubles for arrays, in 64-bit lanes
+// throughout. Each gives the bits of the two steps through IEEE for every
+// value it does not flag; flagged values take those steps one by one.
+
+// IBM double from an IEEE exponent field and 52-bit fraction, flagging
+// what would clamp.
+VQ_INLINE constexpr std::uint64_t ibm64FromField(std::uint64_t sign, std::uint64_t field, std::uint64_t frac,
+                                                 std::uint64_t &odd) {
+  const std::uint64_t shift = (field + 1) & 3u;
+  const std::uint64_t x = field + 4 - shift;
+  odd |= static_cast<std::uint64_t>(x - 767 > 508);
+  return sign | ((((x + 1) >> 2) - 64) & 0x7Fu) << 56 | ((frac | (std::uint64_t{1} << 52)) << shift);
+}
+
+// DEC D exponents 1..255 are IEEE fields 895..1149; 0 is flagged.
+VQ_INLINE constexpr std::uint64_t decDToIbm64Bulk(std::uint64_t v, std::uint64_t &odd) {
+  const std::uint64_t e = (v >> 55) & 0xFFu;
+  odd |= static_cast<std::uint64_t>(e == 0);
+  return ibm64FromField(v & kSign64, e + 894, (v & kFrac55) >> 3, odd);
+}
+
+VQ_INLINE constexpr std::uint64_t decGToIbm64Bulk(std::uint64_t v, std::uint64_t &odd) {
+  return ibm64FromField(v & kSign64, ((v >> 52) - 2) & 0x7FFu, v & kFrac52, odd);
+}
+
+// IBM double with a non-zero leading digit: IEEE field 4E + 766 - zeros,
+// and the fraction shifted right by 3 - zeros.
+struct IbmLead {
+  std::uint64_t field;
+  std::uint64_t zeros;
+  std::uint64_t frac;
+};
+
+VQ_INLINE constexpr IbmLead ibmLead(std::uint64_t v, std::uint64_t &odd) {
+  const std::uint64_t f = v & 0x00FFFFFFFFFFFFFFu;
+  const std::uint64_t d = f >> 52;
+  odd |= static_cast<std::uint64_t>(d == 0);
+  const std::uint64_t lz = digitZeros(d);
+  return {4 * ((v >> 56) & 0x7Fu) + 766 - lz, lz, f};
+}
+
+// IEEE fields above 1149 would clamp in DEC D.
+VQ_INLINE constexpr std::uint64_t ibmToDecDBulk(std::uint64_t v, std::uint64_t &odd) {
+  const IbmLead l = ibmLead(v, odd);
+  odd |= static_cast<std::uint64_t>(l.field > 1149);
+  return (v & kSign64) | ((l.field - 894) & 0xFFu) << 55 | ((l.frac << l.zeros) & (kFrac52 << 3));
+}
+
+// Every IEEE field an IBM double gives fits DEC G.
+VQ_INLINE constexpr std::uint64_t ibmToDecGBulk(std::uint64_t v, std::uint64_t &odd) {
+  const IbmLead l = ibmLead(v, odd);
+  return (v & kSign64) | (l.field + 2) << 52 | ((l.frac >> (3 - l.zeros)) & kFrac52);
+}
+
 // ---- Conversions on stored words ----------------------------------------
 
 // A stored word is the value's bytes read as a host integer. Byte orders
@@ -342,6 +415,13 @@ VQ_INLINE typename C::Word convert(typename C::Word raw) {
   return result;
 }
 
+// DEC F straight to IBM: the two steps through IEEE in one, the zero of
+// the IEEE step included (DEC exponent 2 with no fraction bits).
+VQ_INLINE constexpr std::uint32_t decFToIbm32(std::uint32_t v) {
+  const std::uint32_t u = decFToIeee(v);
+  return isZero(u) ? 0 : ieeeToIbm32(u);
+}
+
 // IEEE -> a foreign format: zero stays, negative zero becomes zero.
 template <typename W, Side To, auto Kernel, auto Store, auto Slow = nullptr>
 struct FromIeee {
@@ -349,6 +429,7 @@ struct FromIeee {
   static constexpr Side from = Side::Ieee;
   static constexpr Side to = To;
   static constexpr bool kRare = Slow != nullptr;
+  static constexpr bool kFlags = kRare;
   template <D_INT4 In, D_INT4>
   VQ_INLINE static W fast(W raw, W &rare) {
     const W v = fromOrder<In>(raw);
@@ -357,6 +438,8 @@ struct FromIeee {
     rare |= flag & (W{0} - static_cast<W>(!isZero(v)));
     return isZero(v) ? W{0} : r;
   }
+  template <D_INT4 In, D_INT4 Out>
+  VQ_INLINE static W bulk(W raw, W &odd) { return fast<In, Out>(raw, odd); }
   template <D_INT4 In, D_INT4>
   static W slow(W raw) {
     if constexpr (kRare) return Store(Slow(fromOrder<In>(raw)));
@@ -371,6 +454,7 @@ struct FromForeign {
   static constexpr Side from = From;
   static constexpr Side to = To;
   static constexpr bool kRare = Slow != nullptr;
+  static constexpr bool kFlags = kRare;
   template <D_INT4, D_INT4 Out>
   VQ_INLINE static W fast(W raw, W &rare) {
     // Tested after loading: a reordered zero is zero, and the vectoriser
@@ -381,10 +465,33 @@ struct FromForeign {
     rare |= flag & (W{0} - static_cast<W>(v != 0));
     return v == 0 ? W{0} : r;
   }
+  template <D_INT4 In, D_INT4 Out>
+  VQ_INLINE static W bulk(W raw, W &odd) { return fast<In, Out>(raw, odd); }
   template <D_INT4, D_INT4 Out>
   static W slow(W raw) {
     if constexpr (kRare) return Store.template operator()<Out>(Slow(Load(raw)));
     else return raw;
+  }
+};
+
+// An exact conversion C with an array path of its own: Bulk works on the
+// loaded value and flags what it does not cover, which the array loop then
+// gives to C value by value. All-zero bytes stay zero, as in every
+// conversion from a foreign format.
+template <typename C, auto Load, auto Bulk, auto Store>
+struct WithBulk : C {
+  using W = typename C::Word;
+  static constexpr bool kFlags = true;
+  template <D_INT4, D_INT4 Out>
+  VQ_INLINE static W bulk(W raw, W &odd) {
+    const W v = Load(raw);
+    W flag = 0;
+    const W r = Store.template operator()<Out>(Bulk(v, flag));
+    // A mask rather than a select: GCC will not if-convert a select around
+    // the float conversion, which could trap.
+    const W nonzero = W{0} - static_cast<W>(v != 0);
+    odd |= flag & nonzero;
+    return r & nonzero;
   }
 };
 
@@ -396,6 +503,7 @@ struct Chain {
   static constexpr Side from = A::from;
   static constexpr Side to = B::to;
   static constexpr bool kRare = A::kRare || B::kRare;
+  static constexpr bool kFlags = A::kFlags || B::kFlags;
   template <D_INT4 In, D_INT4 Out>
   VQ_INLINE static Word fast(Word raw, Word &rare) {
     // Flags of their own keep one update of `rare` per value, which the
@@ -404,6 +512,14 @@ struct Chain {
     Word rare_b = 0;
     const Word r = B::template fast<kHostOrder, Out>(A::template fast<In, kHostOrder>(raw, rare_a), rare_b);
     rare |= rare_a | rare_b;
+    return r;
+  }
+  template <D_INT4 In, D_INT4 Out>
+  VQ_INLINE static Word bulk(Word raw, Word &odd) {
+    Word odd_a = 0;
+    Word odd_b = 0;
+    const Word r = B::template bulk<kHostOrder, Out>(A::template bulk<In, kHostOrder>(raw, odd_a), odd_b);
+    odd |= odd_a | odd_b;
     return r;
   }
   template <D_INT4 In, D_INT4 Out>
@@ -422,6 +538,7 @@ template <typename W> constexpr auto storeBig = [](W v) { return toOrder<D_INT_B
 template <typename W> constexpr auto loadBig = [](W raw) { return fromOrder<D_INT_BIG_ENDIAN>(raw); };
 template <typename W> constexpr auto storeIeee = []<D_INT4 Out>(W v) { return toOrder<Out>(v); };
 template <typename W> constexpr auto storeDec = []<D_INT4>(W v) { return toVax(v); };
+template <typename W> constexpr auto storeIbm = []<D_INT4>(W v) { return toOrder<D_INT_BIG_ENDIAN>(v); };
 
 using U4 = std::uint32_t;
 using U8 = std::uint64_t;
@@ -429,7 +546,8 @@ using U8 = std::uint64_t;
 using IeeeToDecF = FromIeee<U4, Side::Dec, quiet<ieeeToDecF>, storeVax<U4>>;
 using DecFToIeee = FromForeign<U4, Side::Dec, Side::Ieee, loadVax<U4>, quiet<decFToIeee>, storeIeee<U4>>;
 using IeeeToIbm4 = FromIeee<U4, Side::Ibm, quiet<ieeeToIbm32>, storeBig<U4>>;
-using Ibm4ToIeee = FromForeign<U4, Side::Ibm, Side::Ieee, loadBig<U4>, ibmToIeee32, storeIeee<U4>, ibmToIeee32Clamped>;
+using Ibm4ToIeee = WithBulk<FromForeign<U4, Side::Ibm, Side::Ieee, loadBig<U4>, ibmToIeee32, storeIeee<U4>, ibmToIeee32Clamped>,
+                            loadBig<U4>, ibmToIeee32Bulk, storeIeee<U4>>;
 using IeeeToDecD = FromIeee<U8, Side::Dec, ieeeToDecD, storeVax<U8>, ieeeToDecDSlow>;
 using IeeeToDecG = FromIeee<U8, Side::Dec, ieeeToDecG, storeVax<U8>, ieeeToDecGSlow>;
 using DecDToIeee = FromForeign<U8, Side::Dec, Side::Ieee, loadVax<U8>, quiet<decDToIeee>, storeIeee<U8>>;
@@ -441,12 +559,12 @@ using DecDToDecG = FromForeign<U8, Side::Dec, Side::Dec, loadVax<U8>, quiet<decD
 using DecGToDecD = FromForeign<U8, Side::Dec, Side::Dec, loadVax<U8>, decGToDecD, storeDec<U8>, decGToDecDSlow>;
 using IeeeToIbm8 = FromIeee<U8, Side::Ibm, ieeeToIbm64, storeBig<U8>, ieeeToIbm64Slow>;
 using Ibm8ToIeee = FromForeign<U8, Side::Ibm, Side::Ieee, loadBig<U8>, quiet<ibmToIeee64>, storeIeee<U8>>;
-using DecFToIbm4 = Chain<DecFToIeee, IeeeToIbm4>;
+using DecFToIbm4 = FromForeign<U4, Side::Dec, Side::Ibm, loadVax<U4>, quiet<decFToIbm32>, storeIbm<U4>>;
 using Ibm4ToDecF = Chain<Ibm4ToIeee, IeeeToDecF>;
-using DecDToIbm8 = Chain<DecDToIeee, IeeeToIbm8>;
-using DecGToIbm8 = Chain<DecGToIeee, IeeeToIbm8>;
-using Ibm8ToDecD = Chain<Ibm8ToIeee, IeeeToDecD>;
-using Ibm8ToDecG = Chain<Ibm8ToIeee, IeeeToDecG>;
+using DecDToIbm8 = WithBulk<Chain<DecDToIeee, IeeeToIbm8>, loadVax<U8>, decDToIbm64Bulk, storeIbm<U8>>;
+using DecGToIbm8 = WithBulk<Chain<DecGToIeee, IeeeToIbm8>, loadVax<U8>, decGToIbm64Bulk, storeIbm<U8>>;
+using Ibm8ToDecD = WithBulk<Chain<Ibm8ToIeee, IeeeToDecD>, loadBig<U8>, ibmToDecDBulk, storeDec<U8>>;
+using Ibm8ToDecG = WithBulk<Chain<Ibm8ToIeee, IeeeToDecG>, loadBig<U8>, ibmToDecGBulk, storeDec<U8>>;
 
 // ---- Calls: one value and arrays ----------------------------------------
 
@@ -500,10 +618,11 @@ VQ_INLINE D_BOOL convertOne(void *p, D_INT4 in, D_INT4 out) {
   return D_TRUE;
 }
 
-// Blocks of a fixed size go through the branch-free path into a buffer; a
-// block with a value that warns or asserts is done again value by value
-// from its untouched input, so the results, warnings and their order are
-// those of the per-value calls.
+// Blocks of a fixed size go through the branch-free array path into a
+// buffer; a block with a flagged value (one that warns, asserts or falls
+// outside the array path's common case) is done again value by value from
+// its untouched input, so the results, warnings and their order are those
+// of the per-value calls.
 template <typename C, D_INT4 In, D_INT4 Out>
 VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
   using W = typename C::Word;
@@ -511,20 +630,21 @@ VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
   std::size_t at = 0;
   for (; at + kBlock <= count; at += kBlock) {
     unsigned char *block = p + at * sizeof(W);
-    if constexpr (!C::kRare) {
+    if constexpr (!C::kFlags) {
       // Nothing to redo: convert in place.
       for (std::size_t i = 0; i < kBlock; ++i) convertAt<C, In, Out>(block + i * sizeof(W));
       continue;
     }
     W out[kBlock];
-    W rare = 0;
+    W odd = 0;
     for (std::size_t i = 0; i < kBlock; ++i) {
       W raw;
       std::memcpy(&raw, block + i * sizeof(W), sizeof raw);
-      out[i] = C::template fast<In, Out>(raw, rare);
+      out[i] = C::template bulk<In, Out>(raw, odd);
     }
-    if (rare == 0) [[likely]] {
-      std::memcpy(block, out, sizeof out);
+    if (odd == 0) [[likely]] {
+      // A copy loop the compiler keeps as vector moves (see VQ_VECTORISE).
+      for (std::size_t i = 0; i < kBlock; ++i) std::memcpy(block + i * sizeof(W), &out[i], sizeof(W));
     } else {
       for (std::size_t i = 0; i < kBlock; ++i) convertAt<C, In, Out>(block + i * sizeof(W));
     }
@@ -538,7 +658,7 @@ VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
 // is made once per array.
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 template <typename C, D_INT4 In, D_INT4 Out>
-[[gnu::target("avx2")]] void convertManyAvx2(unsigned char *p, std::size_t count) {
+[[gnu::target("avx2"), VQ_VECTORISE]] void convertManyAvx2(unsigned char *p, std::size_t count) {
   convertBlocks<C, In, Out>(p, count);
 }
 
@@ -552,7 +672,7 @@ bool hasAvx2() {
 #endif
 
 template <typename C, D_INT4 In, D_INT4 Out>
-void convertMany(unsigned char *p, std::size_t count) {
+[[VQ_VECTORISE]] void convertMany(unsigned char *p, std::size_t count) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
   if (hasAvx2()) return convertManyAvx2<C, In, Out>(p, count);
 #endif

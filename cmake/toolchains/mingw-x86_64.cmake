@@ -3,11 +3,12 @@ set(VQUTIL_MINGW_TRIPLE x86_64-w64-mingw32)
 set(VQUTIL_MINGW_CPU x86_64)
 include(${CMAKE_CURRENT_LIST_DIR}/mingw-common.cmake)
 
-# Tests and test discovery run through Wine, headless and in a prefix of
-# the build folder's own, so that no user's Wine setup is read or changed.
+# Tests and test discovery run through Wine (wine-run.sh: headless, in a
+# prefix under the build folder that holds the installation's registry
+# settings).
 find_program(VQUTIL_WINE NAMES wine wine64 PATHS /usr/lib/wine)
+get_filename_component(VQUTIL_DATA_DIR ${CMAKE_CURRENT_LIST_DIR}/../../data ABSOLUTE)
 if(VQUTIL_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR
-      ${CMAKE_COMMAND} -E env WINEDEBUG=-all WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix
-      WINEDLLOVERRIDES=mscoree,mshtml= ${VQUTIL_WINE})
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/wineprefix
+      ${VQUTIL_DATA_DIR})
 endif()

@@ -118,7 +118,7 @@ TEST_F(Command, CommandFilesAndStandardFiles) {
   std::ofstream(std_old) << "echo old std\n";
   std::ofstream(home_ / "local.cmd") << "echo old local\n";
   unsetenv("HOME");
-  EXPECT_EQ(DutCommandParseStd("mod", (home_ / "local.cmd").c_str()), D_TRUE);
+  EXPECT_EQ(DutCommandParseStd("mod", (home_ / "local.cmd").string().c_str()), D_TRUE);
   EXPECT_EQ(capture_.Take(), "WARNING: Both old <" + std_old + "> and new <" + std_new +
                                  "> exist: please rename old one.\nnew std\nold local\n");
 }

@@ -34,3 +34,7 @@ inline ExitedWithCode KilledBySignal(int) { return ExitedWithCode(3); }
 #include <ctime>
 
 inline char *ctime_r(const std::time_t *t, char *buffer) { return ctime_s(buffer, 26, t) == 0 ? buffer : nullptr; }
+
+#include <fcntl.h>
+
+inline int pipe(int fds[2]) { return _pipe(fds, 4096, _O_BINARY); }

@@ -86,6 +86,7 @@ TEST(MutexLock, RecursionTimeOutsAndInvalidHandles) {
 // good: it works as an ordinary mutex again.
 TEST(MutexLock, OwnerThatEndedIsTakenOver) {
   for (bool process : {false, true}) {
+    if (process && !vqtest::kHaveFork) continue;
     D_MUTEX m = process ? DutMutexCreateNamedNp(uniqueName("mutex").c_str(), 0) : DutMutexCreate(0);
     ASSERT_NE(m, D_INVALID_MUTEX);
     if (process) {
@@ -129,6 +130,7 @@ TEST(NamedMutex, ExclusiveCreationSharedLockAndLastCloseRemovesTheName) {
 }
 
 TEST(NamedMutex, SharedWithAnotherProcess) {
+  VQTEST_NEEDS_FORK();
   std::string name = uniqueName("mutex");
   D_MUTEX m = DutMutexCreateNamedNp(name.c_str(), 1);
   ASSERT_NE(m, D_INVALID_MUTEX);

@@ -4,7 +4,9 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#ifndef _WIN32
 #include <sys/wait.h>
+#endif
 #include <unistd.h>
 
 #include <atomic>
@@ -25,6 +27,14 @@ inline std::string uniqueName(const char *what) {
   return std::string("vqtest.") + what + "." + std::to_string(getpid()) + "." + std::to_string(counter++);
 }
 
+#ifdef _WIN32
+// No fork: the cases that need a second process skip.
+inline constexpr bool kHaveFork = false;
+template <typename Body>
+pid_t spawn(Body) { return -1; }
+inline int exitStatus(pid_t) { return -1; }
+#else
+inline constexpr bool kHaveFork = true;
 // Forks a child that exits with what body returns.
 template <typename Body>
 pid_t spawn(Body body) {
@@ -39,6 +49,9 @@ inline int exitStatus(pid_t child) {
   if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
   return WEXITSTATUS(status);
 }
+#endif
+#define VQTEST_NEEDS_FORK() \
+  if (!vqtest::kHaveFork) GTEST_SKIP() << "needs fork"
 
 // The call failed with the library error `error` and, when os is not 0,
 // that platform error beside it.

@@ -1,9 +1,9 @@
-// The console interrupt through SetConsoleCtrlHandler. The system calls
-// the routine on a thread of its own; a console read the key interrupts
-// returns, so the main loop sees the interrupt counter as on POSIX.
-#include <windows.h>
-
+// The console interrupt through the runtime's signal(), which takes the
+// key from the console (SetConsoleCtrlHandler) and runs the handler on a
+// thread of the system's; raise(SIGINT) reaches it too. The runtime resets
+// the handler on each delivery, so the wrapper puts it back first.
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 
 #include "platform/os.hpp"
@@ -14,35 +14,34 @@ namespace vq::os {
 namespace {
 
 std::atomic<SignalHandler> utHandler{nullptr};
-std::atomic<bool> utRoutineInstalled{false};
 
-BOOL WINAPI onControl(DWORD type) {
-  if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT) return FALSE;
-  SignalHandler h = utHandler.load();
-  if (h == nullptr) return FALSE;  // the default: the process ends
-  h(SIGINT);
-  return TRUE;
+void onInterrupt(int signal_number) {
+  std::signal(SIGINT, &onInterrupt);
+  if (SignalHandler h = utHandler.load()) h(signal_number);
+}
+
+bool install(void (*handler)(int)) noexcept {
+  const int saved = errno;
+  const bool ok = std::signal(SIGINT, handler) != SIG_ERR;
+  if (!ok) setLastError(87);  // ERROR_INVALID_PARAMETER
+  errno = saved;
+  return ok;
 }
 
 }  // namespace
 
 bool installInterruptHandler(SignalHandler handler) noexcept {
   if (handler == nullptr) {
-    ::SetLastError(ERROR_INVALID_PARAMETER);
+    setLastError(87);
     return false;
   }
   utHandler.store(handler);
-  if (utRoutineInstalled.exchange(true)) return true;
-  if (::SetConsoleCtrlHandler(&onControl, TRUE) != 0) return true;
-  utRoutineInstalled.store(false);
-  utHandler.store(nullptr);
-  return false;
+  return install(&onInterrupt);
 }
 
 bool restoreInterruptDefault() noexcept {
   utHandler.store(nullptr);
-  if (utRoutineInstalled.exchange(false)) return ::SetConsoleCtrlHandler(&onControl, FALSE) != 0;
-  return true;
+  return install(SIG_DFL);
 }
 
 }  // namespace vq::os

@@ -26,7 +26,7 @@ class Command : public ::testing::Test {
     std::ofstream(home_ / "help" / "commands" / "common.hlp")
         << "_debug_on \"_debug_on <n>   synopsis\" \"usage: _debug_on <n>\"\n"
            "echo \"echo words   synopsis\" \"usage: echo words\"\n";
-    setenv("VQHOME", home_.c_str(), 1);
+    setenv("VQHOME", home_.string().c_str(), 1);
     // Build the tables (and the default aliases) before feedback is on.
     DutCommandLookup("echo");
     DutCommandSetFeedbackMode(D_FEEDBACK_ALWAYS);

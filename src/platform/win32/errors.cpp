@@ -1,5 +1,8 @@
-// Per-thread OS and socket last errors are the system's own (GetLastError,
-// WSAGetLastError), and their texts come from FormatMessage.
+// The OS last error is the system's own (GetLastError). Winsock keeps its
+// last error in that same slot, so the socket layer copies each failure's
+// code into a per-thread value of its own: the two kinds never overwrite
+// each other, as the error record keeps them apart. Texts come from
+// FormatMessage.
 #include <winsock2.h>
 #include <windows.h>
 
@@ -11,6 +14,8 @@
 namespace vq::os {
 
 namespace {
+
+thread_local int tlsSocketError = 0;
 
 bool copyText(const char *text, std::size_t n, char *buffer, std::size_t size) {
   if (buffer == nullptr || size == 0) return false;
@@ -37,8 +42,8 @@ const char *runtimeText(int e) {
 
 int lastError() noexcept { return static_cast<int>(::GetLastError()); }
 void setLastError(int code) noexcept { ::SetLastError(static_cast<DWORD>(code)); }
-int socketError() noexcept { return ::WSAGetLastError(); }
-void setSocketError(int code) noexcept { ::WSASetLastError(code); }
+int socketError() noexcept { return tlsSocketError; }
+void setSocketError(int code) noexcept { tlsSocketError = code; }
 
 // Sockets report Winsock codes already; errno values only come from the
 // runtime, which knows few socket conditions.

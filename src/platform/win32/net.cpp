@@ -17,8 +17,29 @@ namespace {
 
 SOCKET socketOf(int s) noexcept { return static_cast<SOCKET>(static_cast<unsigned>(s)); }
 
-// Winsock keeps its own last error; failures leave it as they found it.
-bool failed() noexcept { return false; }
+// Records Winsock's code of the failure as the socket last error; the OS
+// last error, which Winsock shares, is put back as it was.
+class KeepLastError {
+ public:
+  KeepLastError() noexcept : saved_(::GetLastError()) {}
+  ~KeepLastError() { ::SetLastError(saved_); }
+  KeepLastError(const KeepLastError &) = delete;
+  KeepLastError &operator=(const KeepLastError &) = delete;
+
+ private:
+  DWORD saved_;
+};
+
+bool failed() noexcept {
+  setSocketError(::WSAGetLastError());
+  return false;
+}
+
+template <typename Result>
+Result failedWith(Result result) noexcept {
+  failed();
+  return result;
+}
 
 int optionName(SocketOption option) noexcept {
   switch (option) {
@@ -97,17 +118,20 @@ bool parsePart(const char *&p, std::uint32_t *value) noexcept {
 }  // namespace
 
 int hostName(char *buffer, std::size_t size) noexcept {
+  KeepLastError keep;
   if (buffer == nullptr || size == 0) return WSAEINVAL;
   const int n = size > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(size);
   const int error = ::gethostname(buffer, n) == 0 ? 0 : ::WSAGetLastError();
+  if (error != 0) setSocketError(error);
   buffer[size - 1] = '\0';
   if (error != 0) buffer[0] = '\0';
   return error;
 }
 
 int socketOpen(SocketKind kind, bool inheritable) noexcept {
+  KeepLastError keep;
   const SOCKET s = ::socket(AF_INET, kind == SocketKind::Stream ? SOCK_STREAM : SOCK_DGRAM, 0);
-  if (s == INVALID_SOCKET) return -1;
+  if (s == INVALID_SOCKET) return failedWith(-1);
   if (!inheritable) notInheritable(s);
   return static_cast<int>(s);
 }
@@ -115,6 +139,8 @@ int socketOpen(SocketKind kind, bool inheritable) noexcept {
 bool socketClose(int s) noexcept { return ::closesocket(socketOf(s)) == 0 || failed(); }
 
 bool socketBindAny(int s, int port) noexcept {
+  KeepLastError keep;
+  KeepLastError keep;
   sockaddr_in a = endpoint(htonl(INADDR_ANY), port);
   return ::bind(socketOf(s), reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 || failed();
 }
@@ -122,8 +148,10 @@ bool socketBindAny(int s, int port) noexcept {
 bool socketListen(int s, int backlog) noexcept { return ::listen(socketOf(s), backlog) == 0 || failed(); }
 
 int socketAccept(int s) noexcept {
+  KeepLastError keep;
+  KeepLastError keep;
   const SOCKET c = ::accept(socketOf(s), nullptr, nullptr);
-  if (c == INVALID_SOCKET) return -1;
+  if (c == INVALID_SOCKET) return failedWith(-1);
   notInheritable(c);
   // An accepted socket inherits the listener's non-blocking mode; the
   // interface promises a blocking one.
@@ -133,31 +161,39 @@ int socketAccept(int s) noexcept {
 }
 
 ConnectResult socketConnect(int s, std::uint32_t address, int port) noexcept {
+  KeepLastError keep;
   sockaddr_in a = endpoint(address, port);
   if (::connect(socketOf(s), reinterpret_cast<sockaddr *>(&a), sizeof a) == 0) return ConnectResult::Connected;
-  return ::WSAGetLastError() == WSAEWOULDBLOCK ? ConnectResult::Pending : ConnectResult::Failed;
+  failed();
+  return socketError() == WSAEWOULDBLOCK ? ConnectResult::Pending : ConnectResult::Failed;
 }
 
 int socketPendingError(int s) noexcept {
+  KeepLastError keep;
   int error = 0;
   int size = sizeof error;
-  if (::getsockopt(socketOf(s), SOL_SOCKET, SO_ERROR, reinterpret_cast<char *>(&error), &size) != 0) return -1;
+  if (::getsockopt(socketOf(s), SOL_SOCKET, SO_ERROR, reinterpret_cast<char *>(&error), &size) != 0) {
+    return failedWith(-1);
+  }
   return error;
 }
 
 bool socketSetOption(int s, SocketOption option, int value) noexcept {
+  KeepLastError keep;
   return ::setsockopt(socketOf(s), SOL_SOCKET, optionName(option), reinterpret_cast<const char *>(&value),
                       sizeof value) == 0 ||
          failed();
 }
 
 bool socketGetOption(int s, SocketOption option, int *value) noexcept {
+  KeepLastError keep;
   int size = sizeof *value;
   return ::getsockopt(socketOf(s), SOL_SOCKET, optionName(option), reinterpret_cast<char *>(value), &size) == 0 ||
          failed();
 }
 
 bool socketSetLinger(int s, int seconds) noexcept {
+  KeepLastError keep;
   linger l;
   l.l_onoff = 1;
   l.l_linger = static_cast<u_short>(seconds);
@@ -166,19 +202,21 @@ bool socketSetLinger(int s, int seconds) noexcept {
 }
 
 bool socketSetBlocking(int s, bool blocking) noexcept {
+  KeepLastError keep;
   u_long non_blocking = blocking ? 0 : 1;
   return ::ioctlsocket(socketOf(s), FIONBIO, &non_blocking) == 0 || failed();
 }
 
 // Winsock cannot tell a socket's mode.
 bool socketGetBlocking(int, bool *) noexcept {
-  ::WSASetLastError(WSAEOPNOTSUPP);
+  setSocketError(WSAEOPNOTSUPP);
   return false;
 }
 
 bool socketBlockingReadable() noexcept { return false; }
 
 SocketWait socketWait(int s, bool for_write, const WaitTime *time) noexcept {
+  KeepLastError keep;
   fd_set ready;
   fd_set exceptional;
   FD_ZERO(&ready);
@@ -192,14 +230,15 @@ SocketWait socketWait(int s, bool for_write, const WaitTime *time) noexcept {
   }
   const int n = ::select(s + 1, for_write ? nullptr : &ready, for_write ? &ready : nullptr, &exceptional,
                          time != nullptr ? &tv : nullptr);
-  if (n == SOCKET_ERROR) return SocketWait::Failed;
+  if (n == SOCKET_ERROR) return failedWith(SocketWait::Failed);
   return n == 0 ? SocketWait::Timeout : SocketWait::Ready;
 }
 
 long socketRecv(int s, void *buffer, std::size_t length, int flags) noexcept {
+  KeepLastError keep;
   const int n = length > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(length);
   const int got = ::recv(socketOf(s), static_cast<char *>(buffer), n, flags);
-  return got == SOCKET_ERROR ? -1 : got;
+  return got == SOCKET_ERROR ? failedWith(-1L) : got;
 }
 
 double monotonicSeconds() noexcept {
@@ -237,6 +276,7 @@ bool parseIpv4(const char *text, std::uint32_t *address) noexcept {
 }
 
 bool resolveIpv4(const char *name, std::uint32_t *address) noexcept {
+  KeepLastError keep;
   addrinfo hints;
   std::memset(&hints, 0, sizeof hints);
   hints.ai_family = AF_INET;
@@ -247,7 +287,7 @@ bool resolveIpv4(const char *name, std::uint32_t *address) noexcept {
   addrinfo *list = nullptr;
   const int status = ::getaddrinfo(name, nullptr, &hints, &list);
   if (status != 0) {
-    ::WSASetLastError(resolverCode(status));
+    setSocketError(resolverCode(status));
     return false;
   }
   bool found = false;
@@ -258,7 +298,7 @@ bool resolveIpv4(const char *name, std::uint32_t *address) noexcept {
     }
   }
   ::freeaddrinfo(list);
-  if (!found) ::WSASetLastError(WSANO_DATA);
+  if (!found) setSocketError(WSANO_DATA);
   return found;
 }
 

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <new>
+#include <vector>
 
 #include "../os.hpp"
 
@@ -25,12 +26,36 @@ unsigned __stdcall threadMain(void *record) {
   return 0;
 }
 
-// Slots with an end-of-thread function are fiber-local slots, the only
-// kind the system cleans up for every ending thread; they carry this bit
-// so that one key space serves both kinds.
-constexpr std::uint32_t kFlsBit = 0x40000000u;
+// Slots with an end-of-thread function: the system runs no function for a
+// TLS slot, but it does for a fiber-local one. One such slot, set for every
+// thread that stored a value under a key with a function, runs the
+// functions of all those keys when the thread ends.
+struct EndFunction {
+  DWORD key;
+  void (*function)(void *);
+};
+SRWLOCK utEndLock = SRWLOCK_INIT;
+std::vector<EndFunction> *utEndFunctions = nullptr;  // never freed: threads may end late
+DWORD utEndSlot = FLS_OUT_OF_INDEXES;
 
-bool isFls(std::uint32_t key) noexcept { return (key & kFlsBit) != 0; }
+void WINAPI onThreadEnd(void *) {
+  std::vector<EndFunction> functions;
+  ::AcquireSRWLockShared(&utEndLock);
+  if (utEndFunctions != nullptr) functions = *utEndFunctions;
+  ::ReleaseSRWLockShared(&utEndLock);
+  for (const EndFunction &f : functions) {
+    if (void *value = ::TlsGetValue(f.key)) f.function(value);
+  }
+}
+
+// Whether key has an end-of-thread function (under the lock).
+bool hasEndFunction(DWORD key) {
+  if (utEndFunctions == nullptr) return false;
+  for (const EndFunction &f : *utEndFunctions) {
+    if (f.key == key) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -94,36 +119,59 @@ void threadFree(Thread *thread) noexcept {
 // ---- Thread-local storage ---------------------------------------------------
 
 std::uint32_t tlsAlloc(void (*at_thread_end)(void *)) noexcept {
-  if (at_thread_end == nullptr) {
-    const DWORD key = ::TlsAlloc();
-    return key == TLS_OUT_OF_INDEXES || key >= kFlsBit ? kInvalidTlsKey : key;
+  const DWORD key = ::TlsAlloc();
+  if (key == TLS_OUT_OF_INDEXES) return kInvalidTlsKey;
+  if (at_thread_end == nullptr) return key;
+  bool filed = false;
+  ::AcquireSRWLockExclusive(&utEndLock);
+  try {
+    if (utEndSlot == FLS_OUT_OF_INDEXES) utEndSlot = ::FlsAlloc(&onThreadEnd);
+    if (utEndSlot != FLS_OUT_OF_INDEXES) {
+      if (utEndFunctions == nullptr) utEndFunctions = new std::vector<EndFunction>;
+      utEndFunctions->push_back({key, at_thread_end});
+      filed = true;
+    }
+  } catch (...) {
+    ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
   }
-  const DWORD key = ::FlsAlloc(reinterpret_cast<PFLS_CALLBACK_FUNCTION>(at_thread_end));
-  if (key == FLS_OUT_OF_INDEXES || key >= kFlsBit) return kInvalidTlsKey;
-  return key | kFlsBit;
+  ::ReleaseSRWLockExclusive(&utEndLock);
+  if (filed) return key;
+  const DWORD error = ::GetLastError();
+  ::TlsFree(key);
+  ::SetLastError(error);
+  return kInvalidTlsKey;
 }
 
 bool tlsFree(std::uint32_t key) noexcept {
-  if (key == kInvalidTlsKey) {
-    ::SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
+  ::AcquireSRWLockExclusive(&utEndLock);
+  if (utEndFunctions != nullptr) {
+    std::erase_if(*utEndFunctions, [key](const EndFunction &f) { return f.key == key; });
   }
-  return (isFls(key) ? ::FlsFree(key & ~kFlsBit) : ::TlsFree(key)) != 0;
+  ::ReleaseSRWLockExclusive(&utEndLock);
+  return ::TlsFree(key) != 0;
 }
 
 void *tlsGet(std::uint32_t key) noexcept {
   // A successful read clears the last error; the caller's must survive.
   const DWORD saved = ::GetLastError();
-  void *value = isFls(key) ? ::FlsGetValue(key & ~kFlsBit) : ::TlsGetValue(key);
+  void *value = ::TlsGetValue(key);
   ::SetLastError(saved);
   return value;
 }
 
 bool tlsSet(std::uint32_t key, void *value) noexcept {
   const DWORD saved = ::GetLastError();
-  const BOOL ok = isFls(key) ? ::FlsSetValue(key & ~kFlsBit, value) : ::TlsSetValue(key, value);
-  if (ok) ::SetLastError(saved);
-  return ok != 0;
+  if (!::TlsSetValue(key, value)) return false;
+  if (value != nullptr) {
+    // Arms the thread's end-of-thread call when the key has a function.
+    ::AcquireSRWLockShared(&utEndLock);
+    const bool arm = hasEndFunction(key);
+    const DWORD slot = utEndSlot;
+    ::ReleaseSRWLockShared(&utEndLock);
+    if (arm && ::FlsGetValue(slot) == nullptr) ::FlsSetValue(slot, reinterpret_cast<void *>(1));
+  }
+  ::SetLastError(saved);
+  return true;
 }
 
 }  // namespace vq::os

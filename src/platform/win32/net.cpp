@@ -136,19 +136,23 @@ int socketOpen(SocketKind kind, bool inheritable) noexcept {
   return static_cast<int>(s);
 }
 
-bool socketClose(int s) noexcept { return ::closesocket(socketOf(s)) == 0 || failed(); }
+bool socketClose(int s) noexcept {
+  KeepLastError keep;
+  return ::closesocket(socketOf(s)) == 0 || failed();
+}
 
 bool socketBindAny(int s, int port) noexcept {
-  KeepLastError keep;
   KeepLastError keep;
   sockaddr_in a = endpoint(htonl(INADDR_ANY), port);
   return ::bind(socketOf(s), reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 || failed();
 }
 
-bool socketListen(int s, int backlog) noexcept { return ::listen(socketOf(s), backlog) == 0 || failed(); }
+bool socketListen(int s, int backlog) noexcept {
+  KeepLastError keep;
+  return ::listen(socketOf(s), backlog) == 0 || failed();
+}
 
 int socketAccept(int s) noexcept {
-  KeepLastError keep;
   KeepLastError keep;
   const SOCKET c = ::accept(socketOf(s), nullptr, nullptr);
   if (c == INVALID_SOCKET) return failedWith(-1);

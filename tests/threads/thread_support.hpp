@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <string>
 
 #include "rwmutex/rw_support.hpp"
@@ -55,11 +56,24 @@ inline int exitStatus(pid_t child) {
 
 // The call failed with the library error `error` and, when os is not 0,
 // that platform error beside it.
-#define VQTEST_EXPECT_FAILS(call, error, os)                         \
-  do {                                                               \
-    EXPECT_FAILS(!(call), true, error);                              \
-    EXPECT_TRUE((os) == 0 || DutErrNumGetOs() == (os)) << #call;     \
+#define VQTEST_EXPECT_FAILS(call, error, os)                                  \
+  do {                                                                        \
+    EXPECT_FAILS(!(call), true, error);                                       \
+    EXPECT_TRUE((os) == 0 || DutErrNumGetOs() == vqtest::osCode(os)) << #call; \
   } while (0)
+
+// The platform's code for the condition an errno value names.
+constexpr int osCode(int errno_value) {
+#ifdef _WIN32
+  switch (errno_value) {
+    case EPERM: return 288;  // ERROR_NOT_OWNER
+    case EBADF: return 6;    // ERROR_INVALID_HANDLE
+    case EEXIST: return 183; // ERROR_ALREADY_EXISTS
+    case ENOENT: return 2;   // ERROR_FILE_NOT_FOUND
+  }
+#endif
+  return errno_value;
+}
 
 // Whether the mutex is held by someone else: another library thread's
 // attempt to take it at once times out (and one that succeeds leaves no

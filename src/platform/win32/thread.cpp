@@ -12,16 +12,23 @@ namespace vq::os {
 // The record behind a thread handle, as on every platform: it exists
 // before the thread runs, so the handle is the thread's identity from its
 // first instruction.
+// The exit word is kept whole in the record: the system's exit code has
+// only 32 bits.
 struct Thread {
   HANDLE handle = nullptr;
   ThreadEntry entry = nullptr;
   void *arg = nullptr;
+  std::intptr_t exit_word = 0;
+  bool exited = false;
 };
 
 namespace {
 
+thread_local Thread *tlsThread = nullptr;
+
 unsigned __stdcall threadMain(void *record) {
   auto *t = static_cast<Thread *>(record);
+  tlsThread = t;
   t->entry(t->arg);
   return 0;
 }
@@ -91,8 +98,13 @@ bool threadStart(Thread *thread, ThreadEntry entry, void *arg) noexcept {
   return true;
 }
 
-// Exit codes are 32-bit on Windows; the word is cut to that.
-void threadExit(std::intptr_t exit_code) { ::_endthreadex(static_cast<unsigned>(exit_code)); }
+void threadExit(std::intptr_t exit_code) {
+  if (Thread *t = tlsThread) {
+    t->exit_word = exit_code;
+    t->exited = true;
+  }
+  ::_endthreadex(static_cast<unsigned>(exit_code));
+}
 
 bool threadJoin(Thread *thread, std::intptr_t *exit_code) noexcept {
   if (thread == nullptr || thread->handle == nullptr) {
@@ -102,7 +114,9 @@ bool threadJoin(Thread *thread, std::intptr_t *exit_code) noexcept {
   const DWORD r = ::WaitForSingleObject(thread->handle, INFINITE);
   if (r != WAIT_OBJECT_0 && r != WAIT_ABANDONED) return false;
   DWORD code = 0;
-  if (exit_code != nullptr && ::GetExitCodeThread(thread->handle, &code) != 0) {
+  if (exit_code != nullptr && thread->exited) {
+    *exit_code = thread->exit_word;
+  } else if (exit_code != nullptr && ::GetExitCodeThread(thread->handle, &code) != 0) {
     *exit_code = static_cast<std::int32_t>(code);  // -1 stays -1
   }
   ::CloseHandle(thread->handle);

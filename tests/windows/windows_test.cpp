@@ -169,6 +169,23 @@ TEST(WindowsFileLocks, AnExclusiveLockBlocksASecondHandleUntilUnlocked) {
   EXPECT_FALSE(DutFileExists((resource + "-LOCKFILE-").c_str()));  // the last unlock removes it
 }
 
+// OS and socket codes both print the system's own text, without its line end.
+TEST(WindowsErrors, PerrorPrintsTheSystemsTextOfBothKinds) {
+  for (const DWORD code : {DWORD{ERROR_FILE_NOT_FOUND}, DWORD{WSAECONNREFUSED}}) {
+    char text[512];
+    DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0, text,
+                             sizeof text, nullptr);
+    while (n > 0 && (text[n - 1] == '\n' || text[n - 1] == '\r' || text[n - 1] == ' ')) --n;
+    ASSERT_GT(n, 0u) << code;
+    vqtest::OutputCapture capture;
+    if (code == WSAECONNREFUSED) DutErrNumSetSocket(static_cast<D_INT4>(code));
+    else DutErrNumSetOs(static_cast<D_INT4>(code));
+    DutPerror("op");
+    EXPECT_EQ(capture.Take(), "op: " + std::string(text, n) + "\n");
+    EXPECT_EQ(code == WSAECONNREFUSED ? DutErrNumGetSocket() : DutErrNumGetOs(), static_cast<D_INT4>(code));
+  }
+}
+
 TEST(WindowsIdentity, UserNameIsTheSystems) {
   char expected[300];
   DWORD n = sizeof expected;

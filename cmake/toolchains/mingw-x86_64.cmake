@@ -9,6 +9,6 @@ include(${CMAKE_CURRENT_LIST_DIR}/mingw-common.cmake)
 find_program(VQUTIL_WINE NAMES wine wine64 PATHS /usr/lib/wine)
 get_filename_component(VQUTIL_DATA_DIR ${CMAKE_CURRENT_LIST_DIR}/../../data ABSOLUTE)
 if(VQUTIL_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/wineprefix
-      ${VQUTIL_DATA_DIR})
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_COMMAND} -E env VQUTIL_WINE=${VQUTIL_WINE}
+      ${CMAKE_CURRENT_LIST_DIR}/wine-run.sh ${CMAKE_BINARY_DIR}/wineprefix ${VQUTIL_DATA_DIR})
 endif()

@@ -16,6 +16,7 @@
 #include "containers/hash_internal.hpp"
 #include "frame/check.hpp"
 #include "platform/console.hpp"
+#include "platform/fs.hpp"
 #include "vqutil/error.h"
 #include "vqutil/file.h"
 #include "vqutil/init.h"
@@ -27,6 +28,9 @@
 #include "vqutil/thread.h"
 
 namespace {
+
+// Command and help files are found by names built with the platform's separator.
+constexpr char kSep = vq::os::kPathSeparator;
 
 constexpr const char *kFile = "command.c";
 constexpr D_INT4 kTableSize = 32;
@@ -495,14 +499,14 @@ D_EXPORT D_BOOL DutCommandParseStd(const char *module_name, const char *local_fi
     DutErrNumSet(D_ERR_NULL_PTR);
     return D_FALSE;
   }
-  std::snprintf(cm, sizeof cm, "%s/standard/%s.cm", home, module_name);
-  std::snprintf(cmd, sizeof cmd, "%s/standard/%s.cmd", home, module_name);
+  std::snprintf(cm, sizeof cm, "%s%cstandard%c%s.cm", home, kSep, kSep, module_name);
+  std::snprintf(cmd, sizeof cmd, "%s%cstandard%c%s.cmd", home, kSep, kSep, module_name);
   if (!loadPair(cm, cmd)) DutWarning("Cannot open command file <%s> for reading.\n", cm);
 
   const char *user_home = std::getenv("HOME");
   if (user_home != nullptr) {
-    std::snprintf(cm, sizeof cm, "%s/%s.cm", user_home, module_name);
-    std::snprintf(cmd, sizeof cmd, "%s/%s.cmd", user_home, module_name);
+    std::snprintf(cm, sizeof cm, "%s%c%s.cm", user_home, kSep, module_name);
+    std::snprintf(cmd, sizeof cmd, "%s%c%s.cmd", user_home, kSep, module_name);
     loadPair(cm, cmd);
   }
 
@@ -683,9 +687,9 @@ D_EXPORT void DutHelpPrint(const char *category, const char *item, D_INT4 help_t
   }
   char path[4096];
   bool aborted = false;
-  std::snprintf(path, sizeof path, "%s/help/%s/%s.hlp", home, category, DutGetProcessType());
+  std::snprintf(path, sizeof path, "%s%chelp%c%s%c%s.hlp", home, kSep, kSep, category, kSep, DutGetProcessType());
   if (helpFromFile(path, item, help_type, &aborted) || aborted) return;
-  std::snprintf(path, sizeof path, "%s/help/%s/common.hlp", home, category);
+  std::snprintf(path, sizeof path, "%s%chelp%c%s%ccommon.hlp", home, kSep, kSep, category, kSep);
   if (helpFromFile(path, item, help_type, &aborted) || aborted) return;
   DutOut("no help available for %s\n", item);
 }

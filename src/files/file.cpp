@@ -54,7 +54,7 @@ FileNode *findNode(Visit matches) {
 }
 
 FileNode *findByName(const char *name) {
-  return findNode([name](FileNode *n) { return std::strcmp(n->fname, name) == 0; });
+  return findNode([name](FileNode *n) { return vq::os::sameFileName(n->fname, name); });
 }
 
 FileNode *findByStream(FILE *stream) {

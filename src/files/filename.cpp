@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr char kSeparator = '/';
+constexpr char kSeparator = vq::os::kPathSeparator;
 
 // Shared answer of DutGetFileName with a null buffer.
 char utFileNameBuffer[vq::files::kNameBufferSize];
@@ -212,7 +212,7 @@ D_EXPORT D_BOOL DutGetTmpFilePath(char *destination) {
       return D_TRUE;
     }
   }
-  std::strcpy(destination, "/tmp/");
+  std::strcpy(destination, vq::os::kRootTmpDir);
   return vq::files::recordAccess(destination, 2) ? D_TRUE : D_FALSE;
 }
 

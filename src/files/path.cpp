@@ -1,7 +1,9 @@
 // Search paths: ordered directory lists in which files are looked for.
 #include <cstring>
+#include <string>
 
 #include "files/files_internal.hpp"
+#include "platform/fs.hpp"
 #include "threads/process_lock.hpp"
 #include "vqutil/error.h"
 #include "vqutil/file.h"
@@ -59,7 +61,7 @@ D_EXPORT D_BOOL DutPathDeleteDir(D_PATH *path, const char *directory) {
   }
   D_PATH_NODE *prev = nullptr;
   for (D_PATH_NODE *pn = path->first; pn != nullptr; prev = pn, pn = pn->next) {
-    if (std::strcmp(pn->path_name, directory) != 0) continue;
+    if (!vq::os::sameFileName(pn->path_name, directory)) continue;
     if (prev == nullptr) {
       path->first = pn->next;
     } else {
@@ -99,6 +101,8 @@ D_EXPORT void DutPathDestroy(D_PATH *path) {
 
 D_EXPORT char *DutPathFindFile(D_PATH *path, const char *name, char *buffer) {
   if (name == nullptr) return nullptr;
+  const std::string folded = vq::os::foldFileName(name);
+  name = folded.c_str();
   // The shared answer buffer is held for the whole search.
   vq::ProcessLock lock;
   char *result = buffer != nullptr ? buffer : utPathFindBuffer;

@@ -9,6 +9,7 @@
 
 #include "files/files_internal.hpp"
 #include "frame/check.hpp"
+#include "platform/fs.hpp"
 #include "vqutil/error.h"
 #include "vqutil/file.h"
 #include "vqutil/memory.h"
@@ -89,7 +90,9 @@ D_EXPORT D_BOOL DutBuildBaseName(const char *directory, const char *name, char *
     return D_TRUE;
   }
 
-  // Names are hashed as given: the file system tells cases apart.
+  // Names are hashed as the file system tells them apart.
+  const std::string folded = vq::os::foldFileName(name);
+  name = folded.c_str();
   *base = newBase("");
   D_UINT4 h = 0;
   std::string map_name;
@@ -99,7 +102,7 @@ D_EXPORT D_BOOL DutBuildBaseName(const char *directory, const char *name, char *
     }
     int n = std::snprintf(*base, kMinBaseSize, "%08lx", static_cast<unsigned long>(h));
     VQ_ASSERT(n == 8, "strlen(*base) == 8", vq::files::kFileLabel);
-    map_name = std::string(directory) + '/' + *base + ".nam";
+    map_name = std::string(directory) + vq::os::kPathSeparator + *base + ".nam";
     MapState state = readMap(map_name, name);
     if (state == MapState::Same) return D_TRUE;
     if (state == MapState::Corrupt) {

@@ -16,7 +16,6 @@
 namespace {
 
 constexpr std::size_t kErrorTextSize = 256;
-constexpr const char *kDefaultSettingsFile = "/etc/vqsuite/environment";
 constexpr const char *kLogIdent = "NXC.vqutil";
 
 char utEnvErrorText[kErrorTextSize];
@@ -41,58 +40,19 @@ void reportEnvError(const char *text, int os_error) {
   vq::os::systemLog(kLogIdent, line);
 }
 
-// Fills each unset variable of `wanted` from the settings file.
-void readSettings(const char *const *wanted, std::size_t count) {
-  const char *path = std::getenv("VQ_SETTINGS_FILE");
-  if (path == nullptr || *path == '\0') path = kDefaultSettingsFile;
-  FILE *f = std::fopen(path, "r");
-  if (f == nullptr) {
-    int err = errno;
-    if (err == ENOENT) return;  // no settings file: nothing to fill
-    char text[kErrorTextSize];
-    std::snprintf(text, sizeof text, "Couldn't open HKLM\\%s", path);
-    reportEnvError(text, err);
-    return;
-  }
-  char line[1024];
-  while (std::fgets(line, sizeof line, f) != nullptr) {
-    std::size_t n = std::strlen(line);
-    while (n > 0 && (line[n - 1] == '\n' || line[n - 1] == '\r')) line[--n] = '\0';
-    if (line[0] == '#' || line[0] == '\0') continue;
-    char *eq = std::strchr(line, '=');
-    if (eq == nullptr) continue;
-    *eq = '\0';
-    for (std::size_t i = 0; i < count; ++i) {
-      if (std::strcmp(line, wanted[i]) == 0 && std::getenv(wanted[i]) == nullptr) {
-        vq::os::setEnv(wanted[i], eq + 1);
-      }
-    }
-  }
-  if (std::ferror(f)) {
-    char text[kErrorTextSize];
-    std::snprintf(text, sizeof text, "Couldn't access HKLM\\%s\\%s", path, wanted[0]);
-    reportEnvError(text, errno);
-  }
-  std::fclose(f);
-}
-
 }  // namespace
 
 namespace vq::frame {
 
-void onLibraryLoad() noexcept {
+bool onLibraryLoad() noexcept {
   utEnvErrorText[0] = '\0';
   utTcpErrorText[0] = '\0';
   if (!utEnvInitialised) {
-    static constexpr const char *kWanted[] = {"VQHOME", "VQARCH"};
-    readSettings(kWanted, 2);
-    if (std::getenv("TEMP") == nullptr) {
-      const char *tmpdir = std::getenv("TMPDIR");
-      vq::os::setEnv("TEMP", (tmpdir != nullptr && *tmpdir != '\0') ? tmpdir : "/tmp");
-    }
+    if (!vq::os::loadStartupSettings(&reportEnvError)) return false;
     utEnvInitialised = true;
   }
   if (!utWinsockStarted) utWinsockStarted = DutWinStartWinsock() == D_TRUE;
+  return utWinsockStarted;
 }
 
 void onLibraryUnload() noexcept {

@@ -6,7 +6,8 @@ namespace vq::frame {
 
 // Start-up work: clears the start-up error buffers and fills VQHOME, VQARCH
 // and TEMP from the settings when they are unset. Runs once per process.
-void onLibraryLoad() noexcept;
+// False when the load must fail (a setting or the socket library missing).
+bool onLibraryLoad() noexcept;
 // Runs the DutAtExit functions (last registered first) and clears the
 // start-up flags.
 void onLibraryUnload() noexcept;

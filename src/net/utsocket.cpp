@@ -446,6 +446,10 @@ D_EXPORT D_BOOL DutSocketGetBlockMode(D_INT4 socket, D_INT4 *blocking) {
   DutWinStartWinsock();
   if (blocking == nullptr) return nullArgument();
   if (socket < 0) return refused(D_ERR_VAL_TOO_SMALL);
+  if (!os::socketBlockingReadable()) {
+    *blocking = 0;
+    return refused(D_ERR_DOESNT_EXIST);
+  }
   bool b = true;
   if (!os::socketGetBlocking(socket, &b)) {
     socketFailure("ioctlsocket");

@@ -3,6 +3,7 @@
 // the default unique subject of a process.
 #include "vqutil/stdopt.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -112,9 +113,10 @@ D_EXPORT char *DutOptionGetUniqueSubjectDefault(char *buffer, D_WORD number) {
   }
   // Negative numbers print as hexadecimal: no "-" then ever enters the name.
   if (number >= 0)
-    std::snprintf(buffer, D_UNIQUE_SUBJECT_SIZE, "_%s_%ld", node, static_cast<long>(number));
+    std::snprintf(buffer, D_UNIQUE_SUBJECT_SIZE, "_%s_%lld", node, static_cast<long long>(number));
   else
-    std::snprintf(buffer, D_UNIQUE_SUBJECT_SIZE, "_%s_%lx", node, static_cast<unsigned long>(number));
+    std::snprintf(buffer, D_UNIQUE_SUBJECT_SIZE, "_%s_%llx", node,
+                  static_cast<unsigned long long>(static_cast<std::uintptr_t>(number)));
   return buffer;
 }
 

@@ -13,6 +13,42 @@
 
 namespace vq::os {
 
+// File-name rules: the separator names are built and split with, the
+// temporary directory under the root, and whether names are told apart by
+// case (not on Windows, whose file names ignore it).
+#if defined(_WIN32)
+inline constexpr char kPathSeparator = '\\';
+inline constexpr const char *kRootTmpDir = "\\tmp\\";
+inline constexpr bool kFileNamesIgnoreCase = true;
+#else
+inline constexpr char kPathSeparator = '/';
+inline constexpr const char *kRootTmpDir = "/tmp/";
+inline constexpr bool kFileNamesIgnoreCase = false;
+#endif
+
+// Whether two names denote the same file by the rule above.
+inline bool sameFileName(const char *a, const char *b) noexcept {
+  if constexpr (!kFileNamesIgnoreCase) {
+    while (*a != '\0' && *a == *b) ++a, ++b;
+    return *a == *b;
+  } else {
+    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    while (*a != '\0' && lower(*a) == lower(*b)) ++a, ++b;
+    return lower(*a) == lower(*b);
+  }
+}
+
+// The name as lookups use it: lower-cased where case does not count.
+inline std::string foldFileName(const char *name) {
+  std::string folded(name);
+  if constexpr (kFileNamesIgnoreCase) {
+    for (char &c : folded) {
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+  }
+  return folded;
+}
+
 // Access modes as the runtime numbers them: 0 exists, 2 write, 4 read,
 // 6 read and write; other bits are ignored.
 int fileAccess(const char *name, int mode) noexcept;

@@ -51,6 +51,8 @@ bool socketGetOption(int s, SocketOption option, int *value) noexcept;
 bool socketSetLinger(int s, int seconds) noexcept;
 bool socketSetBlocking(int s, bool blocking) noexcept;
 bool socketGetBlocking(int s, bool *blocking) noexcept;
+// Whether a socket's blocking mode can be read back at all (not on Windows).
+bool socketBlockingReadable() noexcept;
 
 // A bounded wait: whole seconds and microseconds.
 struct WaitTime {

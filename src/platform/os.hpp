@@ -128,4 +128,19 @@ bool setEnv(const char *name, const char *value) noexcept;
 // Reports an error to the system log under the ident.
 void systemLog(const char *ident, const char *text) noexcept;
 
+// ---- Start-up ---------------------------------------------------------------
+
+// The platform family: 1 the older Windows family, 2 the NT family (which
+// every POSIX system reports), 0 any other.
+int systemFamily() noexcept;
+// Starts the socket library once per process / ends it (no-ops on POSIX).
+bool socketsStart() noexcept;
+void socketsEnd() noexcept;
+// Fills VQHOME and VQARCH, when unset, from the machine's settings (the
+// registry on Windows, the settings file on POSIX) and TEMP from the
+// user's. Each failure is handed to report with its text and the OS error
+// behind it (0: none). False when the load must fail.
+using StartupReport = void (*)(const char *text, int os_error);
+bool loadStartupSettings(StartupReport report) noexcept;
+
 }  // namespace vq::os

@@ -28,6 +28,18 @@ inline void cpuRelax() noexcept {
 #endif
 }
 
+// The refusals in the platform's own numbering, as its kernel mutexes
+// would report them.
+#if defined(_WIN32)
+constexpr int kNotOwner = 288;  // ERROR_NOT_OWNER
+constexpr int kNoMemory = 8;    // ERROR_NOT_ENOUGH_MEMORY
+constexpr int kBusy = 170;      // ERROR_BUSY
+#else
+constexpr int kNotOwner = EPERM;
+constexpr int kNoMemory = ENOMEM;
+constexpr int kBusy = EBUSY;
+#endif
+
 // Live ThreadMutexes, searched only by threads that end holding some.
 std::mutex utRegistryGuard;
 ThreadMutex *utRegistry = nullptr;
@@ -69,14 +81,14 @@ std::uint64_t lockTokenFirstUse() noexcept {
 }
 
 bool ThreadMutex::refuseUnlock() noexcept {
-  setLastError(EPERM);
+  setLastError(kNotOwner);
   return false;
 }
 
 ThreadMutex *threadMutexCreate(bool owned) noexcept {
   auto *m = new (std::nothrow) ThreadMutex;
   if (m == nullptr) {
-    setLastError(ENOMEM);
+    setLastError(kNoMemory);
     return nullptr;
   }
   {
@@ -95,7 +107,7 @@ bool threadMutexClose(ThreadMutex *m) noexcept {
     m->unlock();
   }
   if (!m->word.lock(0)) {
-    setLastError(EBUSY);
+    setLastError(kBusy);
     return false;
   }
   {

@@ -63,11 +63,10 @@ extern "C" {
 
 D_EXPORT void DutWinSleep(D_REAL8 seconds) { vq::os::sleepSeconds(seconds); }
 
-// There is no socket library to start or end on POSIX.
-D_EXPORT D_BOOL DutWinStartWinsock(void) { return D_TRUE; }
-D_EXPORT void DutWinEndWinsock(void) {}
+D_EXPORT D_BOOL DutWinStartWinsock(void) { return vq::os::socketsStart() ? D_TRUE : D_FALSE; }
+D_EXPORT void DutWinEndWinsock(void) { vq::os::socketsEnd(); }
 
-D_EXPORT D_INT4 DutWinVersionInfo(void) { return 2; }
+D_EXPORT D_INT4 DutWinVersionInfo(void) { return vq::os::systemFamily(); }
 
 D_EXPORT D_INT4 DutGetCharFormatSystemDefault(void) { return formatFromLocale(); }
 

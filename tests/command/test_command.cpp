@@ -26,7 +26,7 @@ class Command : public ::testing::Test {
     std::ofstream(home_ / "help" / "commands" / "common.hlp")
         << "_debug_on \"_debug_on <n>   synopsis\" \"usage: _debug_on <n>\"\n"
            "echo \"echo words   synopsis\" \"usage: echo words\"\n";
-    setenv("VQHOME", home_.c_str(), 1);
+    setenv("VQHOME", home_.string().c_str(), 1);
     // Build the tables (and the default aliases) before feedback is on.
     DutCommandLookup("echo");
     DutCommandSetFeedbackMode(D_FEEDBACK_ALWAYS);
@@ -118,7 +118,7 @@ TEST_F(Command, CommandFilesAndStandardFiles) {
   std::ofstream(std_old) << "echo old std\n";
   std::ofstream(home_ / "local.cmd") << "echo old local\n";
   unsetenv("HOME");
-  EXPECT_EQ(DutCommandParseStd("mod", (home_ / "local.cmd").c_str()), D_TRUE);
+  EXPECT_EQ(DutCommandParseStd("mod", (home_ / "local.cmd").string().c_str()), D_TRUE);
   EXPECT_EQ(capture_.Take(), "WARNING: Both old <" + std_old + "> and new <" + std_new +
                                  "> exist: please rename old one.\nnew std\nold local\n");
 }

@@ -7,6 +7,9 @@
 // directory.
 #include <gtest/gtest.h>
 #include <unistd.h>
+#ifdef _WIN32
+#include <winsock2.h>  // gethostname
+#endif
 
 #include <cerrno>
 #include <climits>

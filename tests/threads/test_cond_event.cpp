@@ -119,6 +119,7 @@ TEST(NamedEvent, ExistingNameIsSharedByEventsButRefusedByConditions) {
 }
 
 TEST(NamedEvent, SetByAnotherProcess) {
+  VQTEST_NEEDS_FORK();
   std::string name = uniqueName("event");
   D_EVENT e = DutEventCreateNamed(name.c_str(), 0);
   ASSERT_NE(e, D_INVALID_EVENT);

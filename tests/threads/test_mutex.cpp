@@ -84,6 +84,7 @@ TEST(MutexLock, RecursionTimeOutsAndInvalidHandles) {
 // A named mutex whose owner process ended holding it is taken over
 // without an error, for good. (Owner threads that ended: test_mutex_abandoned.)
 TEST(MutexLock, OwnerProcessThatEndedIsTakenOver) {
+  if (!vqtest::kHaveFork) GTEST_SKIP() << "needs fork";
   D_MUTEX m = DutMutexCreateNamedNp(uniqueName("mutex").c_str(), 0);
   ASSERT_NE(m, D_INVALID_MUTEX);
   EXPECT_EQ(vqtest::exitStatus(vqtest::spawn([&] { return DutMutexLock(m, 0.0) == D_TRUE ? 0 : 1; })), 0);
@@ -120,6 +121,7 @@ TEST(NamedMutex, ExclusiveCreationSharedLockAndLastCloseRemovesTheName) {
 }
 
 TEST(NamedMutex, SharedWithAnotherProcess) {
+  VQTEST_NEEDS_FORK();
   std::string name = uniqueName("mutex");
   D_MUTEX m = DutMutexCreateNamedNp(name.c_str(), 1);
   ASSERT_NE(m, D_INVALID_MUTEX);

@@ -25,15 +25,22 @@ if(MODULES)
   if(DEFINED ENV{LD_LIBRARY_PATH} AND NOT "$ENV{LD_LIBRARY_PATH}" STREQUAL "")
     list(APPEND search_path "$ENV{LD_LIBRARY_PATH}")
   endif()
-  string(JOIN ":" search_path ${search_path})
-  set(ENV{LD_LIBRARY_PATH} "${search_path}")
+  string(JOIN ":" unix_path ${search_path})
+  set(ENV{LD_LIBRARY_PATH} "${unix_path}")
+  # Windows finds modules on PATH; Wine takes its additions from WINEPATH.
+  string(JOIN ";" windows_path ${search_path})
+  set(ENV{WINEPATH} "${windows_path}")
 endif()
-execute_process(COMMAND ${VQSH} -q
+# A cross build runs vqsh through its emulator (EMULATOR, "|"-separated).
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+execute_process(COMMAND ${emulator} ${VQSH} -q
                 INPUT_FILE ${INPUT}
                 OUTPUT_VARIABLE actual
                 ERROR_VARIABLE errors
                 RESULT_VARIABLE status
                 WORKING_DIRECTORY ${WORK})
+# Windows' text mode ends lines with a carriage return too.
+string(REPLACE "\r\n" "\n" actual "${actual}")
 file(READ ${EXPECTED} expected)
 get_filename_component(name ${INPUT} NAME_WE)
 set(status_file ${CMAKE_CURRENT_LIST_DIR}/${name}.status)

@@ -16,6 +16,12 @@
 #include <string.h>
 #include <unistd.h>
 
+#ifdef _WIN32
+/* The runtime's setenv; a build tree is not recognised by its path there. */
+#define setenv(name, value, overwrite) _putenv_s((name), (value))
+#undef VQSH_BUILD_DIR
+#endif
+
 #ifdef VQSH_HAVE_LIBEDIT
 #include <editline/readline.h>
 #endif

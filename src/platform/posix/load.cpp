@@ -4,7 +4,8 @@
 
 namespace {
 
-__attribute__((constructor)) void vqLibraryLoad() { vq::frame::onLibraryLoad(); }
+// A constructor cannot fail the load: what failed is in the start-up texts.
+__attribute__((constructor)) void vqLibraryLoad() { static_cast<void>(vq::frame::onLibraryLoad()); }
 
 __attribute__((destructor)) void vqLibraryUnload() { vq::frame::onLibraryUnload(); }
 

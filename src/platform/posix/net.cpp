@@ -212,6 +212,8 @@ bool socketGetBlocking(int s, bool *blocking) noexcept {
   return true;
 }
 
+bool socketBlockingReadable() noexcept { return true; }
+
 SocketWait socketWait(int s, bool for_write, const WaitTime *time) noexcept {
   ErrnoKeeper keep;
   // poll rather than select: select cannot watch descriptors from

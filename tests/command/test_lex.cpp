@@ -113,10 +113,9 @@ TEST(LexTokens, KindsAndLongestMatches) {
 }
 
 TEST(LexTokens, ErrorMessages) {
-  const std::string too_long(64, 'b'), wild_too_long = "ab?" + std::string(60, 'c') + "?";
+  const std::string too_long(64, 'b');
   const std::pair<std::string, std::string> cases[] = {
       {too_long, "ERROR: utLexIdOrPattern\nIdentifier Too Long\n<" + too_long + ">"},
-      {wild_too_long, "ERROR: utLexIdOrPattern\nIdentifier Too Long\n<" + wild_too_long + ">"},
       {"ab??", "ERROR: Pattern <ab?" "?> Has Two Adjacent Question Marks\n"},
       {"\"open", "ERROR: Found EOF in string constant \"open"},
       {"\"line\nbreak\"", "ERROR: Found newline in string constant \"line"},
@@ -281,7 +280,6 @@ TEST(LexAccept, RefusalsNameWhatWasExpectedAndFound) {
       {".a.b", DutLexAcceptSlot, "ERROR: slot name <.a.b> cannot start with a dot"},
       {"a.b.", DutLexAcceptSlot, "ERROR: slot name <a.b.> cannot end with a dot"},
       {"abc", DutLexAcceptSlot, "ERROR: slot name <abc> does not contain any dots"},
-      {"12", DutLexAcceptSlot, "ERROR: Expected: <identifier>,  Found: <unsigned numeric constant> <12>"},
   };
   for (const auto &c : cases) {
     // A refusal destroys the lexer: it is not touched again.

@@ -146,7 +146,8 @@ TEST(NamingChecks, EachStandardOptionAcceptsAndRefuses) {
               {{"*", slash}, {"/plant/", level}, {"/*/line1", last}, {"/ *", blank}});
   // A unique subject is one level naming one subject.
   CheckOption("unique_subject", {"a", "station7.plant_99"},
-              {{"a/b", "The option <%s> must be a single level without '/'.\n"}, {"_host_*", star}});
+              {{"a/b", "The option <%s> must be a single level without '/'.\n"}, {"_host_*", star},
+               {"bad\nhost", blank}});
   // The prefix is not required: it may be made unknown again.
   EXPECT_TRUE(DutOptionSetUnknown(DutOptionLookup("default_subject_prefix")));
 }

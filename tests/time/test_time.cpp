@@ -153,6 +153,7 @@ TEST(WallTime, PinnedForTests) {
   pin = {5, -1};  // pinned only while neither field is -1
   DutSetTestWallTimeStruct(&pin);
   EXPECT_NEAR(DutGetWallTime(), static_cast<double>(std::time(nullptr)), 5.0);
+  EXPECT_TRUE(DutGetWallTimeStruct(&out) && std::abs(out.seconds - std::time(nullptr)) < 5);
 }
 
 TEST(TimeArithmetic, MultiplyCarriesWholeMillionsRatioTruncatesTowardZero) {
@@ -421,10 +422,13 @@ TEST_F(Converters, RefusalsWarnWithTheFieldAndStoreNothing) {
       {"full", "Jan 5 12:00:00 2001.5", "utTimeCvtFullStrToNum: 2001.5 is not a valid year."},
       {"full", "Feb 29 12:00:00 1999", "utTimeCvtFullStrToNum: 29 is not a valid day of the month."},
       {"full", "Nov 31 12:00:00 2001", "utTimeCvtFullStrToNum: 31 is not a valid day of the month."},
+      {"full", "Jan 1.5 12:00:00 2001", "utTimeCvtFullStrToNum: 1.5 is not a valid day of the month."},
       {"full", "12:00:00 2001", "utTimeCvtFullStrToNum: year not allowed when month and day ommitted."},
       {"full", "Jan 5 12:00:00 2001 2002", "utTimeCvtFullStrToNum: found extra tokens after year."},
       {"full", "sept 5 12:00:00", "utTimeCvtFullStrToNum: sept is not a valid month."},
       {"full", "24:00:00", "utTimeCvtFullStrToNum: 24 is not a valid hour."},
+      {"full", "1.5:00:00", "utTimeCvtFullStrToNum: 1.5 is not a valid hour."},
+      {"hms", "12:0.5:00", "utTimeCvtHmsStrToNum: 0.5 is not a valid minute."},
       {"hms", "12:60:00", "utTimeCvtHmsStrToNum: 60 is not a valid minute."},
       {"hms", "10:00:60.5", "utTimeCvtHmsStrToNum: 60.5 is not a valid second."},
       {"hms", "10:30:15 2001", "utTimeCvtHmsToNum: found extra tokens after second."},

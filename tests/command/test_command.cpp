@@ -52,10 +52,8 @@ class Command : public ::testing::Test {
 // the maintenance commands' texts; here what they do, and help from a help
 // file of the test's own.
 TEST_F(Command, MaintenanceCommandsAndHelp) {
-  converse({{"_debug_on 7", "Debugging flag 7 turned on\n"}, {"_set_time 12.5", "Current time is now 12.5\n"}});
-  EXPECT_TRUE(DutGetDebugFlags()[7] == 1 && DutGetCurrentTime() == 12.5);
-  run("_debug_off 7");
-  EXPECT_EQ(DutGetDebugFlags()[7], 0);
+  run("_debug_on 7");
+  EXPECT_EQ(DutGetDebugFlags()[7], 1);
   converse({{"help echo", "usage: echo words\n"}, {"help cd", "no help available for cd\n"}});
   EXPECT_TRUE(prints("alias", "exit\tquit force\n")) << "default aliases exist";
   std::string all = run("help");
@@ -77,7 +75,6 @@ TEST_F(Command, FeedbackHistoryAndStats) {
   EXPECT_EQ(DutCommandHistoryCount(), 0) << "blank lines are not recorded";
   for (const char *line : {"one", "two", "three", "four", "five"}) DutCommandRecordString(line);
   EXPECT_EQ(run("history 2"), "   4: four\n   5: five\n");
-  EXPECT_EQ(run("history 9").substr(0, 10), "   1: one\n");
   EXPECT_TRUE(std::string(DutCommandHistoryLine(3)) == "three" && DutCommandHistoryLine(6) == nullptr);
 
   // The first stats prints three lines, later ones seven.

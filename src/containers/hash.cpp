@@ -147,7 +147,7 @@ inline Kind kindOf(const D_HASH_TABLE *t) {
 
 // ---- Search ---------------------------------------------------------------
 
-// Tables of the ready-made kinds keep two things a caller never sees:
+// Tables of the ready-made kinds keep three things a caller never sees:
 //  - string buckets carry the key's hash after the three public fields, so
 //    a chain walk compares words before it reads a string, and growth never
 //    hashes a string again;
@@ -157,8 +157,10 @@ inline Kind kindOf(const D_HASH_TABLE *t) {
 //    without reading the chain, so most misses cost one read of a small
 //    array. The summary may only err towards "maybe": removals leave the
 //    bits of other entries' keys until the chain empties, and a chain a
-//    host pops by itself leaves it stale.
-// Tables with a caller's functions have neither: every probe runs that
+//    host pops by itself leaves it stale;
+//  - one byte after the summaries saying whether recent lookups mostly
+//    hit, which decides whether a lookup asks the summary (see trendOf).
+// Tables with a caller's functions have none of these: every probe runs that
 // caller's test function, exactly as documented.
 struct HashedBucket {
   D_HASH_BUCKET bucket;
@@ -228,10 +230,12 @@ struct Place {
 
 inline bool sameWord(D_WORD a, D_WORD b) { return a == b; }
 
-// What a search is for. A lookup may well miss, and the summary answers
-// most misses. An insertion links the new bucket at its chain head whatever
-// the search finds, so the head is fetched while the search goes on. A
-// removal almost always finds its key, so it walks the chain straight away.
+// What a search is for. A lookup may hit or miss (see trendOf). An
+// insertion links the new bucket at its chain head whatever the search
+// finds. Both start fetching the chain head at once: a prefetch does not
+// hold up a search that the summary ends early, and a search that reads
+// the chain finds its head on the way. A removal almost always finds its
+// key, so it walks the chain straight away.
 enum class Purpose { Find, Insert, Remove };
 
 // Lookups and removals are bound by memory latency; the fewer instructions
@@ -242,7 +246,7 @@ enum class Purpose { Find, Insert, Remove };
 template <Purpose P, bool kHashStored, class Equal>
 inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, Equal equal) {
   D_UINT4 index = hash & t->mask;
-  if constexpr (P == Purpose::Insert) VQ_PREFETCH(&t->buckets[index]);
+  if constexpr (P != Purpose::Remove) VQ_PREFETCH(&t->buckets[index]);
   // An insertion asks the summary always: its key is usually new.
   if (P == Purpose::Insert || (P == Purpose::Find && mostlyMissing(t))) {
     const unsigned char bits = summaryBits(hash);

@@ -232,10 +232,9 @@ inline bool sameWord(D_WORD a, D_WORD b) { return a == b; }
 
 // What a search is for. A lookup may hit or miss (see trendOf). An
 // insertion links the new bucket at its chain head whatever the search
-// finds. Both start fetching the chain head at once: a prefetch does not
-// hold up a search that the summary ends early, and a search that reads
-// the chain finds its head on the way. A removal almost always finds its
-// key, so it walks the chain straight away.
+// finds, so it fetches the head while the search goes on; so does a lookup
+// that will read its chain. A removal almost always finds its key, so it
+// walks the chain straight away.
 enum class Purpose { Find, Insert, Remove };
 
 // Each kind searches in a function of its own, so an integer search does

@@ -151,7 +151,8 @@ void BM_Insert(benchmark::State &state) {
 
 // How the keys spread over our chains: the mean length of the chain a probe
 // lands in (the entries a search without any summary would walk, up to the
-// hit) and the longest chain. Other tables report nothing.
+// hit), the longest chain and the share of empty chains. Other tables
+// report nothing.
 template <class Table>
 void ChainCounters(benchmark::State &, const Table &, const std::vector<D_WORD> &) {}
 
@@ -165,9 +166,15 @@ void ChainCounters(benchmark::State &state, const VqTable &table, const std::vec
   double sum = 0;
   for (D_WORD k : probe) sum += length(t->hash_func(k) & t->mask);
   double longest = 0;
-  for (D_UINT4 i = 0; i < static_cast<D_UINT4>(t->size); ++i) longest = std::max(longest, length(i));
+  double empty = 0;
+  for (D_UINT4 i = 0; i < static_cast<D_UINT4>(t->size); ++i) {
+    const double n = length(i);
+    longest = std::max(longest, n);
+    if (n == 0) ++empty;
+  }
   state.counters["chain_probed"] = sum / static_cast<double>(probe.size());
   state.counters["chain_max"] = longest;
+  state.counters["chains_empty"] = empty / t->size;
   state.counters["load"] = static_cast<double>(t->num_entries) / t->size;
 }
 

@@ -147,7 +147,7 @@ inline Kind kindOf(const D_HASH_TABLE *t) {
 
 // ---- Search ---------------------------------------------------------------
 
-// Tables of the ready-made kinds keep two things a caller never sees:
+// Tables of the ready-made kinds keep three things a caller never sees:
 //  - string buckets carry the key's hash after the three public fields, so
 //    a chain walk compares words before it reads a string, and growth never
 //    hashes a string again;
@@ -157,8 +157,10 @@ inline Kind kindOf(const D_HASH_TABLE *t) {
 //    without reading the chain, so most misses cost one read of a small
 //    array. The summary may only err towards "maybe": removals leave the
 //    bits of other entries' keys until the chain empties, and a chain a
-//    host pops by itself leaves it stale.
-// Tables with a caller's functions have neither: every probe runs that
+//    host pops by itself leaves it stale;
+//  - one byte after the summaries saying whether recent lookups mostly
+//    hit, which decides whether a lookup asks the summary (see trendOf).
+// Tables with a caller's functions have none of these: every probe runs that
 // caller's test function, exactly as documented.
 struct HashedBucket {
   D_HASH_BUCKET bucket;
@@ -174,6 +176,32 @@ inline D_UINT4 storedHash(const D_HASH_BUCKET *b) {
 
 inline unsigned char *summaryOf(const D_HASH_TABLE *t) {
   return reinterpret_cast<unsigned char *>(t->buckets + t->size);
+}
+
+// After the summaries, one byte saying how the table's recent lookups went:
+// a saturating count, up on a miss and down on a hit. Reading a summary
+// byte costs a hit a third memory access besides the chain head and the
+// bucket, which makes hits up to twice as slow, while reading the chain
+// head costs a miss the access the summary exists to save. A table whose
+// lookups mostly find their keys reads its chains straight away; one whose
+// lookups mostly miss asks the summary first. The count is only written
+// when it changes, so tables shared by reading threads do not trade the
+// cache line once their pattern has settled.
+constexpr unsigned char kTrendMax = 15;
+constexpr unsigned char kTrendMissing = 8;  // from here on, the summary first
+
+inline unsigned char *trendOf(const D_HASH_TABLE *t) { return summaryOf(t) + t->size; }
+
+inline bool mostlyMissing(const D_HASH_TABLE *t) {
+  return std::atomic_ref<unsigned char>(*trendOf(t)).load(std::memory_order_relaxed) >= kTrendMissing;
+}
+
+inline void noteLookup(const D_HASH_TABLE *t, bool hit) {
+  std::atomic_ref<unsigned char> trend(*trendOf(t));
+  const unsigned char now = trend.load(std::memory_order_relaxed);
+  if (hit ? now > 0 : now < kTrendMax) {
+    trend.store(static_cast<unsigned char>(hit ? now - 1 : now + 1), std::memory_order_relaxed);
+  }
 }
 
 // The summary bits of a hash: two of the eight (one when they coincide),
@@ -202,48 +230,73 @@ struct Place {
 
 inline bool sameWord(D_WORD a, D_WORD b) { return a == b; }
 
-// What a search is for. A lookup may well miss, and the summary answers
-// most misses. An insertion links the new bucket at its chain head whatever
-// the search finds, so the head is fetched while the search goes on. A
-// removal almost always finds its key, so it walks the chain straight away.
+// What a search is for. A lookup may hit or miss (see trendOf). An
+// insertion links the new bucket at its chain head whatever the search
+// finds, so it fetches the head while the search goes on; so does a lookup
+// that will read its chain. A removal almost always finds its key, so it
+// walks the chain straight away.
 enum class Purpose { Find, Insert, Remove };
 
-template <bool kHashStored, class Equal>
-inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, Purpose purpose, Equal equal) {
+// Each kind searches in a function of its own, so an integer search does
+// not save and restore the registers a string search needs, and the
+// purpose is fixed at compile time: a fifth fewer instructions per lookup.
+template <Purpose P, bool kHashStored, class Equal>
+inline Place walkBuiltin(D_HASH_TABLE *t, D_UINT4 hash, D_WORD key, Equal equal) {
   D_UINT4 index = hash & t->mask;
-  if (purpose == Purpose::Insert) VQ_PREFETCH(&t->buckets[index]);
-  const unsigned char bits = summaryBits(hash);
-  if (purpose != Purpose::Remove && (summaryOf(t)[index] & bits) != bits) {
-    return {nullptr, hash, index};
+  const bool ask_summary = P == Purpose::Insert || (P == Purpose::Find && mostlyMissing(t));
+  if constexpr (P == Purpose::Insert) VQ_PREFETCH(&t->buckets[index]);
+  if constexpr (P == Purpose::Find) {
+    // A lookup that will ask the summary fetches the count's line, already
+    // cached, instead of a chain head it may never need.
+    const void *ahead = ask_summary ? static_cast<const void *>(trendOf(t)) : &t->buckets[index];
+    VQ_PREFETCH(ahead);
+  }
+  // An insertion asks the summary always: its key is usually new.
+  if (ask_summary) {
+    const unsigned char bits = summaryBits(hash);
+    if ((summaryOf(t)[index] & bits) != bits) {
+      if constexpr (P == Purpose::Find) noteLookup(t, false);
+      return {nullptr, hash, index};
+    }
   }
   D_HASH_BUCKET **link = &t->buckets[index];
   for (D_HASH_BUCKET *b; (b = *link) != nullptr; link = &b->next) {
     if (kHashStored && storedHash(b) != hash) continue;
-    if (equal(key, b->key)) return {link, hash, index};
+    if (equal(key, b->key)) {
+      if constexpr (P == Purpose::Find) noteLookup(t, true);
+      return {link, hash, index};
+    }
   }
+  if constexpr (P == Purpose::Find) noteLookup(t, false);
   return {nullptr, hash, index};
 }
 
-Place locate(D_HASH_TABLE *t, D_WORD key, Purpose purpose = Purpose::Find) {
-  switch (kindOf(t)) {
-    case Kind::Int:
-      return walkBuiltin<false>(t, static_cast<D_UINT4>(key), key, purpose, sameWord);
-    case Kind::Ptr:
-      return walkBuiltin<false>(t, hashPtr(key), key, purpose, sameWord);
-    case Kind::Str:
-      VQ_ASSERT(key != 0, "key != NULL", kFile);
-      // Stored keys passed the same check when they were inserted.
-      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.exact), key, purpose,
-                               [](D_WORD a, D_WORD b) { return std::strcmp(asString(a), asString(b)) == 0; });
-    case Kind::Stri:
-      VQ_ASSERT(key != 0, "key != NULL", kFile);
-      return walkBuiltin<true>(t, stringHash(asString(key), kBytes.folded), key, purpose,
-                               [](D_WORD a, D_WORD b) {
-                                 return b != 0 && foldedEqual(asString(a), asString(b));
-                               });
-    case Kind::Custom:
-      break;
-  }
+template <Purpose P>
+[[gnu::noinline]] Place searchInt(D_HASH_TABLE *t, D_WORD key) {
+  return walkBuiltin<P, false>(t, static_cast<D_UINT4>(key), key, sameWord);
+}
+
+template <Purpose P>
+[[gnu::noinline]] Place searchPtr(D_HASH_TABLE *t, D_WORD key) {
+  return walkBuiltin<P, false>(t, hashPtr(key), key, sameWord);
+}
+
+template <Purpose P>
+[[gnu::noinline]] Place searchStr(D_HASH_TABLE *t, D_WORD key) {
+  VQ_ASSERT(key != 0, "key != NULL", kFile);
+  // Stored keys passed the same check when they were inserted.
+  return walkBuiltin<P, true>(t, stringHash(asString(key), kBytes.exact), key,
+                              [](D_WORD a, D_WORD b) { return std::strcmp(asString(a), asString(b)) == 0; });
+}
+
+template <Purpose P>
+[[gnu::noinline]] Place searchStri(D_HASH_TABLE *t, D_WORD key) {
+  VQ_ASSERT(key != 0, "key != NULL", kFile);
+  return walkBuiltin<P, true>(t, stringHash(asString(key), kBytes.folded), key,
+                              [](D_WORD a, D_WORD b) { return b != 0 && foldedEqual(asString(a), asString(b)); });
+}
+
+[[gnu::noinline]] Place searchCustom(D_HASH_TABLE *t, D_WORD key) {
   D_HASH_TEST_FUNC test = t->test_func;
   D_UINT4 hash = t->hash_func(key);
   D_UINT4 index = hash & t->mask;
@@ -252,6 +305,23 @@ Place locate(D_HASH_TABLE *t, D_WORD key, Purpose purpose = Purpose::Find) {
     if (test(key, b->key) != 0) return {link, hash, index};
   }
   return {nullptr, hash, index};
+}
+
+template <Purpose P = Purpose::Find>
+inline Place locate(D_HASH_TABLE *t, D_WORD key) {
+  switch (kindOf(t)) {
+    case Kind::Int:
+      return searchInt<P>(t, key);
+    case Kind::Ptr:
+      return searchPtr<P>(t, key);
+    case Kind::Str:
+      return searchStr<P>(t, key);
+    case Kind::Stri:
+      return searchStri<P>(t, key);
+    case Kind::Custom:
+      break;
+  }
+  return searchCustom(t, key);
 }
 
 // After an entry left a chain: an emptied chain's summary is cleared; the
@@ -491,6 +561,42 @@ D_WORD *sortEntries(D_HASH_TABLE *t, D_INT4 *count, D_HASH_CMP_FUNC compare,
   return parm.value_array;
 }
 
+// DutHashDeleteBucket's work, shared with DutHashDelete without a second
+// trip through the exported entry point.
+D_HASH_BUCKET *removeEntry(D_HASH_TABLE *table, D_WORD key, bool trace) {
+  if (trace) traceTableKey("entering DutHashDeleteBucket(%lx, %s)\n", table, key);
+  if (table == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return nullptr;
+  }
+  const Kind kind = kindOf(table);
+  Place place = locate<Purpose::Remove>(table, key);
+  if (place.link == nullptr) {
+    if (trace) traceKeyNotFound(table, key);
+    DutErrNumSet(D_ERR_DOESNT_EXIST);
+    return nullptr;
+  }
+  D_HASH_BUCKET *bucket = *place.link;
+  // Removing from behind a chain head takes back a counted collision;
+  // removing a head does not, so the counter may stay above the number of
+  // chained entries.
+  if (place.link != &table->buckets[place.index]) --table->collisions;
+  *place.link = bucket->next;
+  bucket->next = nullptr;
+  forgetEntry(table, kind, place.index);
+  --table->num_entries;
+  if (trace) {
+    DutDebug("  hash table %lx now has %ld entries\n", hexOf(table),
+             static_cast<long>(table->num_entries));
+  }
+  VQ_ASSERT(table->num_entries >= 0, "table->num_entries >= 0", kFile);
+  if (trace) {
+    DutDebug("  returning bucket %lx\n", hexOf(bucket));
+    DutHashDump(table, DutDebug);
+  }
+  return bucket;
+}
+
 }  // namespace
 
 D_HASH_BUCKET *vq::hash::find(D_HASH_TABLE *table, D_WORD key) {
@@ -539,11 +645,12 @@ D_EXPORT D_HASH_TABLE *DutHashCreate(D_INT4 size, D_HASH_FUNC hash_func, D_HASH_
   table->mask = static_cast<D_UINT4>(table->size) - 1u;
   table->hash_func = hash_func;
   table->test_func = test_func;
-  // The chain summaries follow the chain heads.
-  const size_t per_chain = sizeof(D_HASH_BUCKET *) + (summarised(kindOf(table)) ? 1 : 0);
+  // The chain summaries and the lookup trend follow the chain heads.
+  const bool hidden = summarised(kindOf(table));
+  const size_t bytes = static_cast<size_t>(table->size) * (sizeof(D_HASH_BUCKET *) + (hidden ? 1 : 0)) +
+                       (hidden ? 1 : 0);
   table->buckets = static_cast<D_HASH_BUCKET **>(
-      DutCallocCheck(static_cast<D_INT4>(static_cast<size_t>(table->size) * per_chain),
-                     "table->buckets", kFile, __LINE__));
+      DutCallocCheck(static_cast<D_INT4>(bytes), "table->buckets", kFile, __LINE__));
   return table;
 }
 
@@ -649,7 +756,7 @@ D_EXPORT void DutHashInsert(D_HASH_TABLE *table, D_WORD key, D_WORD value) {
              hexOf(value));
     DutProcessMutexUnlock();
   }
-  Place place = locate(table, key, Purpose::Insert);
+  Place place = locate<Purpose::Insert>(table, key);
   if (place.link != nullptr) {
     DutProcessMutexLock();
     DutWarning("DutHashInsert: key %s already exists in hash table.\n", printKey(table, key));
@@ -724,43 +831,13 @@ D_EXPORT void DutHashResize(D_HASH_TABLE *table, D_INT4 size) {
 // ---- Deletion -------------------------------------------------------------
 
 D_EXPORT D_HASH_BUCKET *DutHashDeleteBucket(D_HASH_TABLE *table, D_WORD key) {
-  const bool trace = tracing();
-  if (trace) traceTableKey("entering DutHashDeleteBucket(%lx, %s)\n", table, key);
-  if (table == nullptr) {
-    DutErrNumSet(D_ERR_NULL_PTR);
-    return nullptr;
-  }
-  Place place = locate(table, key, Purpose::Remove);
-  if (place.link == nullptr) {
-    if (trace) traceKeyNotFound(table, key);
-    DutErrNumSet(D_ERR_DOESNT_EXIST);
-    return nullptr;
-  }
-  D_HASH_BUCKET *bucket = *place.link;
-  // Removing from behind a chain head takes back a counted collision;
-  // removing a head does not, so the counter may stay above the number of
-  // chained entries.
-  if (place.link != &table->buckets[place.index]) --table->collisions;
-  *place.link = bucket->next;
-  bucket->next = nullptr;
-  forgetEntry(table, kindOf(table), place.index);
-  --table->num_entries;
-  if (trace) {
-    DutDebug("  hash table %lx now has %ld entries\n", hexOf(table),
-             static_cast<long>(table->num_entries));
-  }
-  VQ_ASSERT(table->num_entries >= 0, "table->num_entries >= 0", kFile);
-  if (trace) {
-    DutDebug("  returning bucket %lx\n", hexOf(bucket));
-    DutHashDump(table, DutDebug);
-  }
-  return bucket;
+  return removeEntry(table, key, tracing());
 }
 
 D_EXPORT D_WORD DutHashDelete(D_HASH_TABLE *table, D_WORD key) {
   const bool trace = tracing();
   if (trace) traceTableKey("entering DutHashDelete(%lx, %s)\n", table, key);
-  D_HASH_BUCKET *bucket = DutHashDeleteBucket(table, key);
+  D_HASH_BUCKET *bucket = removeEntry(table, key, trace);
   if (bucket == nullptr) {
     if (trace) traceKeyNotFound(table, key);
     return 0;

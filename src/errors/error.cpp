@@ -180,6 +180,23 @@ void withRecord(Fn &&fn) {
   if (vq::os::socketError() != saved_socket) vq::os::setSocketError(saved_socket);
 }
 
+// Puts back errno and the OS value at the end of a scope: the lock and the
+// table a lookup goes through may change them (on Windows a thread's first
+// use of the lock does), and the caller reads them after a text.
+class ForeignValuesKept {
+ public:
+  ForeignValuesKept() noexcept : errno_(errno), os_(vq::os::lastError()) {}
+  ~ForeignValuesKept() {
+    errno = errno_;
+    if (vq::os::lastError() != os_) vq::os::setLastError(os_);
+  }
+  ForeignValuesKept(const ForeignValuesKept &) = delete;
+  ForeignValuesKept &operator=(const ForeignValuesKept &) = delete;
+
+ private:
+  const int errno_, os_;
+};
+
 }  // namespace
 
 extern "C" {
@@ -279,6 +296,7 @@ D_EXPORT D_BOOL DutErrNumRestoreTsd(const D_ERR_SAVE *save, D_TSD_RECORD *tsd) {
 }
 
 D_EXPORT const char *DutErrNumToStr(D_INT4 err_num) {
+  const ForeignValuesKept kept;
   D_WORD found = 0;
   {
     // A miss must not leave "doesn't exist" in the caller's error number.

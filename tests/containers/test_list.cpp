@@ -331,7 +331,7 @@ TEST(LinkedListDeath, NullHoldersAndNodesAreAssertions) {
   VQTEST_EXPECT_ASSERTION(DutQueueRightInsert(&front, &rear, &a, nullptr), "pp != NULL");
   VQTEST_EXPECT_ASSERTION(DutQueueLeftFind(&front, &rear, &a, nullptr), "cmp_func != NULL");
   VQTEST_EXPECT_ASSERTION(DutDqOpen(nullptr), "pdq != NULL");
-  VQTEST_EXPECT_ASSERTION(DutDqRightInsert(nullptr, nullptr), "[dp] != NULL");
+  VQTEST_EXPECT_ASSERTION(DutDqRightInsert(nullptr, nullptr), "d != NULL");
   VQTEST_EXPECT_ASSERTION(DutPqPush(nullptr, &x), "hdr != NULL");
   VQTEST_EXPECT_ASSERTION(DutPqDelete(&hdr, &x), "D_PQ_FRONT\\(hdr\\)");
 }

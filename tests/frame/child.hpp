@@ -96,8 +96,9 @@ void RunClean(Body body) {
   });
 }
 
+// In text mode: the library writes its files so, "\r\n" on Windows.
 inline std::string ReadFile(const std::filesystem::path &path) {
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(path);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 

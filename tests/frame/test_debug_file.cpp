@@ -81,6 +81,12 @@ TEST(DebugFile, LifeOnDisk) {
     EXPECT_FAILS(DutDebugRename(nullptr), D_FALSE, D_ERR_NULL_PTR);
     EXPECT_FAILS(DutDebugRename("old.dbg"), D_FALSE, D_ERR_ALREADY_EXISTS);
     FILE *stream = DutDebugFilePtr();
+#ifdef _WIN32
+    // The runtime there cannot rename a file that is open.
+    EXPECT_FAILS(DutDebugRename("b.log"), D_FALSE, D_ERR_C);
+    EXPECT_TRUE(errno == EACCES && DutDebugFilePtr() == stream && fs::exists("old.dbg"));
+    return;
+#endif
     ASSERT_TRUE(DutDebugRename("b.log"));
     EXPECT_EQ(std::tuple(std::string(DutDebugFileName()), DutDebugFilePtr(), fs::exists("old.dbg")),
               std::tuple("b.log", stream, false));
@@ -137,7 +143,11 @@ TEST(DebugFile, Fallbacks) {
     FILE *stream = DutDebugFilePtr();
     errno = 0;
     EXPECT_FAILS(DutDebugRename("no-such-dir/x"), D_FALSE, D_ERR_C);
+#ifdef _WIN32
+    EXPECT_EQ(errno, EACCES);  // the open file is refused before the missing folder is seen
+#else
     EXPECT_EQ(errno, ENOENT);
+#endif
     EXPECT_EQ(DutDebugFilePtr(), stream);
     EXPECT_STREQ(DutDebugFileName(), "sub/x.dbg");
     DutDebugClose();

@@ -165,6 +165,9 @@ TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
   for (const auto &[forced, expected] : {std::pair<std::optional<std::string>, std::string>{std::nullopt, system},
                                          {"", ""},
                                          {longest + "nnnn", longest}}) {
+#ifdef _WIN32
+    if (forced == "") continue;  // Windows holds no empty variable: that row is the unset one
+#endif
     EnvGuard guard("VQ_FORCE_NODE_NAME", forced);
     std::memset(buffer, 'X', sizeof buffer);
     EXPECT_TRUE(DutGetNodeName(buffer) == buffer && buffer[D_NODE_NAME_SIZE] == 'X');
@@ -202,6 +205,9 @@ TEST(UniqueSubjectDefault, NodeAndNumber) {
 // Computed once per process: /tmp without TEMP; a TEMP that cannot be made
 // (a path through a device, ENOTDIR) warns once and still answers.
 TEST(SocketDir, WithoutTempOrWithAnUncreatableOne) {
+#ifdef _WIN32
+  GTEST_SKIP() << "Windows takes an unset TEMP from the registry and has no device path that gives ENOTDIR";
+#endif
   stdopts::InFreshProcess([](stdopts::ChildReport &report) {
     ::unsetenv("TEMP");
     const char *dir = DutGetSocketDir();

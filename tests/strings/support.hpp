@@ -53,7 +53,10 @@ class DebugTap {
     std::ifstream in(path_, std::ios::binary);
     std::ostringstream text;
     text << in.rdbuf();
-    return text.str().substr(static_cast<std::size_t>(start_));
+    std::string since = text.str().substr(static_cast<std::size_t>(start_));
+    // Read as bytes for the offset; the file was written in text mode.
+    for (std::size_t at; (at = since.find("\r\n")) != std::string::npos;) since.erase(at, 1);
+    return since;
   }
 
  private:

@@ -33,7 +33,11 @@ inline ExitedWithCode KilledBySignal(int) { return ExitedWithCode(3); }
 
 #include <ctime>
 
-inline char *ctime_r(const std::time_t *t, char *buffer) { return ctime_s(buffer, 26, t) == 0 ? buffer : nullptr; }
+// In two steps, as the library does: Wine's ctime_s is unreliable.
+inline char *ctime_r(const std::time_t *t, char *buffer) {
+  std::tm fields;
+  return localtime_s(&fields, t) == 0 && asctime_s(buffer, 26, &fields) == 0 ? buffer : nullptr;
+}
 
 #include <fcntl.h>
 

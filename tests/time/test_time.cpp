@@ -542,6 +542,9 @@ TEST(FullText, PrecisionsFromTheEnvironment) {
 }
 
 TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
+#ifdef _WIN32
+  GTEST_SKIP() << "the Windows runtime's TZ knows neither zone names nor rules of change";
+#endif
   RunInChild([] {
     const double t = 1000000000.25;  // 2001-09-09 01:46:40 UTC
     auto zone = [](const char *tz) { setenv("TZ", tz, 1); tzset(); };

@@ -42,6 +42,7 @@ execute_process(COMMAND ${emulator} ${VQSH} -q
 # Windows' text mode ends lines with a carriage return too.
 string(REPLACE "\r\n" "\n" actual "${actual}")
 file(READ ${EXPECTED} expected)
+string(REPLACE "%DEFAULT_EDITOR%" "${DEFAULT_EDITOR}" expected "${expected}")
 get_filename_component(name ${INPUT} NAME_WE)
 set(status_file ${CMAKE_CURRENT_LIST_DIR}/${name}.status)
 set(expected_status 0)

@@ -42,8 +42,19 @@ const char *runtimeText(int e) {
 
 int lastError() noexcept { return static_cast<int>(::GetLastError()); }
 void setLastError(int code) noexcept { ::SetLastError(static_cast<DWORD>(code)); }
-int socketError() noexcept { return tlsSocketError; }
-void setSocketError(int code) noexcept { tlsSocketError = code; }
+// A thread's first touch of a thread_local may go through the runtime's TLS
+// calls, which clear the system's last error: keep it.
+int socketError() noexcept {
+  const DWORD saved = ::GetLastError();
+  const int code = tlsSocketError;
+  ::SetLastError(saved);
+  return code;
+}
+void setSocketError(int code) noexcept {
+  const DWORD saved = ::GetLastError();
+  tlsSocketError = code;
+  ::SetLastError(saved);
+}
 
 // Sockets report Winsock codes already; errno values only come from the
 // runtime, which knows few socket conditions.

@@ -131,7 +131,10 @@ void wallClock(std::int64_t *seconds, std::int32_t *microseconds) noexcept {
 void ctimeText(std::time_t t, char *buffer, std::size_t size) noexcept {
   if (buffer == nullptr || size == 0) return;
   char text[64];
-  if (ctime_s(text, sizeof text, &t) != 0) text[0] = '\0';
+  // ctime_s in two steps: Wine's ctime_s crashes on a time its localtime
+  // refuses, instead of failing.
+  std::tm fields;
+  if (localtime_s(&fields, &t) != 0 || asctime_s(text, sizeof text, &fields) != 0) text[0] = '\0';
   std::size_t n = std::strlen(text);
   if (n >= size) n = size - 1;
   std::memcpy(buffer, text, n);

@@ -20,5 +20,15 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static")
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "-static")
 
-# Google Benchmark exists here only for the build machine.
-set(VQUTIL_BUILD_BENCH OFF CACHE BOOL "Build the benchmarks")
+# Google Benchmark exists here only for the build machine, so the benchmarks
+# stay off unless CMAKE_PREFIX_PATH names a cross-built benchmark package;
+# such a prefix joins the find roots, which otherwise hold only the MinGW
+# sysroot.
+set(vqutil_bench_default OFF)
+foreach(prefix IN LISTS CMAKE_PREFIX_PATH)
+  if(EXISTS ${prefix}/lib/cmake/benchmark/benchmarkConfig.cmake)
+    set(vqutil_bench_default ON)
+    list(APPEND CMAKE_FIND_ROOT_PATH ${prefix})
+  endif()
+endforeach()
+set(VQUTIL_BUILD_BENCH ${vqutil_bench_default} CACHE BOOL "Build the benchmarks")

@@ -155,6 +155,30 @@ D_HASH_TABLE *errorTable() {
   return table;
 }
 
+// Puts back errno, the OS value and the socket value at the end of a scope:
+// making a record, the lock and the table a lookup goes through may change
+// them (on Windows a thread's first use of the lock does), and the caller
+// reads them afterwards.
+class ForeignValuesKept {
+ public:
+  ForeignValuesKept() noexcept
+      : errno_(errno), os_(vq::os::lastError()), socket_(vq::os::socketError()) {}
+  ~ForeignValuesKept() {
+    errno = errno_;
+    if (vq::os::lastError() != os_) vq::os::setLastError(os_);
+    if (vq::os::socketError() != socket_) vq::os::setSocketError(socket_);
+  }
+  ForeignValuesKept(const ForeignValuesKept &) = delete;
+  ForeignValuesKept &operator=(const ForeignValuesKept &) = delete;
+
+  int errnoValue() const noexcept { return errno_; }
+  int osValue() const noexcept { return os_; }
+  int socketValue() const noexcept { return socket_; }
+
+ private:
+  const int errno_, os_, socket_;
+};
+
 // The three-step access to the record: capture the foreign values, touch
 // the record, put back whatever fetching (or creating) the record changed.
 template <typename Fn>
@@ -166,36 +190,14 @@ void withRecord(Fn &&fn) {
     existing->err_num = save.err_num;
     return;
   }
-  const int saved_errno = errno;
-  const int saved_os = vq::os::lastError();
-  const int saved_socket = vq::os::socketError();
+  const ForeignValuesKept kept;
   D_TSD_RECORD *tsd = DutGetTsdValue();
   VQ_EXPECT(tsd != nullptr, "D_NULL != tsd", kFile);
   if (tsd == nullptr) return;
-  D_ERR_SAVE save{tsd->err_num, saved_errno, saved_os, saved_socket};
+  D_ERR_SAVE save{tsd->err_num, kept.errnoValue(), kept.osValue(), kept.socketValue()};
   fn(tsd, save);
   tsd->err_num = save.err_num;
-  errno = saved_errno;
-  if (vq::os::lastError() != saved_os) vq::os::setLastError(saved_os);
-  if (vq::os::socketError() != saved_socket) vq::os::setSocketError(saved_socket);
 }
-
-// Puts back errno and the OS value at the end of a scope: the lock and the
-// table a lookup goes through may change them (on Windows a thread's first
-// use of the lock does), and the caller reads them after a text.
-class ForeignValuesKept {
- public:
-  ForeignValuesKept() noexcept : errno_(errno), os_(vq::os::lastError()) {}
-  ~ForeignValuesKept() {
-    errno = errno_;
-    if (vq::os::lastError() != os_) vq::os::setLastError(os_);
-  }
-  ForeignValuesKept(const ForeignValuesKept &) = delete;
-  ForeignValuesKept &operator=(const ForeignValuesKept &) = delete;
-
- private:
-  const int errno_, os_;
-};
 
 }  // namespace
 

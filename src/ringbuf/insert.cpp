@@ -304,11 +304,26 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   return target;
 }
 
-// The next boundary from a data time in microseconds, for a positive
-// increment: setGrid's rule, inline for the archive loop.
-[[gnu::always_inline]] inline void gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t incr) {
+// The next boundary from a data time in microseconds at or after the
+// current boundary next, for a positive increment: setGrid's rule, inline
+// for the archive loop. A time within one increment of the boundary this
+// buffer last set steps one increment on; the division is left for jumps
+// and for boundaries the library did not set.
+[[gnu::always_inline]] inline void gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t next,
+                                             std::int64_t incr) {
+  BufferBlock *const block = blockOf(hdr);
   const std::int64_t origin = startMicros();
-  hdr->next_incr = fromMicros(origin + incr * ((when - origin) / incr + 1));
+  std::int64_t boundary = next + incr;
+  // Both sides of the boundary at or after the origin: the rule's division
+  // truncates toward zero, a step does not.
+  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin || next < origin ||
+      when >= boundary) [[unlikely]] {
+    boundary = origin + incr * ((when - origin) / incr + 1);
+  }
+  block->grid_next = boundary;
+  block->grid_incr = incr;
+  block->grid_origin = origin;
+  hdr->next_incr = fromMicros(boundary);
 }
 
 // The steady state of a quiet archive, with no call in it: a
@@ -338,7 +353,7 @@ template <D_UINT4 kType>
     if (fixed || (hdr->incr.seconds | hdr->incr.microseconds) == 0) {
       hdr->next_incr = t;
     } else {
-      gridAfter(hdr, when, micros(hdr->incr));
+      gridAfter(hdr, when, next, micros(hdr->incr));
     }
   } else {
     // Within the newest increment (or at its end) the newest entry takes
@@ -348,7 +363,7 @@ template <D_UINT4 kType>
     const std::int64_t incr = micros(hdr->incr);
     if (when == next && incr == 0) return nullptr;
     if ((cur != start || last->status != 0) && newest != next - incr) target = cur;
-    if (when == next) gridAfter(hdr, when, incr);
+    if (when == next) gridAfter(hdr, when, next, incr);
   }
   fill<kType>(hdr->ring, *target, t, value, status, flag);
   hdr->current = target;
@@ -435,21 +450,23 @@ template <D_UINT4 kType>
 [[gnu::always_inline]] inline D_RING_ENTRY *archiveWord(D_RING_BUF *ring, const D_TIME_VALUE &time, Word<kType> word,
                                                         D_UINT2 status, D_UINT2 flag) {
   const D_TIME_VALUE t = time;  // the caller's record might be an entry of this ring
-  const D_UINT4 status_flag = status | static_cast<D_UINT4>(flag) << 16;
-  D_RING_HDR *first = firstBuffer(ring);
-  if ((status & D_RING_STATUS_KNOWN) == 0 || first == nullptr || !utRingTimeKnown.load(std::memory_order_relaxed) ||
+  // Packed only on the way out, so that the steady state does not hold it.
+  auto packed = [status, flag] { return status | static_cast<D_UINT4>(flag) << 16; };
+  const D_DQ_NODE *const end = ring->buffers;
+  D_DQ_NODE *node = end->next;
+  if ((status & D_RING_STATUS_KNOWN) == 0 || node == end || !utRingTimeKnown.load(std::memory_order_relaxed) ||
       tracing() || ring->overwrite_cb_list != nullptr) [[unlikely]] {
-    return archiveRest<kType>(ring, nullptr, t, word, status_flag, nullptr);
+    return archiveRest<kType>(ring, nullptr, t, word, packed(), nullptr);
   }
   const Incoming value = word.in();
   const std::int64_t when = micros(t);
+  auto *first = reinterpret_cast<D_RING_HDR *>(node);
   D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
-  if (result == nullptr) [[unlikely]] return archiveRest<kType>(ring, first, t, word, status_flag, nullptr);
-  const D_DQ_NODE *const end = ring->buffers;
-  for (D_DQ_NODE *node = first->next; node != end; node = node->next) {
+  if (result == nullptr) [[unlikely]] return archiveRest<kType>(ring, first, t, word, packed(), nullptr);
+  for (node = node->next; node != end; node = node->next) {
     auto *h = reinterpret_cast<D_RING_HDR *>(node);
     if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) [[unlikely]] {
-      return archiveRest<kType>(ring, h, t, word, status_flag, result);
+      return archiveRest<kType>(ring, h, t, word, packed(), result);
     }
   }
   return result;
@@ -589,13 +606,14 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
   if (ring == nullptr || time == nullptr || value == nullptr || status == 0 || !validTime(*time)) [[unlikely]] {
     return refuseArchive(ring, time, value, status);
   }
-  // The type settled here once, the value read as that type.
-  switch (ring->type) {
+  // The type settled here once, the value read as that type; doubles, the
+  // usual measured values, with one test.
+  const D_UINT4 type = ring->type;
+  if (type == D_RING_TYPE_DOUBLE) return archiveWord(ring, *time, wordAt<D_RING_TYPE_DOUBLE>(value), status, flag);
+  switch (type) {
     case D_RING_TYPE_INT:
     case D_RING_TYPE_LONG:
       return archiveWord(ring, *time, wordAt<D_RING_TYPE_INT>(value), status, flag);
-    case D_RING_TYPE_DOUBLE:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_DOUBLE>(value), status, flag);
     case D_RING_TYPE_FLOAT:
       return archiveWord(ring, *time, wordAt<D_RING_TYPE_FLOAT>(value), status, flag);
     case D_RING_TYPE_WORD:

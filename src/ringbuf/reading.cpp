@@ -217,7 +217,7 @@ D_INT4 historySize() {
 
 D_RING_HDR *historyBuffer(D_RING_BUF *ring) {
   if (ring->hist_buff == nullptr) {
-    auto *hdr = static_cast<D_RING_HDR *>(DutCallocCheck(sizeof(D_RING_HDR), "new_hdr", kFile, __LINE__));
+    D_RING_HDR *hdr = newHeader();
     hdr->ring = ring;
     hdr->flags = D_RING_HISTORY | D_RING_TIME_REPEAT | D_RING_VALUE_REPEAT;
     allocateArray(hdr, historySize());

@@ -74,7 +74,7 @@ D_RING_HDR *createHeader(D_RING_BUF *ring, D_TIME_VALUE min_span, const D_TIME_V
   if (finer != nullptr && micros(min_span) < micros(finer->min_span)) {
     min_span = fromMicros(micros(finer->min_span) + micros(incr));
   }
-  auto *hdr = static_cast<D_RING_HDR *>(DutCallocCheck(sizeof(D_RING_HDR), "new_hdr", kFile, __LINE__));
+  D_RING_HDR *hdr = newHeader();
   hdr->min_span = min_span;
   hdr->incr = incr;
   hdr->ring = ring;

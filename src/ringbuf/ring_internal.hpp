@@ -27,7 +27,7 @@ inline std::int64_t micros(const D_TIME_VALUE &t) {
 }
 inline std::int64_t micros(const D_RING_ENTRY &e) { return static_cast<std::int64_t>(e.sec) * kMicros + e.usec; }
 // Normalised, the seconds held within 32 bits.
-inline D_TIME_VALUE fromMicros(std::int64_t m) {
+[[gnu::always_inline]] inline D_TIME_VALUE fromMicros(std::int64_t m) {
   std::int64_t s = m / kMicros;
   std::int64_t u = m % kMicros;
   if (u < 0) {
@@ -51,7 +51,7 @@ inline constexpr std::int64_t kUnsetStart = INT64_MIN;
 extern std::atomic<std::int64_t> utRingStartTime;
 // The ring start time, or 0.0 while none was set.
 D_TIME_VALUE startTime();
-inline std::int64_t startMicros() {
+[[gnu::always_inline]] inline std::int64_t startMicros() {
   const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
   return start == kUnsetStart ? 0 : start;
 }
@@ -85,6 +85,22 @@ struct RingBlock {
 inline RingBlock *blockOf(D_RING_BUF *ring) { return reinterpret_cast<RingBlock *>(ring); }
 
 bool validType(D_UINT4 type);
+
+// What the library keeps beside the public header of each buffer it
+// allocates: the last grid boundary it set, with the origin and increment
+// it came from. While the public next_incr still shows that boundary and a
+// data time stays within the increment after it, the next boundary is one
+// addition instead of a division. A host that rewrites next_incr, incr or
+// the start time only makes the next reset take the long way.
+struct BufferBlock {
+  D_RING_HDR hdr;
+  std::int64_t grid_next;
+  std::int64_t grid_incr;  // 0: no boundary cached
+  std::int64_t grid_origin;
+};
+inline BufferBlock *blockOf(D_RING_HDR *hdr) { return reinterpret_cast<BufferBlock *>(hdr); }
+// A zeroed header of that shape.
+D_RING_HDR *newHeader();
 
 // ---- Values ---------------------------------------------------------------
 

@@ -298,6 +298,10 @@ void linearise(D_RING_HDR *hdr) {
   reallocArray(hdr, size);
 }
 
+D_RING_HDR *newHeader() {
+  return &static_cast<BufferBlock *>(DutCallocCheck(sizeof(BufferBlock), "new_hdr", kFile, __LINE__))->hdr;
+}
+
 void freeHeader(D_RING_HDR *hdr) {
   forgetIteration(hdr);
   if (hdr->start != nullptr) {

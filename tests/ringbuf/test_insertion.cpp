@@ -14,47 +14,6 @@ using namespace ringtest;
 
 using RingInsert = Ring;
 
-// The newer-value path: per case a buffer (fixed or growable, increment,
-// repeat flags), the values archived and the entries kept, as (tenths of a
-// second, value).
-TEST_F(RingInsert, NewerValuesByGridAndRepeats) {
-  Pairs to49, to20;
-  for (int t = 1; t <= 49; t += 2) to49.emplace_back(t, t);
-  for (int t = 0; t <= 20; t += 2) to20.emplace_back(t, t);
-  const Pairs to17(to49.begin(), to49.begin() + 9);
-  const struct {
-    bool fixed;
-    double incr;
-    bool value_repeat, time_repeat;
-    Pairs given, kept;
-  } cases[] = {
-      // The first value, then the latest of each second (k, k + 1].
-      {false, 1.0, false, false, to49, {{1, 1}, {9, 9}, {19, 19}, {29, 29}, {39, 39}, {49, 49}}},
-      // On the boundaries: the value at k closes (k - 1, k].
-      {false, 1.0, false, false, to20, {{0, 0}, {10, 10}, {20, 20}}},
-      // A fixed buffer past a boundary follows the data time itself.
-      {true, 1.0, false, false, to17, {{1, 1}, {9, 9}, {11, 11}, {13, 13}, {15, 15}, {17, 17}}},
-      // Equal values: dropped unless value repeat; equal times: overwritten
-      // unless time repeat; an earlier time is ignored whatever the flags.
-      {true, 0.0, false, false, {{1, 5}, {2, 5}}, {{1, 5}}},
-      {true, 0.0, true, false, {{1, 5}, {2, 5}}, {{1, 5}, {2, 5}}},
-      {true, 0.0, false, false, {{1, 5}, {1, 6}}, {{1, 6}}},
-      {true, 0.0, false, true, {{1, 5}, {1, 6}}, {{1, 5}, {1, 6}}},
-      {true, 0.0, true, true, {{1, 5}, {0, 6}}, {{1, 5}}},
-  };
-  for (const auto &c : cases) {
-    D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
-    D_RING_HDR *hdr = c.fixed ? Fixed(ring, c.incr, 100) : Growable(ring, c.incr, 0.0, 100);
-    EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), D_FALSE);
-    DutRingSetTimeRepeat(hdr, c.time_repeat);
-    EXPECT_EQ(DutRingSetValueRepeat(hdr, c.value_repeat), c.value_repeat ? D_TRUE : D_FALSE);
-    for (auto [t, v] : c.given) Archive(ring, t * 100000, v);
-    Pairs kept;
-    for (auto [t, v] : c.kept) kept.emplace_back(t * 100000, v);
-    EXPECT_EQ(Doubles(hdr), kept) << c.fixed << " " << c.given.size() << " " << c.given[1].second;
-  }
-}
-
 // Full growable buffers that cover less than their minimum span grow:
 // 10 entries a second apart cover 9 s of 100 s; the rate, capped at one
 // entry per 1.0 s increment, asks for 100 x 1 + 2 = 102 entries, and
@@ -109,37 +68,83 @@ TEST_F(RingInsert, FixedBufferWrapsAndCallsOverwriteCallbacksBeforeTheSlotChange
   EXPECT_EQ(record.seen, (Pairs{{1, 1.5}, {2, 3.0}, {5, 7.5}}));
 }
 
+// The newer-value rules for one buffer that never grows, written plainly:
+// entries oldest first, the next boundary, the capacity.
+struct Model {
+  bool fixed, value_repeat, time_repeat;
+  std::int64_t incr;
+  std::size_t size;
+  Pairs kept;
+  std::int64_t next = 0;  // the current time (0.0) until the first value
+
+  // The boundary after t on the grid from the start time 0.0.
+  void Grid(std::int64_t t) { next = incr == 0 ? 0 : incr * (t / incr + 1); }
+  void Append(std::int64_t t, double v) {
+    kept.emplace_back(t, v);
+    if (kept.size() > size) kept.erase(kept.begin());
+  }
+  void Add(std::int64_t t, double v) {
+    if (kept.empty()) {
+      kept.emplace_back(t, v);
+      return Grid(t);
+    }
+    auto &[newest, value] = kept.back();
+    if ((!value_repeat && v == value) || t < newest) return;
+    if (time_repeat || t == newest) {
+      if (time_repeat) return Append(t, v);
+      value = v;
+      return;
+    }
+    const bool just_one = kept.size() == 1, at_boundary = newest == next - incr;
+    const bool opens = t > next || just_one || at_boundary;
+    if (t >= next) (t > next && (fixed || incr == 0)) ? void(next = t) : Grid(t);
+    if (opens) return Append(t, v);
+    kept.back() = {t, v};
+  }
+};
+
 void IgnoreOverwrite(void *, void *, D_WORD) {}
 
-// Archiving a one-word value takes a shortcut when no overwrite callback
-// exists; a ring with one takes the full path. Both must end with the same
-// buffers, grids and answers, over reversals, duplicate times, repeated
-// values, boundaries, growth and wrapping, for each one-word type.
-TEST_F(RingInsert, ArchiveShortcutAgreesWithTheFullPath) {
+// Random archives (later, equal and earlier times, on and between the
+// boundaries, repeated values) into buffers of each kind, for each
+// one-word type: the ring holds what the model holds, with the same next
+// boundary, whether the archive takes its shortcut or, with an overwrite
+// callback, the full path.
+TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
+  const struct {
+    bool fixed;
+    double incr;
+    bool value_repeat, time_repeat;
+  } kinds[] = {{false, 0.0, false, false}, {true, 0.0, true, false}, {false, 0.5, false, false},
+               {true, 1.0, false, false},  {false, 1.0, false, true}, {true, 2.0, true, true},
+               {false, 60.0, true, false}};
+  const std::int64_t steps[] = {-300000, 0, 100000, 250000, 500000, 1000000, 3000000};
   for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT, D_RING_TYPE_FLOAT, D_RING_TYPE_WORD}) {
-    D_RING_BUF *rings[2] = {Make(type), Make(type)};
-    DutRingOverwriteCbCreate(rings[1], IgnoreOverwrite, 0);
-    D_RING_HDR *hdrs[2][5];
-    for (int r = 0; r < 2; ++r) {
-      D_RING_HDR *h[] = {Growable(rings[r], 0.0, 0.0, 4), Fixed(rings[r], 0.5, 5), Growable(rings[r], 1.0, 30.0, 3),
-                         Fixed(rings[r], 2.0, 4), Growable(rings[r], 60.0, 0.0, 3)};
-      DutRingSetValueRepeat(h[3], D_TRUE);
-      DutRingSetTimeRepeat(h[4], D_TRUE);
-      std::copy(h, h + 5, hdrs[r]);
+    for (const auto &k : kinds) {
+      D_RING_BUF *rings[2] = {Make(type), Make(type)};
+      DutRingOverwriteCbCreate(rings[1], IgnoreOverwrite, 0);
+      D_RING_HDR *hdrs[2];
+      for (int r = 0; r < 2; ++r) {
+        hdrs[r] = k.fixed ? Fixed(rings[r], k.incr, 5) : Growable(rings[r], k.incr, 0.0, 5);
+        DutRingSetValueRepeat(hdrs[r], k.value_repeat);
+        DutRingSetTimeRepeat(hdrs[r], k.time_repeat);
+      }
+      Model model{k.fixed, k.value_repeat, k.time_repeat, S(k.incr).seconds * 1000000LL + S(k.incr).microseconds, 5, {}};
+      std::mt19937 random(7);
+      std::int64_t t = 1000000;
+      for (int i = 0; i < 400; ++i) {
+        t = std::max<std::int64_t>(0, t + steps[random() % 7]);
+        const double value = static_cast<double>(random() % 4);
+        model.Add(t, value);
+        for (int r = 0; r < 2; ++r) {
+          Archive(rings[r], t, value);
+          const D_TIME_VALUE next = T(model.next);
+          ASSERT_EQ(Doubles(hdrs[r]), model.kept) << type << " " << k.incr << " " << i << " path " << r;
+          ASSERT_TRUE(hdrs[r]->next_incr.seconds == next.seconds && hdrs[r]->next_incr.microseconds == next.microseconds)
+              << type << " " << k.incr << " " << i << " path " << r;
+        }
+      }
     }
-    std::mt19937 random(7);
-    const std::int64_t steps[] = {-300000, 0, 100000, 250000, 500000, 1000000, 3000000};
-    std::int64_t t = 1000000;
-    for (int i = 0; i < 3000; ++i) {
-      t = std::max<std::int64_t>(0, t + steps[random() % 7]);
-      const double value = static_cast<double>(random() % 4);
-      const D_RING_ENTRY *got[2] = {Archive(rings[0], t, value), Archive(rings[1], t, value)};
-      ASSERT_EQ(got[0] == nullptr ? -1 : Us(got[0]), got[1] == nullptr ? -1 : Us(got[1])) << i;
-    }
-    auto state = [](D_RING_HDR *h) {
-      return std::make_tuple(Doubles(h), h->size, Us(h->current), h->next_incr.seconds, h->next_incr.microseconds);
-    };
-    for (int k = 0; k < 5; ++k) EXPECT_EQ(state(hdrs[0][k]), state(hdrs[1][k])) << k;
   }
 }
 

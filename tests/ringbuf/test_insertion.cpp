@@ -3,7 +3,6 @@
 // cases of DutRingInsertValue (an empty buffer, doubles that cannot move).
 #include <algorithm>
 #include <random>
-#include <tuple>
 #include <vector>
 
 #include "ring_support.hpp"
@@ -43,73 +42,46 @@ TEST_F(RingInsert, GrowableBuffersGrowByTheRuleUpToTheLimit) {
   }
 }
 
-struct Overwrite {
-  D_RING_BUF *ring;
-  D_RING_HDR *hdr;
-  Pairs seen;  // the entry as the callback found it
-};
-void RecordOverwrite(void *object, void *data, D_WORD arg) {
-  auto *record = reinterpret_cast<Overwrite *>(arg);
-  auto *d = static_cast<D_RING_OVERWRITE_CB_DATA *>(data);
-  EXPECT_TRUE(object == record->ring && d->buffer == record->hdr && d->cb != nullptr);
-  record->seen.emplace_back(Us(d->entry), *d->entry->value.dp);
-}
-
-TEST_F(RingInsert, FixedBufferWrapsAndCallsOverwriteCallbacksBeforeTheSlotChanges) {
-  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
-  Overwrite record{ring, Fixed(ring, 0.0, 3), {}};
-  const D_WORD arg = reinterpret_cast<D_WORD>(&record);
-  D_CB *cb = DutRingOverwriteCbCreate(ring, RecordOverwrite, arg);
-  EXPECT_EQ(DutRingOverwriteCbLookup(ring, RecordOverwrite, arg), cb);
-  for (int t = 1; t <= 5; ++t) Archive(ring, t, t * 1.5);
-  EXPECT_EQ(Doubles(record.hdr), (Pairs{{3, 4.5}, {4, 6.0}, {5, 7.5}}));
-  // Overwriting the newest in place is an overwrite too.
-  Insert(record.hdr, 5, 9.0);
-  EXPECT_EQ(record.seen, (Pairs{{1, 1.5}, {2, 3.0}, {5, 7.5}}));
-}
-
 // The newer-value rules for one buffer that never grows, written plainly:
-// entries oldest first, the next boundary, the capacity.
+// the entries oldest first, the next boundary (the current time, 0.0, for
+// an increment of 0.0), and every entry replaced, as it was.
 struct Model {
   bool fixed, value_repeat, time_repeat;
   std::int64_t incr;
   std::size_t size;
-  Pairs kept;
-  std::int64_t next = 0;  // the current time (0.0) until the first value
+  Pairs kept, replaced;
+  std::int64_t next = 0;
 
-  // The boundary after t on the grid from the start time 0.0.
   void Grid(std::int64_t t) { next = incr == 0 ? 0 : incr * (t / incr + 1); }
   void Append(std::int64_t t, double v) {
     kept.emplace_back(t, v);
-    if (kept.size() > size) kept.erase(kept.begin());
+    if (kept.size() > size) replaced.push_back(kept.front()), kept.erase(kept.begin());
   }
   void Add(std::int64_t t, double v) {
-    if (kept.empty()) {
-      kept.emplace_back(t, v);
-      return Grid(t);
-    }
-    auto &[newest, value] = kept.back();
+    if (kept.empty()) return kept.emplace_back(t, v), Grid(t);
+    const auto [newest, value] = kept.back();
     if ((!value_repeat && v == value) || t < newest) return;
-    if (time_repeat || t == newest) {
-      if (time_repeat) return Append(t, v);
-      value = v;
-      return;
-    }
-    const bool just_one = kept.size() == 1, at_boundary = newest == next - incr;
-    const bool opens = t > next || just_one || at_boundary;
-    if (t >= next) (t > next && (fixed || incr == 0)) ? void(next = t) : Grid(t);
+    if (time_repeat) return Append(t, v);
+    const bool opens = t != newest && (t > next || kept.size() == 1 || newest == next - incr);
+    if (t >= next && t != newest) (t > next && (fixed || incr == 0)) ? void(next = t) : Grid(t);
     if (opens) return Append(t, v);
+    replaced.push_back(kept.back());
     kept.back() = {t, v};
   }
 };
 
-void IgnoreOverwrite(void *, void *, D_WORD) {}
+void RecordOverwrite(void *object, void *data, D_WORD arg) {
+  auto *d = static_cast<D_RING_OVERWRITE_CB_DATA *>(data);
+  EXPECT_TRUE(object == d->buffer->ring && d->cb != nullptr);
+  reinterpret_cast<Pairs *>(arg)->emplace_back(Us(d->entry), Number(d->buffer->ring->type, d->entry));
+}
 
 // Random archives (later, equal and earlier times, on and between the
 // boundaries, repeated values) into buffers of each kind, for each
 // one-word type: the ring holds what the model holds, with the same next
 // boundary, whether the archive takes its shortcut or, with an overwrite
-// callback, the full path.
+// callback, the full path; the callback sees each replaced entry before it
+// changes.
 TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
   const struct {
     bool fixed;
@@ -122,14 +94,16 @@ TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
   for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT, D_RING_TYPE_FLOAT, D_RING_TYPE_WORD}) {
     for (const auto &k : kinds) {
       D_RING_BUF *rings[2] = {Make(type), Make(type)};
-      DutRingOverwriteCbCreate(rings[1], IgnoreOverwrite, 0);
+      Pairs seen;
+      D_CB *cb = DutRingOverwriteCbCreate(rings[1], RecordOverwrite, reinterpret_cast<D_WORD>(&seen));
+      EXPECT_EQ(DutRingOverwriteCbLookup(rings[1], RecordOverwrite, reinterpret_cast<D_WORD>(&seen)), cb);
       D_RING_HDR *hdrs[2];
       for (int r = 0; r < 2; ++r) {
         hdrs[r] = k.fixed ? Fixed(rings[r], k.incr, 5) : Growable(rings[r], k.incr, 0.0, 5);
         DutRingSetValueRepeat(hdrs[r], k.value_repeat);
         DutRingSetTimeRepeat(hdrs[r], k.time_repeat);
       }
-      Model model{k.fixed, k.value_repeat, k.time_repeat, S(k.incr).seconds * 1000000LL + S(k.incr).microseconds, 5, {}};
+      Model model{k.fixed, k.value_repeat, k.time_repeat, static_cast<std::int64_t>(k.incr * 1e6), 5, {}, {}};
       std::mt19937 random(7);
       std::int64_t t = 1000000;
       for (int i = 0; i < 400; ++i) {
@@ -143,6 +117,7 @@ TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
           ASSERT_TRUE(hdrs[r]->next_incr.seconds == next.seconds && hdrs[r]->next_incr.microseconds == next.microseconds)
               << type << " " << k.incr << " " << i << " path " << r;
         }
+        ASSERT_EQ(seen, model.replaced) << type << " " << k.incr << " " << i;
       }
     }
   }

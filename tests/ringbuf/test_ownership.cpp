@@ -79,23 +79,15 @@ TEST_F(RingOwnership, PointerValuesReachTheFreeFunctionExactlyOnce) {
       void *p = &pool[random() % pool.size()];
       if (Frees().count(p) != 0) continue;  // freed: the caller would not hand it in again
       const int action = static_cast<int>(random() % 11);
-      D_TIME_VALUE when = T(t);
       D_RING_HDR *hdr = buffers[random() % 3];
-      if (action < 6) {
-        t += random() % 40;
-        when = T(t);
-        DutRingArchiveValue(ring, &when, p, 2, 0);
-      } else if (action < 8) {
-        when = T(t - static_cast<std::int64_t>(random() % 60));
-        DutRingInsertValue(hdr, &when, p, 2, 0);
-      } else if (action == 8) {
-        DutRingDeleteEntry(hdr, hdr->start + random() % hdr->size);
-      } else if (action == 9) {
-        DutRingClearBuffer(hdr);
-      } else {
-        when = T(0);  // not after the current time
-        DutRingArchiveHistoryData(ring, &when, p, 2, 0);
-      }
+      // Archives move time on; insertions reach back; the history wants
+      // times not after the current time.
+      const D_TIME_VALUE when = T(action < 6 ? t += random() % 40 : action < 8 ? t - random() % 60 : 0);
+      if (action < 6) DutRingArchiveValue(ring, &when, p, 2, 0);
+      if (action == 6 || action == 7) DutRingInsertValue(hdr, &when, p, 2, 0);
+      if (action == 8) DutRingDeleteEntry(hdr, hdr->start + random() % hdr->size);
+      if (action == 9) DutRingClearBuffer(hdr);
+      if (action == 10) DutRingArchiveHistoryData(ring, &when, p, 2, 0);
       const std::set<void *> held = Held(ring);
       stored.insert(held.begin(), held.end());
       for (int &item : pool) {

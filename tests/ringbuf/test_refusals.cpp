@@ -24,6 +24,7 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
   const D_TIME_VALUE one = S(1.0), two = S(2.0);
   D_RING_CONTEXT ctx{};
   D_RING_ENTRY *entry = nullptr;
+  D_REAL8 max = 0;
   const char *mismatch = "WARNING: Fixed size mismatch for buffer bad, incr ";
   const struct {
     std::function<D_WORD()> call;
@@ -51,6 +52,9 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
       {[&] { return D_WORD{DutRingDeleteEntry(hdr, nullptr)}; }, D_ERR_NULL_PTR, ""},
       {[&] { return D_WORD{DutRingTravNext(&ctx, &entry, nullptr)}; }, D_ERR_VAL_INVALID, ""},
       {[&] { return W(DutRingArchiveHistoryData(ring, &ok, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return D_WORD{DutRingTravInit(&ctx, ring, &ok, &minus_half, &ok)}; }, D_ERR_VAL_INVALID, ""},
+      {[&] { return D_WORD{DutRingHistTravInit(&ctx, ring, &ok, &ok, &ok)}; }, D_ERR_EMPTY, ""},
+      {[&] { return D_WORD{DutRingGetMaxMin(Make(D_RING_TYPE_STRING), &ok, &ok, &max, &max)}; }, D_ERR_TYPE_MISMATCH, ""},
   };
   int i = 0;
   for (const auto &c : cases) {

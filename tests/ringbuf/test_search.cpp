@@ -1,7 +1,8 @@
 // The searches: the logarithmic search against the literal walk over random
 // buffers (before, inside and after the stored times, equal times, the
 // initial value), answer and iteration state alike; the finest buffer for a
-// time; per-caller iterations that share nothing, also across threads.
+// time; the process-wide iteration and deletion; per-caller iterations
+// that share nothing, also across threads.
 #include <algorithm>
 #include <random>
 #include <thread>
@@ -101,13 +102,30 @@ TEST_F(RingSearch, LogarithmicSearchAgreesWithTheWalkAndLeavesItsState) {
   }
 }
 
-TEST_F(RingSearch, NextEntryWrapsAndForgetsADestroyedBuffer) {
+// The process-wide iteration starts at the oldest entry and wraps; a
+// deletion closes the gap; a destroyed buffer's iteration is forgotten.
+TEST_F(RingSearch, NextEntryWrapsDeletionClosesTheGap) {
   D_RING_BUF *ring = Make(D_RING_TYPE_INT);
-  D_RING_HDR *hdr = Fixed(ring, 0.0, 3);
-  for (int i = 1; i <= 4; ++i) Archive(ring, i, i);
+  D_RING_HDR *hdr = Fixed(ring, 0.0, 4);
+  for (int i = 1; i <= 6; ++i) Archive(ring, i, i);  // wrapped: 3 4 5 6
   std::vector<D_RING_ENTRY *> order{DutRingNextEntry(hdr)};
-  for (int i = 0; i < 3; ++i) order.push_back(DutRingNextEntry(nullptr));
-  EXPECT_EQ(order, (std::vector<D_RING_ENTRY *>{hdr->start + 1, hdr->start + 2, hdr->start, nullptr}));
+  for (int i = 0; i < 4; ++i) order.push_back(DutRingNextEntry(nullptr));
+  EXPECT_EQ(order, (std::vector<D_RING_ENTRY *>{hdr->start + 2, hdr->start + 3, hdr->start, hdr->start + 1, nullptr}));
+  const D_TIME_VALUE t4 = T(4);
+  ASSERT_EQ(DutRingDeleteEntry(hdr, DutRingFindTime(hdr, &t4)), D_TRUE);
+  EXPECT_EQ(Doubles(hdr), (Pairs{{3, 3}, {5, 5}, {6, 6}}));
+  EXPECT_EQ(hdr->start[3].status, 0);  // no longer wrapped
+  Archive(ring, 7, 7);
+  EXPECT_EQ(Doubles(hdr), (Pairs{{3, 3}, {5, 5}, {6, 6}, {7, 7}}));
+  EXPECT_FAILS(DutRingDeleteEntry(hdr, hdr->start + 4), D_FALSE, D_ERR_VAL_INVALID);
+  DutRingClearBuffer(hdr);
+  Archive(ring, 8, 8);
+  ASSERT_EQ(DutRingDeleteEntry(hdr, hdr->start), D_TRUE);
+  EXPECT_EQ(hdr->current, hdr->start + 3);  // as after a clear
+  EXPECT_FAILS(DutRingDeleteEntry(hdr, hdr->start), D_FALSE, D_ERR_EMPTY);
+  Archive(ring, 9, 9);
+  Archive(ring, 10, 10);
+  EXPECT_EQ(DutRingNextEntry(hdr), hdr->start);
   DutRingDestroy(ring);
   EXPECT_EQ(DutRingNextEntry(nullptr), nullptr);
 }
@@ -120,23 +138,19 @@ TEST_F(RingIterThreads, ConcurrentSearchesKeepTheirOwnState) {
   D_RING_BUF *ring = Make(D_RING_TYPE_INT, "shared");
   D_RING_HDR *hdr = Fixed(ring, 0.0, 1000);
   for (int i = 1; i <= 1500; ++i) Archive(ring, 2 * i, i);  // keeps 501 .. 1500
-  auto work = [hdr](int offset, int *failures) {
+  // The walk has read the successor: the iteration goes on after it.
+  auto value = [](D_RING_ENTRY *e) { return e != nullptr ? e->value.i : -1; };
+  auto work = [&](int offset, int *failures) {
     for (int i = 501; i <= 1500; ++i) {
       D_RING_ITER iter{};
       const D_TIME_VALUE t = T(2 * i + offset);
-      D_RING_ENTRY *e = DutRingIterFindTime(&iter, hdr, &t);
-      // The walk has read the successor: the iteration goes on after it.
-      D_RING_ENTRY *after = DutRingIterNext(&iter);
-      D_RING_ENTRY *then = DutRingIterNext(&iter);
-      const bool ok = e != nullptr && e->value.i == i &&
-                      (i + 2 <= 1500 ? after != nullptr && after->value.i == i + 2 : after == nullptr) &&
-                      (i + 3 <= 1500 ? then != nullptr && then->value.i == i + 3 : then == nullptr);
-      if (!ok) ++*failures;
+      const int found = value(DutRingIterFindTime(&iter, hdr, &t)), after = value(DutRingIterNext(&iter));
+      const int then = value(DutRingIterNext(&iter));
+      *failures += found != i || after != (i + 2 <= 1500 ? i + 2 : -1) || then != (i + 3 <= 1500 ? i + 3 : -1);
     }
   };
   int failures[2] = {0, 0};
-  std::thread a(work, 0, &failures[0]);
-  std::thread b(work, 1, &failures[1]);
+  std::thread a(work, 0, &failures[0]), b(work, 1, &failures[1]);
   a.join();
   b.join();
   EXPECT_EQ(failures[0] + failures[1], 0);

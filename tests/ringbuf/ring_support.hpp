@@ -75,19 +75,18 @@ inline Pairs Doubles(D_RING_HDR *hdr) {
   return out;
 }
 
-// A value of a double or integer ring, by the ring's type.
+// A value of a double or integer ring, by the ring's type: archived into
+// the ring, or inserted into one buffer.
+inline D_RING_ENTRY *Put(D_RING_BUF *ring, D_RING_HDR *hdr, std::int64_t us, double value, D_UINT2 status) {
+  const D_TIME_VALUE t = T(us);
+  const D_INT4 i = static_cast<D_INT4>(value);
+  const void *p = ring->type == D_RING_TYPE_DOUBLE ? &value : static_cast<const void *>(&i);
+  return hdr != nullptr ? DutRingInsertValue(hdr, &t, p, status, 0) : DutRingArchiveValue(ring, &t, p, status, 0);
+}
 inline D_RING_ENTRY *Archive(D_RING_BUF *ring, std::int64_t us, double value, D_UINT2 status = 2) {
-  const D_TIME_VALUE t = T(us);
-  const D_INT4 i = static_cast<D_INT4>(value);
-  return DutRingArchiveValue(ring, &t, ring->type == D_RING_TYPE_DOUBLE ? &value : static_cast<const void *>(&i),
-                             status, 0);
+  return Put(ring, nullptr, us, value, status);
 }
-inline D_RING_ENTRY *Insert(D_RING_HDR *hdr, std::int64_t us, double value, D_UINT2 flag = 0) {
-  const D_TIME_VALUE t = T(us);
-  const D_INT4 i = static_cast<D_INT4>(value);
-  return DutRingInsertValue(hdr, &t, hdr->ring->type == D_RING_TYPE_DOUBLE ? &value : static_cast<const void *>(&i),
-                            2, flag);
-}
+inline D_RING_ENTRY *Insert(D_RING_HDR *hdr, std::int64_t us, double value) { return Put(hdr->ring, hdr, us, value, 2); }
 
 inline D_RING_HDR *Growable(D_RING_BUF *ring, double incr, double min_span, D_INT4 size) {
   const D_TIME_VALUE i = S(incr), m = S(min_span);

@@ -16,27 +16,24 @@ using RingOwnership = Ring;
 TEST_F(RingOwnership, StringValuesAreCopiesInThirtyTwoByteUnits) {
   D_RING_BUF *ring = Make(D_RING_TYPE_STRING);
   D_RING_HDR *hdr = Fixed(ring, 0.0, 2);
-  const struct {
-    std::size_t length;
-    D_INT4 units;
-  } cases[] = {{0, 1}, {31, 1}, {32, 2}, {63, 2}, {64, 3}};
+  // (length, size in units): the two slots take turns; each grows only
+  // when its text needs more.
+  const std::pair<std::size_t, D_INT4> cases[] = {{0, 1}, {31, 1}, {32, 2}, {63, 2}, {64, 3}};
   std::int64_t t = 1;
-  for (const auto &c : cases) {
-    std::string text(c.length, static_cast<char>('a' + t));
+  for (auto [length, units] : cases) {
+    std::string text(length, static_cast<char>('a' + t));
     const D_TIME_VALUE when = T(t++);
     D_RING_ENTRY *e = DutRingArchiveValue(ring, &when, text.c_str(), 2, 0);
-    ASSERT_NE(e, nullptr) << c.length;
+    ASSERT_NE(e, nullptr) << length;
     const std::string kept = text;
     std::fill(text.begin(), text.end(), '?');
-    EXPECT_EQ(static_cast<const char *>(DutRingValuePtr(e, D_RING_TYPE_STRING)), kept) << c.length;
-    // The two slots take turns; each grows only when its text needs more.
-    EXPECT_EQ(e->value.rs->size, c.units) << c.length;
+    EXPECT_EQ(static_cast<const char *>(DutRingValuePtr(e, D_RING_TYPE_STRING)), kept) << length;
+    EXPECT_EQ(e->value.rs->size, units) << length;
   }
   // Equal text is a repeat: the newest entry stays.
   const D_TIME_VALUE later = T(100);
   const std::string same(static_cast<const char *>(DutRingValuePtr(hdr->current, D_RING_TYPE_STRING)));
-  EXPECT_EQ(DutRingArchiveValue(ring, &later, same.c_str(), 2, 0), hdr->current);
-  EXPECT_EQ(Us(hdr->current), 5);
+  EXPECT_TRUE(DutRingArchiveValue(ring, &later, same.c_str(), 2, 0) == hdr->current && Us(hdr->current) == 5);
 }
 
 // Frees counted per pointer.

@@ -3,6 +3,7 @@
 #include <functional>
 #include <regex>
 #include <sstream>
+#include <tuple>
 
 #include "ring_support.hpp"
 
@@ -65,14 +66,11 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
     EXPECT_EQ(capture.Take().rfind(c.warning, 0), 0u) << "case " << i++;
   }
   // Accepted increments (0.0 and a microsecond) and held sizes.
-  const struct {
-    D_TIME_VALUE incr;
-    D_INT4 size, kept;
-  } sizes[] = {{{0, 0}, 0, 2}, {{0, 1}, 1, 2}, {T(7), -5, 2}, {T(8), 70000, D_RING_MAX_SIZE}};
-  for (const auto &s : sizes) {
-    D_RING_HDR *fixed = DutRingAddFixedBuffer(ring, s.size, &s.incr);
-    ASSERT_NE(fixed, nullptr) << s.size;
-    EXPECT_EQ(fixed->size, s.kept) << s.size;
+  const std::tuple<D_TIME_VALUE, D_INT4, D_INT4> sizes[] = {
+      {{0, 0}, 0, 2}, {{0, 1}, 1, 2}, {T(7), -5, 2}, {T(8), 70000, D_RING_MAX_SIZE}};
+  for (auto [incr, size, kept] : sizes) {
+    D_RING_HDR *fixed = DutRingAddFixedBuffer(ring, size, &incr);
+    EXPECT_TRUE(fixed != nullptr && fixed->size == kept) << size;
   }
 }
 

@@ -3,6 +3,7 @@
 // cases of DutRingInsertValue (an empty buffer, doubles that cannot move).
 #include <algorithm>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "ring_support.hpp"
@@ -83,27 +84,24 @@ void RecordOverwrite(void *object, void *data, D_WORD arg) {
 // callback, the full path; the callback sees each replaced entry before it
 // changes.
 TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
-  const struct {
-    bool fixed;
-    double incr;
-    bool value_repeat, time_repeat;
-  } kinds[] = {{false, 0.0, false, false}, {true, 0.0, true, false}, {false, 0.5, false, false},
+  // (fixed, increment, value repeat, time repeat)
+  const std::tuple<bool, double, bool, bool> kinds[] = {{false, 0.0, false, false}, {true, 0.0, true, false}, {false, 0.5, false, false},
                {true, 1.0, false, false},  {false, 1.0, false, true}, {true, 2.0, true, true},
                {false, 60.0, true, false}};
   const std::int64_t steps[] = {-300000, 0, 100000, 250000, 500000, 1000000, 3000000};
   for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT, D_RING_TYPE_FLOAT, D_RING_TYPE_WORD}) {
-    for (const auto &k : kinds) {
+    for (auto [fixed, incr, value_repeat, time_repeat] : kinds) {
       D_RING_BUF *rings[2] = {Make(type), Make(type)};
       Pairs seen;
       D_CB *cb = DutRingOverwriteCbCreate(rings[1], RecordOverwrite, reinterpret_cast<D_WORD>(&seen));
       EXPECT_EQ(DutRingOverwriteCbLookup(rings[1], RecordOverwrite, reinterpret_cast<D_WORD>(&seen)), cb);
       D_RING_HDR *hdrs[2];
       for (int r = 0; r < 2; ++r) {
-        hdrs[r] = k.fixed ? Fixed(rings[r], k.incr, 5) : Growable(rings[r], k.incr, 0.0, 5);
-        DutRingSetValueRepeat(hdrs[r], k.value_repeat);
-        DutRingSetTimeRepeat(hdrs[r], k.time_repeat);
+        hdrs[r] = fixed ? Fixed(rings[r], incr, 5) : Growable(rings[r], incr, 0.0, 5);
+        DutRingSetValueRepeat(hdrs[r], value_repeat);
+        DutRingSetTimeRepeat(hdrs[r], time_repeat);
       }
-      Model model{k.fixed, k.value_repeat, k.time_repeat, static_cast<std::int64_t>(k.incr * 1e6), 5, {}, {}};
+      Model model{fixed, value_repeat, time_repeat, static_cast<std::int64_t>(incr * 1e6), 5, {}, {}};
       std::mt19937 random(7);
       std::int64_t t = 1000000;
       for (int i = 0; i < 400; ++i) {
@@ -113,11 +111,11 @@ TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
         for (int r = 0; r < 2; ++r) {
           Archive(rings[r], t, value);
           const D_TIME_VALUE next = T(model.next);
-          ASSERT_EQ(Doubles(hdrs[r]), model.kept) << type << " " << k.incr << " " << i << " path " << r;
+          ASSERT_EQ(Doubles(hdrs[r]), model.kept) << type << " " << incr << " " << i << " path " << r;
           ASSERT_TRUE(hdrs[r]->next_incr.seconds == next.seconds && hdrs[r]->next_incr.microseconds == next.microseconds)
-              << type << " " << k.incr << " " << i << " path " << r;
+              << type << " " << incr << " " << i << " path " << r;
         }
-        ASSERT_EQ(seen, model.replaced) << type << " " << k.incr << " " << i;
+        ASSERT_EQ(seen, model.replaced) << type << " " << incr << " " << i;
       }
     }
   }

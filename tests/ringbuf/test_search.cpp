@@ -73,11 +73,7 @@ TEST_F(RingSearch, LogarithmicSearchAgreesWithTheWalkAndLeavesItsState) {
     const int n = static_cast<int>(random() % 30);
     for (int i = 0; i < n; ++i) {
       t += random() % 3;
-      if (random() % 4 == 0) {
-        Insert(hdr, t - static_cast<std::int64_t>(random() % 6), i);
-      } else {
-        Archive(ring, t, i);
-      }
+      random() % 4 == 0 ? Insert(hdr, t - static_cast<std::int64_t>(random() % 6), i) : Archive(ring, t, i);
     }
     // Older values went in in time order.
     const Pairs stored = Doubles(hdr);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -384,38 +385,44 @@ TEST(OpenFiles, ConcurrentOpensShareOneCount) {
   EXPECT_EQ(DutLookupFile("shared"), nullptr) << "one reference was left";
 }
 
-TEST(FileNames, ExtensionsBuildingAndLastComponent) {
-  EXPECT_TRUE(DutHasExtension("notes.TXT", ".txt") && DutHasExtension(".cm", ".CM"));
-  EXPECT_FALSE(DutHasExtension("cm", ".cm") || DutHasExtension("notes.txt.bak", ".txt"));
+// Random paths over a small alphabet against a reference splitter: the
+// last component follows the last separator; the directory keeps the root
+// but no other trailing separator (a dot in it is no extension); the
+// extension runs from the last dot of the last component unless that dot
+// starts it (a hidden file). Joining adds a separator only where the
+// directory has none, and no dot before the extension.
+TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
+  std::mt19937 random(6);
+  auto text = [&](unsigned longest, const char *alphabet) {
+    std::string t(random() % (longest + 1), ' ');
+    for (char &c : t) c = alphabet[random() % std::strlen(alphabet)];
+    return t;
+  };
+  for (int round = 0; round < 3000; ++round) {
+    const std::string path = text(8, "a/.A"), ext = text(3, "a.A");
+    SCOPED_TRACE(path + " | " + ext);
+    const std::size_t slash = path.rfind('/'), cut = slash == std::string::npos ? 0 : slash + 1;
+    const std::string file = path.substr(cut), dir = path.substr(0, slash == 0 ? 1 : cut > 0 ? cut - 1 : 0);
+    const std::size_t dot = file.rfind('.') == 0 ? std::string::npos : file.rfind('.');
+    ASSERT_EQ(DutHasExtension(path.c_str(), ext.c_str()),
+              path.size() >= ext.size() && strcasecmp(path.c_str() + path.size() - ext.size(), ext.c_str()) == 0);
+    char out[64], *d = nullptr, *b = nullptr, *e = nullptr;
+    ASSERT_STREQ(DutGetFileName(path.c_str(), out), file.c_str());
+    ASSERT_TRUE(DutFileExplodeName(path.c_str(), &d, &b, &e));
+    EXPECT_EQ(std::string(d) + "|" + b + "|" + e,
+              dir + "|" + file.substr(0, dot) + "|" + (dot == std::string::npos ? "" : file.substr(dot)));
+    for (char *part : {d, b, e}) DutFree(part);
+    const std::string joined = !path.empty() && path.back() == '/' ? path : path + "/";
+    ASSERT_STREQ(DutBuildFileName(out, path.c_str(), file.c_str(), ext.c_str()), (joined + file + ext).c_str());
+    ASSERT_STREQ(DutBuildDirName(out, path.c_str(), ext.c_str()), (joined + ext).c_str());
+  }
   char out[256];
-  EXPECT_STREQ(DutBuildFileName(out, "dir", "base", "txt"), "dir/basetxt");  // no dot is invented
   EXPECT_STREQ(DutBuildFileName(out, nullptr, "base", nullptr), "base");
-  EXPECT_STREQ(DutBuildFileName(out, "", "base", nullptr), "/base");
   std::strcpy(out, "/opt/");  // the destination may be the base directory itself
   EXPECT_STREQ(DutBuildDirName(out, out, "help"), "/opt/help");
-  EXPECT_STREQ(DutGetFileName("/a/dir/", out), "");
   char *shared = DutGetFileName("/x/first", nullptr);
   EXPECT_EQ(DutGetFileName("/y/second", nullptr), shared);
   EXPECT_STREQ(shared, "second");
-}
-
-// Split into directory, base and extension, the parts build the path again.
-TEST(FileNames, ExplodeAndRebuild) {
-  const struct {
-    const char *path, *dir, *base, *ext;
-  } cases[] = {{"/home/u/report.final.txt", "/home/u", "report.final", ".txt"},
-               {"README", "", "README", ""},
-               {"/etc/.profile", "/etc", ".profile", ""},
-               {"/top.c", "/", "top", ".c"},
-               {"a.d/file", "a.d", "file", ""}};  // a dot in a directory is no extension
-  for (const auto &c : cases) {
-    char *dir = nullptr, *base = nullptr, *ext = nullptr;
-    ASSERT_TRUE(DutFileExplodeName(c.path, &dir, &base, &ext)) << c.path;
-    char rebuilt[256];
-    EXPECT_EQ(std::string(dir) + "|" + base + "|" + ext, std::string(c.dir) + "|" + c.base + "|" + c.ext);
-    EXPECT_STREQ(*dir != '\0' ? DutBuildFileName(rebuilt, dir, base, ext) : c.path, c.path);
-    for (char *part : {dir, base, ext}) DutFree(part);
-  }
 }
 
 class ShortNames : public ::testing::Test {

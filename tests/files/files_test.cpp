@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "support.hpp"
+#include "support/random_text.hpp"
 #include "vqutil/file.h"
 #include "vqutil/interrupt.h"
 #include "vqutil/memory.h"
@@ -393,13 +394,8 @@ TEST(OpenFiles, ConcurrentOpensShareOneCount) {
 // directory has none, and no dot before the extension.
 TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
   std::mt19937 random(6);
-  auto text = [&](unsigned longest, const char *alphabet) {
-    std::string t(random() % (longest + 1), ' ');
-    for (char &c : t) c = alphabet[random() % std::strlen(alphabet)];
-    return t;
-  };
   for (int round = 0; round < 3000; ++round) {
-    const std::string path = text(8, "a/.A"), ext = text(3, "a.A");
+    const std::string path = vqtest::RandomText(random, 8, "a/.A"), ext = vqtest::RandomText(random, 3, "a.A");
     SCOPED_TRACE(path + " | " + ext);
     const std::size_t slash = path.rfind('/'), cut = slash == std::string::npos ? 0 : slash + 1;
     const std::string file = path.substr(cut), dir = path.substr(0, slash == 0 ? 1 : cut > 0 ? cut - 1 : 0);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "support.hpp"
+#include "support/random_text.hpp"
 #include "vqutil/error.h"
 #include "vqutil/thread.h"
 
@@ -131,11 +132,7 @@ TEST(Quark, ConcurrentInterningAgreesAcrossThreads) {
 // plain name; a second wildcard in the suffix never matches.
 TEST(Pattern, RandomPatternsAgainstAReference) {
   std::mt19937 rng(4);
-  auto text = [&](unsigned longest) {
-    std::string t(rng() % (longest + 1), ' ');
-    for (char &c : t) c = "abB."[rng() % 4];
-    return t;
-  };
+  auto text = [&](unsigned longest) { return vqtest::RandomText(rng, longest, "abB."); };
   for (int round = 0; round < 4000; ++round) {
     const std::string prefix = text(2), suffix = text(2) + (rng() % 8 ? "" : "?y?"), name = text(5);
     const bool plain = rng() % 4 == 0 && !prefix.empty();

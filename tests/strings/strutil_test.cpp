@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "support.hpp"
+#include "support/random_text.hpp"
 #include "vqutil/error.h"
 #include "vqutil/memory.h"
 
@@ -52,11 +53,7 @@ bool endsWith(const std::string &s, const std::string &p) {
 // a text that passes 255 characters or one replaced by itself.
 TEST(StrModel, RandomTextsAgainstReferences) {
   std::mt19937 rng(5);
-  auto text = [&](unsigned longest) {
-    std::string t(rng() % (longest + 1), ' ');
-    for (char &c : t) c = "aAbB.-"[rng() % 6];
-    return t;
-  };
+  auto text = [&](unsigned longest) { return vqtest::RandomText(rng, longest, "aAbB.-"); };
   for (int round = 0; round < 4000; ++round) {
     const std::string a = text(6), b = rng() % 3 ? text(6) : folded(a), part = a.substr(0, rng() % 3);
     const std::string new_text = a.substr(rng() % 2 * (a.size() / 2), rng() % 4);
@@ -218,11 +215,9 @@ TEST(QuotedForm, RandomTextsDumpEscapedAndReadBack) {
   std::vector<std::string> texts;
   std::string expected;
   for (int i = 0; i < 500; ++i) {
-    std::string text(rng() % 9, ' '), form = "\"";
-    for (char &c : text) {
-      c = "a \t\"\\\n"[rng() % 6];
-      form += c == '\n' ? std::string("\\n") : (c == '"' || c == '\\' ? "\\" : "") + std::string(1, c);
-    }
+    const std::string text = vqtest::RandomText(rng, 8, "a \t\"\\\n");
+    std::string form = "\"";
+    for (char c : text) form += c == '\n' ? "\\n" : (c == '"' || c == '\\' ? "\\" : "") + std::string(1, c);
     form += '"';
     std::string out(2 * text.size() + 3, '\0');  // the most it can take
     ASSERT_EQ(DutDumpStringToString(out.data(), text.c_str()), out.data());

@@ -10,28 +10,14 @@
 #include <string>
 #include <vector>
 
+#include "support/env_var.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/option.h"
 
 namespace stdopts {
 
+using vqtest::EnvVar;
 using vqtest::OutputCapture;
-
-// Sets (or with nullopt removes) an environment variable until scope end.
-class EnvGuard {
- public:
-  EnvGuard(const char *name, std::optional<std::string> value) : name_(name) {
-    if (const char *old = std::getenv(name)) old_ = old;
-    value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
-  }
-  ~EnvGuard() { old_ ? ::setenv(name_.c_str(), old_->c_str(), 1) : ::unsetenv(name_.c_str()); }
-  EnvGuard(const EnvGuard &) = delete;
-  EnvGuard &operator=(const EnvGuard &) = delete;
-
- private:
-  std::string name_;
-  std::optional<std::string> old_;
-};
 
 // Collects problems found in a child process; the child exits 0 when there
 // were none and prints them to standard error (shown by gtest) otherwise.

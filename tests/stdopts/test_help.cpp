@@ -18,7 +18,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using stdopts::EnvGuard;
+using stdopts::EnvVar;
 using stdopts::OutputCapture;
 
 // The data folder that ships with vqsh, as the build names it: the tests
@@ -36,7 +36,7 @@ class OptionHelp : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(fs::exists(data_ / "help/options/common.hlp")) << data_; }
   fs::path data_ = DataDir();
-  EnvGuard home_{"VQHOME", data_.string()};
+  EnvVar home_{"VQHOME", data_.string().c_str()};
 };
 
 TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {

@@ -27,7 +27,7 @@
 
 namespace {
 
-using stdopts::EnvGuard;
+using stdopts::EnvVar;
 using stdopts::OutputCapture;
 
 // Read in a fresh process, whose TEMP names a folder not yet there: other
@@ -42,7 +42,7 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
   fs::path base = fs::temp_directory_path() / ("vq-stdopts-temp-" + std::to_string(::getpid()));
   fs::remove_all(base);
   fs::create_directories(base);
-  EnvGuard temp("VQ_STDOPTS_TEMP", (base / "fresh").string());
+  EnvVar temp("VQ_STDOPTS_TEMP", (base / "fresh").string().c_str());
   stdopts::InFreshProcess([](stdopts::ChildReport &report) {
     ::unsetenv("VQ_DEFAULT_PROTOCOLS");
     ::setenv("TEMP", std::getenv("VQ_STDOPTS_TEMP"), 1);
@@ -83,8 +83,8 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
 // without stopping the rest.
 TEST(StandardOptions, EnvironmentShapesProtocolsAndUniqueSubject) {
   for (const char *protocols : {"udp, tcp", "decnet"}) {
-    EnvGuard given("VQ_DEFAULT_PROTOCOLS", protocols);
-    EnvGuard bad_node("VQ_FORCE_NODE_NAME", "bad host");
+    EnvVar given("VQ_DEFAULT_PROTOCOLS", protocols);
+    EnvVar bad_node("VQ_FORCE_NODE_NAME", "bad host");
     stdopts::InFreshProcess([](stdopts::ChildReport &report) {
       report.Equal(std::string(DutOptionValToStr(DutOptionLookup("default_protocols"))),
                    std::string(std::getenv("VQ_DEFAULT_PROTOCOLS")), "protocols from the environment");
@@ -168,7 +168,7 @@ TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
 #ifdef _WIN32
     if (forced == "") continue;  // Windows holds no empty variable: that row is the unset one
 #endif
-    EnvGuard guard("VQ_FORCE_NODE_NAME", forced);
+    EnvVar guard("VQ_FORCE_NODE_NAME", forced ? forced->c_str() : nullptr);
     std::memset(buffer, 'X', sizeof buffer);
     EXPECT_TRUE(DutGetNodeName(buffer) == buffer && buffer[D_NODE_NAME_SIZE] == 'X');
     EXPECT_EQ(std::string(buffer), expected.substr(0, D_NODE_NAME_SIZE - 1));
@@ -183,18 +183,17 @@ TEST(UniqueSubjectDefault, NodeAndNumber) {
   const std::string longest = "_" + std::string(D_NODE_NAME_SIZE - 1, 'h') + "_";
   const struct {
     std::string node;
-    std::optional<std::string> shorten;
+    const char *shorten;
     D_WORD number;
     std::string expected;
   } cases[] = {
-      {"station7.plant.example", std::nullopt, 4242, "_station7.plant.example_4242"},
+      {"station7.plant.example", nullptr, 4242, "_station7.plant.example_4242"},
       {"station7.plant.example", "yes", -256, "_station7_" + std::string(word.size() - 1, 'f') + "00"},
-      {std::string(400, 'h'), std::nullopt, static_cast<D_WORD>(INTPTR_MIN), longest + "8" + word},
+      {std::string(400, 'h'), nullptr, static_cast<D_WORD>(INTPTR_MIN), longest + "8" + word},
   };
   char buffer[D_UNIQUE_SUBJECT_SIZE];
   for (const auto &c : cases) {
-    EnvGuard node("VQ_FORCE_NODE_NAME", c.node);
-    EnvGuard shorten("VQ_FORCE_SHORT_NODE_NAME", c.shorten);
+    EnvVar node("VQ_FORCE_NODE_NAME", c.node.c_str()), shorten("VQ_FORCE_SHORT_NODE_NAME", c.shorten);
     EXPECT_EQ(DutOptionGetUniqueSubjectDefault(buffer, c.number), buffer);
     EXPECT_EQ(std::string(buffer), c.expected);
   }

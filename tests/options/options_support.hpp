@@ -3,10 +3,7 @@
 #pragma once
 
 #include <csetjmp>
-#include <csignal>
-#include <cstdlib>
 #include <cstdarg>
-#include <cstdio>
 #include <string>
 #include <vector>
 

@@ -4,22 +4,16 @@
 // log file. The command transcripts pin the messages of the other parses,
 // of the verify functions and of the log files.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "options_support.hpp"
 #include "vqutil/callback.h"
-#include "vqutil/file.h"
 #include "vqutil/memory.h"
 #include "vqutil/strutil.h"
 #include "vqutil/thread.h"
@@ -393,8 +387,6 @@ TEST(OptionRealFormat, RealToStrFollowsTheOption) {
       },
       "D_NULL != utRealNumberFormat");
 }
-
-namespace fs = std::filesystem;
 
 TEST(OptionLogFile, KindIsRequired) {
   D_OPTION *log = DutOptionCreate("lf_nokind", D_OPT_TYPE_STRING);

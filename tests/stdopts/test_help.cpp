@@ -2,7 +2,6 @@
 // detailed text, and the file names no option that does not exist.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>

@@ -7,14 +7,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <climits>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <regex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support.hpp"

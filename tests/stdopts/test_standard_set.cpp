@@ -29,6 +29,7 @@ namespace {
 
 using stdopts::EnvVar;
 using stdopts::OutputCapture;
+using stdopts::RunInChild;
 
 // Read in a fresh process, whose TEMP names a folder not yet there: other
 // tests of this program change options, and the creation itself (making
@@ -43,23 +44,23 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
   fs::remove_all(base);
   fs::create_directories(base);
   EnvVar temp("VQ_STDOPTS_TEMP", (base / "fresh").string().c_str());
-  stdopts::InFreshProcess([](stdopts::ChildReport &report) {
+  RunInChild("threadsafe", [] {
     ::unsetenv("VQ_DEFAULT_PROTOCOLS");
     ::setenv("TEMP", std::getenv("VQ_STDOPTS_TEMP"), 1);
     D_INT4 count = 0;
     D_OPTION **options = DutOptionSort(&count);
-    report.Check(count >= 74, "too few options: " + std::to_string(count));
+    EXPECT_GE(count, 74);
     for (D_INT4 i = 0; i < count; ++i) {
       D_OPTION *option = options[i];
       const std::string name = D_GOPT_NAME(option), shown = DutOptionValToStr(option);
-      report.Check(D_GOPT_VERIFY_ARG(option) == nullptr || D_GOPT_VERIFY_FUNC(option) == DutOptionVerifyLogFile,
-                   name + " has a verify argument");
+      EXPECT_TRUE(D_GOPT_VERIFY_ARG(option) == nullptr || D_GOPT_VERIFY_FUNC(option) == DutOptionVerifyLogFile)
+          << name << " has a verify argument";
       if (!D_GOPT_KNOWN(option)) continue;
       const bool again = D_GOPT_TYPE(option) == D_OPT_TYPE_ENUM
                              ? DutOptionSetEnum(option, static_cast<const char *>(D_GOPT_VALUE(option)))
                              : DutOptionSet(name.c_str(), D_GOPT_VALUE(option)) != nullptr;
-      report.Check(again, name + " refuses its own default " + shown);
-      report.Equal(std::string(DutOptionValToStr(option)), shown, name + " changed by setting it again");
+      EXPECT_TRUE(again) << name << " refuses its own default " << shown;
+      EXPECT_EQ(DutOptionValToStr(option), shown) << name << " changed by setting it again";
     }
     char unique[D_UNIQUE_SUBJECT_SIZE];
     DutOptionGetUniqueSubjectDefault(unique, ::getpid());
@@ -70,10 +71,10 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
              {"command_feedback", "interactive"}, {"server_disconnect_mode", "gmd_failure"}, {"frame_interval", "0"},
              {"_conn_socket_buffer_size", "49152"}, {"use_encrypt_server", "FALSE"}, {"server_names", "\"_node\""},
              {"monitor_scope", "\"/*\""}, {"sna_cpic_lib", "\"wcpic32.dll\""}, {"backup_name", "UNKNOWN"}}) {
-      report.Equal(std::string(DutOptionValToStr(DutOptionLookup(name))), shown, name);
+      EXPECT_EQ(DutOptionValToStr(DutOptionLookup(name)), shown) << name;
     }
-    report.Check(std::filesystem::is_directory(dir), "socket dir");
-    report.Equal(DutCommandGetFeedbackMode(), static_cast<D_INT4>(D_FEEDBACK_INTERACTIVE), "feedback mode");
+    EXPECT_TRUE(std::filesystem::is_directory(dir)) << dir;
+    EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_INTERACTIVE);
   });
   fs::remove_all(base);
 }
@@ -85,11 +86,10 @@ TEST(StandardOptions, EnvironmentShapesProtocolsAndUniqueSubject) {
   for (const char *protocols : {"udp, tcp", "decnet"}) {
     EnvVar given("VQ_DEFAULT_PROTOCOLS", protocols);
     EnvVar bad_node("VQ_FORCE_NODE_NAME", "bad host");
-    stdopts::InFreshProcess([](stdopts::ChildReport &report) {
-      report.Equal(std::string(DutOptionValToStr(DutOptionLookup("default_protocols"))),
-                   std::string(std::getenv("VQ_DEFAULT_PROTOCOLS")), "protocols from the environment");
-      report.Check(!D_GOPT_KNOWN(DutOptionLookup("unique_subject")), "a subject with a blank was accepted");
-      report.Check(DutOptionLookup("_conn_read_size_init") != nullptr, "creation stopped early");
+    RunInChild("threadsafe", [] {
+      EXPECT_STREQ(DutOptionValToStr(DutOptionLookup("default_protocols")), std::getenv("VQ_DEFAULT_PROTOCOLS"));
+      EXPECT_FALSE(D_GOPT_KNOWN(DutOptionLookup("unique_subject"))) << "a subject with a blank was accepted";
+      EXPECT_NE(DutOptionLookup("_conn_read_size_init"), nullptr) << "creation stopped early";
     });
   }
 }
@@ -207,25 +207,25 @@ TEST(SocketDir, WithoutTempOrWithAnUncreatableOne) {
 #ifdef _WIN32
   GTEST_SKIP() << "Windows takes an unset TEMP from the registry and has no device path that gives ENOTDIR";
 #endif
-  stdopts::InFreshProcess([](stdopts::ChildReport &report) {
+  RunInChild("threadsafe", [] {
     ::unsetenv("TEMP");
     const char *dir = DutGetSocketDir();
-    report.Equal(std::string(dir), std::string("/tmp/vqsuite"), "socket dir without TEMP");
+    EXPECT_STREQ(dir, "/tmp/vqsuite");
     ::setenv("TEMP", "/elsewhere", 1);
-    report.Check(DutGetSocketDir() == dir, "computed again");
-    report.Check(std::filesystem::is_directory("/tmp/vqsuite"), "/tmp/vqsuite not made");
+    EXPECT_EQ(DutGetSocketDir(), dir) << "computed again";
+    EXPECT_TRUE(std::filesystem::is_directory("/tmp/vqsuite"));
   });
-  stdopts::InFreshProcess([](stdopts::ChildReport &report) {
+  RunInChild("threadsafe", [] {
     ::setenv("TEMP", "/dev/null/sub", 1);
     OutputCapture capture;
     DutErrNumSet(0);
-    report.Equal(std::string(DutGetSocketDir()), std::string("/dev/null/sub/vqsuite"), "name returned anyway");
-    report.Equal(DutErrNumGet(), static_cast<D_INT4>(D_ERR_C), "error number");
-    report.Equal(DutErrNumGetC(), static_cast<D_INT4>(ENOTDIR), "runtime error");
+    EXPECT_STREQ(DutGetSocketDir(), "/dev/null/sub/vqsuite") << "name returned anyway";
+    EXPECT_EQ(DutErrNumGet(), D_ERR_C);
+    EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
     std::string text = capture.Take();
-    report.Check(text.find("WARNING: DutGetSocketDir: Cannot create directory /dev/null/sub\n") != std::string::npos &&
-                     text.find("mkdir") != std::string::npos && text.find("sub/vqsuite") == std::string::npos,
-                 "one warning with the mkdir report: " + text);
+    EXPECT_TRUE(text.find("WARNING: DutGetSocketDir: Cannot create directory /dev/null/sub\n") != std::string::npos &&
+                text.find("mkdir") != std::string::npos && text.find("sub/vqsuite") == std::string::npos)
+        << "one warning with the mkdir report: " << text;
   });
 }
 

@@ -130,7 +130,7 @@ void ProbeLock(void *, void *, D_WORD) {
 }
 
 TEST(TimeChangeCallbacks, RunUnderTheProcessLock) {
-  timetest::RunInChild([] {
+  RunInChild("fast", [] {
     ASSERT_EQ(DutInitThreads(), D_TRUE);
     ASSERT_NE(DutTimeChangeCbCreate(&ProbeLock, 0), nullptr);
     ASSERT_EQ(DutSetCurrentTime(77.0), D_TRUE);
@@ -278,7 +278,7 @@ TEST(InterruptCounter, BlockingReadReturnsOnInterrupt) {
 #ifdef _WIN32
   GTEST_SKIP() << "no signal can be sent to one thread";
 #endif
-  RunInChild([] {
+  RunInChild("fast", [] {
     ASSERT_EQ(DutInterruptInit(), D_TRUE);
     DutInterruptReset();
     int fds[2];
@@ -529,7 +529,7 @@ TEST(FullText, FractionRoundsAsPrintfDoesInEveryYear) {
 TEST(FullText, PrecisionsFromTheEnvironment) {
   for (const char *format : {"%.0f", "%.2f", "%.4f", "%.6f", "%s"}) {
     SCOPED_TRACE(format);
-    timetest::RunFresh([format] {
+    RunInChild("threadsafe", [format] {
       setenv("VQFULLFORMAT", format, 1);
       const int digits = format[1] == 's' ? 3 : format[2] - '0';
       timetest::OutputCapture capture;
@@ -545,7 +545,7 @@ TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
 #ifdef _WIN32
   GTEST_SKIP() << "the Windows runtime's TZ knows neither zone names nor rules of change";
 #endif
-  RunInChild([] {
+  RunInChild("fast", [] {
     const double t = 1000000000.25;  // 2001-09-09 01:46:40 UTC
     auto zone = [](const char *tz) { setenv("TZ", tz, 1); tzset(); };
     // Two conversions in a day: the second comes from the kept day.
@@ -576,7 +576,7 @@ TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
 }
 
 TEST(FullText, ThreadsConvertingDifferentDays) {
-  RunInChild([] {
+  RunInChild("fast", [] {
     setenv("TZ", "Europe/Berlin", 1);
     tzset();
     ASSERT_TRUE(DutInitThreads() && DutTimeCvtSetCurrent(DutTimeCvtLookup("full")));

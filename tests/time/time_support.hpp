@@ -4,10 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 
+#include "support/child_process.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
 
@@ -15,30 +14,7 @@
 namespace timetest {
 
 using vqtest::OutputCapture;
-
-// Runs body in a child; failed expectations make it exit 1. "fast" forks
-// this process as it is (every change dies with the child); "threadsafe"
-// starts the program anew, so the library's state at load is observable.
-template <class Body>
-void RunIn(const char *style, Body body) {
-  GTEST_FLAG_SET(death_test_style, style);
-  EXPECT_EXIT(
-      {
-        body();
-        std::fflush(nullptr);
-        std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
-      },
-      ::testing::ExitedWithCode(0), "");
-  GTEST_FLAG_SET(death_test_style, "fast");
-}
-template <class Body>
-void RunInChild(Body body) {
-  RunIn("fast", body);
-}
-template <class Body>
-void RunFresh(Body body) {
-  RunIn("threadsafe", body);
-}
+using vqtest::RunInChild;
 
 // Seconds since the epoch of a local calendar time, daylight saving as the
 // date has it; a fraction of the second is added to the result.

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <csetjmp>
-#include <cstdarg>
 #include <string>
 #include <vector>
 
@@ -18,17 +17,9 @@
 
 namespace opttest {
 
-using vqtest::Capture;
+using vqtest::CapturePrint;
 using vqtest::Captured;
 using vqtest::OutputCapture;
-
-// A D_PRINT_FUNC that appends to the capture buffer.
-inline void PrintToCapture(const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  Capture(format, args);
-  va_end(args);
-}
 
 enum class ParseEnd { Committed, Refused, LexError };
 

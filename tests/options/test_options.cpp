@@ -359,7 +359,7 @@ TEST(OptionText, DumpOneOrAllButTheHiddenSortedByName) {
   DutOptionCreate("aaa_first", D_OPT_TYPE_NUMERIC);
   auto dump = [](const char *name, D_BOOL expected) {
     opttest::Captured().clear();
-    EXPECT_EQ(DutOptionDump(name, opttest::PrintToCapture), expected) << (name ? name : "all");
+    EXPECT_EQ(DutOptionDump(name, opttest::CapturePrint), expected) << (name ? name : "all");
     return opttest::Captured();
   };
   EXPECT_EQ(dump("D_VISIBLE", D_TRUE) + dump("_d_hidden", D_TRUE) + dump("nope", D_FALSE),

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -22,16 +21,8 @@
 
 namespace {
 
-std::string printed;
-
-void collect(const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  char line[512];
-  std::vsnprintf(line, sizeof line, format, args);
-  va_end(args);
-  printed += line;
-}
+std::string &printed = vqtest::Captured();
+using vqtest::CapturePrint;
 
 D_QUARK quarkOf(const std::string &text) {
   D_QUARK quark = -1;
@@ -53,7 +44,7 @@ TEST(QuarkDeathTest, FreshProcessStartsAtOneWithNoTables) {
       {
         const char *text = nullptr;
         bool ok = DutQuarkToStr(1, &text) == D_FALSE && DutErrNumGet() == D_ERR_DOESNT_EXIST;
-        ok = ok && DutQuarkTablePrint(collect) == D_TRUE &&
+        ok = ok && DutQuarkTablePrint(CapturePrint) == D_TRUE &&
              printed == "Printing quark table.\n  quark tables do not exist.\n";
         D_QUARK first = 0;
         D_QUARK second = 0;
@@ -74,7 +65,7 @@ TEST(Quark, CaseFoldsListsEveryQuarkOnceAndKeepsTheFirstSpelling) {
   EXPECT_EQ(b, a + 1);
   EXPECT_STREQ(stringOf(a), "Listed Alpha");
   printed.clear();
-  ASSERT_EQ(DutQuarkTablePrint(collect), D_TRUE);
+  ASSERT_EQ(DutQuarkTablePrint(CapturePrint), D_TRUE);
   EXPECT_EQ(printed.rfind("Printing quark table.\n", 0), 0U);
   const std::string line_a = "  quark " + std::to_string(a) + " = string <Listed Alpha>\n";
   ASSERT_NE(printed.find(line_a), std::string::npos) << printed;

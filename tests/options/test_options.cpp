@@ -68,14 +68,17 @@ TEST(OptionCreate, FirstUseArgumentsDuplicatesAndDestroy) {
 }
 
 // Each typed setter and getter refuses an option of another type, an
-// unknown value and null arguments; none of these changes a value.
-TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
+// unknown value and null arguments; none of these changes a value. The
+// setters store copies: what the caller changes afterwards stays out; a
+// replaced list is freed (checked by the sanitizer builds).
+TEST(OptionTyped, RefusalsChangeNothingAndValuesAreCopies) {
   D_OPTION *b = DutOptionCreate("w_bool", D_OPT_TYPE_BOOLEAN);
   D_OPTION *n = DutOptionCreate("w_num", D_OPT_TYPE_NUMERIC);
   D_OPTION *e = DutOptionCreate("w_enum", D_OPT_TYPE_ENUM);
+  D_OPTION *s = DutOptionCreate("w_str", D_OPT_TYPE_STRING);
   D_OPTION *el = DutOptionCreate("w_enumlist", D_OPT_TYPE_ENUM_LIST);
   D_OPTION *sl = DutOptionCreate("w_strlist", D_OPT_TYPE_STRING_LIST);
-  NodeChain chain({"a"});
+  NodeChain chain({"first", "second"});
   D_INT4 flag = 0;
   const char *text = nullptr;
   const D_OPTION_STR_NODE *first = nullptr;
@@ -95,30 +98,18 @@ TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
   EXPECT_FAILS(DutOptionSetBool(b, 2), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_FAILS(DutOptionSetReadOnly(n, 2), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_FAILS(DutOptionUnset("editor"), D_FALSE, D_ERR_VAL_REQUIRED);
-  for (D_OPTION *o : {b, n, e, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
-}
+  for (D_OPTION *o : {b, n, e, s, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
 
-// The setters store copies: what the caller changes afterwards stays out;
-// a replaced list is freed (checked by the sanitizer builds).
-TEST(OptionTyped, ValuesAreCopiesAndSpecialNamesReadAsEnumerated) {
-  D_OPTION *b = DutOptionCreate("v_bool", D_OPT_TYPE_BOOLEAN);
-  D_OPTION *s = DutOptionCreate("v_str", D_OPT_TYPE_STRING);
-  D_OPTION *sl = DutOptionCreate("v_strlist", D_OPT_TYPE_STRING_LIST);
-  D_OPTION *el = DutOptionCreate("v_enumlist", D_OPT_TYPE_ENUM_LIST);
-  D_INT4 flag = 0;
   EXPECT_TRUE(DutOptionSetBool(b, 1) && DutOptionGetBool(b, &flag) && flag == 1);
   char mine[] = "caller text";
-  const char *text = nullptr;
   ASSERT_TRUE(DutOptionSetStr(s, mine));
   mine[0] = 'X';
   ASSERT_TRUE(DutOptionGetStr(s, &text));
   EXPECT_TRUE(std::string(text) == "caller text" && text == D_GOPT_VALUE(s)) << "the stored text";
-  NodeChain chain({"first", "second"});
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
   chain.node(1).str = "changed";
   ASSERT_TRUE(DutOptionSetEnumList(el, chain.first()));
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
-  const D_OPTION_STR_NODE *first = nullptr;
   chain.node(0).str = "gone";
   ASSERT_TRUE(DutOptionGetStrList(sl, &first));
   EXPECT_EQ(Items(first), (Strings{"first", "changed"}));

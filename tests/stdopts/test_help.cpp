@@ -8,8 +8,10 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
-#include "stdopts_support.hpp"
+#include "support/env_var.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/command.h"
 #include "vqutil/memory.h"
 #include "vqutil/option.h"
@@ -17,8 +19,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using stdopts::EnvVar;
-using stdopts::OutputCapture;
+using vqtest::EnvVar;
+using vqtest::OutputCapture;
 
 // The data folder that ships with vqsh, as the build names it: the tests
 // pass from any build folder, inside the source tree or not.

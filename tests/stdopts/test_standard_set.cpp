@@ -13,12 +13,16 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "stdopts_support.hpp"
+#include "support/child_process.hpp"
+#include "support/env_var.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/command.h"
 #include "vqutil/error.h"
 #include "vqutil/net.h"
@@ -27,9 +31,16 @@
 
 namespace {
 
-using stdopts::EnvVar;
-using stdopts::OutputCapture;
-using stdopts::RunInChild;
+using vqtest::EnvVar;
+using vqtest::OutputCapture;
+using vqtest::RunInChild;
+
+// The string value of a string option, or "" when it is unknown.
+std::string StrValue(const char *name) {
+  const char *value = nullptr;
+  DutOptionGetStr(DutOptionLookup(name), &value);
+  return value != nullptr ? value : "";
+}
 
 // Read in a fresh process, whose TEMP names a folder not yet there: other
 // tests of this program change options, and the creation itself (making
@@ -116,7 +127,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
   OutputCapture capture;
   for (const char *value : accepted) {
     EXPECT_TRUE(DutOptionSetStr(option, value)) << value;
-    EXPECT_EQ(stdopts::StrValue(name), value);
+    EXPECT_EQ(StrValue(name), value);
   }
   EXPECT_EQ(capture.Take(), "");
   for (const auto &[value, format] : refused) {
@@ -124,7 +135,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
     std::string message = format;
     message.replace(message.find("%s"), 2, name);
     EXPECT_EQ(capture.Take(), message);
-    EXPECT_EQ(stdopts::StrValue(name), *std::prev(accepted.end())) << value;
+    EXPECT_EQ(StrValue(name), *std::prev(accepted.end())) << value;
   }
 }
 

@@ -61,99 +61,80 @@ size_t FirstIndex(const Seq &seq, Pred pred) {
 
 // ---- Intrusive stack and list -------------------------------------------------
 
-// What a walk that removes nodes saw, and which values it removes.
-struct Sweep {
-  int modulus;
-  Ints seen;
-};
-
-// Removes (and frees) the nodes whose values the modulus divides; the walk
-// has already read the next node.
-void *RemoveAndFree(void *node, void *arg) {
-  auto *sweep = static_cast<Sweep *>(arg);
-  const int value = static_cast<Item *>(node)->value;
-  sweep->seen.push_back(value);
-  if (value % sweep->modulus != 0) return nullptr;
-  DutFree(node);
-  return reinterpret_cast<void *>(static_cast<std::intptr_t>(1000 + value));
-}
-
-// Pushes, pops, deletions anywhere (and of a stranger that points into the
-// list), positions, and walks that remove any nodes, whose result is that
-// of the last node even when null; against a vector, head first, with the
-// length and the end. Popped and deleted nodes leave unlinked.
-TEST(LinkedList, RandomOperationsMatchAModel) {
-  std::mt19937 rng(3);
+TEST(LinkedStack, LastInFirstOutAndClose) {
+  Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3};
   Item *head = nullptr;
-  std::vector<Item *> model;
-  EXPECT_EQ(std::pair(DutListLength(nullptr), DutListEnd(nullptr)), std::pair(0, static_cast<void *>(nullptr)));
-  for (int step = 0; step < 3000; ++step) {
-    const size_t at = rng() % (model.size() + 1);  // the size: none of the list's
-    Item *taken = nullptr;
-    switch (rng() % 5) {
-      case 0:
-      case 1:
-        DutStackPush(Head(head), NewItem(static_cast<int>(rng() % 50)));
-        model.insert(model.begin(), head);
-        break;
-      case 2:
-        EXPECT_EQ(taken = static_cast<Item *>(DutStackPop(Head(head))), model.empty() ? nullptr : model.front());
-        if (taken != nullptr) model.erase(model.begin());
-        break;
-      case 3: {
-        Item stranger{model.empty() ? nullptr : model.front(), -1};
-        Item *node = at == model.size() ? &stranger : model[at];
-        EXPECT_EQ(taken = static_cast<Item *>(DutListDelete(Head(head), node)), node == &stranger ? nullptr : node);
-        if (taken != nullptr) model.erase(model.begin() + static_cast<long>(at));
-        if (at < model.size()) {
-          EXPECT_EQ(DutListPos(head, model[at]), static_cast<D_INT4>(at));
-        }
-        break;
-      }
-      default: {
-        Sweep sweep{2 + static_cast<int>(rng() % 4), {}};
-        Ints values;  // read before the walk frees nodes
-        std::vector<Item *> kept;
-        for (Item *item : model) {
-          values.push_back(item->value);
-          if (item->value % sweep.modulus != 0) kept.push_back(item);
-        }
-        const int tail = values.empty() ? 1 : values.back();
-        EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &sweep),
-                  tail % sweep.modulus ? nullptr : reinterpret_cast<void *>(static_cast<std::intptr_t>(1000 + tail)));
-        EXPECT_EQ(sweep.seen, values);
-        model = kept;
-      }
-    }
-    EXPECT_TRUE(taken == nullptr || taken->next == nullptr);
-    DutFree(taken);
-    ASSERT_EQ(head, model.empty() ? nullptr : model.front()) << "step " << step;
-    for (size_t n = 0; n + 1 < model.size(); ++n) ASSERT_EQ(model[n]->next, model[n + 1]) << "step " << step;
-    ASSERT_EQ(std::pair(DutListLength(head), DutListEnd(head)),
-              std::pair(static_cast<D_INT4>(model.size()), static_cast<void *>(model.empty() ? nullptr : model.back())));
-  }
-  DutStackPush(Head(head), NewItem(0));
-  Item stranger{head, 99};  // even one that points into the list is not part of it
-  vqtest::OutputCapture capture;
-  EXPECT_EQ(DutListPos(head, &stranger), -1);
-  char address[32];
-  std::snprintf(address, sizeof address, "%lx", static_cast<unsigned long>(reinterpret_cast<D_UWORD>(&stranger)));
-  // The second number is where the walk ended, always 0.
-  EXPECT_EQ(capture.Take(), std::string("WARNING: DutListPos: element ") + address + " is not part of list 0\n");
+  for (Item *item : {&a, &b, &c}) DutStackPush(Head(head), item);
+  EXPECT_EQ(Values(head), (Ints{3, 2, 1}));
+  for (Item *item : {&c, &b, &a, static_cast<Item *>(nullptr)}) EXPECT_EQ(DutStackPop(Head(head)), item);
+  EXPECT_EQ(c.next, nullptr);  // popped nodes leave unlinked
+  for (int i = 0; i < 5; ++i) DutStackPush(Head(head), NewItem(i));
   DutStackClose(Head(head));  // frees every node: the sanitizer build checks
   EXPECT_EQ(head, nullptr);
-}
 
-// The pointer stack keeps its order in nodes of its own.
-TEST(PointerStack, LastInFirstOut) {
-  int a = 1, b = 2, c = 3;
+  // The pointer stack holds the same order in nodes of its own.
   D_PST_NODE *pointers = nullptr;
   D_PST_NODE *na = DutPushPstNode(&pointers, &a);
   D_PST_NODE *nb = DutPushPstNode(&pointers, &b);
   EXPECT_EQ(nb->next, na);
   EXPECT_EQ(DutFindPstNode(pointers, &a), na);
   EXPECT_EQ(DutFindPstNode(pointers, &c), nullptr);
-  for (int *item : {&b, &a, static_cast<int *>(nullptr)}) EXPECT_EQ(DutPopPstNode(&pointers), item);
+  for (Item *item : {&b, &a, static_cast<Item *>(nullptr)}) EXPECT_EQ(DutPopPstNode(&pointers), item);
+}
+
+TEST(LinkedList, LengthEndPositionAndDelete) {
+  Item items[4];
+  for (int i = 0; i < 4; ++i) items[i] = Item{i < 3 ? &items[i + 1] : nullptr, i};
+  Item *head = &items[0];
+  EXPECT_EQ(DutListLength(nullptr), 0);
+  EXPECT_EQ(DutListEnd(nullptr), nullptr);
+  EXPECT_EQ(DutListLength(head), 4);
+  EXPECT_EQ(DutListEnd(head), &items[3]);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(DutListPos(head, &items[i]), i);
+
+  Item stranger{&items[1], 99};  // even one that points into the list is not part of it
+  vqtest::OutputCapture capture;
+  EXPECT_EQ(DutListPos(head, &stranger), -1);
+  char address[32];
+  std::snprintf(address, sizeof address, "%lx", static_cast<unsigned long>(reinterpret_cast<D_UWORD>(&stranger)));
+  // The second number is where the walk ended, always 0.
+  EXPECT_EQ(capture.Take(), std::string("WARNING: DutListPos: element ") + address + " is not part of list 0\n");
+  EXPECT_EQ(DutListDelete(Head(head), &stranger), nullptr);
+  EXPECT_EQ(stranger.next, &items[1]);
+  // The middle, the head, the tail and the last one.
+  const struct { int index; Ints left; } steps[] = {{2, {0, 1, 3}}, {0, {1, 3}}, {3, {1}}, {1, {}}};
+  for (const auto &s : steps) {
+    EXPECT_EQ(DutListDelete(Head(head), &items[s.index]), &items[s.index]);
+    EXPECT_EQ(items[s.index].next, nullptr) << s.index;
+    EXPECT_EQ(Values(head), s.left) << s.index;
+  }
+}
+
+// Removes (and frees) the nodes whose values are in the mask's bits; the
+// walk has already read the next node.
+void *RemoveAndFree(void *node, void *arg) {
+  auto *item = static_cast<Item *>(node);
+  auto *mask = static_cast<unsigned *>(arg);
+  const int value = item->value;
+  *mask |= 0x100u << value;  // seen
+  if ((*mask & (1u << value)) == 0) return nullptr;
+  DutFree(item);
+  return reinterpret_cast<void *>(static_cast<std::intptr_t>(1000 + value));
+}
+
+// Leading, middle and last nodes; the last result counts even when null.
+TEST(LinkedListTravDel, RemovesAnyNodesAndReturnsTheLastResult) {
+  const struct { int count; unsigned remove; Ints left; std::intptr_t last; } cases[] = {
+      {7, 0b1001011, {2, 4, 5}, 1006}, {3, 0b10, {0, 2}, 0}, {4, 0b1111, {}, 1003}};
+  for (const auto &c : cases) {
+    Item *head = nullptr;
+    for (int i = c.count - 1; i >= 0; --i) DutStackPush(Head(head), NewItem(i));
+    unsigned mask = c.remove;
+    EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &mask), reinterpret_cast<void *>(c.last));
+    EXPECT_EQ(mask >> 8, (1u << c.count) - 1) << c.count;  // every node visited
+    EXPECT_EQ(Values(head), c.left) << c.count;
+    DutStackClose(Head(head));
+  }
 }
 
 // ---- Intrusive queue -----------------------------------------------------------

@@ -117,7 +117,6 @@ TEST(LexTokens, ErrorMessages) {
   const std::pair<std::string, std::string> cases[] = {
       {too_long, "ERROR: utLexIdOrPattern\nIdentifier Too Long\n<" + too_long + ">"},
       {"ab??", "ERROR: Pattern <ab?" "?> Has Two Adjacent Question Marks\n"},
-      {"\"open", "ERROR: Found EOF in string constant \"open"},
       {"\"line\nbreak\"", "ERROR: Found newline in string constant \"line"},
       {"x\n(* one\n two (* three *) *)",
        "ERROR: Start Of Nested Comment\nComment began on line 2, nesting occured on line 3"},

@@ -4,7 +4,8 @@
 // equal. After every step each key of the universe must be found with its
 // value, or be missing with error 8, and every bucket must sit in the chain
 // its hash selects. A search that trusted a stale shortcut (a chain's
-// summary, a stored hash) would lose keys here.
+// summary, a stored hash) would lose keys here; runs of misses and of hits
+// before each check send the lookups both ways a table may take them.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -35,6 +36,8 @@ enum class Kind { Int, Ptr, Str, Stri, Custom };
 struct Universe {
   std::vector<std::string> texts, others;
   std::vector<D_WORD> words, equal;
+  std::string missing_text = "missing";
+  D_WORD missing = 5000;  // outside the universe of every kind
 };
 
 Universe MakeUniverse(Kind kind) {
@@ -65,6 +68,7 @@ Universe MakeUniverse(Kind kind) {
     u.equal.push_back(reinterpret_cast<D_WORD>(u.others[i].c_str()));
   }
   if (u.equal.empty()) u.equal = u.words;
+  if (!u.texts.empty()) u.missing = reinterpret_cast<D_WORD>(u.missing_text.c_str());
   return u;
 }
 
@@ -116,7 +120,9 @@ class HashModel : public ::testing::TestWithParam<Kind> {
         }
         break;
       case 3:
+        DutErrNumSet(0);
         EXPECT_EQ(DutHashDelete(table, u.equal[i]), present ? model[i] : 0);
+        EXPECT_EQ(DutErrNumGet(), present ? 0 : D_ERR_DOESNT_EXIST);
         model.erase(i);
         break;
       case 4:
@@ -126,12 +132,16 @@ class HashModel : public ::testing::TestWithParam<Kind> {
           DutFreeCheck(bucket, "bucket", __FILE__, __LINE__);
           model.erase(i);
         } else {
-          EXPECT_FALSE(present);
+          EXPECT_EQ(std::pair(present, DutErrNumGet()), std::pair(false, D_ERR_DOESNT_EXIST));
         }
         break;
       case 5:
-        // Replacing stores the equal key in place of the first one.
+        // Replacing stores the caller's key in place of the first one.
+        DutErrNumSet(0);
         EXPECT_EQ(DutHashReplace(table, u.equal[i], next_value), present ? model[i] : 0);
+        EXPECT_EQ(DutErrNumGet(), present ? 0 : D_ERR_DOESNT_EXIST);
+        ASSERT_NE(DutHashLookupBucket(table, u.words[i]), nullptr);
+        EXPECT_EQ(DutHashLookupBucket(table, u.words[i])->key, u.equal[i]);
         model[i] = next_value++;
         break;
       case 6: {
@@ -157,6 +167,8 @@ class HashModel : public ::testing::TestWithParam<Kind> {
   }
 
   void Verify(int step) {
+    const D_WORD probe = step % 2 == 0 || model.empty() ? u.missing : u.equal[model.begin()->first];
+    for (int n = 0; n < 20; ++n) DutHashLookup(table, probe);
     ASSERT_EQ(table->num_entries, static_cast<D_INT4>(model.size())) << "step " << step;
     D_INT4 counted = 0;
     D_HASH_FUNC hash = DutHashGetHashFunc(table);
@@ -170,12 +182,9 @@ class HashModel : public ::testing::TestWithParam<Kind> {
       auto found = model.find(i);
       DutErrNumSet(0);
       const D_WORD value = DutHashLookup(table, u.equal[i]);
-      if (found != model.end()) {
-        ASSERT_EQ(value, found->second) << "key " << i << ", step " << step;
-      } else {
-        ASSERT_EQ(value, 0) << "key " << i << ", step " << step;
-        ASSERT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST) << "key " << i << ", step " << step;
-      }
+      const bool hit = found != model.end();
+      ASSERT_EQ(std::pair(value, DutErrNumGet()), std::pair(hit ? found->second : 0, hit ? 0 : D_ERR_DOESNT_EXIST))
+          << "key " << i << ", step " << step;
     }
   }
 };

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +17,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <optional>
 #include <random>
 #include <set>
 #include <sstream>
@@ -23,15 +27,96 @@
 #include <thread>
 #include <vector>
 
-#include "support.hpp"
+#include "support/env_var.hpp"
+#include "support/output_capture.hpp"
+#include "support/random_text.hpp"
+#include "vqutil/error.h"
 #include "vqutil/file.h"
 #include "vqutil/interrupt.h"
 #include "vqutil/memory.h"
+#include "vqutil/option.h"
 #include "vqutil/thread.h"
 
-using namespace files_test;
-
 namespace {
+
+namespace fs = std::filesystem;
+using vqtest::EnvVar;
+using vqtest::OutputCapture;
+
+// A fresh directory that is the current directory for the test's lifetime.
+class TempDir {
+ public:
+  TempDir() : old_(fs::current_path()) {
+    static std::atomic<int> counter{0};
+    path_ = fs::temp_directory_path() /
+            ("vqfiles-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
+    fs::remove_all(path_);
+    fs::create_directories(path_);
+    fs::current_path(path_);
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    fs::current_path(old_, ignored);
+    fs::remove_all(path_, ignored);
+  }
+  TempDir(const TempDir &) = delete;
+  TempDir &operator=(const TempDir &) = delete;
+
+  const fs::path &path() const { return path_; }
+  std::string str() const { return path_.string(); }
+  std::string file(const std::string &name) const { return (path_ / name).string(); }
+
+ private:
+  fs::path old_;
+  fs::path path_;
+};
+
+inline void writeFile(const std::string &name, const std::string &text) {
+  std::ofstream(name, std::ios::binary | std::ios::trunc) << text;
+}
+
+inline std::string readFile(const std::string &name) {
+  std::ifstream in(name, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Gives a string option a value for one scope (null: unknown); the old
+// value comes back afterwards.
+class StrOption {
+ public:
+  StrOption(const char *name, const char *value) : option_(DutOptionLookup(name)) {
+    const char *old_value = nullptr;
+    if (DutOptionGetStr(option_, &old_value) && old_value != nullptr) saved_ = old_value;
+    set(value);
+  }
+  ~StrOption() { set(saved_ ? saved_->c_str() : nullptr); }
+  void set(const char *value) {
+    if (value == nullptr) {
+      DutOptionSetUnknown(option_);
+    } else {
+      EXPECT_TRUE(DutOptionSetStr(option_, value)) << value;
+    }
+  }
+
+ private:
+  D_OPTION *option_;
+  std::optional<std::string> saved_;
+};
+
+// An executable script in dir that appends "args: <its arguments>" and the
+// contents of its last argument to dir/editor.log, then runs extra.
+inline std::string recordingEditor(const TempDir &dir, const std::string &name,
+                                   const std::string &extra = "") {
+  std::string path = dir.file(name);
+  std::string log = dir.file("editor.log");
+  writeFile(path, "#!/bin/sh\necho \"args: $*\" >> '" + log + "'\nfor f; do :; done\ncat \"$f\" >> '" +
+                      log + "'\n" + extra + "\n");
+  fs::permissions(path, fs::perms::owner_all);
+  return path;
+}
+
 
 using Lines = std::vector<std::string>;
 
@@ -384,38 +469,39 @@ TEST(OpenFiles, ConcurrentOpensShareOneCount) {
   EXPECT_EQ(DutLookupFile("shared"), nullptr) << "one reference was left";
 }
 
-TEST(FileNames, ExtensionsBuildingAndLastComponent) {
-  EXPECT_TRUE(DutHasExtension("notes.TXT", ".txt") && DutHasExtension(".cm", ".CM"));
-  EXPECT_FALSE(DutHasExtension("cm", ".cm") || DutHasExtension("notes.txt.bak", ".txt"));
+// Random paths over a small alphabet against a reference splitter: the
+// last component follows the last separator; the directory keeps the root
+// but no other trailing separator (a dot in it is no extension); the
+// extension runs from the last dot of the last component unless that dot
+// starts it (a hidden file). Joining adds a separator only where the
+// directory has none, and no dot before the extension.
+TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
+  std::mt19937 random(6);
+  for (int round = 0; round < 3000; ++round) {
+    const std::string path = vqtest::RandomText(random, 8, "a/.A"), ext = vqtest::RandomText(random, 3, "a.A");
+    SCOPED_TRACE(path + " | " + ext);
+    const std::size_t slash = path.rfind('/'), cut = slash == std::string::npos ? 0 : slash + 1;
+    const std::string file = path.substr(cut), dir = path.substr(0, slash == 0 ? 1 : cut > 0 ? cut - 1 : 0);
+    const std::size_t dot = file.rfind('.') == 0 ? std::string::npos : file.rfind('.');
+    ASSERT_EQ(DutHasExtension(path.c_str(), ext.c_str()),
+              path.size() >= ext.size() && strcasecmp(path.c_str() + path.size() - ext.size(), ext.c_str()) == 0);
+    char out[64], *d = nullptr, *b = nullptr, *e = nullptr;
+    ASSERT_STREQ(DutGetFileName(path.c_str(), out), file.c_str());
+    ASSERT_TRUE(DutFileExplodeName(path.c_str(), &d, &b, &e));
+    EXPECT_EQ(std::string(d) + "|" + b + "|" + e,
+              dir + "|" + file.substr(0, dot) + "|" + (dot == std::string::npos ? "" : file.substr(dot)));
+    for (char *part : {d, b, e}) DutFree(part);
+    const std::string joined = !path.empty() && path.back() == '/' ? path : path + "/";
+    ASSERT_STREQ(DutBuildFileName(out, path.c_str(), file.c_str(), ext.c_str()), (joined + file + ext).c_str());
+    ASSERT_STREQ(DutBuildDirName(out, path.c_str(), ext.c_str()), (joined + ext).c_str());
+  }
   char out[256];
-  EXPECT_STREQ(DutBuildFileName(out, "dir", "base", "txt"), "dir/basetxt");  // no dot is invented
   EXPECT_STREQ(DutBuildFileName(out, nullptr, "base", nullptr), "base");
-  EXPECT_STREQ(DutBuildFileName(out, "", "base", nullptr), "/base");
   std::strcpy(out, "/opt/");  // the destination may be the base directory itself
   EXPECT_STREQ(DutBuildDirName(out, out, "help"), "/opt/help");
-  EXPECT_STREQ(DutGetFileName("/a/dir/", out), "");
   char *shared = DutGetFileName("/x/first", nullptr);
   EXPECT_EQ(DutGetFileName("/y/second", nullptr), shared);
   EXPECT_STREQ(shared, "second");
-}
-
-// Split into directory, base and extension, the parts build the path again.
-TEST(FileNames, ExplodeAndRebuild) {
-  const struct {
-    const char *path, *dir, *base, *ext;
-  } cases[] = {{"/home/u/report.final.txt", "/home/u", "report.final", ".txt"},
-               {"README", "", "README", ""},
-               {"/etc/.profile", "/etc", ".profile", ""},
-               {"/top.c", "/", "top", ".c"},
-               {"a.d/file", "a.d", "file", ""}};  // a dot in a directory is no extension
-  for (const auto &c : cases) {
-    char *dir = nullptr, *base = nullptr, *ext = nullptr;
-    ASSERT_TRUE(DutFileExplodeName(c.path, &dir, &base, &ext)) << c.path;
-    char rebuilt[256];
-    EXPECT_EQ(std::string(dir) + "|" + base + "|" + ext, std::string(c.dir) + "|" + c.base + "|" + c.ext);
-    EXPECT_STREQ(*dir != '\0' ? DutBuildFileName(rebuilt, dir, base, ext) : c.path, c.path);
-    for (char *part : {dir, base, ext}) DutFree(part);
-  }
 }
 
 class ShortNames : public ::testing::Test {

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "net_support.hpp"
@@ -124,17 +125,11 @@ TEST(TcpServer, ServedAndHeldPortsAreRefused) {
 
 // A probe that finds nobody leaves no trace in the caller's error values.
 TEST(TcpServer, ProbeOnAFreePortLeavesErrorsAlone) {
-  int port = 0;
-  {
-    Fd spare(plainTcp());
-    port = portOf(spare);
-  }
+  const int port = portOf(Fd(plainTcp()));
   DutErrNumSetSocket(10050);
   DutErrNumSet(D_ERR_EOF);
   Fd server(DutSocketCreateServerTcp(port));
-  EXPECT_EQ(portOf(server), port);
-  EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);
-  EXPECT_EQ(DutErrNumGetSocket(), 10050);
+  EXPECT_EQ(std::tuple(portOf(server), DutErrNumGet(), DutErrNumGetSocket()), std::tuple(port, D_ERR_EOF, 10050));
 }
 
 TEST(TcpServer, NewSocketsTakeTheStandardOptionsAndBufferSizes) {

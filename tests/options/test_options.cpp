@@ -4,36 +4,73 @@
 // log file. The command transcripts pin the messages of the other parses,
 // of the verify functions and of the log files.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <climits>
 #include <cmath>
+#include <csetjmp>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "options_support.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/callback.h"
-#include "vqutil/file.h"
+#include "vqutil/error.h"
+#include "vqutil/lex.h"
 #include "vqutil/memory.h"
+#include "vqutil/option.h"
 #include "vqutil/strutil.h"
 #include "vqutil/thread.h"
 
 namespace {
 
-using opttest::Items;
-using opttest::NodeChain;
-using opttest::Num;
-using opttest::OutputCapture;
-using opttest::Stored;
+using vqtest::OutputCapture;
 using Strings = std::vector<std::string>;
-using opttest::Parse;
-using opttest::ParseEnd;
+
+enum class ParseEnd { Committed, Refused, LexError };
+
+// Runs DutOptionParseValue over text with the quiet long-jump error
+// function. The frame holding the setjmp owns nothing with a destructor.
+inline ParseEnd Parse(D_OPTION *option, const char *text) {
+  std::jmp_buf jump;
+  D_LEX *volatile lexer = nullptr;
+  if (setjmp(jump) == D_LEX_JUMP_VALUE) return ParseEnd::LexError;
+  lexer = DutLexCreate(D_LEX_ATT_STRING, text, D_LEX_ATT_ERROR_FUNC, DutLexQuietLongjmpErrorFunc,
+                       D_LEX_ATT_ERROR_ARG, static_cast<void *>(&jump), 0);
+  D_BOOL ok = DutOptionParseValue(option, lexer);
+  DutLexDestroy(lexer);
+  return ok ? ParseEnd::Committed : ParseEnd::Refused;
+}
+
+// Nodes over caller-owned strings, linked in order.
+class NodeChain {
+ public:
+  explicit NodeChain(std::vector<std::string> items) : items_(std::move(items)), nodes_(items_.size()) {
+    for (size_t i = 0; i < items_.size(); ++i) {
+      nodes_[i].str = items_[i].c_str();
+      nodes_[i].next = i + 1 < items_.size() ? &nodes_[i + 1] : nullptr;
+    }
+  }
+  const D_OPTION_STR_NODE *first() const { return nodes_.empty() ? nullptr : &nodes_[0]; }
+  D_OPTION_STR_NODE &node(size_t i) { return nodes_[i]; }
+
+ private:
+  std::vector<std::string> items_;
+  std::vector<D_OPTION_STR_NODE> nodes_;
+};
+
+// The stored value of a numeric option.
+inline D_REAL8 Num(D_OPTION *option) { return *static_cast<D_REAL8 *>(D_GOPT_VALUE(option)); }
+inline const char *Stored(D_OPTION *option) {
+  return static_cast<const char *>(D_GOPT_VALUE(option));
+}
+
+inline std::vector<std::string> Items(const D_OPTION_STR_NODE *node) {
+  std::vector<std::string> out;
+  for (; node != nullptr; node = node->next) out.emplace_back(node->str);
+  return out;
+}
+
 
 int g_calls = 0;
 void Count(void *, void *, D_WORD) { ++g_calls; }
@@ -74,14 +111,17 @@ TEST(OptionCreate, FirstUseArgumentsDuplicatesAndDestroy) {
 }
 
 // Each typed setter and getter refuses an option of another type, an
-// unknown value and null arguments; none of these changes a value.
-TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
+// unknown value and null arguments; none of these changes a value. The
+// setters store copies: what the caller changes afterwards stays out; a
+// replaced list is freed (checked by the sanitizer builds).
+TEST(OptionTyped, RefusalsChangeNothingAndValuesAreCopies) {
   D_OPTION *b = DutOptionCreate("w_bool", D_OPT_TYPE_BOOLEAN);
   D_OPTION *n = DutOptionCreate("w_num", D_OPT_TYPE_NUMERIC);
   D_OPTION *e = DutOptionCreate("w_enum", D_OPT_TYPE_ENUM);
+  D_OPTION *s = DutOptionCreate("w_str", D_OPT_TYPE_STRING);
   D_OPTION *el = DutOptionCreate("w_enumlist", D_OPT_TYPE_ENUM_LIST);
   D_OPTION *sl = DutOptionCreate("w_strlist", D_OPT_TYPE_STRING_LIST);
-  NodeChain chain({"a"});
+  NodeChain chain({"first", "second"});
   D_INT4 flag = 0;
   const char *text = nullptr;
   const D_OPTION_STR_NODE *first = nullptr;
@@ -101,30 +141,18 @@ TEST(OptionTyped, WrongTypeUnknownAndNullArguments) {
   EXPECT_FAILS(DutOptionSetBool(b, 2), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_FAILS(DutOptionSetReadOnly(n, 2), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_FAILS(DutOptionUnset("editor"), D_FALSE, D_ERR_VAL_REQUIRED);
-  for (D_OPTION *o : {b, n, e, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
-}
+  for (D_OPTION *o : {b, n, e, s, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;
 
-// The setters store copies: what the caller changes afterwards stays out;
-// a replaced list is freed (checked by the sanitizer builds).
-TEST(OptionTyped, ValuesAreCopiesAndSpecialNamesReadAsEnumerated) {
-  D_OPTION *b = DutOptionCreate("v_bool", D_OPT_TYPE_BOOLEAN);
-  D_OPTION *s = DutOptionCreate("v_str", D_OPT_TYPE_STRING);
-  D_OPTION *sl = DutOptionCreate("v_strlist", D_OPT_TYPE_STRING_LIST);
-  D_OPTION *el = DutOptionCreate("v_enumlist", D_OPT_TYPE_ENUM_LIST);
-  D_INT4 flag = 0;
   EXPECT_TRUE(DutOptionSetBool(b, 1) && DutOptionGetBool(b, &flag) && flag == 1);
   char mine[] = "caller text";
-  const char *text = nullptr;
   ASSERT_TRUE(DutOptionSetStr(s, mine));
   mine[0] = 'X';
   ASSERT_TRUE(DutOptionGetStr(s, &text));
   EXPECT_TRUE(std::string(text) == "caller text" && text == D_GOPT_VALUE(s)) << "the stored text";
-  NodeChain chain({"first", "second"});
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
   chain.node(1).str = "changed";
   ASSERT_TRUE(DutOptionSetEnumList(el, chain.first()));
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
-  const D_OPTION_STR_NODE *first = nullptr;
   chain.node(0).str = "gone";
   ASSERT_TRUE(DutOptionGetStrList(sl, &first));
   EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
@@ -296,16 +324,16 @@ TEST(OptionByName, SetUnsetAndNumericHelpers) {
 }
 
 TEST(OptionDeath, AssertionsOnNullsWrongTypesAndUnknownCopies) {
-  OPT_EXPECT_ASSERTION(DutOptionSet("editor", nullptr), "option_value != NULL");
-  OPT_EXPECT_ASSERTION(DutOptionSort(nullptr), "num_options_return != NULL");
-  OPT_EXPECT_ASSERTION(DutOptionDump(nullptr, nullptr), "output_func");
-  OPT_EXPECT_ASSERTION(DutOptionLegValTraverse(DutOptionLookup("editor"),
+  VQTEST_EXPECT_ASSERTION(DutOptionSet("editor", nullptr), "option_value != NULL");
+  VQTEST_EXPECT_ASSERTION(DutOptionSort(nullptr), "num_options_return != NULL");
+  VQTEST_EXPECT_ASSERTION(DutOptionDump(nullptr, nullptr), "output_func");
+  VQTEST_EXPECT_ASSERTION(DutOptionLegValTraverse(DutOptionLookup("editor"),
                                                [](D_WORD, D_WORD, void *) -> D_WORD { return 0; }, nullptr),
                        "D_GOPT_TYPE\\(option\\) == D_OPT_TYPE_ENUM");
   static D_INT4 target = 0;
   D_OPTION *b = DutOptionCreate("mirror_gone", D_OPT_TYPE_BOOLEAN);
   ASSERT_NE(DutOptionChangeCbCreate(b, DutCbOptionCopyBool, reinterpret_cast<D_WORD>(&target)), nullptr);
-  OPT_EXPECT_ASSERTION(DutOptionSetUnknown(b), "data->value != NULL");
+  VQTEST_EXPECT_ASSERTION(DutOptionSetUnknown(b), "data->value != NULL");
 }
 
 TEST(OptionTypes, WordsAndBadType) {
@@ -364,9 +392,9 @@ TEST(OptionText, DumpOneOrAllButTheHiddenSortedByName) {
   DutOptionCreate("_d_hidden", D_OPT_TYPE_BOOLEAN);
   DutOptionCreate("aaa_first", D_OPT_TYPE_NUMERIC);
   auto dump = [](const char *name, D_BOOL expected) {
-    opttest::Captured().clear();
-    EXPECT_EQ(DutOptionDump(name, opttest::PrintToCapture), expected) << (name ? name : "all");
-    return opttest::Captured();
+    vqtest::Captured().clear();
+    EXPECT_EQ(DutOptionDump(name, vqtest::CapturePrint), expected) << (name ? name : "all");
+    return vqtest::Captured();
   };
   EXPECT_EQ(dump("D_VISIBLE", D_TRUE) + dump("_d_hidden", D_TRUE) + dump("nope", D_FALSE),
             "d_visible \"v\"\n_d_hidden UNKNOWN\nNo option named <nope>\n");
@@ -378,7 +406,7 @@ TEST(OptionText, DumpOneOrAllButTheHiddenSortedByName) {
 }
 
 TEST(OptionRealFormat, RealToStrFollowsTheOption) {
-  opttest::OutputCapture capture;
+  OutputCapture capture;
   ASSERT_NE(DutOptionSet("real_number_format", "%.3f"), nullptr);
   char buffer[64];
   EXPECT_EQ(DutRealToStrCopy(-1.0, buffer), buffer);
@@ -386,7 +414,7 @@ TEST(OptionRealFormat, RealToStrFollowsTheOption) {
   ASSERT_TRUE(DutOptionSetStr(DutOptionLookup("real_number_format"), "OvErRiDe:%.1e"));
   EXPECT_STREQ(DutRealToStr(2.5), "2.5e+00");
   EXPECT_FAILS(DutRealToStrCopy(1.0, nullptr), nullptr, D_ERR_NULL_PTR);
-  OPT_EXPECT_ASSERTION(
+  VQTEST_EXPECT_ASSERTION(
       {
         DutOptionDestroy(DutOptionLookup("real_number_format"));
         DutRealToStr(1.0);
@@ -394,12 +422,10 @@ TEST(OptionRealFormat, RealToStrFollowsTheOption) {
       "D_NULL != utRealNumberFormat");
 }
 
-namespace fs = std::filesystem;
-
 TEST(OptionLogFile, KindIsRequired) {
   D_OPTION *log = DutOptionCreate("lf_nokind", D_OPT_TYPE_STRING);
   ASSERT_TRUE(DutOptionSetVerifyFunc(log, DutOptionVerifyLogFile, nullptr));
-  OPT_EXPECT_ASSERTION(DutOptionSetStr(log, "/tmp/vq_optlog_nokind.log"), "D_NULL != arg");
+  VQTEST_EXPECT_ASSERTION(DutOptionSetStr(log, "/tmp/vq_optlog_nokind.log"), "D_NULL != arg");
 }
 
 }  // namespace

@@ -2,15 +2,16 @@
 // detailed text, and the file names no option that does not exist.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
-#include "stdopts_support.hpp"
+#include "support/env_var.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/command.h"
 #include "vqutil/memory.h"
 #include "vqutil/option.h"
@@ -18,8 +19,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using stdopts::EnvGuard;
-using stdopts::OutputCapture;
+using vqtest::EnvVar;
+using vqtest::OutputCapture;
 
 // The data folder that ships with vqsh, as the build names it: the tests
 // pass from any build folder, inside the source tree or not.
@@ -36,7 +37,7 @@ class OptionHelp : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(fs::exists(data_ / "help/options/common.hlp")) << data_; }
   fs::path data_ = DataDir();
-  EnvGuard home_{"VQHOME", data_.string()};
+  EnvVar home_{"VQHOME", data_.string().c_str()};
 };
 
 TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {

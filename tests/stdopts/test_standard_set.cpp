@@ -13,12 +13,16 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "stdopts_support.hpp"
+#include "support/child_process.hpp"
+#include "support/env_var.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/command.h"
 #include "vqutil/error.h"
 #include "vqutil/net.h"
@@ -27,8 +31,16 @@
 
 namespace {
 
-using stdopts::EnvGuard;
-using stdopts::OutputCapture;
+using vqtest::EnvVar;
+using vqtest::OutputCapture;
+using vqtest::RunInChild;
+
+// The string value of a string option, or "" when it is unknown.
+std::string StrValue(const char *name) {
+  const char *value = nullptr;
+  DutOptionGetStr(DutOptionLookup(name), &value);
+  return value != nullptr ? value : "";
+}
 
 // Read in a fresh process, whose TEMP names a folder not yet there: other
 // tests of this program change options, and the creation itself (making
@@ -42,24 +54,24 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
   fs::path base = fs::temp_directory_path() / ("vq-stdopts-temp-" + std::to_string(::getpid()));
   fs::remove_all(base);
   fs::create_directories(base);
-  EnvGuard temp("VQ_STDOPTS_TEMP", (base / "fresh").string());
-  stdopts::InFreshProcess([](stdopts::ChildReport &report) {
+  EnvVar temp("VQ_STDOPTS_TEMP", (base / "fresh").string().c_str());
+  RunInChild("threadsafe", [] {
     ::unsetenv("VQ_DEFAULT_PROTOCOLS");
     ::setenv("TEMP", std::getenv("VQ_STDOPTS_TEMP"), 1);
     D_INT4 count = 0;
     D_OPTION **options = DutOptionSort(&count);
-    report.Check(count >= 74, "too few options: " + std::to_string(count));
+    EXPECT_GE(count, 74);
     for (D_INT4 i = 0; i < count; ++i) {
       D_OPTION *option = options[i];
       const std::string name = D_GOPT_NAME(option), shown = DutOptionValToStr(option);
-      report.Check(D_GOPT_VERIFY_ARG(option) == nullptr || D_GOPT_VERIFY_FUNC(option) == DutOptionVerifyLogFile,
-                   name + " has a verify argument");
+      EXPECT_TRUE(D_GOPT_VERIFY_ARG(option) == nullptr || D_GOPT_VERIFY_FUNC(option) == DutOptionVerifyLogFile)
+          << name << " has a verify argument";
       if (!D_GOPT_KNOWN(option)) continue;
       const bool again = D_GOPT_TYPE(option) == D_OPT_TYPE_ENUM
                              ? DutOptionSetEnum(option, static_cast<const char *>(D_GOPT_VALUE(option)))
                              : DutOptionSet(name.c_str(), D_GOPT_VALUE(option)) != nullptr;
-      report.Check(again, name + " refuses its own default " + shown);
-      report.Equal(std::string(DutOptionValToStr(option)), shown, name + " changed by setting it again");
+      EXPECT_TRUE(again) << name << " refuses its own default " << shown;
+      EXPECT_EQ(DutOptionValToStr(option), shown) << name << " changed by setting it again";
     }
     char unique[D_UNIQUE_SUBJECT_SIZE];
     DutOptionGetUniqueSubjectDefault(unique, ::getpid());
@@ -70,10 +82,10 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
              {"command_feedback", "interactive"}, {"server_disconnect_mode", "gmd_failure"}, {"frame_interval", "0"},
              {"_conn_socket_buffer_size", "49152"}, {"use_encrypt_server", "FALSE"}, {"server_names", "\"_node\""},
              {"monitor_scope", "\"/*\""}, {"sna_cpic_lib", "\"wcpic32.dll\""}, {"backup_name", "UNKNOWN"}}) {
-      report.Equal(std::string(DutOptionValToStr(DutOptionLookup(name))), shown, name);
+      EXPECT_EQ(DutOptionValToStr(DutOptionLookup(name)), shown) << name;
     }
-    report.Check(std::filesystem::is_directory(dir), "socket dir");
-    report.Equal(DutCommandGetFeedbackMode(), static_cast<D_INT4>(D_FEEDBACK_INTERACTIVE), "feedback mode");
+    EXPECT_TRUE(std::filesystem::is_directory(dir)) << dir;
+    EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_INTERACTIVE);
   });
   fs::remove_all(base);
 }
@@ -83,13 +95,12 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
 // without stopping the rest.
 TEST(StandardOptions, EnvironmentShapesProtocolsAndUniqueSubject) {
   for (const char *protocols : {"udp, tcp", "decnet"}) {
-    EnvGuard given("VQ_DEFAULT_PROTOCOLS", protocols);
-    EnvGuard bad_node("VQ_FORCE_NODE_NAME", "bad host");
-    stdopts::InFreshProcess([](stdopts::ChildReport &report) {
-      report.Equal(std::string(DutOptionValToStr(DutOptionLookup("default_protocols"))),
-                   std::string(std::getenv("VQ_DEFAULT_PROTOCOLS")), "protocols from the environment");
-      report.Check(!D_GOPT_KNOWN(DutOptionLookup("unique_subject")), "a subject with a blank was accepted");
-      report.Check(DutOptionLookup("_conn_read_size_init") != nullptr, "creation stopped early");
+    EnvVar given("VQ_DEFAULT_PROTOCOLS", protocols);
+    EnvVar bad_node("VQ_FORCE_NODE_NAME", "bad host");
+    RunInChild("threadsafe", [] {
+      EXPECT_STREQ(DutOptionValToStr(DutOptionLookup("default_protocols")), std::getenv("VQ_DEFAULT_PROTOCOLS"));
+      EXPECT_FALSE(D_GOPT_KNOWN(DutOptionLookup("unique_subject"))) << "a subject with a blank was accepted";
+      EXPECT_NE(DutOptionLookup("_conn_read_size_init"), nullptr) << "creation stopped early";
     });
   }
 }
@@ -116,7 +127,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
   OutputCapture capture;
   for (const char *value : accepted) {
     EXPECT_TRUE(DutOptionSetStr(option, value)) << value;
-    EXPECT_EQ(stdopts::StrValue(name), value);
+    EXPECT_EQ(StrValue(name), value);
   }
   EXPECT_EQ(capture.Take(), "");
   for (const auto &[value, format] : refused) {
@@ -124,7 +135,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
     std::string message = format;
     message.replace(message.find("%s"), 2, name);
     EXPECT_EQ(capture.Take(), message);
-    EXPECT_EQ(stdopts::StrValue(name), *std::prev(accepted.end())) << value;
+    EXPECT_EQ(StrValue(name), *std::prev(accepted.end())) << value;
   }
 }
 
@@ -168,7 +179,7 @@ TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
 #ifdef _WIN32
     if (forced == "") continue;  // Windows holds no empty variable: that row is the unset one
 #endif
-    EnvGuard guard("VQ_FORCE_NODE_NAME", forced);
+    EnvVar guard("VQ_FORCE_NODE_NAME", forced ? forced->c_str() : nullptr);
     std::memset(buffer, 'X', sizeof buffer);
     EXPECT_TRUE(DutGetNodeName(buffer) == buffer && buffer[D_NODE_NAME_SIZE] == 'X');
     EXPECT_EQ(std::string(buffer), expected.substr(0, D_NODE_NAME_SIZE - 1));
@@ -183,18 +194,17 @@ TEST(UniqueSubjectDefault, NodeAndNumber) {
   const std::string longest = "_" + std::string(D_NODE_NAME_SIZE - 1, 'h') + "_";
   const struct {
     std::string node;
-    std::optional<std::string> shorten;
+    const char *shorten;
     D_WORD number;
     std::string expected;
   } cases[] = {
-      {"station7.plant.example", std::nullopt, 4242, "_station7.plant.example_4242"},
+      {"station7.plant.example", nullptr, 4242, "_station7.plant.example_4242"},
       {"station7.plant.example", "yes", -256, "_station7_" + std::string(word.size() - 1, 'f') + "00"},
-      {std::string(400, 'h'), std::nullopt, static_cast<D_WORD>(INTPTR_MIN), longest + "8" + word},
+      {std::string(400, 'h'), nullptr, static_cast<D_WORD>(INTPTR_MIN), longest + "8" + word},
   };
   char buffer[D_UNIQUE_SUBJECT_SIZE];
   for (const auto &c : cases) {
-    EnvGuard node("VQ_FORCE_NODE_NAME", c.node);
-    EnvGuard shorten("VQ_FORCE_SHORT_NODE_NAME", c.shorten);
+    EnvVar node("VQ_FORCE_NODE_NAME", c.node.c_str()), shorten("VQ_FORCE_SHORT_NODE_NAME", c.shorten);
     EXPECT_EQ(DutOptionGetUniqueSubjectDefault(buffer, c.number), buffer);
     EXPECT_EQ(std::string(buffer), c.expected);
   }
@@ -208,25 +218,25 @@ TEST(SocketDir, WithoutTempOrWithAnUncreatableOne) {
 #ifdef _WIN32
   GTEST_SKIP() << "Windows takes an unset TEMP from the registry and has no device path that gives ENOTDIR";
 #endif
-  stdopts::InFreshProcess([](stdopts::ChildReport &report) {
+  RunInChild("threadsafe", [] {
     ::unsetenv("TEMP");
     const char *dir = DutGetSocketDir();
-    report.Equal(std::string(dir), std::string("/tmp/vqsuite"), "socket dir without TEMP");
+    EXPECT_STREQ(dir, "/tmp/vqsuite");
     ::setenv("TEMP", "/elsewhere", 1);
-    report.Check(DutGetSocketDir() == dir, "computed again");
-    report.Check(std::filesystem::is_directory("/tmp/vqsuite"), "/tmp/vqsuite not made");
+    EXPECT_EQ(DutGetSocketDir(), dir) << "computed again";
+    EXPECT_TRUE(std::filesystem::is_directory("/tmp/vqsuite"));
   });
-  stdopts::InFreshProcess([](stdopts::ChildReport &report) {
+  RunInChild("threadsafe", [] {
     ::setenv("TEMP", "/dev/null/sub", 1);
     OutputCapture capture;
     DutErrNumSet(0);
-    report.Equal(std::string(DutGetSocketDir()), std::string("/dev/null/sub/vqsuite"), "name returned anyway");
-    report.Equal(DutErrNumGet(), static_cast<D_INT4>(D_ERR_C), "error number");
-    report.Equal(DutErrNumGetC(), static_cast<D_INT4>(ENOTDIR), "runtime error");
+    EXPECT_STREQ(DutGetSocketDir(), "/dev/null/sub/vqsuite") << "name returned anyway";
+    EXPECT_EQ(DutErrNumGet(), D_ERR_C);
+    EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
     std::string text = capture.Take();
-    report.Check(text.find("WARNING: DutGetSocketDir: Cannot create directory /dev/null/sub\n") != std::string::npos &&
-                     text.find("mkdir") != std::string::npos && text.find("sub/vqsuite") == std::string::npos,
-                 "one warning with the mkdir report: " + text);
+    EXPECT_TRUE(text.find("WARNING: DutGetSocketDir: Cannot create directory /dev/null/sub\n") != std::string::npos &&
+                text.find("mkdir") != std::string::npos && text.find("sub/vqsuite") == std::string::npos)
+        << "one warning with the mkdir report: " << text;
   });
 }
 

@@ -57,6 +57,15 @@ inline int Capture(const char *format, va_list args) {
   return n;
 }
 
+// A printf-like function for the library's print-function arguments: it
+// appends to the captured text.
+inline void CapturePrint(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  Capture(format, args);
+  va_end(args);
+}
+
 class OutputCapture {
  public:
   OutputCapture() : previous_(DutGetOutputFunc()) {

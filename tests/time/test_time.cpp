@@ -27,7 +27,8 @@
 #include <thread>
 #include <vector>
 
-#include "time_support.hpp"
+#include "support/child_process.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/callback.h"
 #include "vqutil/error.h"
 #include "vqutil/interrupt.h"
@@ -38,10 +39,24 @@
 
 namespace {
 
-using timetest::OutputCapture;
+using vqtest::OutputCapture;
+using vqtest::RunInChild;
 using Clock = std::chrono::steady_clock;
-using timetest::RunInChild;
-using timetest::LocalTime;
+
+// Seconds since the epoch of a local calendar time, daylight saving as the
+// date has it; a fraction of the second is added to the result.
+inline double LocalTime(int year, int month, int day, int hour, int minute, double second) {
+  std::tm tm{};
+  tm.tm_year = year - 1900;
+  tm.tm_mon = month - 1;
+  tm.tm_mday = day;
+  tm.tm_hour = hour;
+  tm.tm_min = minute;
+  tm.tm_sec = static_cast<int>(second);
+  tm.tm_isdst = -1;
+  return static_cast<double>(std::mktime(&tm)) + (second - tm.tm_sec);
+}
+
 
 // What a time-change callback was given, and the current time it read.
 struct Call {
@@ -130,7 +145,7 @@ void ProbeLock(void *, void *, D_WORD) {
 }
 
 TEST(TimeChangeCallbacks, RunUnderTheProcessLock) {
-  timetest::RunInChild([] {
+  RunInChild("fast", [] {
     ASSERT_EQ(DutInitThreads(), D_TRUE);
     ASSERT_NE(DutTimeChangeCbCreate(&ProbeLock, 0), nullptr);
     ASSERT_EQ(DutSetCurrentTime(77.0), D_TRUE);
@@ -278,7 +293,7 @@ TEST(InterruptCounter, BlockingReadReturnsOnInterrupt) {
 #ifdef _WIN32
   GTEST_SKIP() << "no signal can be sent to one thread";
 #endif
-  RunInChild([] {
+  RunInChild("fast", [] {
     ASSERT_EQ(DutInterruptInit(), D_TRUE);
     DutInterruptReset();
     int fds[2];
@@ -306,7 +321,7 @@ constexpr double kUntouched = -12345.0;
 
 // Reads text with the named converter; what it printed goes to *printed.
 bool Read(const char *cvt, const std::string &text, double *value, std::string *printed = nullptr) {
-  timetest::OutputCapture capture;
+  OutputCapture capture;
   *value = kUntouched;
   bool ok = DutTimeCvtStrToNum(DutTimeCvtLookup(cvt), text.c_str(), value) == D_TRUE;
   if (printed != nullptr) *printed = capture.Take();
@@ -529,10 +544,10 @@ TEST(FullText, FractionRoundsAsPrintfDoesInEveryYear) {
 TEST(FullText, PrecisionsFromTheEnvironment) {
   for (const char *format : {"%.0f", "%.2f", "%.4f", "%.6f", "%s"}) {
     SCOPED_TRACE(format);
-    timetest::RunFresh([format] {
+    RunInChild("threadsafe", [format] {
       setenv("VQFULLFORMAT", format, 1);
       const int digits = format[1] == 's' ? 3 : format[2] - '0';
-      timetest::OutputCapture capture;
+      OutputCapture capture;
       for (double f : {0.0, 0.004, 0.05, 0.25, 0.45, 0.5, 0.625, 0.9996, 0.99999}) {
         for (double t : {984659696.0 + f, -1000.0 - f}) ASSERT_TRUE(Same(t, digits));
       }
@@ -545,7 +560,7 @@ TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
 #ifdef _WIN32
   GTEST_SKIP() << "the Windows runtime's TZ knows neither zone names nor rules of change";
 #endif
-  RunInChild([] {
+  RunInChild("fast", [] {
     const double t = 1000000000.25;  // 2001-09-09 01:46:40 UTC
     auto zone = [](const char *tz) { setenv("TZ", tz, 1); tzset(); };
     // Two conversions in a day: the second comes from the kept day.
@@ -576,7 +591,7 @@ TEST(FullText, ChangesOfTimeZoneReachTheNextText) {
 }
 
 TEST(FullText, ThreadsConvertingDifferentDays) {
-  RunInChild([] {
+  RunInChild("fast", [] {
     setenv("TZ", "Europe/Berlin", 1);
     tzset();
     ASSERT_TRUE(DutInitThreads() && DutTimeCvtSetCurrent(DutTimeCvtLookup("full")));

@@ -50,23 +50,36 @@ constexpr std::uint16_t swap16(std::uint16_t v) {
   return static_cast<std::uint16_t>((v >> 8) | (v << 8));
 }
 
+// The builtins, where there are any, because the vectoriser turns them
+// into one byte shuffle; it sees the shifts before they become a bswap.
 constexpr std::uint32_t swap32(std::uint32_t v) {
+#if defined(__GNUC__) || defined(__clang__)
+  return __builtin_bswap32(v);
+#else
   return ((v & 0x000000FFu) << 24) | ((v & 0x0000FF00u) << 8) | ((v & 0x00FF0000u) >> 8) |
          ((v & 0xFF000000u) >> 24);
+#endif
 }
 
 constexpr std::uint64_t swap64(std::uint64_t v) {
+#if defined(__GNUC__) || defined(__clang__)
+  return __builtin_bswap64(v);
+#else
   return (static_cast<std::uint64_t>(swap32(static_cast<std::uint32_t>(v))) << 32) |
          swap32(static_cast<std::uint32_t>(v >> 32));
+#endif
 }
 
 // VAX storage: little-endian 16-bit words, the most significant word first.
 // Read as a little-endian integer, that puts the words in reverse order.
 constexpr std::uint32_t vaxWords32(std::uint32_t v) { return (v << 16) | (v >> 16); }
 
+// As the four bytes swapped in each word, then all eight reversed: the
+// reversal is one byte shuffle in vector code, where a word rotation is
+// six shifts and masks.
 constexpr std::uint64_t vaxWords64(std::uint64_t v) {
-  v = (v << 32) | (v >> 32);
-  return ((v & 0x0000FFFF0000FFFFu) << 16) | ((v >> 16) & 0x0000FFFF0000FFFFu);
+  constexpr std::uint64_t kLow = 0x00FF00FF00FF00FFu;
+  return swap64(((v >> 8) & kLow) | ((v & kLow) << 8));
 }
 
 // Failed checks and warnings are rare; keeping them out of line leaves the
@@ -140,12 +153,23 @@ VQ_COLD std::uint32_t ibmToIeee32Clamped(std::uint32_t v) {
 // 4 * characteristic - 280, the float's own bias included). Flagged for the
 // exact path: a leading hex digit of zero (kept unnormalised there) and
 // characteristics outside 34..96 (clamped, or below the normal range).
+// Both tests are one signed compare: the characteristic is offset so that
+// 34..96 lands at the bottom of the signed range, and a zero digit sets
+// every bit. The flag is a full mask, which vector code makes for free.
 VQ_INLINE std::uint32_t ibmToIeee32Bulk(std::uint32_t v, std::uint32_t &odd) {
   const std::uint32_t f = v & 0x00FFFFFFu;
-  const std::uint32_t e = (v >> 24) & 0x7Fu;
-  odd |= static_cast<std::uint32_t>(e - 34 > 62) | static_cast<std::uint32_t>(f < 0x00100000u);
+  const std::uint32_t t = v & 0x7F000000u;
+  const std::uint32_t key = (t + (kSign32 - (34u << 24))) | (0u - static_cast<std::uint32_t>(f < 0x00100000u));
+  odd |= 0u - static_cast<std::uint32_t>(static_cast<std::int32_t>(key) > static_cast<std::int32_t>(kSign32 + (62u << 24)));
   const auto bits = std::bit_cast<std::uint32_t>(static_cast<float>(static_cast<std::int32_t>(f)));
-  return (v & kSign32) | (bits + (e << 25) - (280u << 23));
+  return (v & kSign32) | (bits + t + t - (280u << 23));
+}
+
+// IBM single straight to DEC F for arrays: the IEEE step above, then the
+// DEC one. An unflagged non-zero value never gives an IEEE zero, so the
+// DEC step's zero test is not needed.
+VQ_INLINE std::uint32_t ibmToDecF32Bulk(std::uint32_t v, std::uint32_t &odd) {
+  return ieeeToDecF(ibmToIeee32Bulk(v, odd));
 }
 
 VQ_INLINE std::uint32_t ibmToIeee32(std::uint32_t v, std::uint32_t &rare) {
@@ -178,12 +202,15 @@ VQ_COLD std::uint64_t ieeeToDecDSlow(std::uint64_t v) {
   return sign | (static_cast<std::uint64_t>(dec_exp) << 55) | ((v & kFrac52) << 3);
 }
 
+// The common paths work on the exponent field in 64-bit lanes (no 32-bit
+// arithmetic to narrow to and widen from in vector code): field f stands
+// for f - 1023, in range for fields 1..1149, and f - 1023 + 129 is f + 130
+// modulo 256.
 VQ_INLINE std::uint64_t ieeeToDecD(std::uint64_t v, std::uint64_t &rare) {
-  const std::int32_t ieee_exp = static_cast<std::int32_t>((v >> 52) & 0x7FFu) - 1023;
-  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(ieee_exp, -1022, 126));
+  const std::uint64_t field = (v >> 52) & 0x7FFu;
+  rare |= std::uint64_t{0} - static_cast<std::uint64_t>(field - 1 > 1148);
   // No underflow check: exponents below -128 wrap.
-  const auto dec_exp = static_cast<std::uint64_t>(static_cast<std::uint32_t>(ieee_exp + 129) & 0xFFu);
-  return (v & kSign64) | (dec_exp << 55) | ((v & kFrac52) << 3);
+  return (v & kSign64) | (((field + 130) & 0xFFu) << 55) | ((v & kFrac52) << 3);
 }
 
 VQ_COLD std::uint64_t ieeeToDecGSlow(std::uint64_t v) {
@@ -200,20 +227,18 @@ VQ_COLD std::uint64_t ieeeToDecGSlow(std::uint64_t v) {
   return sign | (static_cast<std::uint64_t>(dec_g_exp) << 52) | (v & kFrac52);
 }
 
+// Fields 1..2045; the DEC G exponent is the field plus two.
 VQ_INLINE std::uint64_t ieeeToDecG(std::uint64_t v, std::uint64_t &rare) {
-  const std::int32_t ieee_exp = static_cast<std::int32_t>((v >> 52) & 0x7FFu) - 1023;
-  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(ieee_exp, -1022, 1022));
-  const auto dec_g_exp = static_cast<std::uint64_t>(ieee_exp + 1025);
-  return (v & kSign64) | (dec_g_exp << 52) | (v & kFrac52);
+  const std::uint64_t field = (v >> 52) & 0x7FFu;
+  rare |= std::uint64_t{0} - static_cast<std::uint64_t>(field - 1 > 2044);
+  return (v & kSign64) | ((field + 2) << 52) | (v & kFrac52);
 }
 
+// DEC exponent d - 129 taken as a signed byte (so 0 wraps to +127) is
+// ((d - 1) mod 256) - 128, which makes the IEEE field 895 + (d - 1) mod 256.
 VQ_INLINE constexpr std::uint64_t decDToIeee(std::uint64_t v) {
-  const std::uint64_t sign = v & kSign64;
-  const std::uint32_t dec_exp = static_cast<std::uint32_t>((v >> 55) & 0xFFu);
-  // Taken as a signed byte: DEC exponent 0 wraps to +127.
-  const std::int32_t e = static_cast<std::int8_t>(static_cast<std::uint8_t>(dec_exp - 129));
-  const auto ieee_exp = static_cast<std::uint64_t>(1023 + e);
-  return sign | (ieee_exp << 52) | ((v & kFrac55) >> 3);
+  const std::uint64_t dec_exp = (v >> 55) & 0xFFu;
+  return (v & kSign64) | ((((dec_exp - 1) & 0xFFu) + 895) << 52) | ((v & kFrac55) >> 3);
 }
 
 constexpr std::uint64_t decGToIeee(std::uint64_t v) {
@@ -222,12 +247,11 @@ constexpr std::uint64_t decGToIeee(std::uint64_t v) {
   return sign | (field << 52) | (v & kFrac52);
 }
 
+// DEC D exponent d - 128 taken as a signed byte is d - 128 itself, so the
+// DEC G exponent is d + 896.
 VQ_INLINE constexpr std::uint64_t decDToDecG(std::uint64_t v) {
-  const std::uint64_t sign = v & kSign64;
-  const std::uint32_t dec_exp = static_cast<std::uint32_t>((v >> 55) & 0xFFu);
-  const std::int32_t e = static_cast<std::int8_t>(static_cast<std::uint8_t>(dec_exp - 128));
-  const auto g_exp = static_cast<std::uint64_t>(e + 1024);
-  return sign | (g_exp << 52) | ((v & kFrac55) >> 3);
+  const std::uint64_t dec_exp = (v >> 55) & 0xFFu;
+  return (v & kSign64) | ((dec_exp + 896) << 52) | ((v & kFrac55) >> 3);
 }
 
 VQ_COLD std::uint64_t decGToDecDSlow(std::uint64_t v) {
@@ -244,12 +268,13 @@ VQ_COLD std::uint64_t decGToDecDSlow(std::uint64_t v) {
   return sign | (static_cast<std::uint64_t>(dec_d_exp) << 55) | ((v & kFrac52) << 3);
 }
 
+// In 64-bit lanes throughout: the exponent field g stands for g - 1024,
+// in range for fields 1..1150, and g - 1024 + 128 is g + 128 modulo 256.
 VQ_INLINE std::uint64_t decGToDecD(std::uint64_t v, std::uint64_t &rare) {
-  const std::int32_t dec_g_exp = static_cast<std::int32_t>((v >> 52) & 0x7FFu) - 1024;
-  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(dec_g_exp, -1023, 126));
+  const std::uint64_t g = (v >> 52) & 0x7FFu;
+  rare |= std::uint64_t{0} - static_cast<std::uint64_t>(g - 1 > 1149);
   // No underflow check: exponents below -128 wrap.
-  const auto dec_d_exp = static_cast<std::uint64_t>(static_cast<std::uint32_t>(dec_g_exp + 128) & 0xFFu);
-  return (v & kSign64) | (dec_d_exp << 55) | ((v & kFrac52) << 3);
+  return (v & kSign64) | (((g + 128) & 0xFFu) << 55) | ((v & kFrac52) << 3);
 }
 
 constexpr std::uint64_t ibm64Assemble(std::uint64_t sign, std::int32_t x, std::uint64_t m) {
@@ -273,6 +298,16 @@ VQ_INLINE constexpr Ibm64Parts ibm64Parts(std::uint64_t v) {
           ((v & kFrac52) | (std::uint64_t{1} << 52)) << shift};
 }
 
+// IBM double from an IEEE exponent field and 52-bit fraction, as
+// ibm64Parts and ibm64Assemble in 64-bit lanes, flagging what would clamp.
+VQ_INLINE constexpr std::uint64_t ibm64FromField(std::uint64_t sign, std::uint64_t field, std::uint64_t frac,
+                                                 std::uint64_t &odd) {
+  const std::uint64_t shift = (field + 1) & 3u;
+  const std::uint64_t x = field + 4 - shift;
+  odd |= std::uint64_t{0} - static_cast<std::uint64_t>(x - 767 > 508);
+  return sign | ((((x + 1) >> 2) - 64) & 0x7Fu) << 56 | ((frac | (std::uint64_t{1} << 52)) << shift);
+}
+
 VQ_COLD std::uint64_t ieeeToIbm64Slow(std::uint64_t v) {
   Ibm64Parts p = ibm64Parts(v);
   if (p.x < 767) {
@@ -286,9 +321,7 @@ VQ_COLD std::uint64_t ieeeToIbm64Slow(std::uint64_t v) {
 }
 
 VQ_INLINE std::uint64_t ieeeToIbm64(std::uint64_t v, std::uint64_t &rare) {
-  const Ibm64Parts p = ibm64Parts(v);
-  rare |= static_cast<std::uint64_t>(!D_IN_RANGE(p.x, 767, 1275));
-  return ibm64Assemble(p.sign, p.x, p.m);
+  return ibm64FromField(v & kSign64, (v >> 52) & 0x7FFu, v & kFrac52, rare);
 }
 
 VQ_INLINE constexpr std::uint64_t ibmToIeee64(std::uint64_t v) {
@@ -310,20 +343,10 @@ VQ_INLINE constexpr std::uint64_t ibmToIeee64(std::uint64_t v) {
 // throughout. Each gives the bits of the two steps through IEEE for every
 // value it does not flag; flagged values take those steps one by one.
 
-// IBM double from an IEEE exponent field and 52-bit fraction, flagging
-// what would clamp.
-VQ_INLINE constexpr std::uint64_t ibm64FromField(std::uint64_t sign, std::uint64_t field, std::uint64_t frac,
-                                                 std::uint64_t &odd) {
-  const std::uint64_t shift = (field + 1) & 3u;
-  const std::uint64_t x = field + 4 - shift;
-  odd |= static_cast<std::uint64_t>(x - 767 > 508);
-  return sign | ((((x + 1) >> 2) - 64) & 0x7Fu) << 56 | ((frac | (std::uint64_t{1} << 52)) << shift);
-}
-
 // DEC D exponents 1..255 are IEEE fields 895..1149; 0 is flagged.
 VQ_INLINE constexpr std::uint64_t decDToIbm64Bulk(std::uint64_t v, std::uint64_t &odd) {
   const std::uint64_t e = (v >> 55) & 0xFFu;
-  odd |= static_cast<std::uint64_t>(e == 0);
+  odd |= std::uint64_t{0} - static_cast<std::uint64_t>(e == 0);
   return ibm64FromField(v & kSign64, e + 894, (v & kFrac55) >> 3, odd);
 }
 
@@ -339,10 +362,13 @@ struct IbmLead {
   std::uint64_t frac;
 };
 
+// The zeros by comparisons (the shift count they feed stays in 64-bit
+// lanes that way; GCC narrows one computed by arithmetic to 32 bits and
+// widens it again).
 VQ_INLINE constexpr IbmLead ibmLead(std::uint64_t v, std::uint64_t &odd) {
   const std::uint64_t f = v & 0x00FFFFFFFFFFFFFFu;
   const std::uint64_t d = f >> 52;
-  odd |= static_cast<std::uint64_t>(d == 0);
+  odd |= std::uint64_t{0} - static_cast<std::uint64_t>(d == 0);
   const std::uint64_t lz = digitZeros(d);
   return {4 * ((v >> 56) & 0x7Fu) + 766 - lz, lz, f};
 }
@@ -350,7 +376,7 @@ VQ_INLINE constexpr IbmLead ibmLead(std::uint64_t v, std::uint64_t &odd) {
 // IEEE fields above 1149 would clamp in DEC D.
 VQ_INLINE constexpr std::uint64_t ibmToDecDBulk(std::uint64_t v, std::uint64_t &odd) {
   const IbmLead l = ibmLead(v, odd);
-  odd |= static_cast<std::uint64_t>(l.field > 1149);
+  odd |= std::uint64_t{0} - static_cast<std::uint64_t>(l.field > 1149);
   return (v & kSign64) | ((l.field - 894) & 0xFFu) << 55 | ((l.frac << l.zeros) & (kFrac52 << 3));
 }
 
@@ -418,8 +444,10 @@ VQ_INLINE typename C::Word convert(typename C::Word raw) {
 // DEC F straight to IBM: the two steps through IEEE in one, the zero of
 // the IEEE step included (DEC exponent 2 with no fraction bits).
 VQ_INLINE constexpr std::uint32_t decFToIbm32(std::uint32_t v) {
+  // Masks rather than selects: one compare and an and-not each in vector
+  // code.
   const std::uint32_t u = decFToIeee(v);
-  return isZero(u) ? 0 : ieeeToIbm32(u);
+  return ieeeToIbm32(u) & ~(0u - static_cast<std::uint32_t>(isZero(u)));
 }
 
 // IEEE -> a foreign format: zero stays, negative zero becomes zero.
@@ -462,8 +490,9 @@ struct FromForeign {
     const W v = Load(raw);
     W flag = 0;
     const W r = Store.template operator()<Out>(Kernel(v, flag));
-    rare |= flag & (W{0} - static_cast<W>(v != 0));
-    return v == 0 ? W{0} : r;
+    const W zero = W{0} - static_cast<W>(v == 0);
+    rare |= flag & ~zero;
+    return r & ~zero;
   }
   template <D_INT4 In, D_INT4 Out>
   VQ_INLINE static W bulk(W raw, W &odd) { return fast<In, Out>(raw, odd); }
@@ -489,9 +518,9 @@ struct WithBulk : C {
     const W r = Store.template operator()<Out>(Bulk(v, flag));
     // A mask rather than a select: GCC will not if-convert a select around
     // the float conversion, which could trap.
-    const W nonzero = W{0} - static_cast<W>(v != 0);
-    odd |= flag & nonzero;
-    return r & nonzero;
+    const W zero = W{0} - static_cast<W>(v == 0);
+    odd |= flag & ~zero;
+    return r & ~zero;
   }
 };
 
@@ -560,7 +589,7 @@ using DecGToDecD = FromForeign<U8, Side::Dec, Side::Dec, loadVax<U8>, decGToDecD
 using IeeeToIbm8 = FromIeee<U8, Side::Ibm, ieeeToIbm64, storeBig<U8>, ieeeToIbm64Slow>;
 using Ibm8ToIeee = FromForeign<U8, Side::Ibm, Side::Ieee, loadBig<U8>, quiet<ibmToIeee64>, storeIeee<U8>>;
 using DecFToIbm4 = FromForeign<U4, Side::Dec, Side::Ibm, loadVax<U4>, quiet<decFToIbm32>, storeIbm<U4>>;
-using Ibm4ToDecF = Chain<Ibm4ToIeee, IeeeToDecF>;
+using Ibm4ToDecF = WithBulk<Chain<Ibm4ToIeee, IeeeToDecF>, loadBig<U4>, ibmToDecF32Bulk, storeDec<U4>>;
 using DecDToIbm8 = WithBulk<Chain<DecDToIeee, IeeeToIbm8>, loadVax<U8>, decDToIbm64Bulk, storeIbm<U8>>;
 using DecGToIbm8 = WithBulk<Chain<DecGToIeee, IeeeToIbm8>, loadVax<U8>, decGToIbm64Bulk, storeIbm<U8>>;
 using Ibm8ToDecD = WithBulk<Chain<Ibm8ToIeee, IeeeToDecD>, loadBig<U8>, ibmToDecDBulk, storeDec<U8>>;

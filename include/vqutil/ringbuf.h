@@ -156,7 +156,10 @@ typedef struct D_RING_ENTRY {
 
 struct D_RING_BUF;
 
-/** A buffer of a ring. Its first two words link it into the ring's list. */
+/** A buffer of a ring. Its first two words link it into the ring's list.
+ * Buffers come only from DutRingAddBuffer and DutRingAddFixedBuffer: the
+ * library keeps state of its own behind each header it allocates, so a
+ * header the host allocated must never be linked into a ring's list. */
 typedef struct D_RING_HDR {
   D_DQ_NODE *prev;        /**< previous buffer of the ring */
   D_DQ_NODE *next;        /**< next buffer of the ring */

@@ -1,11 +1,9 @@
 // The help file of the standard options: every option has a synopsis and a
-// detailed text, and the file names no option that does not exist.
+// detailed text, and helpopt lists the visible ones.
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <regex>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -61,19 +59,6 @@ TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {
     for (const std::string &line : detail) EXPECT_LE(line.size(), 79u) << line;
   }
   DutFreeCheck(options, "options", __FILE__, __LINE__);
-}
-
-// Each entry of the file, once, for an option that exists.
-TEST_F(OptionHelp, FileNamesOnlyRealOptions) {
-  std::ifstream in(data_ / "help/options/common.hlp");
-  std::set<std::string> seen;
-  const std::regex entry("[a-z_][a-z0-9_]*");
-  for (std::string line; std::getline(in, line);) {
-    if (!std::regex_match(line, entry)) continue;
-    EXPECT_TRUE(seen.insert(line).second) << "twice: " << line;
-    EXPECT_NE(DutOptionLookup(line.c_str()), nullptr) << "no such option: " << line;
-  }
-  EXPECT_GE(seen.size(), 70u);
 }
 
 TEST_F(OptionHelp, HelpoptListsVisibleOptionsOnly) {

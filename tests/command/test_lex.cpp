@@ -132,7 +132,7 @@ TEST(LexTokens, ErrorMessages) {
   EXPECT_EQ(t[0], (Token{D_TOK_ERROR, "a?b?c?"})) << "a third wildcard ends the token as an error";
 }
 
-TEST(LexTokens, StringValuesLinesAndNumbers) {
+TEST(LexTokens, StringValuesAndNumbers) {
   D_LEX *lexer = over("\"a\\tb\\\"c\\\\\" next");
   EXPECT_TRUE(DutLexGetToken(lexer) == D_TOK_STRING && std::string(D_GLEX_VALUE_STR(lexer)) == "a\tb\"c\\");
   EXPECT_STREQ(DutLexGetTokenText(lexer), "\"a\\tb\\\"c\\\\\"");
@@ -143,15 +143,6 @@ TEST(LexTokens, StringValuesLinesAndNumbers) {
   lexer = over("\"\\q\"");
   EXPECT_EQ(capture.Take(), "WARNING: unknown escape sequence \\q at line 1 of file <<NONE>>\n");
   EXPECT_STREQ(D_GLEX_VALUE_STR(lexer), "q");
-  DutLexDestroy(lexer);
-
-  // Lines are counted across runs of blanks.
-  lexer = over("x  \n \t\n\n   y\tz");
-  EXPECT_EQ(D_GLEX_LINE_NUM(lexer), 1);
-  for (const char *next : {"y", "z"}) {
-    DutLexAcceptId(lexer);
-    EXPECT_TRUE(D_GLEX_LINE_NUM(lexer) == 4 && std::string(DutLexGetTokenText(lexer)) == next);
-  }
   DutLexDestroy(lexer);
 
   // Whole numbers short enough to be exact, and the longer or fractional

@@ -101,18 +101,6 @@ TEST(ErrorStrCreate, AddsATextKeptByPointerAndNeverReplaces) {
 
 // ---- The number and the foreign values -------------------------------------
 
-TEST(ErrorNumber, PointerAddressesTheThreadNumber) {
-  DutErrNumSet(D_ERR_EMPTY);
-  D_INT4 *number = DutErrNumGetPtr();
-  ASSERT_EQ(number, &DutGetTsdValue()->err_num);
-  *number = D_ERR_EOF;
-  EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);
-  D_INT4 *other = nullptr;
-  std::thread([&] { other = DutErrNumGetPtr(); }).join();
-  EXPECT_NE(other, number);
-  DutErrNumSet(0);
-}
-
 // The library number leaves the foreign values alone. Each foreign setter
 // sets its kind; 0 keeps the value a failing call left, anything else
 // replaces it; the other two foreign values stay.

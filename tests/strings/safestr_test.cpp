@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -61,37 +60,6 @@ TEST(SafeStringModel, RandomOperationsMatchAStringAndItsSize) {
     }
     DutSafeStringDestroy(s);
   }
-}
-
-// Sizes of the reallocations of one label (no regex operators in it) in a
-// memory trace.
-std::vector<int> reallocSizes(const std::string &trace, const std::string &label) {
-  std::vector<int> sizes;
-  const std::regex line("D_REALLOC: " + label + R"( \(-?\d+\): (\d+) bytes)");
-  for (auto it = std::sregex_iterator(trace.begin(), trace.end(), line); it != std::sregex_iterator(); ++it)
-    sizes.push_back(std::stoi((*it)[1].str()));
-  return sizes;
-}
-
-TEST(SafeStringGrowth, ReallocationsGoOneQuantumPerStepAndUseResizedRoom) {
-  strings_test::DebugTap tap;
-  if (!tap.available()) GTEST_SKIP() << "debug output is on standard error in this process";
-  D_SAFE_STRING s = DutSafeStringCreate();
-  D_SAFE_STRING r = DutSafeStringCreate();
-  std::string appended, resized;
-  {
-    strings_test::DebugFlag tracing(D_DEBUG_MEMORY);
-    DutSafeStringAppend(&s, std::string(1000, 'q').c_str());
-    appended = tap.since();
-    DutSafeStringResize(&r, 2000);
-    DutSafeStringAppend(&r, std::string(2047, 'r').c_str());
-    resized = tap.since().substr(appended.size());
-  }
-  EXPECT_EQ(reallocSizes(appended, "dest->str"), (std::vector<int>{512, 768, 1024}));
-  EXPECT_EQ(reallocSizes(resized, "ssp->str"), (std::vector<int>{2048}));
-  EXPECT_TRUE(reallocSizes(resized, "dest->str").empty());
-  DutSafeStringDestroy(s);
-  DutSafeStringDestroy(r);
 }
 
 // A record without a buffer: clearing or copying makes a fresh one of 256

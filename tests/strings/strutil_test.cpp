@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <memory>
 #include <random>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -185,11 +184,6 @@ TEST(StrLists, EmptyListsAndRefusals) {
   OutputCapture out;
   EXPECT_FAILS(DutStrListEquali(nullptr, 0, list, 0), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutStrListEquali(list, 1, list, -1), D_FALSE, D_ERR_VAL_TOO_SMALL);
-}
-
-TEST(StrWallTime, CtimeFormWithoutNewline) {
-  EXPECT_TRUE(std::regex_match(DutGetWallTimeStr(), std::regex("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] "
-                                                               "[0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}")));
 }
 
 // ---- The quoted form: what the dump functions write and that reading it

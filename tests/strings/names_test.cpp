@@ -1,7 +1,7 @@
 // Names: quarks (numbering from 1, case folding with the first spelling
 // kept, the error numbers, the table listing and concurrent interning) and
 // one-wildcard patterns (plain names, the instance the wildcard stands for,
-// failures and the assertions).
+// failures, the trace under debug flag 5 and the assertions).
 #include "vqutil/pattern.h"
 #include "vqutil/quark.h"
 
@@ -140,6 +140,38 @@ TEST(Pattern, RandomPatternsAgainstAReference) {
     EXPECT_TRUE(!(plain || matches) || instance == (plain ? "untouched" : name.substr(prefix.size(), middle)))
         << instance;
   }
+}
+
+TEST(Pattern, TraceUnderDebugFlag5) {
+  strings_test::DebugTap tap;
+  if (!tap.available()) GTEST_SKIP() << "debug output is on standard error in this process";
+  char instance[16];
+  {
+    strings_test::DebugFlag flag(D_DEBUG_PATTERN);
+    ASSERT_EQ(DutMatchPattern("a?x?c", "abbc", instance), D_TRUE);
+    ASSERT_EQ(DutMatchPattern("plain", "other", instance), D_FALSE);
+    ASSERT_EQ(DutMatchPattern("ab?x?", "ac", instance), D_FALSE);
+  }
+  const std::string trace = tap.since();
+  EXPECT_EQ(trace,
+            "Entering DutMatchPattern(a?x?c, abbc)\n"
+            "  while loop: *pattern_ptr = a, *match_ptr = a\n"
+            "    pattern_ptr and match_ptr are the same\n"
+            "  while loop: *pattern_ptr = ?, *match_ptr = b\n"
+            "    found start of wildcard in *pattern_ptr\n"
+            "    calling D_STREQ(bbc,c)\n"
+            "    calling D_STREQ(bc,c)\n"
+            "    calling D_STREQ(c,c)\n"
+            "    wildcard:instance_return=<<bb>>\n"
+            "Entering DutMatchPattern(plain, other)\n"
+            "  no pattern: returning <<0>>\n"
+            "Entering DutMatchPattern(ab?x?, ac)\n"
+            "  while loop: *pattern_ptr = a, *match_ptr = a\n"
+            "    pattern_ptr and match_ptr are the same\n"
+            "  while loop: *pattern_ptr = b, *match_ptr = c\n"
+            "    characters do not match (returning FALSE)\n");
+  DutMatchPattern("a?x?c", "abbc", instance);  // with the flag off nothing is written
+  EXPECT_EQ(tap.since(), trace);
 }
 
 TEST(PatternDeathTest, AssertionsOnBadArguments) {

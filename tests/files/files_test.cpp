@@ -664,6 +664,19 @@ TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
   EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
 }
 
+// With file tracing on, opens and closes say so in the debug file (the name
+// given gets its ".dbg").
+TEST(OpenFiles, TracingWritesEntryLines) {
+  TempDir dir;
+  writeFile("t.txt", "");
+  DutDebugOpen("trace");
+  DutGetDebugFlags()[D_DEBUG_FILE] = 1;
+  DutCloseFile(DutOpenFile("t.txt", "r"));
+  DutGetDebugFlags()[D_DEBUG_FILE] = 0;
+  DutDebugClose();
+  EXPECT_NE(readFile("trace.dbg").find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos);
+}
+
 // Every function of the family refuses a null where it needs a pointer.
 TEST(FileArguments, NullPointersSetErrorThree) {
   D_PATH *path = DutPathCreate();

@@ -7,11 +7,16 @@
 // directory.
 #include <gtest/gtest.h>
 #include <unistd.h>
+#ifdef _WIN32
+#include <winsock2.h>  // gethostname
+#endif
 
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -161,6 +166,27 @@ TEST(NamingChecks, EachStandardOptionAcceptsAndRefuses) {
   EXPECT_TRUE(DutOptionSetUnknown(DutOptionLookup("default_subject_prefix")));
 }
 
+// The system's name unless VQ_FORCE_NODE_NAME is set (even to ""), cut to
+// the buffer's size with nothing written past it.
+TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
+  char buffer[D_NODE_NAME_SIZE + 64];
+  char host[512] = {};
+  std::string system = ::gethostname(host, sizeof host - 1) != 0 || host[0] == '\0' ? "UNKNOWN" : host;
+  const std::string longest(D_NODE_NAME_SIZE - 1, 'n');
+  for (const auto &[forced, expected] : {std::pair<std::optional<std::string>, std::string>{std::nullopt, system},
+                                         {"", ""},
+                                         {longest + "nnnn", longest}}) {
+#ifdef _WIN32
+    if (forced == "") continue;  // Windows holds no empty variable: that row is the unset one
+#endif
+    EnvVar guard("VQ_FORCE_NODE_NAME", forced ? forced->c_str() : nullptr);
+    std::memset(buffer, 'X', sizeof buffer);
+    EXPECT_TRUE(DutGetNodeName(buffer) == buffer && buffer[D_NODE_NAME_SIZE] == 'X');
+    EXPECT_EQ(std::string(buffer), expected.substr(0, D_NODE_NAME_SIZE - 1));
+  }
+  EXPECT_FAILS(DutGetNodeName(nullptr), nullptr, D_ERR_NULL_PTR);
+}
+
 // "_<node>_<number>"; the node cut at its first '.' when asked to, negative
 // numbers in hexadecimal, the full word; the longest fits the buffer.
 TEST(UniqueSubjectDefault, NodeAndNumber) {
@@ -183,8 +209,8 @@ TEST(UniqueSubjectDefault, NodeAndNumber) {
     EXPECT_EQ(std::string(buffer), c.expected);
   }
   EXPECT_FAILS(DutOptionGetUniqueSubjectDefault(nullptr, 1), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutGetNodeName(nullptr), nullptr, D_ERR_NULL_PTR);
 }
+
 
 // Computed once per process: /tmp without TEMP; a TEMP that cannot be made
 // (a path through a device, ENOTDIR) warns once and still answers.

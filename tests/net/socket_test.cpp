@@ -47,6 +47,30 @@ TEST(TcpSocket, ExchangeInBothDirections) {
   EXPECT_TRUE(closeOnExec(c.server) && closeOnExec(c.accepted));
 }
 
+// Ten bytes asked for each time: the loop ends at the peer's close, at a
+// time-out (after a partial piece or none), or when all ten have come.
+TEST(TcpSocket, RecvTimeoutEndsAtCloseTimeOutOrFullLength) {
+  const std::tuple<std::string, bool, D_REAL8, D_INT4> cases[] = {
+      {"abc", true, 5.0, 0},  {"", false, 0.2, 1},  {"abcd", false, 0.2, 1},
+      {"", true, -1.0, 0},    {"0123456789", false, -1.0, 0},
+  };
+  for (const auto &[sent, peer_closes, timeout, expect_timed_out] : cases) {
+    Connection c;
+    ASSERT_TRUE(c.ok());
+    ASSERT_TRUE(sendAll(c.accepted, sent));
+    if (peer_closes) shutdown(c.accepted, SHUT_WR);
+    D_INT4 timed_out = -1;
+    DutErrNumSet(0);
+    auto start = Clock::now();
+    EXPECT_EQ(recvTimeout(c.client, 10, timeout, &timed_out), sent);
+    EXPECT_EQ(timed_out, expect_timed_out) << sent;
+    if (expect_timed_out == 1) {
+      EXPECT_GE(secondsSince(start), timeout * 0.95);
+      EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
+    }
+  }
+}
+
 // A signal during the wait: without a pending interrupt the check fails
 // with the socket error 10004, with one with D_ERR_INTERRUPTED; the receive
 // loop waits on for the time that remained, not a fresh time-out.

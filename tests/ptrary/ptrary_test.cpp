@@ -102,16 +102,25 @@ TEST(PtrAryRefusals, ErrorNumberOutValueAndUnchangedArray) {
   }
 }
 
-// Every operation passes through one check; a reading, an editing and a
-// counting one stand for the rest.
 TEST(PtrAryRefusals, NullArrayIsRefusedByEveryOperation) {
   // A header whose item array is missing is refused the same way.
   D_PTR_ARY hollow{nullptr, 4, 0, 4, nullptr};
   for (D_PTR_ARY *array : {static_cast<D_PTR_ARY *>(nullptr), &hollow}) {
     D_INT4 n;
     D_WORD w;
+    EXPECT_FAILS(DutPtrAryClear(array, nullptr, nullptr), D_FALSE, D_ERR_NULL_PTR);
     EXPECT_FAILS(DutPtrAryAppend(array, 1, nullptr), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryInsertItemAtIndex(array, 1, 0), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryInsertBefore(array, 1, 2), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryInsertAfter(array, 1, 2), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryRemoveItemAtIndex(array, 0, nullptr), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryRemove(array, 1), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryItemExists(array, 1), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryReplaceItemAtIndex(array, 1, 0, nullptr), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrArySwapItems(array, 0, 0), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrArySort(array, ascending), D_FALSE, D_ERR_NULL_PTR);
     EXPECT_FAILS(DutPtrAryRemoveAll(array, 1, &n), D_FALSE, D_ERR_NULL_PTR);
+    EXPECT_FAILS(DutPtrAryGetItemIndex(array, 1, &n), D_FALSE, D_ERR_NULL_PTR);
     EXPECT_FAILS(DutPtrAryGetItemAtIndex(array, 0, &w), D_FALSE, D_ERR_NULL_PTR);
   }
   EXPECT_EQ(std::make_pair(hollow.count, hollow.capacity), std::make_pair(0, 4));

@@ -475,6 +475,21 @@ struct FromIeee {
   }
 };
 
+// Kernel over the loaded value, Store in the output order; all-zero bytes
+// stay zero and are never flagged. Tested after loading: a reordered zero
+// is zero, and the vectoriser then sees one value instead of two. A mask
+// rather than a select: GCC will not if-convert a select around a float
+// conversion, which could trap.
+template <typename W, auto Load, auto Kernel, auto Store, D_INT4 Out>
+VQ_INLINE W keepZero(W raw, W &flags) {
+  const W v = Load(raw);
+  W flag = 0;
+  const W r = Store.template operator()<Out>(Kernel(v, flag));
+  const W zero = W{0} - static_cast<W>(v == 0);
+  flags |= flag & ~zero;
+  return r & ~zero;
+}
+
 // A foreign format -> IEEE or DEC: all-zero bytes stay as they are.
 template <typename W, Side From, Side To, auto Load, auto Kernel, auto Store, auto Slow = nullptr>
 struct FromForeign {
@@ -485,14 +500,7 @@ struct FromForeign {
   static constexpr bool kFlags = kRare;
   template <D_INT4, D_INT4 Out>
   VQ_INLINE static W fast(W raw, W &rare) {
-    // Tested after loading: a reordered zero is zero, and the vectoriser
-    // then sees one value instead of two.
-    const W v = Load(raw);
-    W flag = 0;
-    const W r = Store.template operator()<Out>(Kernel(v, flag));
-    const W zero = W{0} - static_cast<W>(v == 0);
-    rare |= flag & ~zero;
-    return r & ~zero;
+    return keepZero<W, Load, Kernel, Store, Out>(raw, rare);
   }
   template <D_INT4 In, D_INT4 Out>
   VQ_INLINE static W bulk(W raw, W &odd) { return fast<In, Out>(raw, odd); }
@@ -513,14 +521,7 @@ struct WithBulk : C {
   static constexpr bool kFlags = true;
   template <D_INT4, D_INT4 Out>
   VQ_INLINE static W bulk(W raw, W &odd) {
-    const W v = Load(raw);
-    W flag = 0;
-    const W r = Store.template operator()<Out>(Bulk(v, flag));
-    // A mask rather than a select: GCC will not if-convert a select around
-    // the float conversion, which could trap.
-    const W zero = W{0} - static_cast<W>(v == 0);
-    odd |= flag & ~zero;
-    return r & ~zero;
+    return keepZero<W, Load, Bulk, Store, Out>(raw, odd);
   }
 };
 

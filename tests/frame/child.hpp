@@ -19,6 +19,7 @@
 #include <set>
 #include <string>
 
+#include "support/child_process.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
@@ -34,7 +35,7 @@
         ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);                             \
         DutSetFatalErrorFile(stderr);                                         \
         statement;                                                            \
-        std::_Exit(0);                                                        \
+        vqtest::ExitChild(0);                                                 \
       },                                                                      \
       ::testing::KilledBySignal(SIGABRT), regex)
 
@@ -80,7 +81,7 @@ void RunInChild(Body body) {
           std::fprintf(stderr, "%s:%d: %s\n", part.file_name() ? part.file_name() : "?",
                        part.line_number(), part.message());
         }
-        std::_Exit(failed ? 1 : 0);
+        ExitChild(failed ? 1 : 0);
       },
       ::testing::ExitedWithCode(0), "");
   std::error_code ignored;

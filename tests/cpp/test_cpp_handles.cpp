@@ -6,6 +6,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "support/temp_dir.hpp"
 #include "vqutil/vqutil.hpp"
 
 namespace {
@@ -102,9 +103,8 @@ TEST(CppHandles, RingPointersFreedOnceAndRecordReleased) {
 }
 
 TEST(CppHandles, FileLockReleasesItsLockFile) {
-  char tmpl[] = "/tmp/vqcpplockXXXXXX";
-  ASSERT_NE(mkdtemp(tmpl), nullptr);
-  const std::string resource = std::string(tmpl) + "/res";
+  const vqtest::TempDir dir("vqcpplock");
+  const std::string resource = dir.file("res");
   const std::string lock_file = resource + D_LOCK_FILE_SUFFIX;
   {
     auto lock = vqutil::FileLock::acquire(resource, vqutil::FileLock::Mode::Shared);
@@ -122,7 +122,6 @@ TEST(CppHandles, FileLockReleasesItsLockFile) {
   DutErrNumSet(0);
   EXPECT_FALSE(vqutil::FileLock::acquire(""));
   EXPECT_EQ(vqutil::last_error().value(), D_ERR_VAL_INVALID);
-  rmdir(tmpl);
 }
 
 }  // namespace

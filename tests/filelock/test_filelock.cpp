@@ -17,6 +17,7 @@
 #include <string>
 
 #include "support/output_capture.hpp"
+#include "support/temp_dir.hpp"
 #include "vqutil/command.h"
 #include "vqutil/filelock.h"
 #include "vqutil/memory.h"
@@ -66,16 +67,12 @@ class Child {
 class FileLock : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/vqlock-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-    res_ = dir_ + "/res";
+    res_ = dir_.file("res");
     lock_file_ = res_ + D_LOCK_FILE_SUFFIX;
     Setopt("ptm_lock_loops 1");
     Setopt("ptm_lock_delay 0");
     Setopt("ptm_lock_trace false");
   }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
   bool lockFileExists() const { return std::filesystem::exists(lock_file_); }
   // Whether a further handle gets the lock at once (released again).
   bool freeForAnotherHandle(D_INT4 type) const {
@@ -83,7 +80,7 @@ class FileLock : public ::testing::Test {
     if (fd < 0 || DptLockFileUnix(fd, type, D_TRUE) == D_FALSE) return false;  // closed by the failure
     return ::close(static_cast<int>(fd)) == 0;
   }
-  std::string dir_;
+  vqtest::TempDir dir_{"vqlock"};
   std::string res_;
   std::string lock_file_;
 };
@@ -97,7 +94,7 @@ TEST_F(FileLock, DefaultsAndRefusalsWithTheirErrorAndTraceNeverACrash) {
   D_LOCK_HANDLE *handle = nullptr;
   D_LOCK_HANDLE zeroed{};
   D_LOCK_HANDLE *not_live = &zeroed;
-  const std::string long_name = dir_ + "/" + std::string(5000, 'n');
+  const std::string long_name = dir_.str() + "/" + std::string(5000, 'n');
   auto failing_close = [] {  // still frees and clears the handle
     auto *bad = static_cast<D_LOCK_HANDLE *>(DutMalloc(sizeof(D_LOCK_HANDLE)));
     *bad = {1, -1, static_cast<char *>(DutMalloc(2))};

@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <random>
 #include <set>
@@ -30,6 +29,7 @@
 #include "support/env_var.hpp"
 #include "support/output_capture.hpp"
 #include "support/random_text.hpp"
+#include "support/temp_dir.hpp"
 #include "vqutil/error.h"
 #include "vqutil/file.h"
 #include "vqutil/interrupt.h"
@@ -43,44 +43,12 @@ namespace fs = std::filesystem;
 using vqtest::EnvVar;
 using vqtest::OutputCapture;
 
-// A fresh directory that is the current directory for the test's lifetime.
-class TempDir {
- public:
-  TempDir() : old_(fs::current_path()) {
-    static std::atomic<int> counter{0};
-    path_ = fs::temp_directory_path() /
-            ("vqfiles-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
-    fs::remove_all(path_);
-    fs::create_directories(path_);
-    fs::current_path(path_);
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    fs::current_path(old_, ignored);
-    fs::remove_all(path_, ignored);
-  }
-  TempDir(const TempDir &) = delete;
-  TempDir &operator=(const TempDir &) = delete;
-
-  const fs::path &path() const { return path_; }
-  std::string str() const { return path_.string(); }
-  std::string file(const std::string &name) const { return (path_ / name).string(); }
-
- private:
-  fs::path old_;
-  fs::path path_;
+// Each test runs inside a fresh directory of its own.
+struct TempDir : vqtest::TempDir {
+  TempDir() : vqtest::TempDir("vqfiles", true) {}
 };
-
-inline void writeFile(const std::string &name, const std::string &text) {
-  std::ofstream(name, std::ios::binary | std::ios::trunc) << text;
-}
-
-inline std::string readFile(const std::string &name) {
-  std::ifstream in(name, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using vqtest::ReadFile;
+using vqtest::WriteFile;
 
 // Gives a string option a value for one scope (null: unknown); the old
 // value comes back afterwards.
@@ -111,7 +79,7 @@ inline std::string recordingEditor(const TempDir &dir, const std::string &name,
                                    const std::string &extra = "") {
   std::string path = dir.file(name);
   std::string log = dir.file("editor.log");
-  writeFile(path, "#!/bin/sh\necho \"args: $*\" >> '" + log + "'\nfor f; do :; done\ncat \"$f\" >> '" +
+  WriteFile(path, "#!/bin/sh\necho \"args: $*\" >> '" + log + "'\nfor f; do :; done\ncat \"$f\" >> '" +
                       log + "'\n" + extra + "\n");
   fs::permissions(path, fs::perms::owner_all);
   return path;
@@ -180,7 +148,7 @@ TEST(AtomicIo, HandlerIsInstalledAfterEveryCallAndFailuresKeepErrno) {
   EXPECT_FAILS(DutWriteAtomic(p.fds[0], "x", 1), -1, D_ERR_C);  // the read end
   EXPECT_EQ(DutErrNumGetC(), EBADF);
   EXPECT_FAILS(DutReadAtomic(p.fds[0], buffer, -1), -1, D_ERR_VAL_INVALID);
-  writeFile("victim", "");
+  WriteFile("victim", "");
   EXPECT_FAILS(DutUnlinkAtomic("victim"), 0, 0);
   EXPECT_FAILS(DutUnlinkAtomic("victim"), -1, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
@@ -196,7 +164,7 @@ TEST(EditFile, OptionThenEnvironmentThenCat) {
   EnvVar path("PATH", (dir.str() + ":" + std::getenv("PATH")).c_str());
   EnvVar env("EDITOR", "/bin/false");
   StrOption option("editor", editor.c_str());
-  writeFile("doc.txt", "body\n");
+  WriteFile("doc.txt", "body\n");
   FILE *out = DutOpenFile("pending.txt", "w");
   std::fputs("not yet flushed\n", out);
   EXPECT_TRUE(DutEditFile("pending.txt", 3));
@@ -206,7 +174,7 @@ TEST(EditFile, OptionThenEnvironmentThenCat) {
   option.set("emacs");
   recordingEditor(dir, "emacs");
   EXPECT_TRUE(DutEditFile("doc.txt", 42));
-  EXPECT_EQ(readFile(dir.file("editor.log")),
+  EXPECT_EQ(ReadFile(dir.file("editor.log")),
             "args: pending.txt\nnot yet flushed\nargs: doc.txt\nbody\nargs: +42 doc.txt\nbody\n");
   EXPECT_TRUE(DutCloseFile(out));
   OutputCapture capture;
@@ -229,13 +197,13 @@ TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
   std::fputs("abc\n", app);
   std::fputs("first\n", out);
   FILE *app2 = DutViewFilePtr(app), *out2 = DutViewFilePtr(out);
-  EXPECT_EQ(readFile(dir.file("editor.log")), "args: view.txt\nabc\nargs: w.txt\nfirst\n");
+  EXPECT_EQ(ReadFile(dir.file("editor.log")), "args: view.txt\nabc\nargs: w.txt\nfirst\n");
   std::fputs("more\n", app2);
   std::fputs("second\n", out2);
   EXPECT_TRUE(DutCloseFile(app2) && DutCloseFile(out2));
-  EXPECT_EQ(readFile("view.txt"), "abc\nedited\nmore\n");
+  EXPECT_EQ(ReadFile("view.txt"), "abc\nedited\nmore\n");
   EXPECT_TRUE(DutLookupFile("w.txt") == out2 && DutCloseFile(out2)) << "one reference left";
-  EXPECT_EQ(readFile("w.txt"), "second\n");
+  EXPECT_EQ(ReadFile("w.txt"), "second\n");
 
   FILE *own = std::fopen("own.txt", "w");
   OutputCapture capture;
@@ -245,7 +213,7 @@ TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
                 reinterpret_cast<unsigned long>(own), fileno(own));
   EXPECT_EQ(capture.Take(), expected);
   std::fclose(own);
-  writeFile("r.txt", "");
+  WriteFile("r.txt", "");
   VQTEST_EXPECT_ASSERTION(DutViewFilePtr(DutOpenFile("r.txt", "r")),
                           "file_node->mode\\[0\\] == 'w' \\|\\| file_node->mode\\[0\\] == 'a'");
 }
@@ -286,13 +254,13 @@ TEST_F(DumpFile, Lifecycle) {
   DutDumpOut("value %d of %s\n", 7, "seven");
   EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_ALREADY_EXISTS);
   EXPECT_TRUE(DutDumpClose());
-  EXPECT_EQ(readFile(name), "value 7 of seven\n");
+  EXPECT_EQ(ReadFile(name), "value 7 of seven\n");
   ASSERT_TRUE(DutDumpGetName(buffer));  // the name outlives the close
   EXPECT_EQ(std::string(buffer), name);
   StrOption editor("editor", recordingEditor(dir, "viewer.sh").c_str());
   DutDumpOut("b\n");  // the first write opens it again (the old text goes)
   EXPECT_TRUE(DutDumpView());
-  EXPECT_EQ(readFile(dir.file("editor.log")), "args: " + name + "\nb\n");
+  EXPECT_EQ(ReadFile(dir.file("editor.log")), "args: " + name + "\nb\n");
   EXPECT_TRUE(DutDumpRemove());
   EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
@@ -310,7 +278,7 @@ TEST_F(DumpFile, ConcurrentWritesNeverInterleaveInsideACall) {
   }
   for (auto &th : threads) th.join();
   ASSERT_TRUE(DutDumpClose());
-  std::istringstream text(readFile(name));
+  std::istringstream text(ReadFile(name));
   std::set<std::string> lines;
   for (std::string line; std::getline(text, line);) EXPECT_TRUE(lines.insert(line).second) << line;
   EXPECT_EQ(lines.size(), static_cast<std::size_t>(kThreads * kLines));
@@ -323,7 +291,7 @@ TEST_F(DumpFile, NullFormatIsAnAssertionFailure) {
 
 TEST(FileTests, ExistsWritableAccessDeleteSize) {
   TempDir dir;
-  writeFile("data", "12345");
+  WriteFile("data", "12345");
   D_INT4 size = -1;
   EXPECT_TRUE(DutFileExists("data") && DutFileWritable("data") && DutMvsAccess("data", 4) == 0);
   EXPECT_TRUE(DutFileGetSize("data", &size) && size == 5 && DutDeleteFile("data") == 0);
@@ -338,7 +306,7 @@ TEST(FileTests, ExistsWritableAccessDeleteSize) {
 // another mode is refused.
 TEST(OpenFiles, SameModeSharesOneStreamUntilLastClose) {
   TempDir dir;
-  writeFile("a.txt", "abc");
+  WriteFile("a.txt", "abc");
   FILE *first = DutOpenFile("a.txt", "r");
   EXPECT_EQ(DutOpenFile("a.txt", "r"), first);
   EXPECT_FAILS(DutOpenFile("a.txt", "rb"), nullptr, D_ERR_TYPE_MISMATCH);
@@ -356,7 +324,7 @@ TEST(OpenFiles, SameModeSharesOneStreamUntilLastClose) {
 // file means no backup; a failed rename is reported and the open goes on.
 TEST(Backups, OnlyModeWOnlyOnTheFirstOpenAndFailuresWarn) {
   TempDir dir;
-  writeFile("app", "content");
+  WriteFile("app", "content");
   {
     StrOption none("backup_name", nullptr);
     EXPECT_TRUE(DutBackupFile("app"));
@@ -364,12 +332,12 @@ TEST(Backups, OnlyModeWOnlyOnTheFirstOpenAndFailuresWarn) {
   StrOption suffix("backup_name", "~");
   ASSERT_TRUE(DutCloseFile(DutOpenFile("app", "a")));
   EXPECT_FALSE(fs::exists("app~"));
-  writeFile("app~", "older");
+  WriteFile("app~", "older");
   FILE *out = DutOpenFile("app", "w");
-  EXPECT_EQ(readFile("app~"), "content");
+  EXPECT_EQ(ReadFile("app~"), "content");
   std::fputs("written", out);
   EXPECT_TRUE(DutFlushFile(out) && DutOpenFile("app", "w") == out);
-  EXPECT_TRUE(readFile("app~") == "content" && readFile("app") == "written");
+  EXPECT_TRUE(ReadFile("app~") == "content" && ReadFile("app") == "written");
   EXPECT_TRUE(DutCloseFile(out) && DutCloseFile(out));
   EXPECT_FAILS(DutBackupFile("absent"), D_TRUE, 0);
   fs::remove("app~");
@@ -437,7 +405,7 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
   };
   const std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) +
                                entry("b", "a", b, 1) + "File Name: <files.dmp>\nFile Mode: <w>\n";
-  EXPECT_EQ(readFile("files.dmp").substr(0, expected.size()), expected);
+  EXPECT_EQ(ReadFile("files.dmp").substr(0, expected.size()), expected);
   EXPECT_EQ(DutLookupFile("files.dmp"), nullptr);
   for (FILE *s : {c, a, a, b}) EXPECT_TRUE(DutCloseFile(s));
   fs::remove("files.dmp");
@@ -451,7 +419,7 @@ TEST(OpenFiles, ConcurrentOpensShareOneCount) {
   // Host threads: the registry's lock works only once the thread layer runs.
   ASSERT_EQ(DutInitThreads(), D_TRUE);
   TempDir dir;
-  writeFile("shared", "s");
+  WriteFile("shared", "s");
   FILE *anchor = DutOpenFile("shared", "r");
   std::vector<std::thread> threads;
   std::atomic<int> mismatches{0};
@@ -544,7 +512,7 @@ TEST_F(ShortNames, PlainNamesStayOthersMapToHashDigits) {
   EXPECT_EQ(base("long-name-az", 1), "095c4fc2");
   EXPECT_EQ(base("long-name-b_", 1), "964b7924");
   EXPECT_EQ(base("long-name-az", 0), "095c4fc2");
-  EXPECT_EQ(readFile(mapFile("964b7924")), "long-name-b_\n");
+  EXPECT_EQ(ReadFile(mapFile("964b7924")), "long-name-b_\n");
   std::string digits = base(std::string(256, 'x'), 0);
   EXPECT_EQ(digits.size(), 8u);
   EXPECT_FALSE(fs::exists(mapFile(digits)));
@@ -561,7 +529,7 @@ TEST_F(ShortNames, CheckOnlyCorruptMapUnwritableDirectoryAndBadCreate) {
   EXPECT_EQ(base("unknown name", 1, false), "");
   EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
   DutSetCheckOnly(0);
-  writeFile(mapFile("b052727e"), "");
+  WriteFile(mapFile("b052727e"), "");
   DutErrNumSet(0);
   EXPECT_EQ(base("My File.txt", 1, false), "");
   EXPECT_EQ(DutErrNumGet(), D_ERR_FILE_CORRUPT);
@@ -659,7 +627,7 @@ TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
   EXPECT_TRUE(count == 0 && names == nullptr);
   EXPECT_FAILS(DutDirGetFileNames("nowhere", &names, &count), D_FALSE, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
-  writeFile("plain", "");
+  WriteFile("plain", "");
   EXPECT_FAILS(DutDirGetFileNames("plain", &names, &count), D_FALSE, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
 }
@@ -668,13 +636,13 @@ TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
 // given gets its ".dbg").
 TEST(OpenFiles, TracingWritesEntryLines) {
   TempDir dir;
-  writeFile("t.txt", "");
+  WriteFile("t.txt", "");
   DutDebugOpen("trace");
   DutGetDebugFlags()[D_DEBUG_FILE] = 1;
   DutCloseFile(DutOpenFile("t.txt", "r"));
   DutGetDebugFlags()[D_DEBUG_FILE] = 0;
   DutDebugClose();
-  EXPECT_NE(readFile("trace.dbg").find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos);
+  EXPECT_NE(ReadFile("trace.dbg").find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos);
 }
 
 // Every function of the family refuses a null where it needs a pointer.

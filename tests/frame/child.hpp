@@ -4,23 +4,20 @@
 // files die with the child and parallel tests never share a file name.
 #pragma once
 
-#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 
 #include "support/child_process.hpp"
 #include "support/output_capture.hpp"
+#include "support/temp_dir.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
 #include "vqutil/thread.h"
@@ -41,15 +38,6 @@
 
 namespace vqtest {
 
-inline std::filesystem::path MakeTempDir() {
-  static std::atomic<int> counter{0};
-  std::filesystem::path dir = std::filesystem::temp_directory_path() /
-                              ("vqutil-frame-" + std::to_string(::getpid()) + "-" +
-                               std::to_string(counter.fetch_add(1)));
-  std::filesystem::create_directories(dir);
-  return dir;
-}
-
 inline void ClearFrameEnvironment() {
   for (const char *name : {"VQTIMESTAMPOUTPUT", "VQDEBUGFILENAME", "VQ_WARNING_ABORT",
                            "VQ_EXPECT_ABORT", "VQ_FATAL_ERROR_CONTINUE", "VQ_FATAL_ERROR_ABORT",
@@ -57,35 +45,15 @@ inline void ClearFrameEnvironment() {
     ::unsetenv(name);
 }
 
-// Runs body in a child process whose working directory is a new temporary
-// directory. Failed expectations inside the body are written to standard
-// error, where the parent shows them, and make the child exit 1.
+// Runs body in a forked child whose working directory is a new temporary
+// directory; failed expectations inside it fail the test.
 template <class Body>
 void RunInChild(Body body) {
-  const std::filesystem::path dir = MakeTempDir();
-  EXPECT_EXIT(
-      {
-        ::testing::TestPartResultArray results;
-        {
-          ::testing::ScopedFakeTestPartResultReporter reporter(
-              ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &results);
-          std::filesystem::current_path(dir);
-          body();
-        }
-        std::fflush(nullptr);
-        bool failed = false;
-        for (int i = 0; i < results.size(); ++i) {
-          const ::testing::TestPartResult &part = results.GetTestPartResult(i);
-          if (!part.failed()) continue;
-          failed = true;
-          std::fprintf(stderr, "%s:%d: %s\n", part.file_name() ? part.file_name() : "?",
-                       part.line_number(), part.message());
-        }
-        ExitChild(failed ? 1 : 0);
-      },
-      ::testing::ExitedWithCode(0), "");
-  std::error_code ignored;
-  std::filesystem::remove_all(dir, ignored);
+  const TempDir dir("vqutil-frame");
+  RunInChild("fast", [&] {
+    std::filesystem::current_path(dir.path());
+    body();
+  });
 }
 
 // RunInChild with none of the frame's environment variables set.
@@ -95,12 +63,6 @@ void RunClean(Body body) {
     ClearFrameEnvironment();
     body();
   });
-}
-
-// In text mode: the library writes its files so, "\r\n" on Windows.
-inline std::string ReadFile(const std::filesystem::path &path) {
-  std::ifstream in(path);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 inline std::string ReadStream(FILE *file) {

@@ -23,6 +23,7 @@
 #include "support/child_process.hpp"
 #include "support/env_var.hpp"
 #include "support/output_capture.hpp"
+#include "support/temp_dir.hpp"
 #include "vqutil/command.h"
 #include "vqutil/error.h"
 #include "vqutil/net.h"
@@ -50,11 +51,8 @@ std::string StrValue(const char *name) {
 // log-file check takes an argument. The computed defaults are what they are
 // computed from; a sample of the others is as defined.
 TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
-  namespace fs = std::filesystem;
-  fs::path base = fs::temp_directory_path() / ("vq-stdopts-temp-" + std::to_string(::getpid()));
-  fs::remove_all(base);
-  fs::create_directories(base);
-  EnvVar temp("VQ_STDOPTS_TEMP", (base / "fresh").string().c_str());
+  const vqtest::TempDir base("vq-stdopts-temp");
+  EnvVar temp("VQ_STDOPTS_TEMP", base.file("fresh").c_str());
   RunInChild("threadsafe", [] {
     ::unsetenv("VQ_DEFAULT_PROTOCOLS");
     ::setenv("TEMP", std::getenv("VQ_STDOPTS_TEMP"), 1);
@@ -86,8 +84,10 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
     }
     EXPECT_TRUE(std::filesystem::is_directory(dir)) << dir;
     EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_INTERACTIVE);
+    // The new program made a folder of its own for TEMP; its parent is gone
+    // with this process.
+    std::filesystem::remove_all(std::filesystem::path(std::getenv("TEMP")).parent_path());
   });
-  fs::remove_all(base);
 }
 
 // The environment's protocols in the order written (one replaces tcp); a

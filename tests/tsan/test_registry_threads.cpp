@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
+#include <algorithm>
 #include <string>
 
 #include "rwmutex/rw_support.hpp"
+#include "support/temp_dir.hpp"
 #include "vqutil/command.h"
 #include "vqutil/file.h"
 
@@ -47,14 +47,12 @@ TEST(RegistryThreads, CommandsCreatedAndRunFromManyThreads) {
 // Every reference to the shared file is dropped in the end, so it is
 // closed and gone from the registry; each private file gets all its lines.
 TEST(RegistryThreads, OpenFilesSharedAndPrivate) {
-  namespace fs = std::filesystem;
-  const fs::path dir = fs::temp_directory_path() / ("vq_tsan_files_" + std::to_string(getpid()));
-  fs::create_directories(dir);
-  const std::string shared = (dir / "shared.txt").string();
-  std::ofstream(shared) << "shared\n";
+  const vqtest::TempDir dir("vq_tsan_files");
+  const std::string shared = dir.file("shared.txt");
+  vqtest::WriteFile(shared, "shared\n");
   auto codes = rwtest::runTogether(kThreads, [&](int i) {
     D_WORD bad = 0;
-    const std::string mine = (dir / ("own" + std::to_string(i) + ".txt")).string();
+    const std::string mine = dir.file("own" + std::to_string(i) + ".txt");
     for (int round = 0; round < 50; ++round) {
       FILE *s = DutOpenFile(shared.c_str(), "r"), *own = DutOpenFile(mine.c_str(), "a");
       bad += s == nullptr || DutLookupFile(shared.c_str()) != s || own == nullptr;
@@ -66,13 +64,9 @@ TEST(RegistryThreads, OpenFilesSharedAndPrivate) {
   EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), codes);
   EXPECT_EQ(nullptr, DutLookupFile(shared.c_str()));
   for (int i = 0; i < kThreads; ++i) {
-    std::ifstream in(dir / ("own" + std::to_string(i) + ".txt"));
-    int lines = 0;
-    for (std::string line; std::getline(in, line);) lines++;
-    EXPECT_EQ(50, lines) << "thread " << i;
+    const std::string text = vqtest::ReadFile(dir.file("own" + std::to_string(i) + ".txt"));
+    EXPECT_EQ(50, std::count(text.begin(), text.end(), '\n')) << "thread " << i;
   }
-  std::error_code ignored;
-  fs::remove_all(dir, ignored);
 }
 
 }  // namespace

@@ -12,10 +12,10 @@
 #include <regex>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "support/error_values.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/thread.h"
@@ -49,21 +49,9 @@ const std::pair<D_INT4, const char *> kTexts[] = {
 static_assert(D_ERR_C == 1 && D_ERR_NO_MEMORY == 30 && D_ERR_FILE_CORRUPT == 24 && D_ERR_READ_ONLY == 28);
 static_assert(D_ERR_CONN_INIT_FAILED == 500 && D_ERR_MSG_INVALID == 507 && D_ERR_PROTOCOL_MISMATCH == 522);
 
-// Puts all four values of the calling thread into a known state.
-void SetAllFour(D_INT4 number, int c_err, D_INT4 os_err, D_INT4 socket_err) {
-  D_ERR_SAVE save{number, c_err, os_err, socket_err};
-  ASSERT_TRUE(DutErrNumRestoreTsd(&save, DutGetTsdValue()));
-}
-
-using Four = std::tuple<D_INT4, D_INT4, D_INT4, D_INT4>;
-
-// The thread's library number, errno, OS and socket values; errno is read
-// first so that no other getter can be what keeps it.
-Four Current() {
-  const D_INT4 c_err = errno;
-  const D_INT4 os_err = DutErrNumGetOs(), socket_err = DutErrNumGetSocket();
-  return {DutErrNumGet(), c_err, os_err, socket_err};
-}
+using vqtest::AllFour;
+using vqtest::Four;
+using vqtest::SetAllFour;
 
 Four Fields(const D_ERR_SAVE &save) { return {save.err_num, save.c_err, save.os_err, save.socket_err}; }
 
@@ -116,7 +104,7 @@ TEST(ErrorNumber, ForeignSettersKeepZeroAndReplaceOthers) {
   for (const auto &step : steps) {
     DutErrNumSet(0);  // the kind each step leaves is its own doing
     step.set(step.value);
-    EXPECT_EQ(Current(), step.after) << "step " << &step - steps;
+    EXPECT_EQ(AllFour(), step.after) << "step " << &step - steps;
   }
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
 }
@@ -146,21 +134,21 @@ TEST(ErrorSave, SaveRestoreAndTheRecordPair) {
   D_ERR_SAVE save{-1, -1, -1, -1};
   ASSERT_TRUE(DutErrNumSave(&save));
   EXPECT_EQ(Fields(save), Four(D_ERR_TIMEOUT_REACHED, E2BIG, 5, 10060));
-  EXPECT_EQ(Current(), Four(D_ERR_TIMEOUT_REACHED, E2BIG, 5, 10060));
+  EXPECT_EQ(AllFour(), Four(D_ERR_TIMEOUT_REACHED, E2BIG, 5, 10060));
   SetAllFour(0, 0, 0, 0);
   const D_ERR_SAVE all{D_ERR_DOESNT_EXIST, 33, 44, 10055};
   ASSERT_TRUE(DutErrNumRestore(&all));
-  EXPECT_EQ(Current(), Four(D_ERR_DOESNT_EXIST, 33, 44, 10055));
+  EXPECT_EQ(AllFour(), Four(D_ERR_DOESNT_EXIST, 33, 44, 10055));
   SetAllFour(D_ERR_EOF, EIO, 5, 10054);
   const D_ERR_SAVE zeros{0, 0, 0, 0}, kept{D_ERR_NULL_PTR, 0, 0, 0};
   ASSERT_TRUE(DutErrNumRestore(&kept));
-  EXPECT_EQ(Current(), Four(D_ERR_NULL_PTR, EIO, 5, 10054));
+  EXPECT_EQ(AllFour(), Four(D_ERR_NULL_PTR, EIO, 5, 10054));
 
   D_TSD_RECORD *tsd = DutErrNumSaveTsd(&save);
   ASSERT_EQ(tsd, DutGetTsdValue());
   EXPECT_EQ(Fields(save), Four(D_ERR_NULL_PTR, EIO, 5, 10054));
   ASSERT_TRUE(DutErrNumRestoreTsd(&zeros, tsd));
-  EXPECT_EQ(Current(), Four(0, 0, 0, 0));
+  EXPECT_EQ(AllFour(), Four(0, 0, 0, 0));
 
   EXPECT_FAILS(DutErrNumSave(nullptr), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutErrNumRestore(nullptr), D_FALSE, D_ERR_NULL_PTR);
@@ -195,11 +183,11 @@ TEST(ErrorThreads, NewThreadsStartAtZeroAndDoNotLeak) {
   Four seen, after;
   std::thread([&] {
     errno = ENOTDIR;
-    seen = Current();
+    seen = AllFour();
     std::thread([&] {
       errno = EISDIR;
       DutErrNumSet(D_ERR_IN_USE);
-      after = Current();
+      after = AllFour();
     }).join();
   }).join();
   EXPECT_EQ(seen, Four(0, ENOTDIR, 0, 0));
@@ -333,7 +321,7 @@ TEST(Perror, TextOfEachForeignKindAndLeavesAllFourValues) {
                  std::to_string(c.socket_err));
     SetAllFour(c.number, c.c_err, c.os_err, c.socket_err);
     EXPECT_TRUE(DutPerror(c.prefix));
-    EXPECT_EQ(Current(), Four(c.number, c.c_err, c.os_err, c.socket_err));
+    EXPECT_EQ(AllFour(), Four(c.number, c.c_err, c.os_err, c.socket_err));
     EXPECT_EQ(capture.Take(), c.expected);
   }
 }
@@ -354,7 +342,7 @@ TEST(Perror, SwitchAndNullPrefix) {
     EXPECT_EQ(enabled, value);
     SetAllFour(D_ERR_C, ENOENT, 2, 10061);
     EXPECT_TRUE(DutPerror("open"));
-    EXPECT_EQ(Current(), Four(D_ERR_C, ENOENT, 2, 10061));
+    EXPECT_EQ(AllFour(), Four(D_ERR_C, ENOENT, 2, 10061));
     EXPECT_EQ(capture.Take(), value ? "open: " + Sys(ENOENT) + "\n" : "");
   }
   SetAllFour(D_ERR_C, ENOENT, 0, 0);

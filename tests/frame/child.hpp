@@ -16,6 +16,7 @@
 #include <string>
 
 #include "support/child_process.hpp"
+#include "support/error_values.hpp"
 #include "support/output_capture.hpp"
 #include "support/temp_dir.hpp"
 #include "vqutil/error.h"
@@ -72,12 +73,6 @@ inline std::string ReadStream(FILE *file) {
   int c;
   while ((c = std::fgetc(file)) != EOF) text.push_back(static_cast<char>(c));
   return text;
-}
-
-// Puts the calling thread's four error values into a known state.
-inline void SetAllFour(D_INT4 number, int c_err, D_INT4 os_err, D_INT4 socket_err) {
-  D_ERR_SAVE save{number, c_err, os_err, socket_err};
-  ASSERT_TRUE(DutErrNumRestoreTsd(&save, DutGetTsdValue()));
 }
 
 // ctime texts (with their newline) of every second from `from` to `to`.

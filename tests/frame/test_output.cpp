@@ -10,7 +10,6 @@
 #include <ctime>
 #include <regex>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "support/output_capture.hpp"
@@ -21,18 +20,12 @@
 
 namespace {
 
+using vqtest::AllFour;
+using vqtest::Four;
 using vqtest::OutputCapture;
 using vqtest::ReadFile;
 using vqtest::RunClean;
 using vqtest::SetAllFour;
-
-using Four = std::tuple<D_INT4, int, D_INT4, D_INT4>;
-
-// errno first, so that no other getter can be what keeps it.
-Four AllFour() {
-  const int c_err = errno;
-  return {DutErrNumGet(), c_err, DutErrNumGetOs(), DutErrNumGetSocket()};
-}
 
 // An output function that wrecks every error value of its thread.
 int ClobberingOutput(const char *format, va_list args) {

@@ -14,14 +14,14 @@
 #include <string>
 #include <vector>
 
-#include "support.hpp"
+#include "support/output_capture.hpp"
 #include "support/random_text.hpp"
 #include "vqutil/error.h"
 #include "vqutil/memory.h"
 
 namespace {
 
-using strings_test::OutputCapture;
+using vqtest::OutputCapture;
 
 // A caller-owned new string, freed at the end of its scope.
 struct FreeCheck {

@@ -29,6 +29,7 @@
 
 namespace {
 
+using hashtest::SameWord;
 using hashtest::Table;
 using hashtest::Word;
 using Chains = std::vector<std::vector<D_WORD>>;
@@ -40,7 +41,6 @@ D_UINT4 CountingHash(D_WORD key) {
   ++gCustomHashCalls;
   return static_cast<D_UINT4>(key);
 }
-D_INT4 SameWord(D_WORD a, D_WORD b) { return a == b; }
 
 // ---- Sizes ------------------------------------------------------------------
 
@@ -337,12 +337,6 @@ Words Sorted(D_HASH_TABLE *t, D_HASH_FILTER_FUNC filter, bool keys = false) {
   return out;
 }
 
-std::string Names(const Words &keys) {
-  std::string names;
-  for (D_WORD k : keys) names += std::string(reinterpret_cast<const char *>(k)) + " ";
-  return names;
-}
-
 D_INT4 OddValues(D_WORD, D_WORD value) { return value % 2; }
 
 struct Trail {
@@ -381,7 +375,9 @@ TEST(HashSort, ValuesKeysAndSortedTraversalMatchAnOrderedMap) {
     DutErrNumSet(0);
     ASSERT_EQ(Sorted(t, filter), values) << "round " << round;
     EXPECT_EQ(DutErrNumGet(), model.empty() ? 0 : D_ERR_END_OF_TRAVERSAL) << "round " << round;
-    ASSERT_EQ(Names(Sorted(t, filter, true)), keys) << "round " << round;
+    std::string names;
+    for (D_WORD k : Sorted(t, filter, true)) names += std::string(reinterpret_cast<const char *>(k)) + " ";
+    ASSERT_EQ(names, keys) << "round " << round;
     Trail trail{{}, values.empty() || rng() % 4 == 0 ? 0 : values[rng() % values.size()]};
     const auto stop = std::find(values.begin(), values.end(), trail.stop_at);
     EXPECT_EQ(DutHashSortTraverse(t, Follow, &trail, nullptr, filter), trail.stop_at * 100) << "round " << round;

@@ -23,10 +23,10 @@
 
 namespace {
 
+using hashtest::SameWord;
 using hashtest::Table;
 
 D_UINT4 IdentityHash(D_WORD key) { return static_cast<D_UINT4>(key); }
-D_INT4 SameWord(D_WORD a, D_WORD b) { return a == b; }
 
 D_HASH_TABLE *CreateCustom(D_INT4 size) { return DutHashCreate(size, IdentityHash, SameWord); }
 

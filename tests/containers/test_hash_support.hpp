@@ -2,6 +2,7 @@
 // length, line splitting and chain inspection.
 #pragma once
 
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -10,17 +11,18 @@
 
 namespace hashtest {
 
-struct Table {
-  explicit Table(D_HASH_TABLE *t) : table(t) {}
-  ~Table() {
-    if (table != nullptr) DutHashDestroy(table, nullptr, nullptr);
-  }
-  Table(const Table &) = delete;
-  Table &operator=(const Table &) = delete;
-  D_HASH_TABLE *operator->() const { return table; }
-  operator D_HASH_TABLE *() const { return table; }
-  D_HASH_TABLE *table;
+struct Destroy {
+  void operator()(D_HASH_TABLE *table) const { DutHashDestroy(table, nullptr, nullptr); }
 };
+
+// Owns a table for a test's length, and passes for the table itself.
+struct Table : std::unique_ptr<D_HASH_TABLE, Destroy> {
+  using unique_ptr::unique_ptr;
+  operator D_HASH_TABLE *() const { return get(); }
+};
+
+// Equality of words, for tables made with caller-supplied functions.
+inline D_INT4 SameWord(D_WORD a, D_WORD b) { return a == b; }
 
 inline std::vector<std::string> Lines(const std::string &text) {
   std::vector<std::string> lines;

@@ -63,17 +63,12 @@ struct Refusal {
 };
 #define CALL(expr) [](D_PTR_ARY *p, [[maybe_unused]] D_WORD *out) -> D_BOOL { return expr; }
 
-// The counting calls with their 32-bit out values widened.
-D_BOOL RemoveAllOut(D_PTR_ARY *p, D_WORD item, D_WORD *out) {
-  D_INT4 n = 99;
-  const D_BOOL ok = DutPtrAryRemoveAll(p, item, &n);
-  *out = n;
-  return ok;
-}
-D_BOOL IndexOut(D_PTR_ARY *p, D_WORD item, D_WORD *out) {
-  D_INT4 index = -5;
-  const D_BOOL ok = DutPtrAryGetItemIndex(p, item, &index);
-  *out = index;
+// The counting calls with their 32-bit out value, which starts at start,
+// widened.
+D_BOOL Widened(D_BOOL (*call)(D_PTR_ARY *, D_WORD, D_INT4 *), D_INT4 start, D_PTR_ARY *p, D_WORD item,
+               D_WORD *out) {
+  const D_BOOL ok = call(p, item, &start);
+  *out = start;
   return ok;
 }
 
@@ -89,10 +84,11 @@ TEST(PtrAryRefusals, ErrorNumberOutValueAndUnchangedArray) {
       {"remove at count", {8}, CALL(DutPtrAryRemoveItemAtIndex(p, 1, out)), D_ERR_VAL_INVALID},
       {"remove absent", {1, 3, 2}, CALL(DutPtrAryRemove(p, 4)), D_ERR_DOESNT_EXIST},
       {"remove from empty", {}, CALL(DutPtrAryRemove(p, 1)), D_ERR_VAL_TOO_SMALL},  // not "doesn't exist"
-      {"remove all absent", {1, 2}, CALL(RemoveAllOut(p, 3, out)), D_ERR_DOESNT_EXIST, 0},
-      {"remove all from empty", {}, CALL(RemoveAllOut(p, 3, out)), D_ERR_DOESNT_EXIST, 0},
+      {"remove all absent", {1, 2}, CALL(Widened(DutPtrAryRemoveAll, 99, p, 3, out)), D_ERR_DOESNT_EXIST, 0},
+      {"remove all from empty", {}, CALL(Widened(DutPtrAryRemoveAll, 99, p, 3, out)), D_ERR_DOESNT_EXIST, 0},
       {"remove all, null count", {1, 2}, CALL(DutPtrAryRemoveAll(p, 1, nullptr)), D_ERR_NULL_PTR},
-      {"index of absent", {7, 8, 7}, CALL(IndexOut(p, 9, out)), D_ERR_DOESNT_EXIST, 3},  // left at the count
+      // The index is left at the count.
+      {"index of absent", {7, 8, 7}, CALL(Widened(DutPtrAryGetItemIndex, -5, p, 9, out)), D_ERR_DOESNT_EXIST, 3},
       {"index, null out", {7}, CALL(DutPtrAryGetItemIndex(p, 7, nullptr)), D_ERR_NULL_PTR},
       {"exists in empty", {}, CALL(DutPtrAryItemExists(p, 0)), D_ERR_DOESNT_EXIST},
       {"item at -1", {4, 5, 6}, CALL(DutPtrAryGetItemAtIndex(p, -1, out)), D_ERR_VAL_INVALID},

@@ -158,11 +158,7 @@ void compareOne(std::mt19937 &rng, D_CB_TYPE *type, int round) {
   DutCbListTraverse(
       run.list,
       [](D_CB_LIST *, D_CB *cb, void *out) -> D_WORD {
-        D_WORD id = 0;
-        D_INT2 p = 0;
-        DutCbGetArgument(cb, &id);
-        DutCbGetPriority(cb, &p);
-        static_cast<std::vector<std::pair<int, D_INT2>> *>(out)->emplace_back(static_cast<int>(id), p);
+        static_cast<decltype(after) *>(out)->emplace_back(static_cast<int>(D_GCB_ARG(cb)), D_GCB_PRIORITY(cb));
         return 0;
       },
       &after);

@@ -1,10 +1,7 @@
 // Shared scaffolding of the callback tests: scripted callbacks that record
-// their calls and may act on the list while they run, and a printf-like
-// sink for the dumps.
+// their calls and may act on the list while they run.
 #pragma once
 
-#include <cstdarg>
-#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -12,10 +9,7 @@
 #include "vqutil/callback.h"
 #include "vqutil/error.h"
 
-
 namespace cbtest {
-
-using vqtest::OutputCapture;
 
 // The names of the callbacks called so far, in order.
 inline std::string &calls() {
@@ -43,20 +37,6 @@ inline D_CB_LIST *listOf(D_CB *cb) {
   D_CB_LIST *list = nullptr;
   DutCbGetList(cb, &list);
   return list;
-}
-
-inline std::string &dumpText() {
-  static std::string s;
-  return s;
-}
-
-inline void dumpSink(const char *format, ...) {
-  char piece[512];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(piece, sizeof piece, format, args);
-  va_end(args);
-  dumpText() += piece;
 }
 
 }  // namespace cbtest

@@ -13,11 +13,7 @@
 
 namespace {
 
-using cbtest::Action;
-using cbtest::calls;
-using cbtest::listOf;
-using cbtest::run;
-using cbtest::word;
+using namespace cbtest;
 using Then = std::function<void(D_CB *, void *)>;
 
 class CallbackCalls : public ::testing::Test {
@@ -39,7 +35,6 @@ class CallbackCalls : public ::testing::Test {
     SetUp();
   }
 
-  D_WORD act(const std::string &name, Then then) { return word(actions_.emplace_back(Action{name, then})); }
   // Makes the callbacks of `layout` in order, then gives them the priorities
   // it names: "A" goes in the fixture's list, "oA" in the object's, "gA" in
   // the global one; "A:1:0" sets 1, then 0. `then` says what a callback does
@@ -49,7 +44,7 @@ class CallbackCalls : public ::testing::Test {
     std::istringstream words(layout);
     for (std::string word; words >> word;) {
       std::string name = word.substr(0, word.find(':'));
-      D_WORD arg = act(name, then[name]);
+      D_WORD arg = cbtest::word(actions_.emplace_back(Action{name, then[name]}));
       made.emplace_back(name[0] == 'o'   ? DutCbTypeCbCreate(type_, &owner_, run, arg)
                         : name[0] == 'g' ? DutCbCreateGlobal(type_, run, arg)
                                          : DutCbListCbCreate(list_, run, arg),
@@ -57,15 +52,12 @@ class CallbackCalls : public ::testing::Test {
     }
     for (auto &[cb, priorities] : made) {
       std::istringstream values(priorities);
-      for (int priority; values.ignore(1) && values >> priority;) prioritised(cb, static_cast<D_INT2>(priority));
+      for (D_INT2 priority, stored = 0; values.ignore(1) && values >> priority;) {
+        EXPECT_TRUE(DutCbSetPriority(cb, static_cast<D_UINT2>(priority)) && DutCbGetPriority(cb, &stored));
+        EXPECT_EQ(stored, priority);
+      }
     }
     return made.empty() ? nullptr : made[0].first;
-  }
-  static D_CB *prioritised(D_CB *cb, D_INT2 priority) {
-    D_INT2 stored = 0;
-    EXPECT_TRUE(DutCbSetPriority(cb, static_cast<D_UINT2>(priority)) && DutCbGetPriority(cb, &stored));
-    EXPECT_EQ(stored, priority);
-    return cb;
   }
 
   // The names called by one call of a list (the fixture's by default), or
@@ -146,7 +138,7 @@ TEST_F(CallbackCalls, GlobalFlagSelectsTheLists) {
     EXPECT_EQ(typeCall(), expected);
   }
   DutCbTypeSetGlobFlag(type_, 7);
-  cbtest::OutputCapture capture;
+  vqtest::OutputCapture capture;
   EXPECT_EQ(typeCall(), "");
   EXPECT_EQ(capture.Take(), "WARNING: Unexpected global flag (7) in DutCbTypeCall\n");
   // A global list that exists but is empty leaves the object's called alone.

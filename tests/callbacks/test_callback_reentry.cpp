@@ -7,6 +7,7 @@
 // allocation of its own, and the debug file shows each one.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <sstream>
@@ -28,95 +29,66 @@ struct Step {
   D_INT2 value;  // the new priority
 };
 
-// The calling rules on plain vectors.
-class Model {
- public:
-  std::vector<std::pair<int, D_INT2>> cbs;  // id, priority, in calling order
-  std::vector<int *> positions;             // innermost last
-  bool stop = false;
-
-  int indexOf(int id) const {
-    for (std::size_t i = 0; i < cbs.size(); ++i) {
-      if (cbs[i].first == id) return static_cast<int>(i);
-    }
-    return -1;
-  }
-
-  void insert(int id, D_INT2 p) {
-    int at = static_cast<int>(cbs.size());
-    while (at > 0 && cbs[static_cast<std::size_t>(at - 1)].second < p) --at;
-    cbs.insert(cbs.begin() + at, {id, p});
-    for (int *next : positions) {
-      if (at + 1 <= *next) ++*next;
-    }
-  }
-
-  void remove(int id) {
-    const int at = indexOf(id);
-    cbs.erase(cbs.begin() + at);
-    for (int *next : positions) {
-      if (at < *next && *next >= 1) --*next;
-    }
-  }
-
-  void setPriority(int id, D_INT2 p) {
-    if (cbs[static_cast<std::size_t>(indexOf(id))].second == p) return;
-    remove(id);
-    insert(id, p);
-  }
-};
-
 struct Script {
   std::vector<Step> steps;
   std::size_t taken = 0;
   int next_id = 0;
   std::string log;  // "id@depth " per callback called
 
-  Step take() { return taken < steps.size() ? steps[taken++] : Step{kNothing, 0, 0}; }
+  // Logs the callback called and answers what it does.
+  Step take(int id, std::size_t depth) {
+    log += std::to_string(id) + "@" + std::to_string(depth) + " ";
+    return taken < steps.size() ? steps[taken++] : Step{kNothing, 0, 0};
+  }
 };
 
-constexpr int kMaxDepth = 4;
+constexpr std::size_t kMaxDepth = 4;
 
 // ---- The model's run ----------------------------------------------------------
 
-void modelCall(Model &m, Script &s);
+// The calling rules on plain vectors.
+struct Model {
+  std::vector<std::pair<int, D_INT2>> cbs;  // id, priority, in calling order
+  std::vector<int> next;                    // the next index of each call in progress, innermost last
+  bool stop = false;
 
-void modelAct(Model &m, Script &s, int id) {
-  s.log += std::to_string(id) + "@" + std::to_string(m.positions.size()) + " ";
-  const Step step = s.take();
-  switch (step.act) {
-    case kRecurse:
-      if (m.positions.size() < kMaxDepth) modelCall(m, s);
-      break;
-    case kDestroy:
-      if (m.indexOf(step.target) >= 0) m.remove(step.target);
-      break;
-    case kCreate:
-      m.insert(s.next_id++, 0);
-      break;
-    case kPriority:
-      if (m.indexOf(step.target) >= 0) m.setPriority(step.target, step.value);
-      break;
-    case kStop:
-      m.stop = true;
-      break;
-    default:
-      break;
+  auto find(int id) {
+    return std::find_if(cbs.begin(), cbs.end(), [id](const auto &cb) { return cb.first == id; });
   }
-}
+  // After every callback of at least its priority.
+  void insert(int id, D_INT2 p) {
+    const auto at = std::find_if(cbs.begin(), cbs.end(), [p](const auto &cb) { return cb.second < p; });
+    for (int &n : next) n += at - cbs.begin() < n;
+    cbs.insert(at, {id, p});
+  }
+  void remove(int id) {
+    const auto at = find(id);
+    for (int &n : next) n -= at - cbs.begin() < n;
+    cbs.erase(at);
+  }
 
-void modelCall(Model &m, Script &s) {
-  int next = 0;
-  m.positions.push_back(&next);
-  m.stop = false;
-  while (next < static_cast<int>(m.cbs.size())) {
-    const int id = m.cbs[static_cast<std::size_t>(next)].first;
-    ++next;
-    modelAct(m, s, id);
-    if (m.stop) break;
+  void call(Script &s) {
+    const std::size_t depth = next.size();
+    next.push_back(0);
+    stop = false;
+    while (!stop && next[depth] < static_cast<int>(cbs.size())) {
+      act(s, cbs[static_cast<std::size_t>(next[depth]++)].first);
+    }
+    next.pop_back();
   }
-  m.positions.pop_back();
-}
+  void act(Script &s, int id) {
+    const Step step = s.take(id, next.size());
+    const bool known = find(step.target) != cbs.end();
+    if (step.act == kRecurse && next.size() < kMaxDepth) call(s);
+    if (step.act == kDestroy && known) remove(step.target);
+    if (step.act == kCreate) insert(s.next_id++, 0);
+    if (step.act == kPriority && known && find(step.target)->second != step.value) {
+      remove(step.target);
+      insert(step.target, step.value);
+    }
+    if (step.act == kStop) stop = true;
+  }
+};
 
 // ---- The library's run --------------------------------------------------------
 
@@ -132,34 +104,24 @@ void libraryAct(void *, void *data, D_WORD arg) {
   Run &r = *gRun;
   const int id = static_cast<int>(arg);
   EXPECT_EQ(static_cast<D_CB_DATA *>(data)->cb, r.cbs.at(id));
-  r.script.log += std::to_string(id) + "@" + std::to_string(DutCbListGetDepth(r.list)) + " ";
-  const Step step = r.script.take();
-  auto target = r.cbs.find(step.target);
-  switch (step.act) {
-    case kRecurse:
-      if (DutCbListGetDepth(r.list) < kMaxDepth) DutCbListCall(r.list, nullptr, data);
-      break;
-    case kDestroy:
-      if (target != r.cbs.end()) {
-        EXPECT_EQ(DutCbDestroy(target->second), D_TRUE);
-        r.cbs.erase(target);
-      }
-      break;
-    case kCreate: {
-      const int created = r.script.next_id++;
-      r.cbs[created] = DutCbListCbCreate(r.list, libraryAct, created);
-      break;
-    }
-    case kPriority:
-      if (target != r.cbs.end()) {
-        EXPECT_EQ(DutCbSetPriority(target->second, static_cast<D_UINT2>(step.value)), D_TRUE);
-      }
-      break;
-    case kStop:
-      EXPECT_EQ(DutCbListStopCall(r.list), D_TRUE);
-      break;
-    default:
-      break;
+  const std::size_t depth = static_cast<std::size_t>(DutCbListGetDepth(r.list));
+  const Step step = r.script.take(id, depth);
+  const auto target = r.cbs.find(step.target);
+  const bool known = target != r.cbs.end();
+  if (step.act == kRecurse && depth < kMaxDepth) DutCbListCall(r.list, nullptr, data);
+  if (step.act == kDestroy && known) {
+    EXPECT_EQ(DutCbDestroy(target->second), D_TRUE);
+    r.cbs.erase(target);
+  }
+  if (step.act == kCreate) {
+    const int created = r.script.next_id++;
+    r.cbs[created] = DutCbListCbCreate(r.list, libraryAct, created);
+  }
+  if (step.act == kPriority && known) {
+    EXPECT_EQ(DutCbSetPriority(target->second, static_cast<D_UINT2>(step.value)), D_TRUE);
+  }
+  if (step.act == kStop) {
+    EXPECT_EQ(DutCbListStopCall(r.list), D_TRUE);
   }
 }
 
@@ -167,28 +129,26 @@ void libraryAct(void *, void *data, D_WORD arg) {
 // callbacks at the same depths, and the same list afterwards.
 void compareOne(std::mt19937 &rng, D_CB_TYPE *type, int round) {
   const int initial = 1 + static_cast<int>(rng() % 6);
+  auto priority = [&] { return static_cast<D_INT2>(static_cast<int>(rng() % 5) - 2); };
   Script script;
   script.next_id = initial;
   for (int i = 0; i < 40; ++i) {
     const auto act = static_cast<Act>(rng() % kActs);
-    script.steps.push_back({act, static_cast<int>(rng() % static_cast<unsigned>(initial + 4)),
-                            static_cast<D_INT2>(static_cast<int>(rng() % 5) - 2)});
+    script.steps.push_back({act, static_cast<int>(rng() % static_cast<unsigned>(initial + 4)), priority()});
   }
-  std::vector<D_INT2> priorities;
-  for (int i = 0; i < initial; ++i) priorities.push_back(static_cast<D_INT2>(static_cast<int>(rng() % 5) - 2));
-
   Model model;
   Script modelled = script;
-  for (int i = 0; i < initial; ++i) model.insert(i, priorities[static_cast<std::size_t>(i)]);
   Run run{DutCbListCreate(type, nullptr), script, {}};
   for (int i = 0; i < initial; ++i) {
+    const D_INT2 p = priority();
+    model.insert(i, p);
     run.cbs[i] = DutCbListCbCreate(run.list, libraryAct, i);
-    DutCbSetPriority(run.cbs[i], static_cast<D_UINT2>(priorities[static_cast<std::size_t>(i)]));
+    DutCbSetPriority(run.cbs[i], static_cast<D_UINT2>(p));
   }
   gRun = &run;
   // Several top-level calls: each starts afresh, stopped or not.
   for (int call = 0; call < 3; ++call) {
-    modelCall(model, modelled);
+    model.call(modelled);
     D_CB_DATA data{nullptr};
     EXPECT_EQ(DutCbListCall(run.list, nullptr, &data), D_TRUE);
     ASSERT_EQ(run.script.log, modelled.log) << "round " << round << ", top-level call " << call;
@@ -198,11 +158,7 @@ void compareOne(std::mt19937 &rng, D_CB_TYPE *type, int round) {
   DutCbListTraverse(
       run.list,
       [](D_CB_LIST *, D_CB *cb, void *out) -> D_WORD {
-        D_WORD id = 0;
-        D_INT2 p = 0;
-        DutCbGetArgument(cb, &id);
-        DutCbGetPriority(cb, &p);
-        static_cast<std::vector<std::pair<int, D_INT2>> *>(out)->emplace_back(static_cast<int>(id), p);
+        static_cast<decltype(after) *>(out)->emplace_back(static_cast<int>(D_GCB_ARG(cb)), D_GCB_PRIORITY(cb));
         return 0;
       },
       &after);

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "cb_support.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/graph.h"
 
 namespace {
@@ -77,7 +77,7 @@ TEST_F(Graph, DuplicatesUndirectedPairsAndVertexRemoval) {
   EXPECT_TRUE(DutGraphEdgeGetFirst(a) == nullptr && DutGraphEdgeGetFirst(c) == nullptr);
   EXPECT_FAILS(DutGraphVertexAdd(nullptr, A), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(edge(nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutGraphDump(nullptr, cbtest::dumpSink), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGraphDump(nullptr, vqtest::CapturePrint), D_FALSE, D_ERR_NULL_PTR);
 }
 
 // Records "+v:a", "-e:ab" and so on, read while the object is still alive.
@@ -104,19 +104,19 @@ TEST(GraphChanges, CallbacksSeeEveryChangeAndTheDump) {
     return std::string("\n*** Vertex |") + name +
            "| *** \n  distance = 99999 \n  perm = 0 \n  path_predecessor = 0 \n  first hop = 0 \n";
   };
-  cbtest::dumpText().clear();
-  ASSERT_EQ(DutGraphDump(g, cbtest::dumpSink), D_TRUE);
-  EXPECT_EQ(cbtest::dumpText(), "*************************************\nDutGraphDump: Dumping graph\n"
+  vqtest::Captured().clear();
+  ASSERT_EQ(DutGraphDump(g, vqtest::CapturePrint), D_TRUE);
+  EXPECT_EQ(vqtest::Captured(), "*************************************\nDutGraphDump: Dumping graph\n"
                                 "   Vertex count = 2 \n   Vertex add count = 2 \n   Origin vertex  = 0 \n"
                                 "*************************************\n" +
                                     vertex(B) + vertex(A) +
                                     "  ** edge <a,b>    weight = 1 \n\nDutGraphDump: Done.\n"
                                     "*************************************\n\n");
   DutGraphSetShortPath(g, a);
-  cbtest::dumpText().clear();
-  DutGraphDump(g, cbtest::dumpSink);
-  EXPECT_NE(cbtest::dumpText().find("   Origin vertex  = |a|\n"), std::string::npos);
-  EXPECT_NE(cbtest::dumpText().find("  path predecessor =  |a|\n  first hop = |b|\n"), std::string::npos);
+  vqtest::Captured().clear();
+  DutGraphDump(g, vqtest::CapturePrint);
+  EXPECT_NE(vqtest::Captured().find("   Origin vertex  = |a|\n"), std::string::npos);
+  EXPECT_NE(vqtest::Captured().find("  path predecessor =  |a|\n  first hop = |b|\n"), std::string::npos);
 
   DutGraphVertexRemove(g, b);
   DutGraphDestroy(other);

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/output_capture.hpp"
@@ -37,14 +38,9 @@ void recordingJump(D_LEX *lexer, const char *format, va_list args, void *arg) {
   std::longjmp(g_jump, D_LEX_JUMP_VALUE);
 }
 
-struct Token {
-  D_INT4 kind;
-  std::string text;
-  bool operator==(const Token &o) const { return kind == o.kind && text == o.text; }
-};
+// A token's kind and text.
+using Token = std::pair<D_INT4, std::string>;
 using Tokens = std::vector<Token>;
-
-void PrintTo(const Token &t, std::ostream *os) { *os << "{" << t.kind << ", \"" << t.text << "\"}"; }
 
 // Every token of text up to the end (or an error, recorded in g_error).
 Tokens tokens(const char *text, int white_space = 0) {

@@ -23,10 +23,6 @@ std::vector<VertexState> capture(const std::vector<D_GRAPH_VERTEX *> &vertices) 
   return states;
 }
 
-void restore(const std::vector<D_GRAPH_VERTEX *> &vertices, const std::vector<VertexState> &states) {
-  for (std::size_t i = 0; i < vertices.size(); ++i) fields(vertices[i]) = states[i];
-}
-
 // The literal method, for graphs of two vertices or more.
 void literalShortPath(D_GRAPH *graph, D_GRAPH_VERTEX *origin) {
   graph->origin = origin;
@@ -111,8 +107,7 @@ struct RandomGraphs : ::testing::Test {
   // same starting state, must leave every vertex of both graphs alike.
   void check(const Shape &shape, int round) {
     int next_name = 0;
-    D_GRAPH *graph = DutGraphCreate();
-    D_GRAPH *other = DutGraphCreate();
+    D_GRAPH *graph = DutGraphCreate(), *other = DutGraphCreate();
     std::vector<D_GRAPH_VERTEX *> own = build(graph, shape.vertices, next_name);
     std::vector<D_GRAPH_VERTEX *> foreign;
     connect(graph, own, own, shape.density, true);
@@ -139,15 +134,14 @@ struct RandomGraphs : ::testing::Test {
     const std::vector<VertexState> before = capture(all);
     literalShortPath(graph, origin);
     const std::vector<VertexState> expected = capture(all);
-    restore(all, before);
+    for (std::size_t i = 0; i < all.size(); ++i) fields(all[i]) = before[i];
     graph->origin = nullptr;
     ASSERT_EQ(DutGraphSetShortPath(graph, origin), D_TRUE);
     EXPECT_EQ(graph->origin, origin);
     const std::vector<VertexState> actual = capture(all);
     for (std::size_t i = 0; i < all.size(); ++i) {
       ASSERT_EQ(actual[i], expected[i]) << "round " << round << ", vertex " << (all[i]->name - gNames)
-                                        << (i >= own.size() ? " (other graph)" : "") << ", distance "
-                                        << std::get<0>(actual[i]) << " against " << std::get<0>(expected[i]);
+                                        << (i >= own.size() ? " (other graph)" : "");
     }
     EXPECT_EQ(DutGraphDestroy(graph), D_TRUE);
     EXPECT_EQ(DutGraphDestroy(other), D_TRUE);

@@ -23,12 +23,29 @@
 
 namespace {
 
+using hashtest::SameWord;
 using hashtest::Table;
 
 D_UINT4 IdentityHash(D_WORD key) { return static_cast<D_UINT4>(key); }
-D_INT4 SameWord(D_WORD a, D_WORD b) { return a == b; }
 
-enum class Kind { Int, Ptr, Str, Stri, Custom };
+D_HASH_TABLE *CreateCustom(D_INT4 size) { return DutHashCreate(size, IdentityHash, SameWord); }
+
+// A key kind: how its table is made, how far its integer keys are shifted,
+// whether its keys are texts and whether those are searched in the other
+// case.
+struct Kind {
+  const char *name;
+  D_HASH_TABLE *(*create)(D_INT4);
+  int shift;
+  bool text, fold;
+};
+
+const Kind kKinds[] = {{"Int", DutHashCreateInt, 0, false, false},
+                       {"Ptr", DutHashCreatePtr, 4, false, false},
+                       {"Str", DutHashCreateStr, 0, true, false},
+                       {"Stri", DutHashCreateStri, 0, true, true},
+                       {"Custom", CreateCustom, 0, false, false}};
+void PrintTo(const Kind &kind, std::ostream *os) { *os << kind.name; }
 
 // Each key of the universe has the word that is inserted and an equal key
 // that is searched with: another copy of the string, or another spelling
@@ -40,27 +57,21 @@ struct Universe {
   D_WORD missing = 5000;  // outside the universe of every kind
 };
 
-Universe MakeUniverse(Kind kind) {
+Universe MakeUniverse(const Kind &kind) {
   Universe u;
-  constexpr int kKeys = 64;
-  for (int i = 0; i < kKeys; ++i) {
-    // Integers and pointers 4096 apart share a chain up to 4096 chains.
-    const D_WORD crowded = (i % 8) + 4096 * (i / 8);
-    if (kind == Kind::Int || kind == Kind::Custom) {
-      u.words.push_back(crowded + 1);
-    } else if (kind == Kind::Ptr) {
-      u.words.push_back((crowded + 1) << 4);
-    } else {
-      // "Ab" and "BG" hash alike (65 x 27 + 98 = 66 x 27 + 71), and so do
-      // their extensions by the same suffix.
-      std::string text = std::string(i % 2 == 0 ? "Ab" : "BG") + "key" + std::to_string(i / 2);
-      std::string other = text;
-      if (kind == Kind::Stri) {
-        for (char &c : other)
-          c = static_cast<char>(std::isupper(static_cast<unsigned char>(c)) ? std::tolower(c) : std::toupper(c));
-      }
-      u.texts.push_back(text);
-      u.others.push_back(other);
+  for (int i = 0; i < 64; ++i) {
+    if (!kind.text) {
+      // Integers and pointers 4096 apart share a chain up to 4096 chains.
+      u.words.push_back(static_cast<D_WORD>((i % 8) + 4096 * (i / 8) + 1) << kind.shift);
+      continue;
+    }
+    // "Ab" and "BG" hash alike (65 x 27 + 98 = 66 x 27 + 71), and so do
+    // their extensions by the same suffix.
+    u.texts.push_back(std::string(i % 2 == 0 ? "Ab" : "BG") + "key" + std::to_string(i / 2));
+    u.others.push_back(u.texts.back());
+    for (char &c : u.others.back()) {
+      const bool upper = std::isupper(static_cast<unsigned char>(c));
+      if (kind.fold) c = static_cast<char>(upper ? std::tolower(c) : std::toupper(c));
     }
   }
   for (std::size_t i = 0; i < u.texts.size(); ++i) {
@@ -72,27 +83,11 @@ Universe MakeUniverse(Kind kind) {
   return u;
 }
 
-D_HASH_TABLE *Create(Kind kind) {
-  switch (kind) {
-    case Kind::Int:
-      return DutHashCreateInt(0);
-    case Kind::Ptr:
-      return DutHashCreatePtr(0);
-    case Kind::Str:
-      return DutHashCreateStr(0);
-    case Kind::Stri:
-      return DutHashCreateStri(0);
-    case Kind::Custom:
-      break;
-  }
-  return DutHashCreate(0, IdentityHash, SameWord);
-}
-
 class HashModel : public ::testing::TestWithParam<Kind> {
  protected:
   std::mt19937 rng{4242};
   Universe u = MakeUniverse(GetParam());
-  Table table{Create(GetParam())};
+  Table table{GetParam().create(0)};
   std::map<std::size_t, D_WORD> model;  // key index -> value
   D_WORD next_value = 1;
 
@@ -196,13 +191,8 @@ TEST_P(HashModel, RandomOperationsKeepEveryKeyFindable) {
   }
 }
 
-std::string KindName(const ::testing::TestParamInfo<Kind> &info) {
-  static const char *const kNames[] = {"Int", "Ptr", "Str", "Stri", "Custom"};
-  return kNames[static_cast<int>(info.param)];
-}
-
-INSTANTIATE_TEST_SUITE_P(EveryKind, HashModel,
-                         ::testing::Values(Kind::Int, Kind::Ptr, Kind::Str, Kind::Stri, Kind::Custom), KindName);
+INSTANTIATE_TEST_SUITE_P(EveryKind, HashModel, ::testing::ValuesIn(kKinds),
+                         [](const auto &info) { return std::string(info.param.name); });
 
 // The string hashes against their definition, h = h x 27 + c with c the
 // byte as a signed value (folded first for the case-folding table), on

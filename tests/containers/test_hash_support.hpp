@@ -1,54 +1,28 @@
 // Shared helpers of the hash-table tests: a table owned for a test's
-// length, a printf-shaped sink for dumps, line splitting, chain inspection
-// and a scoped debug flag.
+// length, line splitting and chain inspection.
 #pragma once
 
-#include <cstdarg>
-#include <cstdio>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "support/output_capture.hpp"
-#include "vqutil/error.h"
 #include "vqutil/hash.h"
 
 namespace hashtest {
 
-using vqtest::OutputCapture;
-
-struct Table {
-  explicit Table(D_HASH_TABLE *t) : table(t) {}
-  ~Table() {
-    if (table != nullptr) DutHashDestroy(table, nullptr, nullptr);
-  }
-  Table(const Table &) = delete;
-  Table &operator=(const Table &) = delete;
-  D_HASH_TABLE *operator->() const { return table; }
-  operator D_HASH_TABLE *() const { return table; }
-  D_HASH_TABLE *table;
+struct Destroy {
+  void operator()(D_HASH_TABLE *table) const { DutHashDestroy(table, nullptr, nullptr); }
 };
 
-// What a dump printed (printf shape).
-inline std::string &Dumped() {
-  static std::string text;
-  return text;
-}
+// Owns a table for a test's length, and passes for the table itself.
+struct Table : std::unique_ptr<D_HASH_TABLE, Destroy> {
+  using unique_ptr::unique_ptr;
+  operator D_HASH_TABLE *() const { return get(); }
+};
 
-inline void DumpSink(const char *format, ...) {
-  va_list args, sized;
-  va_start(args, format);
-  va_copy(sized, args);
-  const int length = std::vsnprintf(nullptr, 0, format, sized);
-  va_end(sized);
-  if (length > 0) {
-    std::string text(static_cast<size_t>(length) + 1, '\0');
-    std::vsnprintf(text.data(), text.size(), format, args);
-    text.resize(static_cast<size_t>(length));
-    Dumped() += text;
-  }
-  va_end(args);
-}
+// Equality of words, for tables made with caller-supplied functions.
+inline D_INT4 SameWord(D_WORD a, D_WORD b) { return a == b; }
 
 inline std::vector<std::string> Lines(const std::string &text) {
   std::vector<std::string> lines;
@@ -72,19 +46,5 @@ inline std::vector<std::vector<D_WORD>> Layout(const D_HASH_TABLE *table) {
 }
 
 inline D_WORD Word(const char *text) { return reinterpret_cast<D_WORD>(text); }
-
-class DebugFlagGuard {
- public:
-  explicit DebugFlagGuard(int flag) : flag_(flag), saved_(DutGetDebugFlags()[flag]) {
-    DutGetDebugFlags()[flag] = 1;
-  }
-  ~DebugFlagGuard() { DutGetDebugFlags()[flag_] = saved_; }
-  DebugFlagGuard(const DebugFlagGuard &) = delete;
-  DebugFlagGuard &operator=(const DebugFlagGuard &) = delete;
-
- private:
-  int flag_;
-  unsigned char saved_;
-};
 
 }  // namespace hashtest

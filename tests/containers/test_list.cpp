@@ -53,12 +53,6 @@ int PointerComesBefore(void *a, void *b) { return *static_cast<int *>(a) < *stat
 // Node first, key second: swapped arguments would read the key as a node.
 int ValueMatches(void *node, void *key) { return static_cast<Item *>(node)->value == *static_cast<int *>(key); }
 
-// Index of the first element pred accepts, or the size.
-template <class Seq, class Pred>
-size_t FirstIndex(const Seq &seq, Pred pred) {
-  return static_cast<size_t>(std::find_if(seq.begin(), seq.end(), pred) - seq.begin());
-}
-
 // ---- Intrusive stack and list -------------------------------------------------
 
 TEST(LinkedStack, LastInFirstOutAndClose) {
@@ -163,8 +157,7 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
           model.insert(model.begin(), node);
         } else {
           DutQueueInsert(&front, &rear, node, &ComesBefore);
-          const size_t pos = FirstIndex(model, [&](Item *e) { return key < e->value; });
-          model.insert(model.begin() + static_cast<long>(pos), node);
+          model.insert(std::ranges::find_if(model, [&](Item *e) { return key < e->value; }), node);
         }
         break;
       case 1:
@@ -179,8 +172,8 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
         if (at != model.end()) model.erase(at);
         break;
       default: {  // the front when it matches, else the left neighbour of the first match
-        const size_t match = FirstIndex(model, [&](Item *e) { return e->value == key; });
-        Item *expected = match == model.size() ? nullptr : model[match == 0 ? 0 : match - 1];
+        const auto match = std::ranges::find_if(model, [&](Item *e) { return e->value == key; });
+        Item *expected = match == model.end() ? nullptr : match == model.begin() ? *match : match[-1];
         EXPECT_EQ(DutQueueLeftFind(&front, &rear, &key, &ValueMatches), expected);
       }
     }
@@ -276,9 +269,9 @@ TEST(PointerQueue, RandomOperationsMatchAModel) {
         model.push_back(ptr);
         break;
       case 2: {  // the one-based position it took
-        const size_t pos = FirstIndex(model, [&](void *e) { return *ptr < *static_cast<int *>(e); });
-        EXPECT_EQ(DutPqInsert(&hdr, ptr, &PointerComesBefore), static_cast<D_INT4>(pos + 1));
-        model.insert(model.begin() + static_cast<long>(pos), ptr);
+        const auto first_greater = std::ranges::find_if(model, [&](void *e) { return *ptr < *static_cast<int *>(e); });
+        EXPECT_EQ(DutPqInsert(&hdr, ptr, &PointerComesBefore), first_greater - model.begin() + 1);
+        model.insert(first_greater, ptr);
         break;
       }
       case 3: {

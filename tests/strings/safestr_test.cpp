@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/error.h"
 
 namespace {

@@ -7,25 +7,23 @@
 #include <cstdio>
 #include <cstdlib>
 
-// A child that ends by _Exit skips the coverage runtime's exit hook; these
-// are linked only into coverage builds, so the calls are weak.
+// Coverage runtimes write their counts from exit hooks, one per instrumented
+// module, which _Exit skips. Their entry points are linked only into
+// coverage builds, so these references are weak.
 #if defined(__ELF__)
 extern "C" {
-void __gcov_dump(void) __attribute__((weak));
+void __gcov_init(void *) __attribute__((weak));
 int __llvm_profile_write_file(void) __attribute__((weak));
 }
 #endif
 
 namespace vqtest {
 
-// Ends a child the way _Exit does, but first writes the coverage counts of
-// coverage builds so that what it ran is measured. GCC's runtime dumps every
-// instrumented object from one call; clang's keeps one runtime per shared
-// object, written only by its exit hooks, so such builds exit normally.
+// Ends a child as _Exit does, except in coverage builds, where it exits
+// normally so that what the child ran is measured.
 [[noreturn]] inline void ExitChild(int code) {
 #if defined(__ELF__)
-  if (__gcov_dump != nullptr) __gcov_dump();
-  if (__llvm_profile_write_file != nullptr) std::exit(code);
+  if (__gcov_init != nullptr || __llvm_profile_write_file != nullptr) std::exit(code);
 #endif
   std::_Exit(code);
 }

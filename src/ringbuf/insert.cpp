@@ -315,12 +315,12 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   BufferBlock *const block = blockOf(hdr);
   const std::int64_t origin = startMicros();
   std::int64_t boundary = next + incr;
-  // Both sides of the boundary at or after the origin: the rule's division
-  // truncates toward zero, a step does not.
-  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin || next < origin ||
-      when >= boundary) [[unlikely]] {
+  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin || when >= boundary)
+      [[unlikely]] {
     boundary = origin + incr * ((when - origin) / incr + 1);
-    block->grid_incr = incr;
+    // Only a boundary at or after the origin is stepped from: before it
+    // the rule's division truncates toward zero, a step does not.
+    block->grid_incr = boundary >= origin ? incr : 0;
     block->grid_origin = origin;
   }
   block->grid_next = boundary;
@@ -672,7 +672,7 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
   if (ring == nullptr || time == nullptr || value == nullptr) [[unlikely]] {
     return archiveOther(ring, time, value, status, flag);
   }
-  if ((status & D_RING_STATUS_KNOWN) != 0 && ring->type == D_RING_TYPE_DOUBLE && validTime(*time)) [[likely]] {
+  if (ring->type == D_RING_TYPE_DOUBLE && (status & D_RING_STATUS_KNOWN) != 0 && validTime(*time)) [[likely]] {
     return archiveSteady<D_RING_TYPE_DOUBLE>(ring, rawTime(time), wordAt<D_RING_TYPE_DOUBLE>(value),
                                              packStatus(status, flag));
   }

@@ -123,9 +123,10 @@ TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
 
 // A host may write a buffer's header and entries directly: whatever it
 // writes (increments that are zero or negative only in microseconds, or
-// unnormalised; boundaries; the ring start time; an unnormalised newest
-// time; the fixed flag), the archive's shortcut leaves exactly what the full
-// path (taken for a ring with an overwrite callback) leaves.
+// unnormalised; boundaries; the ring start time, also one after the data
+// times; an unnormalised newest time; the fixed flag), the archive's
+// shortcut leaves exactly what the full path (taken for a ring with an
+// overwrite callback) leaves.
 TEST_F(RingInsert, HostWritesAreHonouredByTheShortcut) {
   using Write = void (*)(D_RING_HDR *const *hdrs);
   const struct {
@@ -141,6 +142,10 @@ TEST_F(RingInsert, HostWritesAreHonouredByTheShortcut) {
       {240, [](D_RING_HDR *const *h) { h[1]->incr = D_TIME_VALUE{1, 0}; }},
       {250, [](D_RING_HDR *const *) {
          const D_TIME_VALUE origin{0, 300000};
+         DutRingSetStartTime(&origin);
+       }},
+      {270, [](D_RING_HDR *const *) {
+         const D_TIME_VALUE origin{2000, 0};  // after the data times: the grid counts back
          DutRingSetStartTime(&origin);
        }},
       {290, [](D_RING_HDR *const *h) { h[1]->current->sec -= 1, h[1]->current->usec += 1000000; }},

@@ -315,8 +315,8 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   BufferBlock *const block = blockOf(hdr);
   const std::int64_t origin = startMicros();
   std::int64_t boundary = next + incr;
-  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin || when >= boundary)
-      [[unlikely]] {
+  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin ||
+      when >= boundary) [[unlikely]] {
     boundary = origin + incr * ((when - origin) / incr + 1);
     // Only a boundary at or after the origin is stepped from: before it
     // the rule's division truncates toward zero, a step does not.

@@ -31,8 +31,9 @@ inline std::int64_t micros(const D_RING_ENTRY &e) { return static_cast<std::int6
   // Most times are not negative and fit: one unsigned division.
   constexpr auto kFits = static_cast<std::uint64_t>(INT32_MAX) * kMicros + (kMicros - 1);
   if (static_cast<std::uint64_t>(m) <= kFits) [[likely]] {
-    const auto whole = static_cast<std::uint64_t>(m) / kMicros;
-    return D_TIME_VALUE{static_cast<D_INT4>(whole), static_cast<D_INT4>(static_cast<std::uint64_t>(m) - whole * kMicros)};
+    const auto u = static_cast<std::uint64_t>(m);
+    const auto whole = u / kMicros;
+    return D_TIME_VALUE{static_cast<D_INT4>(whole), static_cast<D_INT4>(u - whole * kMicros)};
   }
   std::int64_t s = m / kMicros;
   std::int64_t u = m % kMicros;
@@ -98,7 +99,7 @@ bool validType(D_UINT4 type);
 struct BufferBlock {
   D_RING_HDR hdr;
   std::int64_t grid_next;
-  std::int64_t grid_incr;  // 0: no boundary cached
+  std::int64_t grid_incr;  // 0: no boundary cached, or one before the origin
   std::int64_t grid_origin;
 };
 inline BufferBlock *blockOf(D_RING_HDR *hdr) { return reinterpret_cast<BufferBlock *>(hdr); }

@@ -410,7 +410,7 @@ inline std::uint64_t wordOf(D_INT4 seconds, D_INT4 microseconds) {
 // The caller's time, read field by field: callers usually have just
 // stored the two fields one by one, and a load of both at once could not
 // take them from the store queue, but would wait for both stores to reach
-// the cache (about a third of a one-buffer archive). The empty asm keeps
+// the cache (about a quarter of a one-buffer archive). The empty asm keeps
 // the compiler from merging the two loads.
 inline std::uint64_t rawTime(const D_TIME_VALUE *t) {
   const D_INT4 seconds = t->seconds;

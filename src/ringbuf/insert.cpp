@@ -1,6 +1,8 @@
 // Writing values: the newer-value path every archive takes, the insertion
 // of older values in time order, growth, and the ring's initial value.
 #include <algorithm>
+#include <bit>
+#include <cstddef>
 #include <cstring>
 #include <string>
 #include <type_traits>
@@ -314,60 +316,16 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   BufferBlock *const block = blockOf(hdr);
   const std::int64_t origin = startMicros();
   std::int64_t boundary = next + incr;
-  // Both sides of the boundary at or after the origin: the rule's division
-  // truncates toward zero, a step does not.
-  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin || next < origin ||
+  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin ||
       when >= boundary) [[unlikely]] {
     boundary = origin + incr * ((when - origin) / incr + 1);
+    // Only a boundary at or after the origin is stepped from: before it
+    // the rule's division truncates toward zero, a step does not.
+    block->grid_incr = boundary >= origin ? incr : 0;
+    block->grid_origin = origin;
   }
   block->grid_next = boundary;
-  block->grid_incr = incr;
-  block->grid_origin = origin;
   hdr->next_incr = fromMicros(boundary);
-}
-
-// The steady state of a quiet archive, with no call in it: a
-// new value at a later time into a buffer that repeats neither times nor
-// values and will not grow, landing in the newest increment or opening the
-// next entry. Anything else (including the value equal to the newest)
-// answers null before changing anything, for the full path.
-template <D_UINT4 kType>
-[[gnu::always_inline]] inline D_RING_ENTRY *newerQuick(D_RING_HDR *hdr, std::int64_t when, const D_TIME_VALUE &t,
-                                                       const Incoming &value, D_UINT2 status, D_UINT2 flag) {
-  D_RING_ENTRY *const cur = hdr->current;
-  const D_UINT4 flags = hdr->flags;
-  const std::int64_t newest = micros(*cur);
-  if (when <= newest || cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0 ||
-      sameValue<kType>(kType, *cur, value)) {
-    return nullptr;
-  }
-  D_RING_ENTRY *const start = hdr->start;
-  D_RING_ENTRY *const last = start + hdr->size - 1;
-  const bool fixed = (flags & D_RING_FIXED) != 0;
-  // A full growable buffer below the size limit may grow: the full path.
-  if (hdr->size < D_RING_MAX_SIZE && !fixed && last->status != 0) return nullptr;
-  const std::int64_t next = micros(hdr->next_incr);
-  D_RING_ENTRY *const following = cur == last ? start : cur + 1;
-  D_RING_ENTRY *target = following;
-  if (when > next) {
-    if (fixed || (hdr->incr.seconds | hdr->incr.microseconds) == 0) {
-      hdr->next_incr = t;
-    } else {
-      gridAfter(hdr, when, next, micros(hdr->incr));
-    }
-  } else {
-    // Within the newest increment (or at its end) the newest entry takes
-    // the value, unless it is the first of the buffer or opened the
-    // increment. At the end the grid moves on: for an increment of 0.0 from
-    // the current time, left to the full path.
-    const std::int64_t incr = micros(hdr->incr);
-    if (when == next && incr == 0) return nullptr;
-    if ((cur != start || last->status != 0) && newest != next - incr) target = cur;
-    if (when == next) gridAfter(hdr, when, next, incr);
-  }
-  fill<kType>(hdr->ring, *target, t, value, status, flag);
-  hdr->current = target;
-  return target;
 }
 
 template <D_UINT4 kType, bool kQuiet>
@@ -398,8 +356,7 @@ D_RING_ENTRY *archiveAs(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming 
 }
 
 // The types whose value is one word, and where Incoming holds it: the
-// archive entry point carries the word in a register, so that leaving the
-// quick loop is a jump, not a call.
+// archive carries the word in a register from the entry point on.
 template <D_UINT4 kType>
 constexpr auto kWordOf = nullptr;
 template <>
@@ -411,65 +368,181 @@ constexpr auto kWordOf<D_RING_TYPE_FLOAT> = &Incoming::f;
 template <>
 constexpr auto kWordOf<D_RING_TYPE_WORD> = &Incoming::w;
 template <D_UINT4 kType>
-struct Word {
-  std::remove_reference_t<decltype(Incoming{}.*kWordOf<kType>)> v;
-  Incoming in() const {
-    Incoming value;
-    value.*kWordOf<kType> = v;
-    return value;
-  }
-};
-
-// Everything the quick loop leaves: from buffer h on (null: the whole
-// archive, as archiveAs decides), the quick path where it applies and the
-// full one elsewhere. result: the first buffer's entry, when h is later.
+using Word = std::remove_reference_t<decltype(Incoming{}.*kWordOf<kType>)>;
 template <D_UINT4 kType>
-[[gnu::noinline]] D_RING_ENTRY *archiveRest(D_RING_BUF *ring, D_RING_HDR *h, D_TIME_VALUE t, Word<kType> word,
-                                            D_UINT4 status_flag, D_RING_ENTRY *result) {
-  const Incoming value = word.in();
-  const auto status = static_cast<D_UINT2>(status_flag);
-  const auto flag = static_cast<D_UINT2>(status_flag >> 16);
-  if (h == nullptr) return archiveAs<kType>(ring, t, value, status, flag);
-  const std::int64_t when = micros(t);
-  bool first = h == firstBuffer(ring);
-  for (; h != nullptr; h = nextBuffer(ring, h)) {
-    D_RING_ENTRY *e = newerQuick<kType>(h, when, t, value, status, flag);
-    if (e == nullptr) e = newer<kType, true>(h, t, value, status, flag);
-    if (first) {
-      result = e;
-      first = false;
+Incoming incoming(Word<kType> word) {
+  Incoming value;
+  value.*kWordOf<kType> = word;
+  return value;
+}
+
+// Status and flag as the entry holds them, side by side: one store.
+static_assert(offsetof(D_RING_ENTRY, flag) == offsetof(D_RING_ENTRY, status) + sizeof(D_UINT2));
+inline D_UINT4 packStatus(D_UINT2 status, D_UINT2 flag) {
+  const D_UINT2 both[2] = {status, flag};
+  D_UINT4 packed;
+  std::memcpy(&packed, both, sizeof packed);
+  return packed;
+}
+inline D_UINT2 statusOf(D_UINT4 packed) {
+  D_UINT2 both[2];
+  std::memcpy(both, &packed, sizeof packed);
+  return both[0];
+}
+inline D_UINT2 flagOf(D_UINT4 packed) {
+  D_UINT2 both[2];
+  std::memcpy(both, &packed, sizeof packed);
+  return both[1];
+}
+
+// A data time as one word, as it lies in memory: stored with one move.
+static_assert(sizeof(D_TIME_VALUE) == sizeof(std::uint64_t) && offsetof(D_RING_ENTRY, usec) == sizeof(D_INT4));
+inline std::uint64_t wordOf(D_INT4 seconds, D_INT4 microseconds) {
+  if constexpr (std::endian::native == std::endian::little) {
+    return static_cast<std::uint32_t>(seconds) | std::uint64_t{static_cast<std::uint32_t>(microseconds)} << 32;
+  } else {
+    std::uint64_t raw;
+    const D_INT4 parts[2] = {seconds, microseconds};
+    std::memcpy(&raw, parts, sizeof raw);
+    return raw;
+  }
+}
+// The caller's time, read field by field: callers usually have just
+// stored the two fields one by one, and a load of both at once could not
+// take them from the store queue, but would wait for both stores to reach
+// the cache (about a quarter of a one-buffer archive). The empty asm keeps
+// the compiler from merging the two loads.
+inline std::uint64_t rawTime(const D_TIME_VALUE *t) {
+  const D_INT4 seconds = t->seconds;
+  D_INT4 microseconds = t->microseconds;
+#if defined(__GNUC__)
+  asm("" : "+r"(microseconds));
+#endif
+  return wordOf(seconds, microseconds);
+}
+inline D_TIME_VALUE timeOf(std::uint64_t raw) {
+  D_TIME_VALUE t;
+  std::memcpy(&t, &raw, sizeof t);
+  return t;
+}
+inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeof raw); }
+
+// One buffer's steady state in a quiet archive, with no call in it: a
+// later time into a buffer that repeats neither times nor values and will
+// not grow, landing in the newest increment or opening the next entry; a
+// value equal to the newest is dropped. Anything else answers false before
+// changing anything, for the full path.
+template <D_UINT4 kType>
+[[gnu::always_inline]] inline bool steadyStep(D_RING_HDR *hdr, std::int64_t when, std::uint64_t raw, Word<kType> word,
+                                              D_UINT4 packed) {
+  D_RING_ENTRY *const cur = hdr->current;
+  const D_UINT4 flags = hdr->flags;
+  if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return false;
+  if (sameValue<kType>(kType, *cur, incoming<kType>(word))) return true;
+  const std::int64_t newest = micros(*cur);
+  if (when <= newest) return false;
+  // The last slot, looked at only where it matters; most buffers in their
+  // steady state are at the size limit and overwrite their newest entry.
+  auto last = [hdr] { return hdr->start + hdr->size - 1; };
+  auto following = [hdr, cur, last] { return cur == last() ? hdr->start : cur + 1; };
+  // A full growable buffer below the size limit may grow: the full path.
+  if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0) return false;
+  const std::int64_t next = micros(hdr->next_incr);
+  D_RING_ENTRY *target = cur;
+  if (when > next) {
+    // Past the boundary: the next entry opens, and the grid moves on from
+    // the time for a growable buffer with a positive increment; otherwise
+    // the boundary becomes the time itself.
+    target = following();
+    std::int64_t incr = 0;
+    if ((flags & D_RING_FIXED) == 0 && rawTime(&hdr->incr) != 0 && (incr = micros(hdr->incr)) > 0) {
+      gridAfter(hdr, when, next, incr);
+    } else {
+      storeTime(&hdr->next_incr, raw);
     }
+  } else {
+    // Within the newest increment (or at its end) the newest entry takes
+    // the value, unless it is the first of the buffer or opened the
+    // increment. At the end the grid moves on: for an increment of 0.0 from
+    // the current time, left to the full path.
+    const std::int64_t incr = micros(hdr->incr);
+    if (newest + incr == next || (cur == hdr->start && last()->status == 0)) target = following();
+    if (when == next) {
+      if (incr == 0) return false;
+      gridAfter(hdr, when, next, incr);
+    }
+  }
+  putValue<kType>(hdr->ring, *target, incoming<kType>(word));
+  storeTime(target, raw);
+  std::memcpy(&target->status, &packed, sizeof packed);
+  hdr->current = target;
+  return true;
+}
+
+// The archive without its steady state: the whole of it, as archiveAs
+// decides.
+template <D_UINT4 kType>
+[[gnu::noinline]] D_RING_ENTRY *archiveRest(D_RING_BUF *ring, std::uint64_t raw, Word<kType> word, D_UINT4 packed) {
+  return archiveAs<kType>(ring, timeOf(raw), incoming<kType>(word), statusOf(packed), flagOf(packed));
+}
+
+// The archive from buffer h on, after the buffers before it took the
+// steady step (which leaves the entry it wrote, or kept, current): that
+// step where it applies and the full path elsewhere. end: the ring's list.
+template <D_UINT4 kType>
+[[gnu::noinline]] D_RING_ENTRY *archiveFrom(D_DQ_NODE *end, D_RING_HDR *h, std::uint64_t raw, Word<kType> word,
+                                            D_UINT4 packed) {
+  auto *const first = reinterpret_cast<D_RING_HDR *>(end->next);
+  D_RING_ENTRY *result = first->current;
+  const D_TIME_VALUE t = timeOf(raw);
+  const std::int64_t when = micros(t);
+  for (auto *node = reinterpret_cast<D_DQ_NODE *>(h); node != end; node = node->next) {
+    h = reinterpret_cast<D_RING_HDR *>(node);
+    D_RING_ENTRY *const e = steadyStep<kType>(h, when, raw, word, packed)
+                                ? h->current
+                                : newer<kType, true>(h, t, incoming<kType>(word), statusOf(packed), flagOf(packed));
+    if (h == first) result = e;
   }
   return result;
 }
 
-// The usual archive: a one-word value, known time, no tracing and no
-// callbacks, every buffer in its steady state. Inline into the entry point,
-// with no call: each exit to the general code is a jump.
+// The usual archive of a one-word value whose status says known: known
+// time, no tracing and no callbacks, every buffer in its steady state. No
+// call on that way: each exit to the general code is a jump.
 template <D_UINT4 kType>
-[[gnu::always_inline]] inline D_RING_ENTRY *archiveWord(D_RING_BUF *ring, const D_TIME_VALUE &time, Word<kType> word,
-                                                        D_UINT2 status, D_UINT2 flag) {
-  const D_TIME_VALUE t = time;  // the caller's record might be an entry of this ring
-  // Packed only on the way out, so that the steady state does not hold it.
-  auto packed = [status, flag] { return status | static_cast<D_UINT4>(flag) << 16; };
-  const D_DQ_NODE *const end = ring->buffers;
+[[gnu::always_inline]] inline D_RING_ENTRY *archiveSteady(D_RING_BUF *ring, std::uint64_t raw, Word<kType> word,
+                                                          D_UINT4 packed) {
+  D_DQ_NODE *const end = ring->buffers;
   D_DQ_NODE *node = end->next;
-  if ((status & D_RING_STATUS_KNOWN) == 0 || node == end || !utRingTimeKnown.load(std::memory_order_relaxed) ||
-      tracing() || ring->overwrite_cb_list != nullptr) [[unlikely]] {
-    return archiveRest<kType>(ring, nullptr, t, word, packed(), nullptr);
+  if (node == end || !utRingTimeKnown.load(std::memory_order_relaxed) || tracing() ||
+      ring->overwrite_cb_list != nullptr) [[unlikely]] {
+    return archiveRest<kType>(ring, raw, word, packed);
   }
-  const Incoming value = word.in();
-  const std::int64_t when = micros(t);
-  auto *first = reinterpret_cast<D_RING_HDR *>(node);
-  D_RING_ENTRY *result = newerQuick<kType>(first, when, t, value, status, flag);
-  if (result == nullptr) [[unlikely]] return archiveRest<kType>(ring, first, t, word, packed(), nullptr);
-  for (node = node->next; node != end; node = node->next) {
+  const std::int64_t when = micros(timeOf(raw));
+  do {
     auto *h = reinterpret_cast<D_RING_HDR *>(node);
-    if (newerQuick<kType>(h, when, t, value, status, flag) == nullptr) [[unlikely]] {
-      return archiveRest<kType>(ring, h, t, word, packed(), result);
+    if (!steadyStep<kType>(h, when, raw, word, packed)) [[unlikely]] {
+      return archiveFrom<kType>(end, h, raw, word, packed);
     }
-  }
-  return result;
+    node = node->next;
+  } while (node != end);
+  return reinterpret_cast<D_RING_HDR *>(end->next)->current;
+}
+
+template <D_UINT4 kType>
+[[gnu::always_inline]] inline Word<kType> wordAt(const void *value) {
+  Word<kType> word;
+  std::memcpy(&word, value, sizeof word);
+  return word;
+}
+
+// A one-word value, the time already checked.
+template <D_UINT4 kType>
+[[gnu::noinline]] D_RING_ENTRY *archiveWord(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
+                                            D_UINT2 status, D_UINT2 flag) {
+  const D_UINT4 packed = packStatus(status, flag);
+  if ((status & D_RING_STATUS_KNOWN) == 0) return archiveRest<kType>(ring, rawTime(time), wordAt<kType>(value), packed);
+  return archiveSteady<kType>(ring, rawTime(time), wordAt<kType>(value), packed);
 }
 
 // A refused archive: the error number, and the trace for a status of 0.
@@ -483,18 +556,28 @@ template <D_UINT4 kType>
   return nullptr;
 }
 
-// A text may lie in an entry of this very ring: copied first.
-[[gnu::noinline]] D_RING_ENTRY *archiveCopy(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
-                                            D_UINT2 status, D_UINT2 flag) {
-  std::string text;
-  return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
-}
-
-template <D_UINT4 kType>
-[[gnu::always_inline]] inline Word<kType> wordAt(const void *value) {
-  Word<kType> word;
-  std::memcpy(&word.v, value, sizeof word.v);
-  return word;
+// Every archive but a known double: the checks in order, then by type; a
+// text may lie in an entry of this very ring, so it is copied first.
+[[gnu::noinline]] D_RING_ENTRY *archiveOther(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
+                                             D_UINT2 status, D_UINT2 flag) {
+  if (ring == nullptr || time == nullptr || value == nullptr || status == 0 || !validTime(*time)) {
+    return refuseArchive(ring, time, value, status);
+  }
+  switch (ring->type) {
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return archiveWord<D_RING_TYPE_INT>(ring, time, value, status, flag);
+    case D_RING_TYPE_DOUBLE:
+      return archiveWord<D_RING_TYPE_DOUBLE>(ring, time, value, status, flag);
+    case D_RING_TYPE_FLOAT:
+      return archiveWord<D_RING_TYPE_FLOAT>(ring, time, value, status, flag);
+    case D_RING_TYPE_WORD:
+      return archiveWord<D_RING_TYPE_WORD>(ring, time, value, status, flag);
+    default: {
+      std::string text;
+      return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+    }
+  }
 }
 
 }  // namespace
@@ -603,24 +686,16 @@ D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE
 
 D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
                                            D_UINT2 status, D_UINT2 flag) {
-  if (ring == nullptr || time == nullptr || value == nullptr || status == 0 || !validTime(*time)) [[unlikely]] {
-    return refuseArchive(ring, time, value, status);
+  // Known doubles, the usual measured values, straight to the steady
+  // state; everything else, refusals included, by the general way.
+  if (ring == nullptr || time == nullptr || value == nullptr) [[unlikely]] {
+    return archiveOther(ring, time, value, status, flag);
   }
-  // The type settled here once, the value read as that type; doubles, the
-  // usual measured values, with one test.
-  const D_UINT4 type = ring->type;
-  if (type == D_RING_TYPE_DOUBLE) return archiveWord(ring, *time, wordAt<D_RING_TYPE_DOUBLE>(value), status, flag);
-  switch (type) {
-    case D_RING_TYPE_INT:
-    case D_RING_TYPE_LONG:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_INT>(value), status, flag);
-    case D_RING_TYPE_FLOAT:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_FLOAT>(value), status, flag);
-    case D_RING_TYPE_WORD:
-      return archiveWord(ring, *time, wordAt<D_RING_TYPE_WORD>(value), status, flag);
-    default:
-      return archiveCopy(ring, time, value, status, flag);
+  if (ring->type == D_RING_TYPE_DOUBLE && (status & D_RING_STATUS_KNOWN) != 0 && validTime(*time)) [[likely]] {
+    return archiveSteady<D_RING_TYPE_DOUBLE>(ring, rawTime(time), wordAt<D_RING_TYPE_DOUBLE>(value),
+                                             packStatus(status, flag));
   }
+  return archiveOther(ring, time, value, status, flag);
 }
 
 }  // extern "C"

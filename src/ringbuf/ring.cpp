@@ -13,7 +13,8 @@
 
 namespace vq::ring {
 
-std::atomic<std::int64_t> utRingStartTime{kUnsetStart};
+std::atomic<std::int64_t> utRingStartTime{0};
+std::atomic<bool> utRingStartSet{false};
 
 namespace {
 
@@ -149,14 +150,14 @@ D_EXPORT D_BOOL DutRingSetStartTime(const D_TIME_VALUE *start) {
   if (!sec_ok || !usec_ok) return fail(D_ERR_VAL_TOO_SMALL, D_FALSE);
   if (!validTime(*start)) return fail(D_ERR_VAL_INVALID, D_FALSE);
   utRingStartTime.store(micros(*start), std::memory_order_relaxed);
+  utRingStartSet.store(true, std::memory_order_release);
   return D_TRUE;
 }
 
 D_EXPORT D_BOOL DutRingGetStartTime(D_TIME_VALUE *start_return) {
   if (start_return == nullptr) return fail(D_ERR_NULL_PTR, D_FALSE);
-  const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
-  if (start == kUnsetStart) return D_FALSE;
-  *start_return = fromMicros(start);
+  if (!utRingStartSet.load(std::memory_order_acquire)) return D_FALSE;
+  *start_return = fromMicros(startMicros());
   return D_TRUE;
 }
 

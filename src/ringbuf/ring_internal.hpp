@@ -28,6 +28,13 @@ inline std::int64_t micros(const D_TIME_VALUE &t) {
 inline std::int64_t micros(const D_RING_ENTRY &e) { return static_cast<std::int64_t>(e.sec) * kMicros + e.usec; }
 // Normalised, the seconds held within 32 bits.
 [[gnu::always_inline]] inline D_TIME_VALUE fromMicros(std::int64_t m) {
+  // Most times are not negative and fit: one unsigned division.
+  constexpr auto kFits = static_cast<std::uint64_t>(INT32_MAX) * kMicros + (kMicros - 1);
+  if (static_cast<std::uint64_t>(m) <= kFits) [[likely]] {
+    const auto u = static_cast<std::uint64_t>(m);
+    const auto whole = u / kMicros;
+    return D_TIME_VALUE{static_cast<D_INT4>(whole), static_cast<D_INT4>(u - whole * kMicros)};
+  }
   std::int64_t s = m / kMicros;
   std::int64_t u = m % kMicros;
   if (u < 0) {
@@ -45,28 +52,25 @@ inline D_REAL8 seconds(const D_TIME_VALUE &t) { return t.seconds + t.microsecond
 inline long sec(const D_TIME_VALUE &t) { return static_cast<long>(t.seconds); }
 inline long usec(const D_TIME_VALUE &t) { return static_cast<long>(t.microseconds); }
 
-// The ring start time in microseconds, kUnsetStart until set. Every grid
-// reset reads it, so it is read without the lock.
-inline constexpr std::int64_t kUnsetStart = INT64_MIN;
-extern std::atomic<std::int64_t> utRingStartTime;
+// The ring start time in microseconds, 0 until set, and whether it was
+// set. Every grid reset reads it, so it is read without the lock.
+[[gnu::visibility("hidden")]] extern std::atomic<std::int64_t> utRingStartTime;
+[[gnu::visibility("hidden")]] extern std::atomic<bool> utRingStartSet;
 // The ring start time, or 0.0 while none was set.
 D_TIME_VALUE startTime();
-[[gnu::always_inline]] inline std::int64_t startMicros() {
-  const std::int64_t start = utRingStartTime.load(std::memory_order_relaxed);
-  return start == kUnsetStart ? 0 : start;
-}
+[[gnu::always_inline]] inline std::int64_t startMicros() { return utRingStartTime.load(std::memory_order_relaxed); }
 // The current time of the application, when one was set.
 inline bool currentTime(D_TIME_VALUE *now) { return DutGetCurrentTimeStruct(now) == D_TRUE; }
 // Whether the application has a current time. Once set it can change but
 // never be unset, so after the first yes every archive answers without the
 // process lock.
-extern std::atomic<bool> utRingTimeKnown;
+[[gnu::visibility("hidden")]] extern std::atomic<bool> utRingTimeKnown;
 bool timeKnownLocked();
 inline bool timeKnown() { return utRingTimeKnown.load(std::memory_order_relaxed) || timeKnownLocked(); }
 
 // ---- Trace ----------------------------------------------------------------
 
-extern unsigned char *const utDebugFlags;
+[[gnu::visibility("hidden")]] extern unsigned char *const utDebugFlags;
 inline bool tracing() { return utDebugFlags[D_DEBUG_RINGBUF] != 0; }
 // The wall-time header, then the text, to the debug file.
 void trace(const char *format, ...) D_PRINTF_FORMAT(1, 2);
@@ -95,7 +99,7 @@ bool validType(D_UINT4 type);
 struct BufferBlock {
   D_RING_HDR hdr;
   std::int64_t grid_next;
-  std::int64_t grid_incr;  // 0: no boundary cached
+  std::int64_t grid_incr;  // 0: no boundary cached, or one before the origin
   std::int64_t grid_origin;
 };
 inline BufferBlock *blockOf(D_RING_HDR *hdr) { return reinterpret_cast<BufferBlock *>(hdr); }

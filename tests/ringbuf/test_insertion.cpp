@@ -121,6 +121,75 @@ TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
   }
 }
 
+// A host may write a buffer's header and entries directly: whatever it
+// writes (increments that are zero or negative only in microseconds, or
+// unnormalised; boundaries; the ring start time, also one after the data
+// times; an unnormalised newest time; the fixed flag), the archive's
+// shortcut leaves exactly what the full path (taken for a ring with an
+// overwrite callback) leaves.
+TEST_F(RingInsert, HostWritesAreHonouredByTheShortcut) {
+  using Write = void (*)(D_RING_HDR *const *hdrs);
+  const struct {
+    int at;  // before the archive of this step
+    Write write;
+  } writes[] = {
+      {40, [](D_RING_HDR *const *h) { h[1]->incr = D_TIME_VALUE{1, -1000000}; }},
+      {80, [](D_RING_HDR *const *h) { h[1]->incr = D_TIME_VALUE{-1, 0}; }},
+      {100, [](D_RING_HDR *const *h) { h[2]->incr = D_TIME_VALUE{1, -2000000}; }},
+      {120, [](D_RING_HDR *const *h) { h[1]->incr = D_TIME_VALUE{0, 1500000}; }},
+      {160, [](D_RING_HDR *const *h) { h[3]->next_incr = D_TIME_VALUE{3, 2000000}; }},
+      {200, [](D_RING_HDR *const *h) { h[0]->next_incr = D_TIME_VALUE{0, 0}; }},
+      {240, [](D_RING_HDR *const *h) { h[1]->incr = D_TIME_VALUE{1, 0}; }},
+      {250, [](D_RING_HDR *const *) {
+         const D_TIME_VALUE origin{0, 300000};
+         DutRingSetStartTime(&origin);
+       }},
+      {270, [](D_RING_HDR *const *) {
+         const D_TIME_VALUE origin{2000, 0};  // after the data times: the grid counts back
+         DutRingSetStartTime(&origin);
+       }},
+      {290, [](D_RING_HDR *const *h) { h[1]->current->sec -= 1, h[1]->current->usec += 1000000; }},
+      {330, [](D_RING_HDR *const *h) { h[0]->flags |= D_RING_FIXED, h[1]->flags |= D_RING_FIXED; }},
+      {370, [](D_RING_HDR *const *h) { h[3]->incr = D_TIME_VALUE{0, 0}; }},
+  };
+  const std::int64_t steps[] = {250000, 250000, 250000, 0, 100000, 1000000, -300000, 3000000};
+  D_RING_BUF *rings[2] = {Make(D_RING_TYPE_DOUBLE), Make(D_RING_TYPE_DOUBLE)};
+  Pairs seen;
+  DutRingOverwriteCbCreate(rings[1], RecordOverwrite, reinterpret_cast<D_WORD>(&seen));
+  // The growable buffers do not fill up (a full one takes the full path
+  // anyway); the fixed ones wrap.
+  D_RING_HDR *hdrs[2][4];
+  for (int r = 0; r < 2; ++r) {
+    hdrs[r][0] = Growable(rings[r], 0.0, 0.0, 1000);
+    hdrs[r][1] = Growable(rings[r], 1.0, 0.0, 1000);
+    hdrs[r][2] = Fixed(rings[r], 2.0, 5);
+    hdrs[r][3] = Fixed(rings[r], 60.0, 4);
+  }
+  std::mt19937 random(11);
+  std::int64_t t = 1000000;
+  std::size_t w = 0;
+  for (int i = 0; i < 420; ++i) {
+    for (; w < std::size(writes) && writes[w].at == i; ++w) {
+      for (auto *h : hdrs) writes[w].write(h);
+    }
+    t = std::max<std::int64_t>(0, t + steps[random() % std::size(steps)]);
+    const double value = static_cast<double>(random() % 5);
+    D_RING_ENTRY *results[2];
+    for (int r = 0; r < 2; ++r) results[r] = Archive(rings[r], t, value);
+    auto slot = [](const D_RING_ENTRY *e, const D_RING_HDR *h) { return e == nullptr ? -1 : e - h->start; };
+    ASSERT_EQ(slot(results[0], hdrs[0][0]), slot(results[1], hdrs[1][0])) << i;
+    for (int b = 0; b < 4; ++b) {
+      const D_RING_HDR *quick = hdrs[0][b], *full = hdrs[1][b];
+      ASSERT_EQ(Doubles(hdrs[0][b]), Doubles(hdrs[1][b])) << i << " buffer " << b;
+      ASSERT_EQ(quick->current - quick->start, full->current - full->start) << i << " buffer " << b;
+      ASSERT_TRUE(quick->next_incr.seconds == full->next_incr.seconds &&
+                  quick->next_incr.microseconds == full->next_incr.microseconds)
+          << i << " buffer " << b;
+    }
+  }
+  EXPECT_EQ(w, std::size(writes));
+}
+
 TEST_F(RingInsert, InsertIntoEmptyBufferThenOlderDoubles) {
   D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE);
   D_RING_HDR *hdr = Fixed(ring, 0.0, 4);

@@ -40,7 +40,11 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
       {[&] { return W(DutRingAddFixedBuffer(ring, 4, &one)); }, D_ERR_TYPE_MISMATCH, mismatch},
       {[&] { return W(DutRingAddBuffer(ring, &ok, &two, 4)); }, D_ERR_TYPE_MISMATCH, mismatch},
       {[&] { return W(DutRingInsertValue(hdr, &ok, &v, 0, 0)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return W(DutRingArchiveValue(nullptr, &ok, &v, 2, 0)); }, D_ERR_NULL_PTR, ""},
+      {[&] { return W(DutRingArchiveValue(ring, nullptr, &v, 2, 0)); }, D_ERR_NULL_PTR, ""},
+      {[&] { return W(DutRingArchiveValue(ring, &ok, nullptr, 2, 0)); }, D_ERR_NULL_PTR, ""},
       {[&] { return W(DutRingArchiveValue(ring, &neg_usec, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
+      {[&] { return W(DutRingArchiveValue(ring, &big_usec, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
       {[&] { return W(DutRingArchiveValue(ring, &ok, &v, 0, 0)); }, D_ERR_VAL_INVALID, ""},
       {[&] { return W(DutRingFindTime(hdr, &big_usec)); }, D_ERR_VAL_INVALID, ""},
       {[&] { return D_WORD{DutRingSetFreeFunc(ring, nullptr)}; }, D_ERR_TYPE_MISMATCH,
@@ -50,6 +54,8 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
       {[&] { return W(DutRingValuePtr(hdr->start, 16)); }, D_ERR_TYPE_INVALID, ""},
       {[&] { return D_WORD{DutRingSetStartTime(&neg_usec)}; }, D_ERR_VAL_TOO_SMALL,
        "WARNING: Internal validation <start->usec >= 0> failed"},
+      {[&] { return D_WORD{DutRingSetStartTime(&big_usec)}; }, D_ERR_VAL_INVALID, ""},
+      {[&] { return D_WORD{DutRingGetStartTime(nullptr)}; }, D_ERR_NULL_PTR, ""},
       {[&] { return D_WORD{DutRingDeleteEntry(hdr, nullptr)}; }, D_ERR_NULL_PTR, ""},
       {[&] { return D_WORD{DutRingTravNext(&ctx, &entry, nullptr)}; }, D_ERR_VAL_INVALID, ""},
       {[&] { return W(DutRingArchiveHistoryData(ring, &ok, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
@@ -65,6 +71,12 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
     EXPECT_EQ(DutErrNumGet(), c.err) << "case " << i;
     EXPECT_EQ(capture.Take().rfind(c.warning, 0), 0u) << "case " << i++;
   }
+  // A refused start time leaves the one set before.
+  D_TIME_VALUE start{-1, -1};
+  EXPECT_TRUE(DutRingGetStartTime(&start) == D_TRUE && start.seconds == 0 && start.microseconds == 0);
+  const D_TIME_VALUE later{12, 345};
+  EXPECT_EQ(DutRingSetStartTime(&later), D_TRUE);
+  EXPECT_TRUE(DutRingGetStartTime(&start) == D_TRUE && start.seconds == 12 && start.microseconds == 345);
   // Accepted increments (0.0 and a microsecond) and held sizes.
   const std::tuple<D_TIME_VALUE, D_INT4, D_INT4> sizes[] = {
       {{0, 0}, 0, 2}, {{0, 1}, 1, 2}, {T(7), -5, 2}, {T(8), 70000, D_RING_MAX_SIZE}};

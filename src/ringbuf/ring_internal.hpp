@@ -52,10 +52,19 @@ inline D_REAL8 seconds(const D_TIME_VALUE &t) { return t.seconds + t.microsecond
 inline long sec(const D_TIME_VALUE &t) { return static_cast<long>(t.seconds); }
 inline long usec(const D_TIME_VALUE &t) { return static_cast<long>(t.microseconds); }
 
+// Globals the archive loop reads: within the library, so that ELF code
+// reads them directly instead of through the global offset table (PE has
+// no such table, and no visibility attribute).
+#if defined(__ELF__)
+#define VQ_RING_LOCAL [[gnu::visibility("hidden")]]
+#else
+#define VQ_RING_LOCAL
+#endif
+
 // The ring start time in microseconds, 0 until set, and whether it was
 // set. Every grid reset reads it, so it is read without the lock.
-[[gnu::visibility("hidden")]] extern std::atomic<std::int64_t> utRingStartTime;
-[[gnu::visibility("hidden")]] extern std::atomic<bool> utRingStartSet;
+VQ_RING_LOCAL extern std::atomic<std::int64_t> utRingStartTime;
+VQ_RING_LOCAL extern std::atomic<bool> utRingStartSet;
 // The ring start time, or 0.0 while none was set.
 D_TIME_VALUE startTime();
 [[gnu::always_inline]] inline std::int64_t startMicros() { return utRingStartTime.load(std::memory_order_relaxed); }
@@ -64,13 +73,13 @@ inline bool currentTime(D_TIME_VALUE *now) { return DutGetCurrentTimeStruct(now)
 // Whether the application has a current time. Once set it can change but
 // never be unset, so after the first yes every archive answers without the
 // process lock.
-[[gnu::visibility("hidden")]] extern std::atomic<bool> utRingTimeKnown;
+VQ_RING_LOCAL extern std::atomic<bool> utRingTimeKnown;
 bool timeKnownLocked();
 inline bool timeKnown() { return utRingTimeKnown.load(std::memory_order_relaxed) || timeKnownLocked(); }
 
 // ---- Trace ----------------------------------------------------------------
 
-[[gnu::visibility("hidden")]] extern unsigned char *const utDebugFlags;
+VQ_RING_LOCAL extern unsigned char *const utDebugFlags;
 inline bool tracing() { return utDebugFlags[D_DEBUG_RINGBUF] != 0; }
 // The wall-time header, then the text, to the debug file.
 void trace(const char *format, ...) D_PRINTF_FORMAT(1, 2);

@@ -10,16 +10,14 @@
 #include <utility>
 #include <vector>
 
-#include "strings/support.hpp"
 #include "support/output_capture.hpp"
+#include "support/temp_dir.hpp"
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
 #include "vqutil/ringbuf.h"
 
 namespace ringtest {
 
-using strings_test::DebugFlag;
-using strings_test::DebugTap;
 using vqtest::OutputCapture;
 
 // A time from microseconds.

@@ -104,17 +104,25 @@ TEST(RingRefusalDeathTest, BrokenCallersAssert) {
 }
 
 TEST_F(RingRefusal, FlagThreeTracesEachStepAfterItsHeader) {
-  DebugTap tap;
-  if (!tap.available()) GTEST_SKIP() << "debug file on standard error";
+  // A debug file of the test's own, read back once closed.
+  const vqtest::TempDir dir("vq-ring-trace");
+  unsetenv("VQDEBUGFILENAME");
+  DutDebugClose();
+  DutDebugOpen(dir.file("ring.dbg").c_str());
+  ASSERT_NE(DutDebugFileName(), nullptr);
+  const std::string path = DutDebugFileName();
   D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE, "tr");
+  unsigned char &flag = DutGetDebugFlags()[D_DEBUG_RINGBUF];
   {
-    DebugFlag flag(D_DEBUG_RINGBUF);
+    flag = 1;
     OutputCapture capture;
     const D_TIME_VALUE minus{-1, 500000}, zero{0, 0}, before = T(1);
     DutRingAddBuffer(ring, &zero, &minus, 4);
     D_RING_HDR *hdr = Fixed(ring, 1.0, 2);
     for (auto [t, v] : Pairs{{500000, 1}, {700000, 2}, {900000, 2}, {600000, 3}}) Archive(ring, t, v);
     DutRingFindTime(hdr, &before);
+    flag = 0;
+    DutDebugClose();
   }
   const std::vector<std::string> expected = {
       "WARNING: Smallest increment allowed is 0.000001",
@@ -132,7 +140,7 @@ TEST_F(RingRefusal, FlagThreeTracesEachStepAfterItsHeader) {
   };
   // Every message follows a header of its own.
   const std::regex header("Wall time \\w{3} \\w{3} +\\d+ [0-9:]{8} \\d{4}, data time: .+");
-  std::istringstream in(tap.since());
+  std::istringstream in(vqtest::ReadFile(path));
   std::vector<std::string> messages;
   for (std::string line, last; std::getline(in, line); last = line) {
     if (std::regex_match(line, header)) continue;

@@ -791,23 +791,30 @@ struct Ibm4ToIeeeV {
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
     return ieeeOrder32<Out>(ibmToFloatBits(raw, odd, 280u << 23));
   }
-  // As ibmToIeee32Bulk; `bias` is the exponent offset, IEEE's or DEC F's.
+  static constexpr V32 kOddBits = V32{} + kSign32;
+  // As ibmToIeee32Bulk, flagging in the sign bits (no compares, so fewer
+  // constants to keep in registers): a leading hex digit of zero is a
+  // float below 2^20, and the characteristic minus 34 must lie in 0..62.
+  // `bias` is the exponent offset, IEEE's or DEC F's.
   VQ_AVX2 static V32 ibmToFloatBits(V32 raw, V32 &odd, std::uint32_t bias) {
     const V32 v = reverse32(raw);
     const V32 f = v & 0x00FFFFFFu;
+    const V32 high = v & 0xFF000000u;  // sign and characteristic
     const V32 t = v & 0x7F000000u;
-    const V32 key = (t + (kSign32 - (34u << 24))) | maskOf<V32>(reinterpret_cast<S32>(f) < 0x00100000);
     const V32 zero = maskOf<V32>(v == 0);
-    odd |= maskOf<V32>(reinterpret_cast<S32>(key) > static_cast<std::int32_t>(kSign32 + (62u << 24))) & ~zero;
     const auto bits = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<S32>(f), F32));
-    // The sign added, not or'ed: the DEC bias carries a top exponent out
-    // through the sign, as the DEC step does.
-    return ((v & kSign32) + (bits + (t << 1) - bias)) & ~zero;
+    const V32 c = t - (34u << 24);
+    odd |= ((bits - (147u << 23)) | c | ((62u << 24) - c)) & ~zero;
+    // high + t is the sign plus twice the characteristic, the sign added,
+    // not or'ed: the DEC bias carries a top exponent out through the sign,
+    // as the DEC step does.
+    return (bits + high + t - bias) & ~zero;
   }
 };
 
 // The DEC step adds two to the exponent: folded into the bias.
 struct Ibm4ToDecFV {
+  static constexpr V32 kOddBits = Ibm4ToIeeeV::kOddBits;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
     return vax32(Ibm4ToIeeeV::ibmToFloatBits(raw, odd, (280u << 23) - 0x01000000u));
@@ -891,6 +898,73 @@ struct DecGToIbm8V {
   }
 };
 
+// IEEE single (loaded) to IBM, as ieeeToIbm32; zero and negative zero
+// give zero.
+VQ_AVX2 V32 ibmFromIeee32V(V32 u) {
+  const V32 t = ((u >> 23) & 0xFFu) + 1;
+  const V32 m = (u & 0x007FFFFFu) | 0x00800000u;
+  const V32 r = (u & kSign32) | (((t >> 2) + 33) << 24) | (m >> (~t & 3u));
+  return r & ~maskOf<V32>((u << 1) == 0);
+}
+
+struct IeeeToIbm4V {
+  static constexpr bool kFlags = false;
+  template <D_INT4 In, D_INT4>
+  VQ_AVX2 static V32 run(V32 raw, V32 &) { return reverse32(ibmFromIeee32V(ieeeOrder32<In>(raw))); }
+};
+
+// Through IEEE, whose zero (DEC exponent 2 without fraction bits) is
+// IBM's; all-zero bytes stay zero.
+struct DecFToIbm4V {
+  static constexpr bool kFlags = false;
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V32 run(V32 raw, V32 &) {
+    const V32 v = vax32(raw);
+    return reverse32(ibmFromIeee32V(v - 0x01000000u) & ~maskOf<V32>(v == 0));
+  }
+};
+
+// DEC G exponent fields 1..1150 fit DEC D: (g + 897) >> 11 is non-zero
+// above, and 0 is flagged unless the whole word is zero.
+struct DecGToDecDV {
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = vax64(raw);
+    const V64 zero = maskOf<V64>(v == 0);
+    const V64 g = (v >> 52) & 0x7FFu;
+    odd |= ((g + 897) >> 11) | (maskOf<V64>(g == 0) & ~zero);
+    const V64 r = (v & kSign64) | ((g + 128) & 0xFFu) << 55 | (v & kFrac52) << 3;
+    return vax64(r & ~zero);
+  }
+};
+
+// IEEE fields 1..1149 fit DEC D ((field + 898) >> 11 is non-zero above),
+// 1..2045 fit DEC G; zero and negative zero give zero.
+struct IeeeToDecDV {
+  template <D_INT4 In, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = ieeeOrder64<In>(raw);
+    const V64 zero = maskOf<V64>((v << 1) == 0);
+    const V64 field = (v >> 52) & 0x7FFu;
+    odd |= ((field + 898) >> 11) | (maskOf<V64>(field == 0) & ~zero);
+    const V64 r = (v & kSign64) | ((field + 130) & 0xFFu) << 55 | (v & kFrac52) << 3;
+    return vax64(r & ~zero);
+  }
+};
+
+struct IeeeToDecGV {
+  template <D_INT4 In, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = ieeeOrder64<In>(raw);
+    const V64 zero = maskOf<V64>((v << 1) == 0);
+    const V64 field = (v >> 52) & 0x7FFu;
+    odd |= ((field + 2) >> 11) | (maskOf<V64>(field == 0) & ~zero);
+    // Two more in the field, which stays below the sign for every
+    // unflagged value.
+    return vax64((v + (std::uint64_t{2} << 52)) & ~zero);
+  }
+};
+
 // Conversions without a kernel here keep the auto-vectorised block loop.
 template <typename C> struct Avx2 { using Kernel = void; };
 template <> struct Avx2<Ibm4ToIeee> { using Kernel = Ibm4ToIeeeV; };
@@ -901,9 +975,21 @@ template <> struct Avx2<Ibm8ToDecD> { using Kernel = Ibm8ToDecDV; };
 template <> struct Avx2<IeeeToIbm8> { using Kernel = IeeeToIbm8V; };
 template <> struct Avx2<DecDToIbm8> { using Kernel = DecDToIbm8V; };
 template <> struct Avx2<DecGToIbm8> { using Kernel = DecGToIbm8V; };
+template <> struct Avx2<IeeeToIbm4> { using Kernel = IeeeToIbm4V; };
+template <> struct Avx2<DecFToIbm4> { using Kernel = DecFToIbm4V; };
+template <> struct Avx2<DecGToDecD> { using Kernel = DecGToDecDV; };
+template <> struct Avx2<IeeeToDecD> { using Kernel = IeeeToDecDV; };
+template <> struct Avx2<IeeeToDecG> { using Kernel = IeeeToDecGV; };
 
 template <typename K>
 concept Flagging = !requires { K::kFlags; } || K::kFlags;
+
+// The bits of `odd` that flag a lane: all of them unless the kernel says.
+template <typename K, typename V>
+VQ_AVX2 VLong oddBits() {
+  if constexpr (requires { K::kOddBits; }) return reinterpret_cast<VLong>(K::kOddBits);
+  else return VLong{} - 1;
+}
 
 // Groups of vectors converted into registers and stored when no lane is
 // flagged; a flagged group is done again value by value from its
@@ -935,7 +1021,7 @@ template <typename C, typename K, D_INT4 In, D_INT4 Out>
       std::memcpy(&raw, group + i * sizeof(V), sizeof raw);
       r[i] = K::template run<In, Out>(raw, odd);
     }
-    if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), reinterpret_cast<VLong>(odd))) [[likely]] {
+    if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), oddBits<K, V>())) [[likely]] {
 #pragma GCC unroll 8
       for (std::size_t i = 0; i < kGroup; ++i) std::memcpy(group + i * sizeof(V), &r[i], sizeof(V));
     } else {

@@ -28,6 +28,11 @@
 // the int-to-float conversion of the IBM fast path; the array loops ask
 // for its full cost model, and keep their copy loops as vector moves
 // (a memcpy of a block becomes a slow `rep movs`).
+// x86-64 builds carry a second, AVX2 copy of the array loops, chosen at
+// run time.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define VQ_AVX2_PATH 1
+#endif
 #if defined(__GNUC__) && !defined(__clang__)
 #define VQ_VECTORISE gnu::optimize("vect-cost-model=dynamic", "no-tree-loop-distribute-patterns")
 #else
@@ -693,8 +698,7 @@ VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
 // in registers until a group of vectors is known to be clean. Every helper
 // is built for AVX2 only: vectors pass between such functions, never across
 // the baseline ABI.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#define VQ_AVX2_KERNELS 1
+#ifdef VQ_AVX2_PATH
 #define VQ_AVX2 [[gnu::always_inline, gnu::target("avx2")]] inline
 
 static_assert(kHostOrder == D_INT_LITTLE_ENDIAN);
@@ -792,6 +796,7 @@ struct Ibm4ToIeeeV {
     return ieeeOrder32<Out>(ibmToFloatBits(raw, odd, 280u << 23));
   }
   static constexpr V32 kOddBits = V32{} + kSign32;
+  static constexpr std::size_t kGroup = 32;
   // As ibmToIeee32Bulk, flagging in the sign bits (no compares, so fewer
   // constants to keep in registers): a leading hex digit of zero is a
   // float below 2^20, and the characteristic minus 34 must lie in 0..62.
@@ -815,6 +820,7 @@ struct Ibm4ToIeeeV {
 // The DEC step adds two to the exponent: folded into the bias.
 struct Ibm4ToDecFV {
   static constexpr V32 kOddBits = Ibm4ToIeeeV::kOddBits;
+  static constexpr std::size_t kGroup = 32;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
     return vax32(Ibm4ToIeeeV::ibmToFloatBits(raw, odd, (280u << 23) - 0x01000000u));
@@ -848,15 +854,17 @@ struct Ibm8ToDecGV {
 // byte is F + 130 modulo 256, and the fraction the IEEE one shifted left
 // by three.
 struct Ibm8ToDecDV {
+  static constexpr std::size_t kGroup = 32;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
     const V64 v = reverse64(raw);
     const IbmLeadV l = ibmLeadV(v);
-    const V64 field = l.high >> 52;  // F - 763
-    const V64 zero = maskOf<V64>(v == 0);
-    odd |= maskOf<V64>(reinterpret_cast<S64>(field) > 1149 - 763) & ~zero;
-    const V64 r = (v & kSign64) | ((field + 893) & 0xFFu) << 55 | ((l.f << (3 - l.shift)) & (kFrac52 << 3));
-    return vax64(r & ~zero);
+    // Compared and moved where it stands (its low 52 bits are zero); a
+    // zero word gives F = 767, never flagged.
+    odd |= maskOf<V64>(reinterpret_cast<S64>(l.high) > static_cast<std::int64_t>(std::uint64_t{1149 - 763} << 52));
+    const V64 exponent = ((l.high << 3) + (std::uint64_t{893} << 55)) & (std::uint64_t{0xFF} << 55);
+    const V64 r = (v & kSign64) | exponent | ((l.f << (3 - l.shift)) & (kFrac52 << 3));
+    return vax64(r & ~maskOf<V64>(v == 0));
   }
 };
 
@@ -991,19 +999,29 @@ VQ_AVX2 VLong oddBits() {
   else return VLong{} - 1;
 }
 
-// Groups of vectors converted into registers and stored when no lane is
-// flagged; a flagged group is done again value by value from its
-// untouched input.
+// Vectors converted before the flags are tested: two by default, held in
+// registers (more spill them). Kernels with many constants run faster
+// through a 1 KiB buffer (kGroup), whose flag test and copy cost less than
+// the constants they would reload.
+template <typename K>
+constexpr std::size_t groupOf() {
+  if constexpr (requires { K::kGroup; }) return K::kGroup;
+  else return 2;
+}
+
+// Groups of vectors converted and stored when no lane is flagged; a
+// flagged group is done again value by value from its untouched input.
 template <typename C, typename K, D_INT4 In, D_INT4 Out>
 [[gnu::target("avx2")]] void convertVectorsAvx2(unsigned char *p, std::size_t count) {
   using W = typename C::Word;
   using V = std::conditional_t<sizeof(W) == 4, V32, V64>;
-  constexpr std::size_t kGroup = 2;
-  constexpr std::size_t kValues = kGroup * sizeof(V) / sizeof(W);
+  constexpr std::size_t kLanes = sizeof(V) / sizeof(W);
+  constexpr std::size_t kGroup = groupOf<K>();
+  constexpr std::size_t kValues = kGroup * kLanes;
   std::size_t at = 0;
   if constexpr (!Flagging<K>) {
     // Nothing to redo: convert in place.
-    for (; at + kValues / kGroup <= count; at += kValues / kGroup) {
+    for (; at + kLanes <= count; at += kLanes) {
       V v;
       std::memcpy(&v, p + at * sizeof(W), sizeof v);
       v = K::template run<In, Out>(v, v);
@@ -1015,14 +1033,14 @@ template <typename C, typename K, D_INT4 In, D_INT4 Out>
     V r[kGroup];
     V odd{};
     // Unrolled, so that the results stay in registers.
-#pragma GCC unroll 8
+#pragma GCC unroll 2
     for (std::size_t i = 0; i < kGroup; ++i) {
       V raw;
       std::memcpy(&raw, group + i * sizeof(V), sizeof raw);
       r[i] = K::template run<In, Out>(raw, odd);
     }
     if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), oddBits<K, V>())) [[likely]] {
-#pragma GCC unroll 8
+#pragma GCC unroll 2
       for (std::size_t i = 0; i < kGroup; ++i) std::memcpy(group + i * sizeof(V), &r[i], sizeof(V));
     } else {
       for (std::size_t i = 0; i < kValues; ++i) convertAt<C, In, Out>(group + i * sizeof(W));
@@ -1036,7 +1054,7 @@ template <typename C, typename K, D_INT4 In, D_INT4 Out>
 // on x86-64, for AVX2, which has the byte shuffles, per-lane shifts and
 // 64-bit compares the conversions need to run as vector code. The choice
 // is made once per array.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#ifdef VQ_AVX2_PATH
 template <typename C, D_INT4 In, D_INT4 Out>
 [[gnu::target("avx2"), VQ_VECTORISE]] void convertManyAvx2(unsigned char *p, std::size_t count) {
   using K = typename Avx2<C>::Kernel;
@@ -1055,7 +1073,7 @@ bool hasAvx2() {
 
 template <typename C, D_INT4 In, D_INT4 Out>
 [[VQ_VECTORISE]] void convertMany(unsigned char *p, std::size_t count) {
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#ifdef VQ_AVX2_PATH
   if (hasAvx2()) return convertManyAvx2<C, In, Out>(p, count);
 #endif
   convertBlocks<C, In, Out>(p, count);

@@ -694,8 +694,8 @@ VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
 // extensions, which clang shares): auto-vectorised, their shift counts were
 // narrowed to 32-bit lanes and widened back, and their values went through
 // a block buffer. Each kernel converts one vector of stored words and sets
-// `odd` non-zero in a lane that the per-value path must redo; results stay
-// in registers until a group of vectors is known to be clean. Every helper
+// `odd` non-zero in a lane that the per-value path must redo; results are
+// stored once their group of vectors is known to be clean. Every helper
 // is built for AVX2 only: vectors pass between such functions, never across
 // the baseline ABI.
 #ifdef VQ_AVX2_PATH
@@ -993,7 +993,7 @@ template <typename K>
 concept Flagging = !requires { K::kFlags; } || K::kFlags;
 
 // The bits of `odd` that flag a lane: all of them unless the kernel says.
-template <typename K, typename V>
+template <typename K>
 VQ_AVX2 VLong oddBits() {
   if constexpr (requires { K::kOddBits; }) return reinterpret_cast<VLong>(K::kOddBits);
   else return VLong{} - 1;
@@ -1023,8 +1023,9 @@ template <typename C, typename K, D_INT4 In, D_INT4 Out>
     // Nothing to redo: convert in place.
     for (; at + kLanes <= count; at += kLanes) {
       V v;
+      V unused;
       std::memcpy(&v, p + at * sizeof(W), sizeof v);
-      v = K::template run<In, Out>(v, v);
+      v = K::template run<In, Out>(v, unused);
       std::memcpy(p + at * sizeof(W), &v, sizeof v);
     }
   }
@@ -1032,14 +1033,14 @@ template <typename C, typename K, D_INT4 In, D_INT4 Out>
     unsigned char *group = p + at * sizeof(W);
     V r[kGroup];
     V odd{};
-    // Unrolled, so that the results stay in registers.
+    // Unrolled: a group of two stays in registers.
 #pragma GCC unroll 2
     for (std::size_t i = 0; i < kGroup; ++i) {
       V raw;
       std::memcpy(&raw, group + i * sizeof(V), sizeof raw);
       r[i] = K::template run<In, Out>(raw, odd);
     }
-    if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), oddBits<K, V>())) [[likely]] {
+    if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), oddBits<K>())) [[likely]] {
 #pragma GCC unroll 2
       for (std::size_t i = 0; i < kGroup; ++i) std::memcpy(group + i * sizeof(V), &r[i], sizeof(V));
     } else {

@@ -852,19 +852,27 @@ struct Ibm8ToDecGV {
 
 // DEC D: IEEE fields above 1149 are flagged (they clamp); the exponent
 // byte is F + 130 modulo 256, and the fraction the IEEE one shifted left
-// by three.
+// by three, which is the IBM fraction shifted left by the leading zeros.
 struct Ibm8ToDecDV {
   static constexpr std::size_t kGroup = 32;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    // The leading zero bits themselves from the table (the left shift of
+    // the fraction into DEC D's 55 bits); a zero leading digit is flagged.
+    constexpr VBytes kZeros = {0, 3, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0,
+                               0, 3, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
     const V64 v = reverse64(raw);
-    const IbmLeadV l = ibmLeadV(v);
-    // Compared and moved where it stands (its low 52 bits are zero); a
-    // zero word gives F = 767, never flagged.
-    odd |= maskOf<V64>(reinterpret_cast<S64>(l.high) > static_cast<std::int64_t>(std::uint64_t{1149 - 763} << 52));
-    const V64 exponent = ((l.high << 3) + (std::uint64_t{893} << 55)) & (std::uint64_t{0xFF} << 55);
-    const V64 r = (v & kSign64) | exponent | ((l.f << (3 - l.shift)) & (kFrac52 << 3));
-    return vax64(r & ~maskOf<V64>(v == 0));
+    const V64 f = v & 0x00FFFFFFFFFFFFFFu;
+    const V64 d = f >> 52;
+    const V64 lz = reinterpret_cast<V64>(__builtin_ia32_pshufb256(kZeros, reinterpret_cast<VBytes>(d)));
+    const V64 zero = maskOf<V64>(v == 0);
+    // (F - 766) << 52, F = 4E + 766 - zeros; fields above 1149 clamp.
+    const V64 high = ((v & 0x7F00000000000000u) >> 2) - (lz << 52);
+    odd |= maskOf<V64>(reinterpret_cast<S64>(high) > static_cast<std::int64_t>(std::uint64_t{1149 - 766} << 52)) |
+           (maskOf<V64>(d == 0) & ~zero);
+    const V64 exponent = ((high << 3) + (std::uint64_t{896} << 55)) & (std::uint64_t{0xFF} << 55);
+    const V64 r = (v & kSign64) | exponent | ((f << lz) & (kFrac52 << 3));
+    return vax64(r & ~zero);
   }
 };
 

@@ -8,6 +8,7 @@
 // of each conversion, so no warning is printed.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cmath>
@@ -76,6 +77,10 @@ void runOracle(benchmark::State &state, const std::vector<T> &input, Encode enco
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(input.size()));
 }
+
+// On a shared machine the fastest repetition is the steadiest figure; the
+// array comparisons report it next to the median.
+double fastest(const std::vector<double> &v) { return *std::min_element(v.begin(), v.end()); }
 
 template <typename T>
 void runMemcpy(benchmark::State &state) {
@@ -325,7 +330,7 @@ void registerMember(const Member &m) {
   })->Unit(benchmark::kMicrosecond);
   benchmark::RegisterBenchmark((name + "/Array").c_str(), [m, get](benchmark::State &state) {
     runArray(state, get(), m.many, m.in, m.out);
-  })->Unit(benchmark::kMicrosecond);
+  })->Unit(benchmark::kMicrosecond)->ComputeStatistics("min", fastest);
 }
 
 const bool kRegistered = [] {
@@ -338,8 +343,8 @@ const bool kRegistered = [] {
 
 }  // namespace
 
-BENCHMARK(BM_Memcpy4)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_Memcpy8)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Memcpy4)->Unit(benchmark::kMicrosecond)->ComputeStatistics("min", fastest);
+BENCHMARK(BM_Memcpy8)->Unit(benchmark::kMicrosecond)->ComputeStatistics("min", fastest);
 BENCHMARK(BM_IeeeToIbm4_Library)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_IeeeToIbm4_Oracle)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Ibm4ToIeee_Library)->Unit(benchmark::kMicrosecond);

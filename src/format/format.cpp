@@ -10,6 +10,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "vqutil/error.h"
 #include "vqutil/output.h"
@@ -27,6 +28,11 @@
 // the int-to-float conversion of the IBM fast path; the array loops ask
 // for its full cost model, and keep their copy loops as vector moves
 // (a memcpy of a block becomes a slow `rep movs`).
+// x86-64 builds carry a second, AVX2 copy of the array loops, chosen at
+// run time.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define VQ_AVX2_PATH 1
+#endif
 #if defined(__GNUC__) && !defined(__clang__)
 #define VQ_VECTORISE gnu::optimize("vect-cost-model=dynamic", "no-tree-loop-distribute-patterns")
 #else
@@ -682,14 +688,387 @@ VQ_INLINE void convertBlocks(unsigned char *p, std::size_t count) {
   for (; at < count; ++at) convertAt<C, In, Out>(p + at * sizeof(W));
 }
 
+// ---- AVX2 kernels -------------------------------------------------------------
+
+// The costlier conversions are written out for 256-bit vectors (GCC vector
+// extensions, which clang shares): auto-vectorised, their shift counts were
+// narrowed to 32-bit lanes and widened back, and their values went through
+// a block buffer. Each kernel converts one vector of stored words and sets
+// `odd` non-zero in a lane that the per-value path must redo; results are
+// stored once their group of vectors is known to be clean. Every helper
+// is built for AVX2 only: vectors pass between such functions, never across
+// the baseline ABI.
+#ifdef VQ_AVX2_PATH
+#define VQ_AVX2 [[gnu::always_inline, gnu::target("avx2")]] inline
+
+static_assert(kHostOrder == D_INT_LITTLE_ENDIAN);
+
+using V64 = std::uint64_t __attribute__((vector_size(32)));
+using S64 = std::int64_t __attribute__((vector_size(32)));
+using V32 = std::uint32_t __attribute__((vector_size(32)));
+using S32 = std::int32_t __attribute__((vector_size(32)));
+using F32 = float __attribute__((vector_size(32)));
+using VBytes = char __attribute__((vector_size(32)));  // the byte shuffle's own type
+using VLong = long long __attribute__((vector_size(32)));
+
+// A byte permutation of each 8-byte lane, as indices over the 32 bytes.
+#define VQ_LANES8(a, b, c, d, e, f, g, h)                                                       \
+  a, b, c, d, e, f, g, h, a + 8, b + 8, c + 8, d + 8, e + 8, f + 8, g + 8, h + 8, a + 16, b + 16, \
+      c + 16, d + 16, e + 16, f + 16, g + 16, h + 16, a + 24, b + 24, c + 24, d + 24, e + 24,     \
+      f + 24, g + 24, h + 24
+
+template <typename V>
+VQ_AVX2 V reverse64(V v) {
+  const auto b = reinterpret_cast<VBytes>(v);
+  return reinterpret_cast<V>(__builtin_shufflevector(b, b, VQ_LANES8(7, 6, 5, 4, 3, 2, 1, 0)));
+}
+template <typename V>
+VQ_AVX2 V reverse32(V v) {
+  const auto b = reinterpret_cast<VBytes>(v);
+  return reinterpret_cast<V>(__builtin_shufflevector(b, b, VQ_LANES8(3, 2, 1, 0, 7, 6, 5, 4)));
+}
+// VAX word order (see vaxWords64 and fromVax): both directions are the
+// same byte permutation.
+VQ_AVX2 V64 vax64(V64 v) {
+  const auto b = reinterpret_cast<VBytes>(v);
+  return reinterpret_cast<V64>(__builtin_shufflevector(b, b, VQ_LANES8(6, 7, 4, 5, 2, 3, 0, 1)));
+}
+VQ_AVX2 V32 vax32(V32 v) {
+  const auto b = reinterpret_cast<VBytes>(v);
+  return reinterpret_cast<V32>(__builtin_shufflevector(b, b, VQ_LANES8(2, 3, 0, 1, 6, 7, 4, 5)));
+}
+#undef VQ_LANES8
+
+template <D_INT4 Order>
+VQ_AVX2 V64 ieeeOrder64(V64 v) {
+  if constexpr (Order == kHostOrder) return v;
+  else return reverse64(v);
+}
+template <D_INT4 Order>
+VQ_AVX2 V32 ieeeOrder32(V32 v) {
+  if constexpr (Order == kHostOrder) return v;
+  else return reverse32(v);
+}
+
+template <typename V>
+VQ_AVX2 V maskOf(auto condition) { return reinterpret_cast<V>(condition); }
+
+// 3 minus the leading zero bits of a non-zero hex digit (the right shift
+// that normalises an IBM fraction to 53 bits), by a 16-entry table in a
+// byte shuffle; the digit sits in the low byte of each lane, the other
+// bytes index entry 0, which is 0.
+VQ_AVX2 V64 digitShift(V64 digit) {
+  constexpr VBytes kTable = {0, 0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3,
+                             0, 0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3};
+  return reinterpret_cast<V64>(__builtin_ia32_pshufb256(kTable, reinterpret_cast<VBytes>(digit)));
+}
+
+// An IBM double (loaded) as an IEEE exponent field F and shift s: the
+// fraction moves right by s (0 for a zero leading digit, which the
+// per-value path keeps unnormalised), and F = 4E + 763 + s, four more for
+// a zero digit. The IEEE fraction is (f >> s) & kFrac52.
+struct IbmLeadV {
+  V64 f;      // the 56-bit fraction
+  V64 shift;  // s
+  V64 high;   // (F - 763) << 52
+};
+
+VQ_AVX2 IbmLeadV ibmLeadV(V64 v) {
+  const V64 f = v & 0x00FFFFFFFFFFFFFFu;
+  const V64 d = f >> 52;
+  const V64 s = digitShift(d);
+  const V64 high = ((v & 0x7F00000000000000u) >> 2) + (s << 52) + (maskOf<V64>(d == 0) & (V64{} + (std::uint64_t{4} << 52)));
+  return {f, s, high};
+}
+
+// The IBM double of an IEEE exponent field plus one (t) and a 53-bit
+// significand; a lane whose characteristic falls outside 0..127 comes back
+// in `out_of_range` (non-zero), and its result is not used.
+VQ_AVX2 V64 ibmFromFieldV(V64 sign, V64 t, V64 significand, V64 &out_of_range) {
+  const V64 q = (t >> 2) - 191;
+  out_of_range = q >> 7;
+  return sign | (q << 56) | (significand << (t & 3));
+}
+
+struct Ibm4ToIeeeV {
+  template <D_INT4, D_INT4 Out>
+  VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
+    return ieeeOrder32<Out>(ibmToFloatBits(raw, odd, 280u << 23));
+  }
+  static constexpr V32 kOddBits = V32{} + kSign32;
+  static constexpr std::size_t kGroup = 32;
+  // As ibmToIeee32Bulk, flagging in the sign bits (no compares, so fewer
+  // constants to keep in registers): a leading hex digit of zero is a
+  // float below 2^20, and the characteristic minus 34 must lie in 0..62.
+  // `bias` is the exponent offset, IEEE's or DEC F's.
+  VQ_AVX2 static V32 ibmToFloatBits(V32 raw, V32 &odd, std::uint32_t bias) {
+    const V32 v = reverse32(raw);
+    const V32 f = v & 0x00FFFFFFu;
+    const V32 high = v & 0xFF000000u;  // sign and characteristic
+    const V32 t = v & 0x7F000000u;
+    const V32 zero = maskOf<V32>(v == 0);
+    const auto bits = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<S32>(f), F32));
+    const V32 c = t - (34u << 24);
+    odd |= ((bits - (147u << 23)) | c | ((62u << 24) - c)) & ~zero;
+    // high + t is the sign plus twice the characteristic, the sign added,
+    // not or'ed: the DEC bias carries a top exponent out through the sign,
+    // as the DEC step does.
+    return (bits + high + t - bias) & ~zero;
+  }
+};
+
+// The DEC step adds two to the exponent: folded into the bias.
+struct Ibm4ToDecFV {
+  static constexpr V32 kOddBits = Ibm4ToIeeeV::kOddBits;
+  static constexpr std::size_t kGroup = 32;
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
+    return vax32(Ibm4ToIeeeV::ibmToFloatBits(raw, odd, (280u << 23) - 0x01000000u));
+  }
+};
+
+struct Ibm8ToIeeeV {
+  static constexpr bool kFlags = false;
+  template <D_INT4, D_INT4 Out>
+  VQ_AVX2 static V64 run(V64 raw, V64 &) {
+    const V64 v = reverse64(raw);
+    const IbmLeadV l = ibmLeadV(v);
+    const V64 r = (v & kSign64) | (l.high + (V64{} + (std::uint64_t{763} << 52))) | ((l.f >> l.shift) & kFrac52);
+    return ieeeOrder64<Out>(r & ~maskOf<V64>(v == 0));
+  }
+};
+
+// DEC G is the IEEE field plus two, which every IBM exponent fits.
+struct Ibm8ToDecGV {
+  static constexpr bool kFlags = false;
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &) {
+    const V64 v = reverse64(raw);
+    const IbmLeadV l = ibmLeadV(v);
+    const V64 r = (v & kSign64) | (l.high + (V64{} + (std::uint64_t{765} << 52))) | ((l.f >> l.shift) & kFrac52);
+    return vax64(r & ~maskOf<V64>(v == 0));
+  }
+};
+
+// DEC D: IEEE fields above 1149 are flagged (they clamp); the exponent
+// byte is F + 130 modulo 256, and the fraction the IEEE one shifted left
+// by three, which is the IBM fraction shifted left by the leading zeros.
+struct Ibm8ToDecDV {
+  static constexpr std::size_t kGroup = 32;
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    // The leading zero bits themselves from the table (the left shift of
+    // the fraction into DEC D's 55 bits); a zero leading digit is flagged.
+    constexpr VBytes kZeros = {0, 3, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0,
+                               0, 3, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
+    const V64 v = reverse64(raw);
+    const V64 f = v & 0x00FFFFFFFFFFFFFFu;
+    const V64 d = f >> 52;
+    const V64 lz = reinterpret_cast<V64>(__builtin_ia32_pshufb256(kZeros, reinterpret_cast<VBytes>(d)));
+    const V64 zero = maskOf<V64>(v == 0);
+    // (F - 766) << 52, F = 4E + 766 - zeros; fields above 1149 clamp.
+    const V64 high = ((v & 0x7F00000000000000u) >> 2) - (lz << 52);
+    odd |= maskOf<V64>(reinterpret_cast<S64>(high) > static_cast<std::int64_t>(std::uint64_t{1149 - 766} << 52)) |
+           (maskOf<V64>(d == 0) & ~zero);
+    const V64 exponent = ((high << 3) + (std::uint64_t{896} << 55)) & (std::uint64_t{0xFF} << 55);
+    const V64 r = (v & kSign64) | exponent | ((f << lz) & (kFrac52 << 3));
+    return vax64(r & ~zero);
+  }
+};
+
+struct IeeeToIbm8V {
+  template <D_INT4 In, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = ieeeOrder64<In>(raw);
+    const V64 zero = maskOf<V64>((v << 1) == 0);
+    V64 out_of_range;
+    const V64 r = ibmFromFieldV(v & kSign64, ((v >> 52) & 0x7FFu) + 1, (v & kFrac52) | (std::uint64_t{1} << 52), out_of_range);
+    odd |= out_of_range & ~zero;
+    return reverse64(r & ~zero);
+  }
+};
+
+// DEC D exponents 1..255 always fit; 0 is flagged.
+struct DecDToIbm8V {
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = vax64(raw);
+    const V64 e = (v >> 55) & 0xFFu;
+    const V64 zero = maskOf<V64>(v == 0);
+    V64 unused;
+    const V64 r = ibmFromFieldV(v & kSign64, e + 895, ((v & kFrac55) >> 3) | (std::uint64_t{1} << 52), unused);
+    odd |= maskOf<V64>(e == 0) & ~zero;
+    return reverse64(r & ~zero);
+  }
+};
+
+struct DecGToIbm8V {
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = vax64(raw);
+    const V64 zero = maskOf<V64>(v == 0);
+    V64 out_of_range;
+    const V64 r = ibmFromFieldV(v & kSign64, (((v >> 52) - 2) & 0x7FFu) + 1, (v & kFrac52) | (std::uint64_t{1} << 52), out_of_range);
+    odd |= out_of_range & ~zero;
+    return reverse64(r & ~zero);
+  }
+};
+
+// IEEE single (loaded) to IBM, as ieeeToIbm32; zero and negative zero
+// give zero.
+VQ_AVX2 V32 ibmFromIeee32V(V32 u) {
+  const V32 t = ((u >> 23) & 0xFFu) + 1;
+  const V32 m = (u & 0x007FFFFFu) | 0x00800000u;
+  const V32 r = (u & kSign32) | (((t >> 2) + 33) << 24) | (m >> (~t & 3u));
+  return r & ~maskOf<V32>((u << 1) == 0);
+}
+
+struct IeeeToIbm4V {
+  static constexpr bool kFlags = false;
+  template <D_INT4 In, D_INT4>
+  VQ_AVX2 static V32 run(V32 raw, V32 &) { return reverse32(ibmFromIeee32V(ieeeOrder32<In>(raw))); }
+};
+
+// Through IEEE, whose zero (DEC exponent 2 without fraction bits) is
+// IBM's; all-zero bytes stay zero.
+struct DecFToIbm4V {
+  static constexpr bool kFlags = false;
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V32 run(V32 raw, V32 &) {
+    const V32 v = vax32(raw);
+    return reverse32(ibmFromIeee32V(v - 0x01000000u) & ~maskOf<V32>(v == 0));
+  }
+};
+
+// DEC G exponent fields 1..1150 fit DEC D: (g + 897) >> 11 is non-zero
+// above, and 0 is flagged unless the whole word is zero.
+struct DecGToDecDV {
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = vax64(raw);
+    const V64 zero = maskOf<V64>(v == 0);
+    const V64 g = (v >> 52) & 0x7FFu;
+    odd |= ((g + 897) >> 11) | (maskOf<V64>(g == 0) & ~zero);
+    const V64 r = (v & kSign64) | ((g + 128) & 0xFFu) << 55 | (v & kFrac52) << 3;
+    return vax64(r & ~zero);
+  }
+};
+
+// IEEE fields 1..1149 fit DEC D ((field + 898) >> 11 is non-zero above),
+// 1..2045 fit DEC G; zero and negative zero give zero.
+struct IeeeToDecDV {
+  template <D_INT4 In, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = ieeeOrder64<In>(raw);
+    const V64 zero = maskOf<V64>((v << 1) == 0);
+    const V64 field = (v >> 52) & 0x7FFu;
+    odd |= ((field + 898) >> 11) | (maskOf<V64>(field == 0) & ~zero);
+    const V64 r = (v & kSign64) | ((field + 130) & 0xFFu) << 55 | (v & kFrac52) << 3;
+    return vax64(r & ~zero);
+  }
+};
+
+struct IeeeToDecGV {
+  template <D_INT4 In, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
+    const V64 v = ieeeOrder64<In>(raw);
+    const V64 zero = maskOf<V64>((v << 1) == 0);
+    const V64 field = (v >> 52) & 0x7FFu;
+    odd |= ((field + 2) >> 11) | (maskOf<V64>(field == 0) & ~zero);
+    // Two more in the field, which stays below the sign for every
+    // unflagged value.
+    return vax64((v + (std::uint64_t{2} << 52)) & ~zero);
+  }
+};
+
+// Conversions without a kernel here keep the auto-vectorised block loop.
+template <typename C> struct Avx2 { using Kernel = void; };
+template <> struct Avx2<Ibm4ToIeee> { using Kernel = Ibm4ToIeeeV; };
+template <> struct Avx2<Ibm4ToDecF> { using Kernel = Ibm4ToDecFV; };
+template <> struct Avx2<Ibm8ToIeee> { using Kernel = Ibm8ToIeeeV; };
+template <> struct Avx2<Ibm8ToDecG> { using Kernel = Ibm8ToDecGV; };
+template <> struct Avx2<Ibm8ToDecD> { using Kernel = Ibm8ToDecDV; };
+template <> struct Avx2<IeeeToIbm8> { using Kernel = IeeeToIbm8V; };
+template <> struct Avx2<DecDToIbm8> { using Kernel = DecDToIbm8V; };
+template <> struct Avx2<DecGToIbm8> { using Kernel = DecGToIbm8V; };
+template <> struct Avx2<IeeeToIbm4> { using Kernel = IeeeToIbm4V; };
+template <> struct Avx2<DecFToIbm4> { using Kernel = DecFToIbm4V; };
+template <> struct Avx2<DecGToDecD> { using Kernel = DecGToDecDV; };
+template <> struct Avx2<IeeeToDecD> { using Kernel = IeeeToDecDV; };
+template <> struct Avx2<IeeeToDecG> { using Kernel = IeeeToDecGV; };
+
+template <typename K>
+concept Flagging = !requires { K::kFlags; } || K::kFlags;
+
+// The bits of `odd` that flag a lane: all of them unless the kernel says.
+template <typename K>
+VQ_AVX2 VLong oddBits() {
+  if constexpr (requires { K::kOddBits; }) return reinterpret_cast<VLong>(K::kOddBits);
+  else return VLong{} - 1;
+}
+
+// Vectors converted before the flags are tested: two by default, held in
+// registers (more spill them). Kernels with many constants run faster
+// through a 1 KiB buffer (kGroup), whose flag test and copy cost less than
+// the constants they would reload.
+template <typename K>
+constexpr std::size_t groupOf() {
+  if constexpr (requires { K::kGroup; }) return K::kGroup;
+  else return 2;
+}
+
+// Groups of vectors converted and stored when no lane is flagged; a
+// flagged group is done again value by value from its untouched input.
+template <typename C, typename K, D_INT4 In, D_INT4 Out>
+[[gnu::target("avx2")]] void convertVectorsAvx2(unsigned char *p, std::size_t count) {
+  using W = typename C::Word;
+  using V = std::conditional_t<sizeof(W) == 4, V32, V64>;
+  constexpr std::size_t kLanes = sizeof(V) / sizeof(W);
+  constexpr std::size_t kGroup = groupOf<K>();
+  constexpr std::size_t kValues = kGroup * kLanes;
+  std::size_t at = 0;
+  if constexpr (!Flagging<K>) {
+    // Nothing to redo: convert in place.
+    for (; at + kLanes <= count; at += kLanes) {
+      V v;
+      V unused;
+      std::memcpy(&v, p + at * sizeof(W), sizeof v);
+      v = K::template run<In, Out>(v, unused);
+      std::memcpy(p + at * sizeof(W), &v, sizeof v);
+    }
+  }
+  for (; at + kValues <= count; at += kValues) {
+    unsigned char *group = p + at * sizeof(W);
+    V r[kGroup];
+    V odd{};
+    // Unrolled: a group of two stays in registers.
+#pragma GCC unroll 2
+    for (std::size_t i = 0; i < kGroup; ++i) {
+      V raw;
+      std::memcpy(&raw, group + i * sizeof(V), sizeof raw);
+      r[i] = K::template run<In, Out>(raw, odd);
+    }
+    if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), oddBits<K>())) [[likely]] {
+#pragma GCC unroll 2
+      for (std::size_t i = 0; i < kGroup; ++i) std::memcpy(group + i * sizeof(V), &r[i], sizeof(V));
+    } else {
+      for (std::size_t i = 0; i < kValues; ++i) convertAt<C, In, Out>(group + i * sizeof(W));
+    }
+  }
+  for (; at < count; ++at) convertAt<C, In, Out>(p + at * sizeof(W));
+}
+#endif
+
 // The block loop is built twice: for the baseline instruction set and,
 // on x86-64, for AVX2, which has the byte shuffles, per-lane shifts and
 // 64-bit compares the conversions need to run as vector code. The choice
 // is made once per array.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#ifdef VQ_AVX2_PATH
 template <typename C, D_INT4 In, D_INT4 Out>
 [[gnu::target("avx2"), VQ_VECTORISE]] void convertManyAvx2(unsigned char *p, std::size_t count) {
-  convertBlocks<C, In, Out>(p, count);
+  using K = typename Avx2<C>::Kernel;
+  if constexpr (std::is_void_v<K>) convertBlocks<C, In, Out>(p, count);
+  else convertVectorsAvx2<C, K, In, Out>(p, count);
 }
 
 bool hasAvx2() {
@@ -703,7 +1082,7 @@ bool hasAvx2() {
 
 template <typename C, D_INT4 In, D_INT4 Out>
 [[VQ_VECTORISE]] void convertMany(unsigned char *p, std::size_t count) {
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#ifdef VQ_AVX2_PATH
   if (hasAvx2()) return convertManyAvx2<C, In, Out>(p, count);
 #endif
   convertBlocks<C, In, Out>(p, count);

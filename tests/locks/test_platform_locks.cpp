@@ -52,9 +52,14 @@ constexpr Ending kEndings[] = {
     {"pthread_exit", 2, [] { pthread_exit(nullptr); }},
 };
 
-// A plain pthread: pthread_exit must not unwind through the standard
-// library's thread frames.
-void runThread(std::function<void()> body) {
+// Takes m `depth` times on a plain pthread, then ends that thread as the
+// ending says: pthread_exit must not unwind through the standard library's
+// thread frames.
+void endHolding(os::Handle *m, const Ending &ending) {
+  std::function<void()> body = [&] {
+    for (int i = 0; i < ending.depth; ++i) EXPECT_EQ(os::mutexLock(m, 0), WaitResult::Signalled);
+    ending.end();
+  };
   pthread_t thread;
   ASSERT_EQ(0, pthread_create(
                    &thread, nullptr,
@@ -64,13 +69,6 @@ void runThread(std::function<void()> body) {
                    },
                    &body));
   pthread_join(thread, nullptr);
-}
-
-void endHolding(os::Handle *m, const Ending &ending) {
-  runThread([&] {
-    for (int i = 0; i < ending.depth; ++i) EXPECT_EQ(os::mutexLock(m, 0), WaitResult::Signalled);
-    ending.end();
-  });
 }
 
 // What another thread gets from one try, releasing it again at once.

@@ -29,7 +29,7 @@ constexpr int kThreads = 8;
 // Runs body(index) on kThreads library threads released together, and
 // expects every one to answer 0 (no inconsistency seen).
 void together(const std::function<D_WORD(int)> &body) {
-  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), rwtest::runTogether(kThreads, body));
+  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), rwtest::Threads(kThreads, body, true).join());
 }
 
 // A name of this process, upper-cased for odd threads: names ignore case.

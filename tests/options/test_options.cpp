@@ -61,9 +61,7 @@ class NodeChain {
 
 // The stored value of a numeric option.
 inline D_REAL8 Num(D_OPTION *option) { return *static_cast<D_REAL8 *>(D_GOPT_VALUE(option)); }
-inline const char *Stored(D_OPTION *option) {
-  return static_cast<const char *>(D_GOPT_VALUE(option));
-}
+inline const char *Stored(D_OPTION *option) { return static_cast<const char *>(D_GOPT_VALUE(option)); }
 
 inline std::vector<std::string> Items(const D_OPTION_STR_NODE *node) {
   std::vector<std::string> out;

@@ -18,26 +18,22 @@ class OptionValue {
     if (DutOptionGetStr(option_, &old_value) && old_value != nullptr) saved_text_ = old_value;
     set(value);
   }
-  OptionValue(const char *name, double value) : option_(DutOptionLookup(name)), numeric_(true) {
-    EXPECT_TRUE(DutOptionGetNum(option_, &saved_number_)) << name;
+  OptionValue(const char *name, double value) : option_(DutOptionLookup(name)), saved_number_(0.0) {
+    EXPECT_TRUE(DutOptionGetNum(option_, &*saved_number_)) << name;
     set(value);
   }
-  ~OptionValue() { numeric_ ? set(saved_number_) : set(saved_text_ ? saved_text_->c_str() : nullptr); }
+  ~OptionValue() { saved_number_ ? set(*saved_number_) : set(saved_text_ ? saved_text_->c_str() : nullptr); }
   OptionValue(const OptionValue &) = delete;
   OptionValue &operator=(const OptionValue &) = delete;
   void set(double value) { EXPECT_TRUE(DutOptionSetNum(option_, value)) << value; }
+  // Null makes the option unknown.
   void set(const char *value) {
-    if (value == nullptr) {
-      DutOptionSetUnknown(option_);
-    } else {
-      EXPECT_TRUE(DutOptionSetStr(option_, value)) << value;
-    }
+    EXPECT_TRUE(value ? DutOptionSetStr(option_, value) : DutOptionSetUnknown(option_)) << (value ? value : "null");
   }
 
  private:
   D_OPTION *option_;
-  bool numeric_ = false;
-  D_REAL8 saved_number_ = 0.0;
+  std::optional<D_REAL8> saved_number_;
   std::optional<std::string> saved_text_;
 };
 

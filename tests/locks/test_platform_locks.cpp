@@ -6,7 +6,6 @@
 // its sources are compiled in here.
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -20,6 +19,7 @@
 #include "../../src/platform/posix/sync.cpp"
 #include "../../src/platform/posix/thread.cpp"
 #include "../../src/platform/thread_lock.cpp"
+#include "threads/thread_support.hpp"
 
 namespace os = vq::os;
 using os::WaitResult;
@@ -34,10 +34,7 @@ struct Kind {
 constexpr Kind kKinds[] = {{"unnamed", false}, {"named", true}};
 
 os::Handle *makeMutex(const Kind &kind) {
-  static std::atomic<int> counter{0};
-  if (!kind.named) return os::mutexCreate(false);
-  std::string name = "vqtest.lock." + std::to_string(getpid()) + "." + std::to_string(counter++);
-  return os::mutexCreateNamed(name.c_str(), false);
+  return kind.named ? os::mutexCreateNamed(vqtest::uniqueName("lock").c_str(), false) : os::mutexCreate(false);
 }
 
 // How the owner's thread ends while it holds the mutex `depth` times.

@@ -36,8 +36,6 @@ int ClobberingOutput(const char *format, va_list args) {
   return vqtest::Capture(format, args);
 }
 
-int StderrOutput(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
-
 void CallVOut(const char *format, ...) {
   va_list args;
   va_start(args, format);
@@ -156,7 +154,7 @@ TEST(OutputDeath, WarningAndExpectAbortOnlyWhenAsked) {
   EXPECT_EXIT(
       {
         ::setenv("VQ_WARNING_ABORT", "1", 1);
-        DutSetOutputFunc(&StderrOutput);
+        DutSetOutputFunc(&vqtest::ToStderr);
         DutWarning("going %s\n", "down");
         std::_Exit(0);
       },
@@ -164,7 +162,7 @@ TEST(OutputDeath, WarningAndExpectAbortOnlyWhenAsked) {
   EXPECT_FATAL_ABORT(
       {
         ::setenv("VQ_EXPECT_ABORT", "1", 1);
-        DutSetOutputFunc(&StderrOutput);
+        DutSetOutputFunc(&vqtest::ToStderr);
         DutExpect(0, "n > 0", "mine.c", 12);
       },
       ::testing::MakeMatcher(new InOrder("Internal validation <n > 0> failed, file: mine.c, line 12\n",

@@ -26,14 +26,7 @@ using os::WaitResult;
 
 namespace {
 
-// Both kinds of mutex behind one handle type.
-struct Kind {
-  const char *name;
-  bool named;
-};
-constexpr Kind kKinds[] = {{"unnamed", false}, {"named", true}};
-
-os::Handle *makeMutex(const Kind &kind) {
+os::Handle *makeMutex(const vqtest::MutexKind &kind) {
   return kind.named ? os::mutexCreateNamed(vqtest::uniqueName("lock").c_str(), false) : os::mutexCreate(false);
 }
 
@@ -81,7 +74,7 @@ WaitResult tryElsewhere(os::Handle *m) {
 }  // namespace
 
 TEST(PlatformMutexAbandoned, NextLockerAloneSeesItAndOwnsItAtDepthOne) {
-  for (const Kind &kind : kKinds) {
+  for (const vqtest::MutexKind &kind : vqtest::kMutexKinds) {
     for (const Ending &ending : kEndings) {
       SCOPED_TRACE(std::string(kind.name) + ", owner " + ending.name);
       os::Handle *m = makeMutex(kind);
@@ -127,7 +120,7 @@ TEST(PlatformMutexAbandoned, OnlyTheMutexesStillHeldAreGivenUp) {
 }
 
 TEST(PlatformMutexAbandoned, SleepingWaiterIsWokenWhenTheOwnerEnds) {
-  for (const Kind &kind : kKinds) {
+  for (const vqtest::MutexKind &kind : vqtest::kMutexKinds) {
     for (std::uint32_t timeout : {os::kInfinite, 20000u}) {
       SCOPED_TRACE(std::string(kind.name) + ", time-out " + std::to_string(timeout));
       os::Handle *m = makeMutex(kind);

@@ -14,20 +14,16 @@ namespace {
 // Counts, per item, how often a release function saw it.
 struct Releases {
   std::map<D_WORD, int> seen;
-  void note(D_WORD item) { ++seen[item]; }
   // Every item in [1, n] exactly once, nothing else.
   bool exactlyOnce(int n) const {
-    if (static_cast<int>(seen.size()) != n) return false;
-    for (int i = 1; i <= n; ++i) {
-      auto it = seen.find(i);
-      if (it == seen.end() || it->second != 1) return false;
-    }
-    return true;
+    std::map<D_WORD, int> once;
+    for (int i = 1; i <= n; ++i) once[i] = 1;
+    return seen == once;
   }
 };
 
-void releaseItem(D_INT4, D_WORD item, void *arg) { static_cast<Releases *>(arg)->note(item); }
-void releaseEntry(D_WORD, D_WORD value, void *arg) { static_cast<Releases *>(arg)->note(value); }
+void releaseItem(D_INT4, D_WORD item, void *arg) { ++static_cast<Releases *>(arg)->seen[item]; }
+void releaseEntry(D_WORD, D_WORD value, void *arg) { ++static_cast<Releases *>(arg)->seen[value]; }
 
 // The moves a handle goes through before it dies.
 enum class Path { Plain, MoveConstruct, MoveAssignOverLive, SelfSwapViaMove };

@@ -9,22 +9,13 @@
 #include <type_traits>
 #include <vector>
 
+#include "rwmutex/rw_support.hpp"
 #include "vqutil/vqutil.hpp"
 
 namespace {
 
 using namespace std::chrono_literals;
-
-// Spins (yielding) until pred holds or a generous limit passes.
-template <class P>
-bool waitFor(P pred) {
-  const auto limit = std::chrono::steady_clock::now() + 10s;
-  while (!pred()) {
-    if (std::chrono::steady_clock::now() > limit) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
+using rwtest::waitUntil;
 
 // Writers under lock_guard (and, for the read-write lock, readers under
 // shared_lock) on a plain counter: only the lock keeps it whole.
@@ -98,19 +89,19 @@ TEST(CppLockThreads, ReadersShareWritersExclude) {
       readers.emplace_back([&] {
         std::shared_lock<vqutil::RwMutex> lock(rw);
         ++inside;
-        waitFor([&] { return release.load(); });
+        waitUntil([&] { return release.load(); });
         --inside;
       });
     }
     // All readers are in at once: shared really is shared.
-    EXPECT_TRUE(waitFor([&] { return inside.load() == 3; }));
+    EXPECT_TRUE(waitUntil([&] { return inside.load() == 3; }));
     std::atomic<int> writer_state{0};
     vqutil::Thread writer([&] {
       writer_state = 1;
       std::unique_lock<vqutil::RwMutex> lock(rw);
       writer_state = inside.load() == 0 ? 2 : 3;
     });
-    EXPECT_TRUE(waitFor([&] { return writer_state.load() == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return writer_state.load() == 1; }));
     // A waiting writer holds back new readers and refuses try_lock.
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(writer_state.load(), 1);

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <climits>
 #include <condition_variable>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <regex>

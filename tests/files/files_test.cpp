@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <random>
 #include <set>
 #include <sstream>
@@ -27,6 +26,7 @@
 #include <vector>
 
 #include "support/env_var.hpp"
+#include "support/option_value.hpp"
 #include "support/output_capture.hpp"
 #include "support/random_text.hpp"
 #include "support/temp_dir.hpp"
@@ -34,13 +34,13 @@
 #include "vqutil/file.h"
 #include "vqutil/interrupt.h"
 #include "vqutil/memory.h"
-#include "vqutil/option.h"
 #include "vqutil/thread.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using vqtest::EnvVar;
+using vqtest::OptionValue;
 using vqtest::OutputCapture;
 
 // Each test runs inside a fresh directory of its own.
@@ -49,29 +49,6 @@ struct TempDir : vqtest::TempDir {
 };
 using vqtest::ReadFile;
 using vqtest::WriteFile;
-
-// Gives a string option a value for one scope (null: unknown); the old
-// value comes back afterwards.
-class StrOption {
- public:
-  StrOption(const char *name, const char *value) : option_(DutOptionLookup(name)) {
-    const char *old_value = nullptr;
-    if (DutOptionGetStr(option_, &old_value) && old_value != nullptr) saved_ = old_value;
-    set(value);
-  }
-  ~StrOption() { set(saved_ ? saved_->c_str() : nullptr); }
-  void set(const char *value) {
-    if (value == nullptr) {
-      DutOptionSetUnknown(option_);
-    } else {
-      EXPECT_TRUE(DutOptionSetStr(option_, value)) << value;
-    }
-  }
-
- private:
-  D_OPTION *option_;
-  std::optional<std::string> saved_;
-};
 
 // An executable script in dir that appends "args: <its arguments>" and the
 // contents of its last argument to dir/editor.log, then runs extra.
@@ -163,7 +140,7 @@ TEST(EditFile, OptionThenEnvironmentThenCat) {
   std::string editor = recordingEditor(dir, "ed.sh");
   EnvVar path("PATH", (dir.str() + ":" + std::getenv("PATH")).c_str());
   EnvVar env("EDITOR", "/bin/false");
-  StrOption option("editor", editor.c_str());
+  OptionValue option("editor", editor.c_str());
   WriteFile("doc.txt", "body\n");
   FILE *out = DutOpenFile("pending.txt", "w");
   std::fputs("not yet flushed\n", out);
@@ -190,7 +167,7 @@ TEST(EditFile, OptionThenEnvironmentThenCat) {
 // registry does not know comes back with a warning.
 TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
   TempDir dir;
-  StrOption option("editor", recordingEditor(dir, "ed.sh", "echo edited >> \"$f\"").c_str());
+  OptionValue option("editor", recordingEditor(dir, "ed.sh", "echo edited >> \"$f\"").c_str());
   FILE *app = DutOpenFile("view.txt", "a");
   FILE *out = DutOpenFile("w.txt", "w");
   ASSERT_EQ(DutOpenFile("w.txt", "w"), out);
@@ -257,7 +234,7 @@ TEST_F(DumpFile, Lifecycle) {
   EXPECT_EQ(ReadFile(name), "value 7 of seven\n");
   ASSERT_TRUE(DutDumpGetName(buffer));  // the name outlives the close
   EXPECT_EQ(std::string(buffer), name);
-  StrOption editor("editor", recordingEditor(dir, "viewer.sh").c_str());
+  OptionValue editor("editor", recordingEditor(dir, "viewer.sh").c_str());
   DutDumpOut("b\n");  // the first write opens it again (the old text goes)
   EXPECT_TRUE(DutDumpView());
   EXPECT_EQ(ReadFile(dir.file("editor.log")), "args: " + name + "\nb\n");
@@ -326,10 +303,10 @@ TEST(Backups, OnlyModeWOnlyOnTheFirstOpenAndFailuresWarn) {
   TempDir dir;
   WriteFile("app", "content");
   {
-    StrOption none("backup_name", nullptr);
+    OptionValue none("backup_name", nullptr);
     EXPECT_TRUE(DutBackupFile("app"));
   }
-  StrOption suffix("backup_name", "~");
+  OptionValue suffix("backup_name", "~");
   ASSERT_TRUE(DutCloseFile(DutOpenFile("app", "a")));
   EXPECT_FALSE(fs::exists("app~"));
   WriteFile("app~", "older");

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -24,18 +23,17 @@
 #include "vqutil/thread.h"
 
 
-// The statement, run in a child with fatal errors set to abort, dies with a
-// report on standard error that matches the regular expression.
-#define EXPECT_FATAL_ABORT(statement, regex)                                  \
-  EXPECT_EXIT(                                                                \
-      {                                                                       \
-        vqtest::ClearFrameEnvironment();                                      \
-        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1);                             \
-        DutSetFatalErrorFile(stderr);                                         \
-        statement;                                                            \
-        vqtest::ExitChild(0);                                                 \
-      },                                                                      \
-      ::testing::KilledBySignal(SIGABRT), regex)
+// The statement, run in a child with none of the frame's environment
+// variables set and fatal errors set to abort, dies with a report on
+// standard error that matches the regular expression.
+#define EXPECT_FATAL_ABORT(statement, regex)      \
+  VQTEST_EXPECT_FATAL(                            \
+      {                                           \
+        vqtest::ClearFrameEnvironment();          \
+        ::setenv("VQ_FATAL_ERROR_ABORT", "1", 1); \
+        statement;                                \
+      },                                          \
+      regex)
 
 namespace vqtest {
 
@@ -47,20 +45,13 @@ inline void ClearFrameEnvironment() {
 }
 
 // Runs body in a forked child whose working directory is a new temporary
-// directory; failed expectations inside it fail the test.
+// directory and which has none of the frame's environment variables set;
+// failed expectations inside it fail the test.
 template <class Body>
-void RunInChild(Body body) {
+void RunClean(Body body) {
   const TempDir dir("vqutil-frame");
   RunInChild("fast", [&] {
     std::filesystem::current_path(dir.path());
-    body();
-  });
-}
-
-// RunInChild with none of the frame's environment variables set.
-template <class Body>
-void RunClean(Body body) {
-  RunInChild([&] {
     ClearFrameEnvironment();
     body();
   });

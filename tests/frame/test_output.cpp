@@ -36,8 +36,6 @@ int ClobberingOutput(const char *format, va_list args) {
   return vqtest::Capture(format, args);
 }
 
-int StderrOutput(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
-
 void CallVOut(const char *format, ...) {
   va_list args;
   va_start(args, format);
@@ -156,7 +154,7 @@ TEST(OutputDeath, WarningAndExpectAbortOnlyWhenAsked) {
   EXPECT_EXIT(
       {
         ::setenv("VQ_WARNING_ABORT", "1", 1);
-        DutSetOutputFunc(&StderrOutput);
+        DutSetOutputFunc(&vqtest::ToStderr);
         DutWarning("going %s\n", "down");
         std::_Exit(0);
       },
@@ -164,7 +162,7 @@ TEST(OutputDeath, WarningAndExpectAbortOnlyWhenAsked) {
   EXPECT_FATAL_ABORT(
       {
         ::setenv("VQ_EXPECT_ABORT", "1", 1);
-        DutSetOutputFunc(&StderrOutput);
+        DutSetOutputFunc(&vqtest::ToStderr);
         DutExpect(0, "n > 0", "mine.c", 12);
       },
       ::testing::MakeMatcher(new InOrder("Internal validation <n > 0> failed, file: mine.c, line 12\n",
@@ -192,15 +190,6 @@ struct Window {
   std::time_t from, to;
   double time_from, time_to;
 };
-
-template <class Body>
-Window Around(Body body) {
-  Window w{std::time(nullptr), 0, DutGetCurrentTime(), 0};
-  body();
-  w.time_to = DutGetCurrentTime();
-  w.to = std::time(nullptr) + 1;  // the precise clock may be a second ahead of time()
-  return w;
-}
 
 // Reports with their clocks checked against the window and replaced: the
 // wall clock (the ctime text of a second in it) by "W", the library time
@@ -244,11 +233,12 @@ TEST(FatalReport, ContinuePathReportsToBothFilesAndReturns) {
     DutDebug("earlier\n");
     vqtest::OutputCapture capture;
     SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
-    const Window w = Around([] {
-      DutFatalError("broken %s %d", "thing", 3);
-      SetAllFour(D_ERR_VAL_INVALID, 0, 0, 0);
-      EXPECT_EQ(DutAssert(0, "p != NULL", "list.c", 77), 0);
-    });
+    Window w{std::time(nullptr), 0, DutGetCurrentTime(), 0};
+    DutFatalError("broken %s %d", "thing", 3);
+    SetAllFour(D_ERR_VAL_INVALID, 0, 0, 0);
+    EXPECT_EQ(DutAssert(0, "p != NULL", "list.c", 77), 0);
+    w.time_to = DutGetCurrentTime();
+    w.to = std::time(nullptr) + 1;  // the precise clock may be a second ahead of time()
     EXPECT_EQ(capture.Take(), "");
     const std::string first = Report("broken thing 3", D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
     const std::string second =

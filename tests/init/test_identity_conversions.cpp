@@ -26,13 +26,11 @@ TEST(InitProcess, TypeIsKeptByPointer) {
   EXPECT_EQ(DutGetProcessType(), kType);
 }
 
-int ToStderr(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
-
 // Arms the default buffer in this frame, then jumps to it as a library
 // error path would when no caller set a buffer of its own.
 [[noreturn]] void InitThenJump() {
   setenv("VQDEBUGFILENAME", "stderr", 1);
-  DutSetOutputFunc(ToStderr);
+  DutSetOutputFunc(vqtest::ToStderr);
   D_INIT("jumper");
   std::longjmp(*DutErrGetJumpBufferPtr(), 1);
 }

@@ -6,7 +6,6 @@
 // its sources are compiled in here.
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -20,24 +19,15 @@
 #include "../../src/platform/posix/sync.cpp"
 #include "../../src/platform/posix/thread.cpp"
 #include "../../src/platform/thread_lock.cpp"
+#include "threads/thread_support.hpp"
 
 namespace os = vq::os;
 using os::WaitResult;
 
 namespace {
 
-// Both kinds of mutex behind one handle type.
-struct Kind {
-  const char *name;
-  bool named;
-};
-constexpr Kind kKinds[] = {{"unnamed", false}, {"named", true}};
-
-os::Handle *makeMutex(const Kind &kind) {
-  static std::atomic<int> counter{0};
-  if (!kind.named) return os::mutexCreate(false);
-  std::string name = "vqtest.lock." + std::to_string(getpid()) + "." + std::to_string(counter++);
-  return os::mutexCreateNamed(name.c_str(), false);
+os::Handle *makeMutex(const vqtest::MutexKind &kind) {
+  return kind.named ? os::mutexCreateNamed(vqtest::uniqueName("lock").c_str(), false) : os::mutexCreate(false);
 }
 
 // How the owner's thread ends while it holds the mutex `depth` times.
@@ -52,9 +42,14 @@ constexpr Ending kEndings[] = {
     {"pthread_exit", 2, [] { pthread_exit(nullptr); }},
 };
 
-// A plain pthread: pthread_exit must not unwind through the standard
-// library's thread frames.
-void runThread(std::function<void()> body) {
+// Takes m `depth` times on a plain pthread, then ends that thread as the
+// ending says: pthread_exit must not unwind through the standard library's
+// thread frames.
+void endHolding(os::Handle *m, const Ending &ending) {
+  std::function<void()> body = [&] {
+    for (int i = 0; i < ending.depth; ++i) EXPECT_EQ(os::mutexLock(m, 0), WaitResult::Signalled);
+    ending.end();
+  };
   pthread_t thread;
   ASSERT_EQ(0, pthread_create(
                    &thread, nullptr,
@@ -64,13 +59,6 @@ void runThread(std::function<void()> body) {
                    },
                    &body));
   pthread_join(thread, nullptr);
-}
-
-void endHolding(os::Handle *m, const Ending &ending) {
-  runThread([&] {
-    for (int i = 0; i < ending.depth; ++i) EXPECT_EQ(os::mutexLock(m, 0), WaitResult::Signalled);
-    ending.end();
-  });
 }
 
 // What another thread gets from one try, releasing it again at once.
@@ -86,7 +74,7 @@ WaitResult tryElsewhere(os::Handle *m) {
 }  // namespace
 
 TEST(PlatformMutexAbandoned, NextLockerAloneSeesItAndOwnsItAtDepthOne) {
-  for (const Kind &kind : kKinds) {
+  for (const vqtest::MutexKind &kind : vqtest::kMutexKinds) {
     for (const Ending &ending : kEndings) {
       SCOPED_TRACE(std::string(kind.name) + ", owner " + ending.name);
       os::Handle *m = makeMutex(kind);
@@ -132,7 +120,7 @@ TEST(PlatformMutexAbandoned, OnlyTheMutexesStillHeldAreGivenUp) {
 }
 
 TEST(PlatformMutexAbandoned, SleepingWaiterIsWokenWhenTheOwnerEnds) {
-  for (const Kind &kind : kKinds) {
+  for (const vqtest::MutexKind &kind : vqtest::kMutexKinds) {
     for (std::uint32_t timeout : {os::kInfinite, 20000u}) {
       SCOPED_TRACE(std::string(kind.name) + ", time-out " + std::to_string(timeout));
       os::Handle *m = makeMutex(kind);

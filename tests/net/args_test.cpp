@@ -1,7 +1,6 @@
 // Refused arguments, unusable descriptors and the unavailable socket
 // kinds: every call answers at once with its failure value and a clear
 // error number.
-#include <cmath>
 #include <limits>
 #include <string>
 

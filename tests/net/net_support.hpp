@@ -16,14 +16,15 @@
 #include <gtest/gtest.h>
 
 #include "support/env_var.hpp"
+#include "support/option_value.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
 #include "vqutil/net.h"
-#include "vqutil/option.h"
 
 namespace net_test {
 
 using vqtest::EnvVar;
+using vqtest::OptionValue;
 using vqtest::OutputCapture;
 
 inline const bool kLocalNode = (setenv("VQ_FORCE_NODE_NAME", "localhost", 1), true);
@@ -79,22 +80,6 @@ inline bool closeOnExec(int fd) { return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
 inline double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
-
-// Gives a numeric option a value for one scope.
-class NumOption {
- public:
-  NumOption(const char *name, double value) : option_(DutOptionLookup(name)) {
-    EXPECT_TRUE(DutOptionGetNum(option_, &saved_)) << name;
-    EXPECT_TRUE(DutOptionSetNum(option_, value)) << name;
-  }
-  ~NumOption() { DutOptionSetNum(option_, saved_); }
-  NumOption(const NumOption &) = delete;
-  NumOption &operator=(const NumOption &) = delete;
-
- private:
-  D_OPTION *option_;
-  D_REAL8 saved_ = 0.0;
-};
 
 // A connected pair through the library: a server, a client of it and the
 // server's side of the connection (taken only when the client connected,

@@ -137,8 +137,8 @@ TEST(TcpServer, NewSocketsTakeTheStandardOptionsAndBufferSizes) {
   Fd fresh(socket(AF_INET, SOCK_STREAM, 0));
   ASSERT_TRUE(DutSocketGetRecvBufSize(fresh, &system_size));
   for (auto [buffer_size, linger_time] : {std::pair{0, 60}, std::pair{32768, -1}, std::pair{16384, 0}}) {
-    NumOption size("_socket_buffer_size", buffer_size);
-    NumOption linger_option("_socket_linger_time", linger_time);
+    OptionValue size("_socket_buffer_size", buffer_size);
+    OptionValue linger_option("_socket_linger_time", linger_time);
     Connection c;
     ASSERT_TRUE(c.ok());
     int reuse = 0;
@@ -170,7 +170,7 @@ TEST(TcpServer, NewSocketsTakeTheStandardOptionsAndBufferSizes) {
 TEST(TcpClient, RefusedConnectReportsAndCloses) {
   Fd holder(plainTcp());
   for (double timeout : {0.0, 2.0}) {
-    NumOption option("socket_connect_timeout", timeout);
+    OptionValue option("socket_connect_timeout", timeout);
     OutputCapture capture;
     EXPECT_SOCKET_FAILURE(DutSocketCreateClientTcp("127.0.0.1", portOf(holder)), -1, 10061);
     EXPECT_EQ(capture.Take(), "connect: Connection refused\n");
@@ -190,7 +190,7 @@ TEST(TcpClient, ConnectTimesOutAgainstAFullBacklog) {
     full = poll(&p, 1, 200) == 0;
   }
   if (full) {
-    NumOption option("socket_connect_timeout", 0.3);
+    OptionValue option("socket_connect_timeout", 0.3);
     OutputCapture capture;
     auto start = Clock::now();
     EXPECT_SOCKET_FAILURE(DutSocketCreateClientTcp("127.0.0.1", portOf(listener)), -1, 10060);

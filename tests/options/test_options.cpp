@@ -43,27 +43,19 @@ inline ParseEnd Parse(D_OPTION *option, const char *text) {
 }
 
 // Nodes over caller-owned strings, linked in order.
-class NodeChain {
- public:
-  explicit NodeChain(std::vector<std::string> items) : items_(std::move(items)), nodes_(items_.size()) {
-    for (size_t i = 0; i < items_.size(); ++i) {
-      nodes_[i].str = items_[i].c_str();
-      nodes_[i].next = i + 1 < items_.size() ? &nodes_[i + 1] : nullptr;
-    }
+struct NodeChain {
+  explicit NodeChain(std::vector<std::string> texts) : items(std::move(texts)), nodes(items.size()) {
+    for (size_t i = 0; i < nodes.size(); ++i) nodes[i].str = items[i].c_str();
+    for (size_t i = 0; i + 1 < nodes.size(); ++i) nodes[i].next = &nodes[i + 1];
   }
-  const D_OPTION_STR_NODE *first() const { return nodes_.empty() ? nullptr : &nodes_[0]; }
-  D_OPTION_STR_NODE &node(size_t i) { return nodes_[i]; }
-
- private:
-  std::vector<std::string> items_;
-  std::vector<D_OPTION_STR_NODE> nodes_;
+  const D_OPTION_STR_NODE *first() const { return nodes.data(); }
+  std::vector<std::string> items;
+  std::vector<D_OPTION_STR_NODE> nodes;
 };
 
 // The stored value of a numeric option.
 inline D_REAL8 Num(D_OPTION *option) { return *static_cast<D_REAL8 *>(D_GOPT_VALUE(option)); }
-inline const char *Stored(D_OPTION *option) {
-  return static_cast<const char *>(D_GOPT_VALUE(option));
-}
+inline const char *Stored(D_OPTION *option) { return static_cast<const char *>(D_GOPT_VALUE(option)); }
 
 inline std::vector<std::string> Items(const D_OPTION_STR_NODE *node) {
   std::vector<std::string> out;
@@ -150,10 +142,10 @@ TEST(OptionTyped, RefusalsChangeNothingAndValuesAreCopies) {
   ASSERT_TRUE(DutOptionGetStr(s, &text));
   EXPECT_TRUE(std::string(text) == "caller text" && text == D_GOPT_VALUE(s)) << "the stored text";
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
-  chain.node(1).str = "changed";
+  chain.nodes[1].str = "changed";
   ASSERT_TRUE(DutOptionSetEnumList(el, chain.first()));
   ASSERT_TRUE(DutOptionSetStrList(sl, chain.first()));
-  chain.node(0).str = "gone";
+  chain.nodes[0].str = "gone";
   ASSERT_TRUE(DutOptionGetStrList(sl, &first));
   EXPECT_EQ(Items(first), (Strings{"first", "changed"}));
   ASSERT_TRUE(DutOptionGetEnumList(el, &first));

@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/temp_dir.hpp"
+
 namespace vqsh_test {
 
 // The vqsh of this build tree ("../tools/vqsh" beside the test program), or
@@ -78,7 +80,8 @@ class Session {
   int master_ = -1;  // pseudo-terminal master
   bool witness_ = false, ended_ = false, reaped_ = false;
   int status_ = 0;
-  std::string output_, error_, work_dir_;
+  std::string output_, error_;
+  vqtest::TempDir work_dir_{"vqsh-pty"};
   std::size_t mark_ = 0;
 };
 

@@ -9,8 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "frame/child.hpp"
 #include "rwmutex/rw_support.hpp"
+#include "support/child_process.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/memory.h"
 #include "vqutil/type.h"
 
@@ -48,8 +49,7 @@ D_WORD Count(D_WORD, D_WORD, void *visits) {
 }
 
 TEST(RegistryType, FreshProcessRefusesAllUntilInitialisedOnce) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that never saw the registry
-  vqtest::RunInChild([] {
+  vqtest::RunInChild("threadsafe", [] {  // a process that never saw the registry
     D_INT4 count = 7;
     EXPECT_FAILS(DutTypeCreate("a"), nullptr, D_ERR_NULL_PTR);
     EXPECT_FAILS(DutTypeLookup("a"), nullptr, D_ERR_NULL_PTR);

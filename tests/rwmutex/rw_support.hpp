@@ -104,9 +104,4 @@ class Threads {
   std::vector<std::unique_ptr<LibThread>> threads_;
 };
 
-// Runs body(index) on `count` threads released together; their exit codes.
-inline std::vector<D_WORD> runTogether(int count, const std::function<D_WORD(int)> &body) {
-  return Threads(count, body, true).join();
-}
-
 }  // namespace rwtest

@@ -268,13 +268,13 @@ TEST_F(RwMutexThreads, StressNoWriterEverOverlapsAnyone) {
   const char *patterns[] = {"r+x", "rr+xx", "rrr+xxx", "wr=xx", "r+u=x", "r+ox", "rw=xx"};
   for (int n : {2, 4, 8, 16}) {
     std::atomic<long> ops{0};
-    auto failed = rwtest::runTogether(n, [&](int t) {
+    auto failed = rwtest::Threads(n, [&](int t) {
       const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(400);
       std::mt19937 rng(static_cast<unsigned>(t * 7919 + 17));
       D_WORD failed = 0;
       for (; std::chrono::steady_clock::now() < deadline; ops++) failed += run(patterns[rng() % 7]);
       return failed;
-    });
+    }, true).join();
     EXPECT_EQ(std::vector<D_WORD>(static_cast<std::size_t>(n), 0), failed) << n << " threads";
     EXPECT_GT(ops.load(), n) << n << " threads made no progress";
   }

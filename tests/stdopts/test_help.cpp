@@ -22,10 +22,6 @@ namespace fs = std::filesystem;
 using vqtest::EnvVar;
 using vqtest::OutputCapture;
 
-// The data folder that ships with vqsh, as the build names it: the tests
-// pass from any build folder, inside the source tree or not.
-fs::path DataDir() { return fs::path(VQUTIL_DATA_DIR); }
-
 std::vector<std::string> Lines(const std::string &text) {
   std::vector<std::string> lines;
   std::istringstream in(text);
@@ -36,7 +32,9 @@ std::vector<std::string> Lines(const std::string &text) {
 class OptionHelp : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(fs::exists(data_ / "help/options/common.hlp")) << data_; }
-  fs::path data_ = DataDir();
+  // The data folder that ships with vqsh, as the build names it: the tests
+  // pass from any build folder, inside the source tree or not.
+  fs::path data_{VQUTIL_DATA_DIR};
   EnvVar home_{"VQHOME", data_.string().c_str()};
 };
 

@@ -66,6 +66,10 @@ inline void CapturePrint(const char *format, ...) {
   va_end(args);
 }
 
+// An output function that writes to standard error, for reports a death
+// test matches.
+inline int ToStderr(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
+
 class OutputCapture {
  public:
   OutputCapture() : previous_(DutGetOutputFunc()) {

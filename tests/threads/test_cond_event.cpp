@@ -9,7 +9,6 @@
 #include "thread_support.hpp"
 
 using vqtest::heldElsewhere;
-using vqtest::LibThread;
 using vqtest::uniqueName;
 using vqtest::waitUntil;
 

@@ -88,16 +88,14 @@ class Worker {
     constexpr double kTimeouts[] = {D_WAIT_FOREVER, 0.0, 0.0004, 0.002, 0.02};
     return kTimeouts[pick(5)];
   }
-  void fault() { s_.violations++; }
+  void fault(bool happened = true) { s_.violations += happened; }
 
   void enterMutex() {
     if (s_.mutex_inside.fetch_add(1) != 0) fault();
     ++s_.mutex_counter;
     s_.mutex_sections++;
   }
-  void leaveMutex() {
-    if (s_.mutex_inside.fetch_sub(1) != 1) fault();
-  }
+  void leaveMutex() { fault(s_.mutex_inside.fetch_sub(1) != 1); }
 
   // The mutex at a random depth; deeper levels never wait.
   void mutexSection(double timeout) {
@@ -112,14 +110,10 @@ class Worker {
     }
     enterMutex();
     const int depth = 1 + pick(3);
-    for (int i = 1; i < depth; ++i) {
-      if (DutMutexLock(s_.mutex, 0.0) != D_TRUE) fault();
-    }
+    for (int i = 1; i < depth; ++i) fault(DutMutexLock(s_.mutex, 0.0) != D_TRUE);
     if (pick(8) == 0) std::this_thread::yield();
     leaveMutex();
-    for (int i = 0; i < depth; ++i) {
-      if (DutMutexUnlock(s_.mutex) != D_TRUE) fault();
-    }
+    for (int i = 0; i < depth; ++i) fault(DutMutexUnlock(s_.mutex) != D_TRUE);
   }
 
   void asReader() {

@@ -16,13 +16,7 @@ using vqtest::uniqueName;
 
 namespace {
 
-struct Kind {
-  const char *name;
-  bool named;
-};
-constexpr Kind kKinds[] = {{"unnamed", false}, {"named", true}};
-
-D_MUTEX makeMutex(const Kind &kind) {
+D_MUTEX makeMutex(const vqtest::MutexKind &kind) {
   return kind.named ? DutMutexCreateNamedNp(uniqueName("abandoned").c_str(), 0) : DutMutexCreate(0);
 }
 
@@ -51,7 +45,7 @@ constexpr Ending kEndings[] = {
 }  // namespace
 
 TEST(MutexAbandoned, NextLockerTakesItOverSilentlyAtDepthOne) {
-  for (const Kind &kind : kKinds) {
+  for (const vqtest::MutexKind &kind : vqtest::kMutexKinds) {
     for (const Ending &ending : kEndings) {
       SCOPED_TRACE(std::string(kind.name) + ", " + ending.name);
       D_MUTEX m = makeMutex(kind);

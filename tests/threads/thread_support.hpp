@@ -1,6 +1,6 @@
 // Helpers shared by the thread-layer tests: library threads running
-// lambdas, bounded waits, unique object names, child processes and
-// checks of failed calls.
+// lambdas, bounded waits, unique object names, the two kinds of mutex,
+// child processes and checks of failed calls.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -74,6 +74,13 @@ constexpr int osCode(int errno_value) {
 #endif
   return errno_value;
 }
+
+// Both kinds of mutex, behind one handle type.
+struct MutexKind {
+  const char *name;
+  bool named;
+};
+constexpr MutexKind kMutexKinds[] = {{"unnamed", false}, {"named", true}};
 
 // Whether the mutex is held by someone else: another library thread's
 // attempt to take it at once times out (and one that succeeds leaves no

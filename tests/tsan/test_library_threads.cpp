@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <cstdarg>
 #include <cstdio>
 #include <map>
 #include <set>
 #include <string>
 
 #include "rwmutex/rw_support.hpp"
+#include "support/output_capture.hpp"
 #include "vqutil/callback.h"
 #include "vqutil/lobe.h"
 #include "vqutil/memory.h"
@@ -29,7 +29,7 @@ constexpr int kThreads = 8;
 // Runs body(index) on kThreads library threads released together, and
 // expects every one to answer 0 (no inconsistency seen).
 void together(const std::function<D_WORD(int)> &body) {
-  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), rwtest::runTogether(kThreads, body));
+  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), rwtest::Threads(kThreads, body, true).join());
 }
 
 // A name of this process, upper-cased for odd threads: names ignore case.
@@ -127,23 +127,13 @@ TEST(LibraryThreads, OptionsCreatedSetAndLookedUpAtOnce) {
   EXPECT_EQ(nullptr, DutOptionLookup(name("tsan_opt0", 0, 0).c_str()));
 }
 
-// The output function runs under the process-wide lock: appending here
-// needs no lock of its own.
-std::string g_printed;
-int collect(const char *format, va_list args) {
-  char buffer[512];
-  int n = std::vsnprintf(buffer, sizeof buffer, format, args);
-  g_printed += buffer;
-  return n;
-}
-
 // Every line arrives once, whole, each thread's in order, and printing
 // never changes the caller's error numbers.
 TEST(LibraryThreads, PrintingFromManyThreadsKeepsLinesWholeAndErrorsIntact) {
   constexpr int kLines = 100;
-  D_OUTPUT_FUNC saved = DutGetOutputFunc();
-  DutSetOutputFunc(collect);
-  g_printed.clear();
+  // The output function runs under the process-wide lock: the capture
+  // needs no lock of its own.
+  vqtest::OutputCapture capture;
   together([](int i) {
     D_WORD bad = 0;
     DutErrNumSetC(1000 + i);
@@ -159,17 +149,17 @@ TEST(LibraryThreads, PrintingFromManyThreadsKeepsLinesWholeAndErrorsIntact) {
     }
     return bad;
   });
-  DutSetOutputFunc(saved);
+  const std::string printed = capture.Take();
   std::map<int, int> next;
   int lines = 0, thread = -1, n = -1;
-  for (size_t start = 0, end; (end = g_printed.find('\n', start)) != std::string::npos; start = end + 1, ++lines) {
-    std::string line = g_printed.substr(start, end - start);
+  for (size_t start = 0, end; (end = printed.find('\n', start)) != std::string::npos; start = end + 1, ++lines) {
+    std::string line = printed.substr(start, end - start);
     if (line.rfind("WARNING: ", 0) == 0) line.erase(0, 9);
     ASSERT_EQ(2, std::sscanf(line.c_str(), "thread %d line %d", &thread, &n)) << line;
     EXPECT_EQ(next[thread]++, n) << line;
   }
   EXPECT_EQ(kThreads * kLines, lines);
-  EXPECT_EQ('\n', g_printed.back());
+  EXPECT_EQ('\n', printed.back());
 }
 
 }  // namespace

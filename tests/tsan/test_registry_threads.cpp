@@ -29,7 +29,7 @@ TEST(RegistryThreads, CommandsCreatedAndRunFromManyThreads) {
     names[i / kPerThread].push_back("tsancmd" + std::to_string(getpid()) + "_" + std::to_string(i));
   }
   DutCommandSetFeedbackMode(D_FEEDBACK_NEVER);
-  auto codes = rwtest::runTogether(kThreads, [&](int i) {
+  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), rwtest::Threads(kThreads, [&](int i) {
     D_WORD bad = 0;
     for (const std::string &name : names[i]) {
       D_COMMAND *command = DutCommandCreate(name.c_str(), countRun);
@@ -39,8 +39,7 @@ TEST(RegistryThreads, CommandsCreatedAndRunFromManyThreads) {
     bad += t_runs != kPerThread;
     for (const std::string &name : names[i]) bad += !DutCommandDestroy(DutCommandLookup(name.c_str()));
     return bad;
-  });
-  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), codes);
+  }, true).join());
   EXPECT_EQ(nullptr, DutCommandLookup(names[0][0].c_str()));
 }
 
@@ -50,7 +49,7 @@ TEST(RegistryThreads, OpenFilesSharedAndPrivate) {
   const vqtest::TempDir dir("vq_tsan_files");
   const std::string shared = dir.file("shared.txt");
   vqtest::WriteFile(shared, "shared\n");
-  auto codes = rwtest::runTogether(kThreads, [&](int i) {
+  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), rwtest::Threads(kThreads, [&](int i) {
     D_WORD bad = 0;
     const std::string mine = dir.file("own" + std::to_string(i) + ".txt");
     for (int round = 0; round < 50; ++round) {
@@ -60,8 +59,7 @@ TEST(RegistryThreads, OpenFilesSharedAndPrivate) {
       if (s != nullptr) bad += !DutCloseFile(s);
     }
     return bad;
-  });
-  EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), codes);
+  }, true).join());
   EXPECT_EQ(nullptr, DutLookupFile(shared.c_str()));
   for (int i = 0; i < kThreads; ++i) {
     const std::string text = vqtest::ReadFile(dir.file("own" + std::to_string(i) + ".txt"));

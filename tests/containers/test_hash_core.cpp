@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -20,6 +18,7 @@
 
 #include "support/child_process.hpp"
 #include "support/output_capture.hpp"
+#include "support/temp_dir.hpp"
 #include "test_hash_support.hpp"
 #include "vqutil/error.h"
 #include "vqutil/hash.h"
@@ -424,8 +423,8 @@ TEST(HashTraceDeathTest, DebugFlagTwoTracesOperationsAndGrowth) {
     D_HASH_TABLE *grown = DutHashCreateInt(0);
     for (D_WORD k = 1; k <= 7; ++k) DutHashInsert(grown, k, k);
 
-    std::ifstream in(path);
-    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    DutDebugClose();  // an open file cannot be removed on Windows
+    const std::string text = vqtest::ReadFile(path);
     std::filesystem::remove(path);
     auto count = [&](const std::string &piece) {
       int n = 0;

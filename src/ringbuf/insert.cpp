@@ -556,6 +556,25 @@ template <D_UINT4 kType>
   return nullptr;
 }
 
+// Calls word() with the ring type as a compile-time constant for the
+// one-word types (int and long share one form), other() for the rest.
+template <class WordFn, class OtherFn>
+inline D_RING_ENTRY *byWordType(D_UINT4 type, WordFn word, OtherFn other) {
+  switch (type) {
+    case D_RING_TYPE_INT:
+    case D_RING_TYPE_LONG:
+      return word(std::integral_constant<D_UINT4, D_RING_TYPE_INT>{});
+    case D_RING_TYPE_DOUBLE:
+      return word(std::integral_constant<D_UINT4, D_RING_TYPE_DOUBLE>{});
+    case D_RING_TYPE_FLOAT:
+      return word(std::integral_constant<D_UINT4, D_RING_TYPE_FLOAT>{});
+    case D_RING_TYPE_WORD:
+      return word(std::integral_constant<D_UINT4, D_RING_TYPE_WORD>{});
+    default:
+      return other();
+  }
+}
+
 // Every archive but a known double: the checks in order, then by type; a
 // text may lie in an entry of this very ring, so it is copied first.
 [[gnu::noinline]] D_RING_ENTRY *archiveOther(D_RING_BUF *ring, const D_TIME_VALUE *time, const void *value,
@@ -563,21 +582,12 @@ template <D_UINT4 kType>
   if (ring == nullptr || time == nullptr || value == nullptr || status == 0 || !validTime(*time)) {
     return refuseArchive(ring, time, value, status);
   }
-  switch (ring->type) {
-    case D_RING_TYPE_INT:
-    case D_RING_TYPE_LONG:
-      return archiveWord<D_RING_TYPE_INT>(ring, time, value, status, flag);
-    case D_RING_TYPE_DOUBLE:
-      return archiveWord<D_RING_TYPE_DOUBLE>(ring, time, value, status, flag);
-    case D_RING_TYPE_FLOAT:
-      return archiveWord<D_RING_TYPE_FLOAT>(ring, time, value, status, flag);
-    case D_RING_TYPE_WORD:
-      return archiveWord<D_RING_TYPE_WORD>(ring, time, value, status, flag);
-    default: {
-      std::string text;
-      return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
-    }
-  }
+  return byWordType(
+      ring->type, [&](auto type) { return archiveWord<type()>(ring, time, value, status, flag); },
+      [&] {
+        std::string text;
+        return archive(ring, *time, readValue(ring->type, value, &text), status, flag);
+      });
 }
 
 }  // namespace
@@ -603,21 +613,12 @@ void fillEntry(D_RING_BUF *ring, D_RING_ENTRY &entry, const D_TIME_VALUE &t, con
 
 D_RING_ENTRY *archive(D_RING_BUF *ring, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,
                       D_UINT2 flag) {
-  switch (ring->type) {
-    case D_RING_TYPE_INT:
-    case D_RING_TYPE_LONG:
-      return archiveAs<D_RING_TYPE_INT>(ring, t, value, status, flag);
-    case D_RING_TYPE_DOUBLE:
-      return archiveAs<D_RING_TYPE_DOUBLE>(ring, t, value, status, flag);
-    case D_RING_TYPE_FLOAT:
-      return archiveAs<D_RING_TYPE_FLOAT>(ring, t, value, status, flag);
-    case D_RING_TYPE_WORD:
-      return archiveAs<D_RING_TYPE_WORD>(ring, t, value, status, flag);
-    case D_RING_TYPE_STRING:
-      return archiveAs<D_RING_TYPE_STRING>(ring, t, value, status, flag);
-    default:
-      return archiveAs<kAnyType>(ring, t, value, status, flag);
-  }
+  return byWordType(
+      ring->type, [&](auto type) { return archiveAs<type()>(ring, t, value, status, flag); },
+      [&] {
+        return ring->type == D_RING_TYPE_STRING ? archiveAs<D_RING_TYPE_STRING>(ring, t, value, status, flag)
+                                                : archiveAs<kAnyType>(ring, t, value, status, flag);
+      });
 }
 
 D_RING_ENTRY *insertInOrder(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &value, D_UINT2 status,

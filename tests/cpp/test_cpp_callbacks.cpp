@@ -17,34 +17,27 @@ TEST(CppCallbacks, ListCallbackCalledThenReleased) {
   std::vector<int> order;
   int object = 0;
   D_CB_DATA data{nullptr};
+  auto call = [&] { EXPECT_TRUE(DutCbListCall(list, &object, &data)); };
   {
     vqutil::Callback low = vqutil::on_list(list, [life, &order, &object](void *o, void *) {
       EXPECT_EQ(o, &object);
       order.push_back(1);
     });
     vqutil::Callback high = vqutil::on_list(list, [life, &order](void *, void *) { order.push_back(2); });
-    ASSERT_TRUE(low && high);
-    EXPECT_EQ(life.use_count(), 3);
-    ASSERT_TRUE(DutCbListCall(list, &object, &data));
-    EXPECT_EQ(order, (std::vector<int>{1, 2}));
-
+    ASSERT_TRUE(low && high && life.use_count() == 3);
+    call();
     vqutil::Callback moved = std::move(high);
-    EXPECT_FALSE(high);
     low.reset();
-    EXPECT_EQ(life.use_count(), 2);
-    ASSERT_TRUE(DutCbListCall(list, &object, &data));
-    EXPECT_EQ(order, (std::vector<int>{1, 2, 2}));
+    EXPECT_TRUE(!high && life.use_count() == 2);
+    call();
   }
-  EXPECT_EQ(life.use_count(), 1);
-  ASSERT_TRUE(DutCbListCall(list, &object, &data));
-  EXPECT_EQ(order.size(), 3u);
+  call();
+  EXPECT_TRUE(order == (std::vector<int>{1, 2, 2}) && life.use_count() == 1);
   EXPECT_TRUE(DutCbListDestroy(list));
 
   // A failed registration keeps nothing of the lambda.
   vqutil::Callback none = vqutil::on_list(nullptr, [life](void *, void *) {});
-  EXPECT_FALSE(none);
-  EXPECT_EQ(vqutil::last_error().value(), D_ERR_NULL_PTR);
-  EXPECT_EQ(life.use_count(), 1);
+  EXPECT_TRUE(!none && vqutil::last_error().value() == D_ERR_NULL_PTR && life.use_count() == 1);
 }
 
 TEST(CppCallbacks, PtrArrayChangesReachTheLambda) {

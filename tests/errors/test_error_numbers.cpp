@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <condition_variable>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
 #include <regex>
 #include <string>
 #include <thread>
@@ -194,61 +192,6 @@ TEST(ErrorThreads, NewThreadsStartAtZeroAndDoNotLeak) {
   EXPECT_EQ(after, Four(D_ERR_IN_USE, EISDIR, 0, 0));
   EXPECT_EQ(DutErrNumGet(), D_ERR_VERIFY_FAILED);
   DutErrNumSet(0);
-}
-
-// MinGW's std::barrier can sleep forever under load; this one cannot.
-class Barrier {
- public:
-  explicit Barrier(int count) : count_(count) {}
-  void arrive_and_wait() {
-    std::unique_lock lock(mutex_);
-    const unsigned long generation = generation_;
-    if (++arrived_ == count_) {
-      arrived_ = 0;
-      ++generation_;
-      wake_.notify_all();
-    } else {
-      wake_.wait(lock, [&] { return generation_ != generation; });
-    }
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  const int count_;
-  int arrived_ = 0;
-  unsigned long generation_ = 0;
-};
-
-TEST(ErrorThreads, ConcurrentThreadsKeepTheirOwnValuesAndTexts) {
-  constexpr int kThreads = 8;
-  Barrier sync(kThreads);
-  std::vector<int> failures(kThreads, 0);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int round = 0; round < 200; ++round) {
-        const D_INT4 unknown = 100000 + t * 1000 + round;
-        DutErrNumSetOs(7000 + t);
-        DutErrNumSetSocket(10000 + t);
-        DutErrNumSet(600 + t);
-        const char *text = DutErrNumToStr(unknown);
-        // On Windows the OS value is the system's last error, which the
-        // wait below replaces: read it before.
-        const D_INT4 os = DutErrNumGetOs();
-        sync.arrive_and_wait();  // every thread has set and formatted its own
-#ifndef _WIN32
-        if (DutErrNumGetOs() != os) ++failures[t];
-#endif
-        if (DutErrNumGet() != 600 + t || os != 7000 + t || DutErrNumGetSocket() != 10000 + t ||
-            std::string(text) != "unknown error " + std::to_string(unknown))
-          ++failures[t];
-        sync.arrive_and_wait();
-      }
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
 }
 
 // ---- Process-wide switches -------------------------------------------------

@@ -392,28 +392,6 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
   EXPECT_EQ(capture.Take(), "WARNING: Cannot open files.dmp for writing.\n");
 }
 
-TEST(OpenFiles, ConcurrentOpensShareOneCount) {
-  // Host threads: the registry's lock works only once the thread layer runs.
-  ASSERT_EQ(DutInitThreads(), D_TRUE);
-  TempDir dir;
-  WriteFile("shared", "s");
-  FILE *anchor = DutOpenFile("shared", "r");
-  std::vector<std::thread> threads;
-  std::atomic<int> mismatches{0};
-  for (int t = 0; t < 8; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 500; ++i) {
-        FILE *s = DutOpenFile("shared", "r");
-        if (s != anchor || !DutCloseFile(s)) ++mismatches;
-      }
-    });
-  }
-  for (auto &t : threads) t.join();
-  EXPECT_EQ(mismatches.load(), 0);
-  EXPECT_TRUE(DutCloseFile(anchor));
-  EXPECT_EQ(DutLookupFile("shared"), nullptr) << "one reference was left";
-}
-
 // Random paths over a small alphabet against a reference splitter: the
 // last component follows the last separator; the directory keeps the root
 // but no other trailing separator (a dot in it is no extension); the

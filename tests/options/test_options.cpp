@@ -8,19 +8,15 @@
 #include <climits>
 #include <cmath>
 #include <csetjmp>
-#include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/output_capture.hpp"
 #include "vqutil/callback.h"
 #include "vqutil/error.h"
 #include "vqutil/lex.h"
-#include "vqutil/memory.h"
 #include "vqutil/option.h"
 #include "vqutil/strutil.h"
-#include "vqutil/thread.h"
 
 namespace {
 
@@ -335,28 +331,6 @@ TEST(OptionTypes, WordsAndBadType) {
   for (D_INT4 t = 0; t < 8; ++t) EXPECT_STREQ(DutOptionTypeToStr(t), expected[t]);
   EXPECT_EQ(capture.Take(), "WARNING: DutOptionTypeToStr: bad option type 7.\n");
   EXPECT_STREQ(DutOptionTypeToStr(-1), "bad type");
-}
-
-TEST(OptionThreads, ConcurrentCreationAndLookup) {
-  ASSERT_TRUE(DutInitThreads());
-  constexpr int kThreads = 4, kEach = 50;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < kEach; ++i) {
-        std::string name = "thr_" + std::to_string(t) + "_" + std::to_string(i);
-        D_OPTION *o = DutOptionCreate(name.c_str(), D_OPT_TYPE_NUMERIC);
-        EXPECT_TRUE(o != nullptr && DutOptionLookup(name.c_str()) == o) << name;
-      }
-    });
-  }
-  for (auto &th : threads) th.join();
-  D_INT4 count = 0;
-  D_OPTION **sorted = DutOptionSort(&count);
-  int ours = 0;
-  for (D_INT4 i = 0; i < count; ++i) ours += std::strncmp(sorted[i]->name, "thr_", 4) == 0;
-  EXPECT_EQ(ours, kThreads * kEach);
-  DutFreeCheck(sorted, "sorted", __FILE__, __LINE__);
 }
 
 // Items are identifiers, strings or file names; an error after some items

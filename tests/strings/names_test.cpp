@@ -1,7 +1,8 @@
 // Names: quarks (numbering from 1, case folding with the first spelling
-// kept, the error numbers, the table listing and concurrent interning) and
-// one-wildcard patterns (plain names, the instance the wildcard stands for,
-// failures, the trace under debug flag 5 and the assertions).
+// kept, the error numbers and the table listing; interning from many
+// threads is in tests/tsan) and one-wildcard patterns (plain names, the
+// instance the wildcard stands for, failures, the trace under debug flag 5
+// and the assertions).
 #include "vqutil/pattern.h"
 #include "vqutil/quark.h"
 
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/child_process.hpp"
@@ -19,7 +19,6 @@
 #include "support/random_text.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
-#include "vqutil/thread.h"
 
 namespace {
 
@@ -85,31 +84,6 @@ TEST(Quark, ErrorNumbers) {
   DutErrNumSet(D_ERR_TIMEOUT_REACHED);
   quarkOf("a brand new text for the error test");
   EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
-}
-
-TEST(Quark, ConcurrentInterningAgreesAcrossThreads) {
-  ASSERT_EQ(DutInitThreads(), D_TRUE);
-  constexpr int kThreads = 4, kNames = 200;
-  std::vector<std::vector<D_QUARK>> seen(kThreads, std::vector<D_QUARK>(kNames));
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t, &seen] {
-      // Each thread walks the names from its own start, odd threads in
-      // capitals.
-      for (int i = 0; i < kNames; ++i) {
-        const int n = (i + t * 53) % kNames;
-        std::string name = (t % 2 == 1 ? "CONCURRENT-" : "concurrent-") + std::to_string(n);
-        DutStrToQuark(name.c_str(), &seen[static_cast<size_t>(t)][static_cast<size_t>(n)]);
-      }
-    });
-  }
-  for (auto &thread : threads) thread.join();
-  std::vector<D_QUARK> distinct(seen[0]);
-  std::sort(distinct.begin(), distinct.end());
-  EXPECT_EQ(std::unique(distinct.begin(), distinct.end()), distinct.end());
-  for (int t = 1; t < kThreads; ++t) EXPECT_EQ(seen[static_cast<size_t>(t)], seen[0]) << "thread " << t;
-  for (int n = 0; n < kNames; ++n)
-    EXPECT_STRCASEEQ(stringOf(seen[0][static_cast<size_t>(n)]), ("concurrent-" + std::to_string(n)).c_str());
 }
 
 // A plain name matches only itself, case counting; "prefix?name?suffix"

@@ -127,8 +127,9 @@ TEST(LibraryThreads, OptionsCreatedSetAndLookedUpAtOnce) {
   EXPECT_EQ(nullptr, DutOptionLookup(name("tsan_opt0", 0, 0).c_str()));
 }
 
-// Every line arrives once, whole, each thread's in order, and printing
-// never changes the caller's error numbers.
+// Every line arrives once, whole, each thread's in order; printing never
+// changes the caller's four error values, and the text of an unknown
+// number lives in the thread's own buffer.
 TEST(LibraryThreads, PrintingFromManyThreadsKeepsLinesWholeAndErrorsIntact) {
   constexpr int kLines = 100;
   // The output function runs under the process-wide lock: the capture
@@ -138,14 +139,20 @@ TEST(LibraryThreads, PrintingFromManyThreadsKeepsLinesWholeAndErrorsIntact) {
     D_WORD bad = 0;
     DutErrNumSetC(1000 + i);
     bad += DutErrNumGet() != D_ERR_C;
+    DutErrNumSetOs(7000 + i);
+    DutErrNumSetSocket(10000 + i);
     DutErrNumSet(200 + i);
     for (int n = 0; n < kLines; ++n) {
+      const D_INT4 unknown = 100000 + i * 1000 + n;
+      const char *text = DutErrNumToStr(unknown);
       if (n % 10 == 0) {
         DutWarning("thread %d line %d\n", i, n);
       } else {
         DutOut("thread %d line %d\n", i, n);
       }
-      bad += DutErrNumGet() != 200 + i || *DutErrNumGetPtr() != 200 + i || DutErrNumGetC() != 1000 + i;
+      bad += DutErrNumGet() != 200 + i || *DutErrNumGetPtr() != 200 + i || DutErrNumGetC() != 1000 + i ||
+             DutErrNumGetOs() != 7000 + i || DutErrNumGetSocket() != 10000 + i ||
+             text != "unknown error " + std::to_string(unknown);
     }
     return bad;
   });

@@ -43,23 +43,27 @@ TEST(RegistryThreads, CommandsCreatedAndRunFromManyThreads) {
   EXPECT_EQ(nullptr, DutCommandLookup(names[0][0].c_str()));
 }
 
-// Every reference to the shared file is dropped in the end, so it is
-// closed and gone from the registry; each private file gets all its lines.
+// While one reference is held, every open of the shared file is that one
+// stream; every reference is dropped in the end, so it is closed and gone
+// from the registry; each private file gets all its lines.
 TEST(RegistryThreads, OpenFilesSharedAndPrivate) {
   const vqtest::TempDir dir("vq_tsan_files");
   const std::string shared = dir.file("shared.txt");
   vqtest::WriteFile(shared, "shared\n");
+  FILE *const anchor = DutOpenFile(shared.c_str(), "r");
+  ASSERT_NE(anchor, nullptr);
   EXPECT_EQ(std::vector<D_WORD>(kThreads, 0), rwtest::Threads(kThreads, [&](int i) {
     D_WORD bad = 0;
     const std::string mine = dir.file("own" + std::to_string(i) + ".txt");
     for (int round = 0; round < 50; ++round) {
       FILE *s = DutOpenFile(shared.c_str(), "r"), *own = DutOpenFile(mine.c_str(), "a");
-      bad += s == nullptr || DutLookupFile(shared.c_str()) != s || own == nullptr;
+      bad += s != anchor || DutLookupFile(shared.c_str()) != s || own == nullptr;
       if (own != nullptr) std::fprintf(own, "%d\n", round), bad += !DutCloseFile(own);
       if (s != nullptr) bad += !DutCloseFile(s);
     }
     return bad;
   }, true).join());
+  EXPECT_TRUE(DutCloseFile(anchor));
   EXPECT_EQ(nullptr, DutLookupFile(shared.c_str()));
   for (int i = 0; i < kThreads; ++i) {
     const std::string text = vqtest::ReadFile(dir.file("own" + std::to_string(i) + ".txt"));

@@ -427,6 +427,18 @@ inline D_TIME_VALUE timeOf(std::uint64_t raw) {
 }
 inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeof raw); }
 
+// Whether a full buffer surely covers its minimum span, from its entries
+// alone: the span's end is the later of the newest time and the current
+// time, and whatever the fields hold it is at least the newest time less
+// the oldest, up to the largest span it can show. No current time (that
+// takes the process lock) for a buffer that keeps its span.
+[[gnu::always_inline]] inline bool coversSpan(const D_RING_HDR *hdr, const D_RING_ENTRY *newest,
+                                              const D_RING_ENTRY *oldest) {
+  if ((hdr->flags & D_RING_HISTORY) != 0) return false;
+  constexpr std::int64_t kLongest = std::int64_t{INT32_MAX} * kMicros;
+  return std::min(micros(*newest) - micros(*oldest), kLongest) >= micros(hdr->min_span);
+}
+
 // One buffer's steady state in a quiet archive, with no call in it: a
 // later time into a buffer that repeats neither times nor values and will
 // not grow, landing in the newest increment or opening the next entry; a
@@ -445,8 +457,12 @@ template <D_UINT4 kType>
   // steady state are at the size limit and overwrite their newest entry.
   auto last = [hdr] { return hdr->start + hdr->size - 1; };
   auto following = [hdr, cur, last] { return cur == last() ? hdr->start : cur + 1; };
-  // A full growable buffer below the size limit may grow: the full path.
-  if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0) return false;
+  // A full growable buffer below the size limit grows unless it covers its
+  // minimum span: the full path, unless the entries alone cover it.
+  if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0 &&
+      !coversSpan(hdr, cur, following())) {
+    return false;
+  }
   const std::int64_t next = micros(hdr->next_incr);
   D_RING_ENTRY *target = cur;
   if (when > next) {

@@ -443,8 +443,10 @@ inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeo
 // later time into a buffer that repeats neither times nor values and will
 // not grow, landing in the newest increment or opening the next entry; a
 // value equal to the newest is dropped. Anything else answers false before
-// changing anything, for the full path.
-template <D_UINT4 kType>
+// changing anything, for the full path. kSpans: a full growable buffer
+// below the size limit is looked at too (kept out of the loop that takes
+// every buffer first, where it would cost registers all buffers pay for).
+template <D_UINT4 kType, bool kSpans = false>
 [[gnu::always_inline]] inline bool steadyStep(D_RING_HDR *hdr, std::int64_t when, std::uint64_t raw, Word<kType> word,
                                               D_UINT4 packed) {
   D_RING_ENTRY *const cur = hdr->current;
@@ -460,38 +462,54 @@ template <D_UINT4 kType>
   // A full growable buffer below the size limit grows unless it covers its
   // minimum span: the full path, unless the entries alone cover it.
   if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0 &&
-      !coversSpan(hdr, cur, following())) {
+      (!kSpans || !coversSpan(hdr, cur, following()))) {
     return false;
   }
   const std::int64_t next = micros(hdr->next_incr);
-  D_RING_ENTRY *target = cur;
+  // The value, time, status and flag into the entry that takes them;
+  // current moves there.
+  auto put = [hdr, raw, word, packed](D_RING_ENTRY *target) {
+    putValue<kType>(hdr->ring, *target, incoming<kType>(word));
+    storeTime(target, raw);
+    std::memcpy(&target->status, &packed, sizeof packed);
+  };
   if (when > next) {
     // Past the boundary: the next entry opens, and the grid moves on from
     // the time for a growable buffer with a positive increment; otherwise
     // the boundary becomes the time itself.
-    target = following();
     std::int64_t incr = 0;
-    if ((flags & D_RING_FIXED) == 0 && rawTime(&hdr->incr) != 0 && (incr = micros(hdr->incr)) > 0) {
+    // An increment of 0.0 (the buffer that keeps every change) is told by
+    // one load, before any conversion.
+    std::uint64_t incr_word;
+    std::memcpy(&incr_word, &hdr->incr, sizeof incr_word);
+    if ((flags & D_RING_FIXED) == 0 && incr_word != 0 && (incr = micros(hdr->incr)) > 0) {
       gridAfter(hdr, when, next, incr);
     } else {
       storeTime(&hdr->next_incr, raw);
     }
-  } else {
-    // Within the newest increment (or at its end) the newest entry takes
-    // the value, unless it is the first of the buffer or opened the
-    // increment. At the end the grid moves on: for an increment of 0.0 from
-    // the current time, left to the full path.
-    const std::int64_t incr = micros(hdr->incr);
-    if (newest + incr == next || (cur == hdr->start && last()->status == 0)) target = following();
-    if (when == next) {
-      if (incr == 0) return false;
-      gridAfter(hdr, when, next, incr);
-    }
+    D_RING_ENTRY *const target = following();
+    put(target);
+    hdr->current = target;
+    return true;
   }
-  putValue<kType>(hdr->ring, *target, incoming<kType>(word));
-  storeTime(target, raw);
-  std::memcpy(&target->status, &packed, sizeof packed);
-  hdr->current = target;
+  // Within the newest increment (or at its end) the newest entry takes the
+  // value, unless it is the first of the buffer or opened the increment. At
+  // the end the grid moves on: for an increment of 0.0 from the current
+  // time, left to the full path.
+  const std::int64_t incr = micros(hdr->incr);
+  const bool opens = newest + incr == next || (cur == hdr->start && last()->status == 0);
+  if (when == next) {
+    if (incr == 0) return false;
+    gridAfter(hdr, when, next, incr);
+  }
+  if (opens) [[unlikely]] {
+    D_RING_ENTRY *const target = following();
+    put(target);
+    hdr->current = target;
+    return true;
+  }
+  // In place: current stays.
+  put(cur);
   return true;
 }
 
@@ -514,7 +532,7 @@ template <D_UINT4 kType>
   const std::int64_t when = micros(t);
   for (auto *node = reinterpret_cast<D_DQ_NODE *>(h); node != end; node = node->next) {
     h = reinterpret_cast<D_RING_HDR *>(node);
-    D_RING_ENTRY *const e = steadyStep<kType>(h, when, raw, word, packed)
+    D_RING_ENTRY *const e = steadyStep<kType, true>(h, when, raw, word, packed)
                                 ? h->current
                                 : newer<kType, true>(h, t, incoming<kType>(word), statusOf(packed), flagOf(packed));
     if (h == first) result = e;
@@ -526,15 +544,19 @@ template <D_UINT4 kType>
 // time, no tracing and no callbacks, every buffer in its steady state. No
 // call on that way: each exit to the general code is a jump.
 template <D_UINT4 kType>
-[[gnu::always_inline]] inline D_RING_ENTRY *archiveSteady(D_RING_BUF *ring, std::uint64_t raw, Word<kType> word,
-                                                          D_UINT4 packed) {
+[[gnu::always_inline]] inline D_RING_ENTRY *archiveSteady(D_RING_BUF *ring, const D_TIME_VALUE *time,
+                                                          Word<kType> word, D_UINT4 packed) {
+  // Both forms of the time are read before anything is stored: the
+  // microseconds straight from the fields, which is shorter than taking
+  // them from the word.
+  const std::uint64_t raw = rawTime(time);
   D_DQ_NODE *const end = ring->buffers;
   D_DQ_NODE *node = end->next;
   if (node == end || !utRingTimeKnown.load(std::memory_order_relaxed) || tracing() ||
       ring->overwrite_cb_list != nullptr) [[unlikely]] {
     return archiveRest<kType>(ring, raw, word, packed);
   }
-  const std::int64_t when = micros(timeOf(raw));
+  const std::int64_t when = micros(*time);
   do {
     auto *h = reinterpret_cast<D_RING_HDR *>(node);
     if (!steadyStep<kType>(h, when, raw, word, packed)) [[unlikely]] {
@@ -558,7 +580,7 @@ template <D_UINT4 kType>
                                             D_UINT2 status, D_UINT2 flag) {
   const D_UINT4 packed = packStatus(status, flag);
   if ((status & D_RING_STATUS_KNOWN) == 0) return archiveRest<kType>(ring, rawTime(time), wordAt<kType>(value), packed);
-  return archiveSteady<kType>(ring, rawTime(time), wordAt<kType>(value), packed);
+  return archiveSteady<kType>(ring, time, wordAt<kType>(value), packed);
 }
 
 // A refused archive: the error number, and the trace for a status of 0.
@@ -705,14 +727,17 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
                                            D_UINT2 status, D_UINT2 flag) {
   // Known doubles, the usual measured values, straight to the steady
   // state; everything else, refusals included, by the general way.
-  if (ring == nullptr || time == nullptr || value == nullptr) [[unlikely]] {
-    return archiveOther(ring, time, value, status, flag);
-  }
+  // One test and branch per pointer: fewer instructions than the flag
+  // arithmetic the compiler makes of a combined test.
+  auto other = [&] { return archiveOther(ring, time, value, status, flag); };
+  if (ring == nullptr) [[unlikely]] return other();
+  if (time == nullptr) [[unlikely]] return other();
+  if (value == nullptr) [[unlikely]] return other();
   if (ring->type == D_RING_TYPE_DOUBLE && (status & D_RING_STATUS_KNOWN) != 0 && validTime(*time)) [[likely]] {
-    return archiveSteady<D_RING_TYPE_DOUBLE>(ring, rawTime(time), wordAt<D_RING_TYPE_DOUBLE>(value),
+    return archiveSteady<D_RING_TYPE_DOUBLE>(ring, time, wordAt<D_RING_TYPE_DOUBLE>(value),
                                              packStatus(status, flag));
   }
-  return archiveOther(ring, time, value, status, flag);
+  return other();
 }
 
 }  // extern "C"

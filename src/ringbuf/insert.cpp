@@ -452,7 +452,7 @@ template <D_UINT4 kType, bool kSpans = false>
   D_RING_ENTRY *const cur = hdr->current;
   const D_UINT4 flags = hdr->flags;
   if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return false;
-  if (sameValue<kType>(kType, *cur, incoming<kType>(word))) return true;
+  if (sameValue<kType>(kType, *cur, incoming<kType>(word))) [[unlikely]] return true;
   const std::int64_t newest = micros(*cur);
   if (when <= newest) return false;
   // The last slot, looked at only where it matters; most buffers in their

@@ -498,7 +498,7 @@ template <D_UINT4 kType, bool kSpans = false>
   // time, left to the full path.
   const std::int64_t incr = micros(hdr->incr);
   const bool opens = newest + incr == next || (cur == hdr->start && last()->status == 0);
-  if (when == next) {
+  if (when == next) [[unlikely]] {
     if (incr == 0) return false;
     gridAfter(hdr, when, next, incr);
   }

@@ -443,10 +443,8 @@ inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeo
 // later time into a buffer that repeats neither times nor values and will
 // not grow, landing in the newest increment or opening the next entry; a
 // value equal to the newest is dropped. Anything else answers false before
-// changing anything, for the full path. kSpans: a full growable buffer
-// below the size limit is looked at too (kept out of the loop that takes
-// every buffer first, where it would cost registers all buffers pay for).
-template <D_UINT4 kType, bool kSpans = false>
+// changing anything, for the full path.
+template <D_UINT4 kType>
 [[gnu::always_inline]] inline bool steadyStep(D_RING_HDR *hdr, std::int64_t when, std::uint64_t raw, Word<kType> word,
                                               D_UINT4 packed) {
   D_RING_ENTRY *const cur = hdr->current;
@@ -462,7 +460,7 @@ template <D_UINT4 kType, bool kSpans = false>
   // A full growable buffer below the size limit grows unless it covers its
   // minimum span: the full path, unless the entries alone cover it.
   if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0 &&
-      (!kSpans || !coversSpan(hdr, cur, following()))) {
+      !coversSpan(hdr, cur, following())) {
     return false;
   }
   const std::int64_t next = micros(hdr->next_incr);
@@ -532,7 +530,7 @@ template <D_UINT4 kType>
   const std::int64_t when = micros(t);
   for (auto *node = reinterpret_cast<D_DQ_NODE *>(h); node != end; node = node->next) {
     h = reinterpret_cast<D_RING_HDR *>(node);
-    D_RING_ENTRY *const e = steadyStep<kType, true>(h, when, raw, word, packed)
+    D_RING_ENTRY *const e = steadyStep<kType>(h, when, raw, word, packed)
                                 ? h->current
                                 : newer<kType, true>(h, t, incoming<kType>(word), statusOf(packed), flagOf(packed));
     if (h == first) result = e;

@@ -427,14 +427,14 @@ inline D_TIME_VALUE timeOf(std::uint64_t raw) {
 }
 inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeof raw); }
 
-// Whether a full buffer surely covers its minimum span, from its entries
-// alone: the span's end is the later of the newest time and the current
-// time, and whatever the fields hold it is at least the newest time less
-// the oldest, up to the largest span it can show. No current time (that
-// takes the process lock) for a buffer that keeps its span.
+// Whether a full buffer (not the history buffer: its span is measured
+// otherwise) surely covers its minimum span, from its entries alone: the
+// span's end is the later of the newest time and the current time, and
+// whatever the fields hold it is at least the newest time less the oldest,
+// up to the largest span it can show. No current time (that takes the
+// process lock) for a buffer that keeps its span.
 [[gnu::always_inline]] inline bool coversSpan(const D_RING_HDR *hdr, const D_RING_ENTRY *newest,
                                               const D_RING_ENTRY *oldest) {
-  if ((hdr->flags & D_RING_HISTORY) != 0) return false;
   constexpr std::int64_t kLongest = std::int64_t{INT32_MAX} * kMicros;
   return std::min(micros(*newest) - micros(*oldest), kLongest) >= micros(hdr->min_span);
 }
@@ -449,7 +449,8 @@ template <D_UINT4 kType>
                                               D_UINT4 packed) {
   D_RING_ENTRY *const cur = hdr->current;
   const D_UINT4 flags = hdr->flags;
-  if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return false;
+  // The history buffer's span is measured otherwise: the full path.
+  if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT | D_RING_HISTORY)) != 0) return false;
   if (sameValue<kType>(kType, *cur, incoming<kType>(word))) [[unlikely]] return true;
   const std::int64_t newest = micros(*cur);
   if (when <= newest) return false;
@@ -457,8 +458,8 @@ template <D_UINT4 kType>
   // steady state are at the size limit and overwrite their newest entry.
   auto last = [hdr] { return hdr->start + hdr->size - 1; };
   auto following = [hdr, cur, last] { return cur == last() ? hdr->start : cur + 1; };
-  // A full growable buffer below the size limit grows unless it covers its
-  // minimum span: the full path, unless the entries alone cover it.
+  // A full growable buffer below the size limit may grow: the full path
+  // decides, unless the entries alone show that it covers its span.
   if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0 &&
       !coversSpan(hdr, cur, following())) {
     return false;

@@ -3,6 +3,8 @@
 //                           whose buffers (increments 0.0, 1.0 and 60.0 for
 //                           7, or one of them alone for 1, 2, 4) are full at
 //                           65535 entries and wrap; data time steps 0.25 s;
+//   RingArchiveBelowLimit   the same into one growable buffer of 1000
+//                           entries that wraps, covering its minimum span;
 //   DequeArchive/<deques>   the same 16-byte records pushed onto as many
 //                           std::deque as the ring has buffers, each
 //                           dropping its oldest beyond 65535;
@@ -43,17 +45,9 @@ void Release(D_RING_BUF *ring) {
 // 1.0, bit 2 for 60.0.
 const D_INT4 kIncrements[] = {0, 1, 60};
 
-void BM_RingArchive(benchmark::State &state) {
-  const auto mask = state.range(0);
-  DutSetCurrentTime(0.0);
-  D_RING_BUF *ring = DutRingCreate(D_RING_TYPE_DOUBLE, "bench");
-  // Growable buffers at the size limit: they wrap and no longer grow.
-  const D_TIME_VALUE no_span{0, 0};
-  for (int i = 0; i < 3; ++i) {
-    const D_TIME_VALUE incr{kIncrements[i], 0};
-    if ((mask & (1 << i)) != 0) DutRingAddBuffer(ring, &no_span, &incr, kFull);
-  }
-  // Fill every buffer to its size a minute apart, so that all of them wrap.
+// Fills every buffer of the ring past its size a minute apart, so that
+// all of them wrap, then archives the measured values.
+void ArchiveInto(benchmark::State &state, D_RING_BUF *ring) {
   std::int64_t t = 1000000;
   double value = 0.0;
   for (D_INT4 i = 0; i < kFull + 1; ++i, t += 60000000, value += 1.0) {
@@ -69,7 +63,33 @@ void BM_RingArchive(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations());
   Release(ring);
 }
+
+void BM_RingArchive(benchmark::State &state) {
+  const auto mask = state.range(0);
+  DutSetCurrentTime(0.0);
+  D_RING_BUF *ring = DutRingCreate(D_RING_TYPE_DOUBLE, "bench");
+  // Growable buffers at the size limit: they wrap and no longer grow.
+  const D_TIME_VALUE no_span{0, 0};
+  for (int i = 0; i < 3; ++i) {
+    const D_TIME_VALUE incr{kIncrements[i], 0};
+    if ((mask & (1 << i)) != 0) DutRingAddBuffer(ring, &no_span, &incr, kFull);
+  }
+  ArchiveInto(state, ring);
+}
 BENCHMARK(BM_RingArchive)->ArgName("buffers")->Arg(7)->Arg(1)->Arg(2)->Arg(4)->Iterations(kValues);
+
+// One growable buffer of increment 0.0 below the size limit, full, whose
+// 1000 entries cover far more than its minimum span of a minute: it wraps
+// without growing.
+void BM_RingArchiveBelowLimit(benchmark::State &state) {
+  DutSetCurrentTime(0.0);
+  D_RING_BUF *ring = DutRingCreate(D_RING_TYPE_DOUBLE, "bench");
+  const D_TIME_VALUE minute{60, 0};
+  const D_TIME_VALUE incr{0, 0};
+  DutRingAddBuffer(ring, &minute, &incr, 1000);
+  ArchiveInto(state, ring);
+}
+BENCHMARK(BM_RingArchiveBelowLimit)->Iterations(kValues);
 
 struct Record {
   D_INT4 sec;

@@ -427,6 +427,18 @@ inline D_TIME_VALUE timeOf(std::uint64_t raw) {
 }
 inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeof raw); }
 
+// Whether a full buffer (not the history buffer: its span is measured
+// otherwise) surely covers its minimum span, from its entries alone: the
+// span's end is the later of the newest time and the current time, and
+// whatever the fields hold it is at least the newest time less the oldest,
+// up to the largest span it can show. No current time (that takes the
+// process lock) for a buffer that keeps its span.
+[[gnu::always_inline]] inline bool coversSpan(const D_RING_HDR *hdr, const D_RING_ENTRY *newest,
+                                              const D_RING_ENTRY *oldest) {
+  constexpr std::int64_t kLongest = std::int64_t{INT32_MAX} * kMicros;
+  return std::min(micros(*newest) - micros(*oldest), kLongest) >= micros(hdr->min_span);
+}
+
 // One buffer's steady state in a quiet archive, with no call in it: a
 // later time into a buffer that repeats neither times nor values and will
 // not grow, landing in the newest increment or opening the next entry; a
@@ -437,45 +449,66 @@ template <D_UINT4 kType>
                                               D_UINT4 packed) {
   D_RING_ENTRY *const cur = hdr->current;
   const D_UINT4 flags = hdr->flags;
-  if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT)) != 0) return false;
-  if (sameValue<kType>(kType, *cur, incoming<kType>(word))) return true;
+  // The history buffer's span is measured otherwise: the full path.
+  if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT | D_RING_HISTORY)) != 0) return false;
+  if (sameValue<kType>(kType, *cur, incoming<kType>(word))) [[unlikely]] return true;
   const std::int64_t newest = micros(*cur);
   if (when <= newest) return false;
   // The last slot, looked at only where it matters; most buffers in their
   // steady state are at the size limit and overwrite their newest entry.
   auto last = [hdr] { return hdr->start + hdr->size - 1; };
   auto following = [hdr, cur, last] { return cur == last() ? hdr->start : cur + 1; };
-  // A full growable buffer below the size limit may grow: the full path.
-  if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0) return false;
+  // A full growable buffer below the size limit may grow: the full path
+  // decides, unless the entries alone show that it covers its span.
+  if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0 &&
+      !coversSpan(hdr, cur, following())) {
+    return false;
+  }
   const std::int64_t next = micros(hdr->next_incr);
-  D_RING_ENTRY *target = cur;
+  // The value, time, status and flag into the entry that takes them;
+  // current moves there.
+  auto put = [hdr, raw, word, packed](D_RING_ENTRY *target) {
+    putValue<kType>(hdr->ring, *target, incoming<kType>(word));
+    storeTime(target, raw);
+    std::memcpy(&target->status, &packed, sizeof packed);
+  };
   if (when > next) {
     // Past the boundary: the next entry opens, and the grid moves on from
     // the time for a growable buffer with a positive increment; otherwise
     // the boundary becomes the time itself.
-    target = following();
     std::int64_t incr = 0;
-    if ((flags & D_RING_FIXED) == 0 && rawTime(&hdr->incr) != 0 && (incr = micros(hdr->incr)) > 0) {
+    // An increment of 0.0 (the buffer that keeps every change) is told by
+    // one load, before any conversion.
+    std::uint64_t incr_word;
+    std::memcpy(&incr_word, &hdr->incr, sizeof incr_word);
+    if ((flags & D_RING_FIXED) == 0 && incr_word != 0 && (incr = micros(hdr->incr)) > 0) {
       gridAfter(hdr, when, next, incr);
     } else {
       storeTime(&hdr->next_incr, raw);
     }
-  } else {
-    // Within the newest increment (or at its end) the newest entry takes
-    // the value, unless it is the first of the buffer or opened the
-    // increment. At the end the grid moves on: for an increment of 0.0 from
-    // the current time, left to the full path.
-    const std::int64_t incr = micros(hdr->incr);
-    if (newest + incr == next || (cur == hdr->start && last()->status == 0)) target = following();
-    if (when == next) {
-      if (incr == 0) return false;
-      gridAfter(hdr, when, next, incr);
-    }
+    D_RING_ENTRY *const target = following();
+    put(target);
+    hdr->current = target;
+    return true;
   }
-  putValue<kType>(hdr->ring, *target, incoming<kType>(word));
-  storeTime(target, raw);
-  std::memcpy(&target->status, &packed, sizeof packed);
-  hdr->current = target;
+  // Within the newest increment (or at its end) the newest entry takes the
+  // value, unless it is the first of the buffer or opened the increment. At
+  // the end the grid moves on: for an increment of 0.0 from the current
+  // time, left to the full path.
+  const std::int64_t incr = micros(hdr->incr);
+  const bool opens = newest + incr == next || (cur == hdr->start && last()->status == 0);
+  if (when == next) [[unlikely]] {
+    if (incr == 0) return false;
+    gridAfter(hdr, when, next, incr);
+  }
+  if (opens) [[unlikely]] {
+    D_RING_ENTRY *const target = following();
+    put(target);
+    hdr->current = target;
+    return true;
+  }
+  // In place: current stays.
+  put(cur);
   return true;
 }
 
@@ -510,15 +543,19 @@ template <D_UINT4 kType>
 // time, no tracing and no callbacks, every buffer in its steady state. No
 // call on that way: each exit to the general code is a jump.
 template <D_UINT4 kType>
-[[gnu::always_inline]] inline D_RING_ENTRY *archiveSteady(D_RING_BUF *ring, std::uint64_t raw, Word<kType> word,
-                                                          D_UINT4 packed) {
+[[gnu::always_inline]] inline D_RING_ENTRY *archiveSteady(D_RING_BUF *ring, const D_TIME_VALUE *time,
+                                                          Word<kType> word, D_UINT4 packed) {
+  // Both forms of the time are read before anything is stored: the
+  // microseconds straight from the fields, which is shorter than taking
+  // them from the word.
+  const std::uint64_t raw = rawTime(time);
   D_DQ_NODE *const end = ring->buffers;
   D_DQ_NODE *node = end->next;
   if (node == end || !utRingTimeKnown.load(std::memory_order_relaxed) || tracing() ||
       ring->overwrite_cb_list != nullptr) [[unlikely]] {
     return archiveRest<kType>(ring, raw, word, packed);
   }
-  const std::int64_t when = micros(timeOf(raw));
+  const std::int64_t when = micros(*time);
   do {
     auto *h = reinterpret_cast<D_RING_HDR *>(node);
     if (!steadyStep<kType>(h, when, raw, word, packed)) [[unlikely]] {
@@ -542,7 +579,7 @@ template <D_UINT4 kType>
                                             D_UINT2 status, D_UINT2 flag) {
   const D_UINT4 packed = packStatus(status, flag);
   if ((status & D_RING_STATUS_KNOWN) == 0) return archiveRest<kType>(ring, rawTime(time), wordAt<kType>(value), packed);
-  return archiveSteady<kType>(ring, rawTime(time), wordAt<kType>(value), packed);
+  return archiveSteady<kType>(ring, time, wordAt<kType>(value), packed);
 }
 
 // A refused archive: the error number, and the trace for a status of 0.
@@ -689,14 +726,17 @@ D_EXPORT D_RING_ENTRY *DutRingArchiveValue(D_RING_BUF *ring, const D_TIME_VALUE 
                                            D_UINT2 status, D_UINT2 flag) {
   // Known doubles, the usual measured values, straight to the steady
   // state; everything else, refusals included, by the general way.
-  if (ring == nullptr || time == nullptr || value == nullptr) [[unlikely]] {
-    return archiveOther(ring, time, value, status, flag);
-  }
+  // One test and branch per pointer: fewer instructions than the flag
+  // arithmetic the compiler makes of a combined test.
+  auto other = [&] { return archiveOther(ring, time, value, status, flag); };
+  if (ring == nullptr) [[unlikely]] return other();
+  if (time == nullptr) [[unlikely]] return other();
+  if (value == nullptr) [[unlikely]] return other();
   if (ring->type == D_RING_TYPE_DOUBLE && (status & D_RING_STATUS_KNOWN) != 0 && validTime(*time)) [[likely]] {
-    return archiveSteady<D_RING_TYPE_DOUBLE>(ring, rawTime(time), wordAt<D_RING_TYPE_DOUBLE>(value),
+    return archiveSteady<D_RING_TYPE_DOUBLE>(ring, time, wordAt<D_RING_TYPE_DOUBLE>(value),
                                              packStatus(status, flag));
   }
-  return archiveOther(ring, time, value, status, flag);
+  return other();
 }
 
 }  // extern "C"

@@ -156,11 +156,11 @@ TEST_F(RingInsert, HostWritesAreHonouredByTheShortcut) {
   D_RING_BUF *rings[2] = {Make(D_RING_TYPE_DOUBLE), Make(D_RING_TYPE_DOUBLE)};
   Pairs seen;
   DutRingOverwriteCbCreate(rings[1], RecordOverwrite, reinterpret_cast<D_WORD>(&seen));
-  // The growable buffers do not fill up (a full one takes the full path
-  // anyway); the fixed ones wrap.
+  // The fixed buffers wrap; the first growable one fills, at times covering
+  // its minimum span and at times not.
   D_RING_HDR *hdrs[2][4];
   for (int r = 0; r < 2; ++r) {
-    hdrs[r][0] = Growable(rings[r], 0.0, 0.0, 1000);
+    hdrs[r][0] = Growable(rings[r], 0.0, 10.0, 20);
     hdrs[r][1] = Growable(rings[r], 1.0, 0.0, 1000);
     hdrs[r][2] = Fixed(rings[r], 2.0, 5);
     hdrs[r][3] = Fixed(rings[r], 60.0, 4);

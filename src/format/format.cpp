@@ -809,7 +809,9 @@ struct Ibm4ToIeeeV {
     const V32 zero = maskOf<V32>(v == 0);
     const auto bits = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<S32>(f), F32));
     const V32 c = t - (34u << 24);
-    odd |= ((bits - (147u << 23)) | c | ((62u << 24) - c)) & ~zero;
+    // A zero word has c's sign set, which the xor clears (leaving ~zero
+    // one use, an and-not).
+    odd |= ((bits - (147u << 23)) | c | ((62u << 24) - c)) ^ zero;
     // high + t is the sign plus twice the characteristic, the sign added,
     // not or'ed: the DEC bias carries a top exponent out through the sign,
     // as the DEC step does.

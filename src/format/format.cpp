@@ -922,19 +922,26 @@ struct DecGToIbm8V {
   }
 };
 
-// IEEE single (loaded) to IBM, as ieeeToIbm32; zero and negative zero
-// give zero.
-VQ_AVX2 V32 ibmFromIeee32V(V32 u) {
-  const V32 t = ((u >> 23) & 0xFFu) + 1;
+// IEEE single (loaded) to IBM, as ieeeToIbm32; a lane whose `key` is
+// zero gives zero (the caller's key is zero at least for zero and negative
+// zero). Vector shifts issue on fewer ports than the rest, so there are
+// three: t carries the characteristic's 33 as 132 (a multiple of four,
+// which leaves the shift count as it is), so that the characteristic is
+// t << 22 masked.
+VQ_AVX2 V32 ibmFromIeee32V(V32 u, V32 key) {
+  const V32 t = ((u >> 23) & 0xFFu) + 133;
   const V32 m = (u & 0x007FFFFFu) | 0x00800000u;
-  const V32 r = (u & kSign32) | (((t >> 2) + 33) << 24) | (m >> (~t & 3u));
-  return r & ~maskOf<V32>((u << 1) == 0);
+  const V32 r = (u & kSign32) | ((t << 22) & 0x7F000000u) | (m >> (~t & 3u));
+  return r & ~maskOf<V32>(key == 0);
 }
 
 struct IeeeToIbm4V {
   static constexpr bool kFlags = false;
   template <D_INT4 In, D_INT4>
-  VQ_AVX2 static V32 run(V32 raw, V32 &) { return reverse32(ibmFromIeee32V(ieeeOrder32<In>(raw))); }
+  VQ_AVX2 static V32 run(V32 raw, V32 &) {
+    const V32 u = ieeeOrder32<In>(raw);
+    return reverse32(ibmFromIeee32V(u, u & ~kSign32));
+  }
 };
 
 // Through IEEE, whose zero (DEC exponent 2 without fraction bits) is
@@ -944,7 +951,10 @@ struct DecFToIbm4V {
   template <D_INT4, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &) {
     const V32 v = vax32(raw);
-    return reverse32(ibmFromIeee32V(v - 0x01000000u) & ~maskOf<V32>(v == 0));
+    const V32 u = v - 0x01000000u;
+    // Zero when either is: one unsigned minimum instead of a second test.
+    const V32 magnitude = u & ~kSign32;
+    return reverse32(ibmFromIeee32V(u, magnitude < v ? magnitude : v));
   }
 };
 

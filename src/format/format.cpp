@@ -856,7 +856,7 @@ struct Ibm8ToDecGV {
 // zeros, and the fraction the IEEE one shifted left by three, which is the
 // IBM fraction shifted left by the leading zeros.
 struct Ibm8ToDecDV {
-  static constexpr V64 kOddBits = V64{} + kSign64;
+  static constexpr V64 kOddBits = V64{} + (kSign64 | 0x100u);
   static constexpr std::size_t kGroup = 32;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
@@ -870,12 +870,13 @@ struct Ibm8ToDecDV {
     const V64 f = v & 0x00FFFFFFFFFFFFFFu;
     const V64 bias = reinterpret_cast<V64>(__builtin_ia32_pshufb256(kBias, reinterpret_cast<VBytes>(f >> 52)));
     const V64 e = v & 0x7F00000000000000u;
-    // Flags in the sign bits, by adds rather than compares: a zero leading
-    // digit (f below 2^52) unless the word is zero, and characteristics of
-    // 96 and above. Fields above 1149 (clamped) start at 96 with no
-    // leading zero; the rest of 96 fit but are rare enough to go the exact
-    // way too.
-    odd |= (e + (std::uint64_t{32} << 56)) | ((f - (std::uint64_t{1} << 52)) ^ maskOf<V64>(v == 0));
+    // Flags by adds rather than compares, in two bits: bit 8 for a zero
+    // leading digit (a zero entry less one borrows through it; the others
+    // stay below 128) unless the word is zero, the sign for
+    // characteristics of 96 and above. Fields above 1149 (clamped) start
+    // at 96 with no leading zero; the rest of 96 fit but are rare enough
+    // to go the exact way too.
+    odd |= (e + bias + ((std::uint64_t{32} << 56) - 1)) & ~maskOf<V64>(v == 0);
     // E << 57 (an add, which more ports take than a shift) is 4E at DEC D's
     // exponent; carries past the byte and the fraction's bits below the
     // IEEE ones are masked off with the sign.

@@ -795,12 +795,13 @@ struct Ibm4ToIeeeV {
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
     return ieeeOrder32<Out>(ibmToFloatBits(raw, odd, 280u << 23));
   }
-  static constexpr V32 kOddBits = V32{} + kSign32;
+  static constexpr std::uint32_t kOddLimit = (63u << 24) - 1;
   static constexpr std::size_t kGroup = 32;
-  // As ibmToIeee32Bulk, flagging in the sign bits (no compares, so fewer
-  // constants to keep in registers): a leading hex digit of zero is a
-  // float below 2^20, and the characteristic minus 34 must lie in 0..62.
-  // `bias` is the exponent offset, IEEE's or DEC F's.
+  // As ibmToIeee32Bulk, flagging a lane above kOddLimit in an unsigned
+  // maximum (no compares, so fewer constants to keep in registers): the
+  // characteristic minus 34 must lie in 0..62, and wraps above it below
+  // 34, so one maximum covers both ends; a leading hex digit of zero is a
+  // float below 2^20. `bias` is the exponent offset, IEEE's or DEC F's.
   VQ_AVX2 static V32 ibmToFloatBits(V32 raw, V32 &odd, std::uint32_t bias) {
     const V32 v = reverse32(raw);
     const V32 f = v & 0x00FFFFFFu;
@@ -809,9 +810,11 @@ struct Ibm4ToIeeeV {
     const V32 zero = maskOf<V32>(v == 0);
     const auto bits = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<S32>(f), F32));
     const V32 c = t - (34u << 24);
-    // A zero word has c's sign set, which the xor clears (leaving ~zero
-    // one use, an and-not).
-    odd |= ((bits - (147u << 23)) | c | ((62u << 24) - c)) ^ zero;
+    const V32 g = (kOddLimit + (147u << 23)) - bits;
+    // A zero word's maximum is c's wrap, which the xor brings under the
+    // limit (leaving ~zero one use, an and-not).
+    const V32 x = (c > g ? c : g) ^ zero;
+    odd = odd > x ? odd : x;
     // high + t is the sign plus twice the characteristic, the sign added,
     // not or'ed: the DEC bias carries a top exponent out through the sign,
     // as the DEC step does.
@@ -821,7 +824,7 @@ struct Ibm4ToIeeeV {
 
 // The DEC step adds two to the exponent: folded into the bias.
 struct Ibm4ToDecFV {
-  static constexpr V32 kOddBits = Ibm4ToIeeeV::kOddBits;
+  static constexpr std::uint32_t kOddLimit = Ibm4ToIeeeV::kOddLimit;
   static constexpr std::size_t kGroup = 32;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
@@ -1019,11 +1022,18 @@ template <> struct Avx2<IeeeToDecG> { using Kernel = IeeeToDecGV; };
 template <typename K>
 concept Flagging = !requires { K::kFlags; } || K::kFlags;
 
-// The bits of `odd` that flag a lane: all of them unless the kernel says.
-template <typename K>
-VQ_AVX2 VLong oddBits() {
-  if constexpr (requires { K::kOddBits; }) return reinterpret_cast<VLong>(K::kOddBits);
-  else return VLong{} - 1;
+// Whether a group's `odd` flags no lane: no bit of it set (or none of the
+// kernel's kOddBits), or for a kernel that gathers an unsigned maximum, no
+// lane above its kOddLimit.
+template <typename K, typename V>
+VQ_AVX2 bool groupClean(V odd) {
+  if constexpr (requires { K::kOddLimit; }) {
+    return __builtin_ia32_ptestc256(reinterpret_cast<VLong>(maskOf<V>(odd <= K::kOddLimit)), VLong{} - 1);
+  } else if constexpr (requires { K::kOddBits; }) {
+    return __builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), reinterpret_cast<VLong>(K::kOddBits));
+  } else {
+    return __builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), VLong{} - 1);
+  }
 }
 
 // Vectors converted before the flags are tested: two by default, held in
@@ -1067,7 +1077,7 @@ template <typename C, typename K, D_INT4 In, D_INT4 Out>
       std::memcpy(&raw, group + i * sizeof(V), sizeof raw);
       r[i] = K::template run<In, Out>(raw, odd);
     }
-    if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), oddBits<K>())) [[likely]] {
+    if (groupClean<K>(odd)) [[likely]] {
       // Through a vector value: a memory-to-memory copy of 32 bytes becomes
       // two 16-byte moves (and without VQ_VECTORISE the loop a `rep movs`).
 #pragma GCC unroll 2

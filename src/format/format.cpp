@@ -962,6 +962,19 @@ struct DecFToIbm4V {
   }
 };
 
+// The DEC D exponent plus 896 is the DEC G one, and shifting the word
+// right by three puts both the exponent and the fraction in place; the sum
+// stays below the sign.
+struct DecDToDecGV {
+  static constexpr bool kFlags = false;
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &) {
+    const V64 v = vax64(raw);
+    const V64 r = (v & kSign64) | (((v >> 3) & ~(std::uint64_t{0xF} << 60)) + (std::uint64_t{896} << 52));
+    return vax64(r & ~maskOf<V64>(v == 0));
+  }
+};
+
 // DEC G exponent fields 1..1150 fit DEC D: (g + 897) >> 11 is non-zero
 // above, and 0 is flagged unless the whole word is zero.
 struct DecGToDecDV {
@@ -1015,6 +1028,7 @@ template <> struct Avx2<DecDToIbm8> { using Kernel = DecDToIbm8V; };
 template <> struct Avx2<DecGToIbm8> { using Kernel = DecGToIbm8V; };
 template <> struct Avx2<IeeeToIbm4> { using Kernel = IeeeToIbm4V; };
 template <> struct Avx2<DecFToIbm4> { using Kernel = DecFToIbm4V; };
+template <> struct Avx2<DecDToDecG> { using Kernel = DecDToDecGV; };
 template <> struct Avx2<DecGToDecD> { using Kernel = DecGToDecDV; };
 template <> struct Avx2<IeeeToDecD> { using Kernel = IeeeToDecDV; };
 template <> struct Avx2<IeeeToDecG> { using Kernel = IeeeToDecGV; };

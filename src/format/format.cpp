@@ -798,7 +798,8 @@ struct Ibm4ToIeeeV {
   static constexpr std::uint32_t kOddLimit = (63u << 24) - 1;
   static constexpr std::size_t kGroup = 32;
   // As ibmToIeee32Bulk, flagging a lane above kOddLimit in an unsigned
-  // maximum (no compares, so fewer constants to keep in registers): the
+  // maximum (no compare per vector, so fewer constants to keep in
+  // registers): the
   // characteristic minus 34 must lie in 0..62, and wraps above it below
   // 34, so one maximum covers both ends; a leading hex digit of zero is a
   // float below 2^20. `bias` is the exponent offset, IEEE's or DEC F's.

@@ -799,10 +799,10 @@ struct Ibm4ToIeeeV {
   static constexpr std::size_t kGroup = 32;
   // As ibmToIeee32Bulk, flagging a lane above kOddLimit in an unsigned
   // maximum (no compare per vector, so fewer constants to keep in
-  // registers): the
-  // characteristic minus 34 must lie in 0..62, and wraps above it below
-  // 34, so one maximum covers both ends; a leading hex digit of zero is a
-  // float below 2^20. `bias` is the exponent offset, IEEE's or DEC F's.
+  // registers): the characteristic minus 34 must lie in 0..62, and wraps
+  // above it below 34, so one maximum covers both ends; a leading hex
+  // digit of zero is a float below 2^20. `bias` is the exponent offset,
+  // IEEE's or DEC F's.
   VQ_AVX2 static V32 ibmToFloatBits(V32 raw, V32 &odd, std::uint32_t bias) {
     const V32 v = reverse32(raw);
     const V32 f = v & 0x00FFFFFFu;

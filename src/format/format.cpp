@@ -795,12 +795,14 @@ struct Ibm4ToIeeeV {
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
     return ieeeOrder32<Out>(ibmToFloatBits(raw, odd, 280u << 23));
   }
-  static constexpr V32 kOddBits = V32{} + kSign32;
+  static constexpr std::uint32_t kOddLimit = (63u << 24) - 1;
   static constexpr std::size_t kGroup = 32;
-  // As ibmToIeee32Bulk, flagging in the sign bits (no compares, so fewer
-  // constants to keep in registers): a leading hex digit of zero is a
-  // float below 2^20, and the characteristic minus 34 must lie in 0..62.
-  // `bias` is the exponent offset, IEEE's or DEC F's.
+  // As ibmToIeee32Bulk, flagging a lane above kOddLimit in an unsigned
+  // maximum (no compare per vector, so fewer constants to keep in
+  // registers): the characteristic minus 34 must lie in 0..62, and wraps
+  // above it below 34, so one maximum covers both ends; a leading hex
+  // digit of zero is a float below 2^20. `bias` is the exponent offset,
+  // IEEE's or DEC F's.
   VQ_AVX2 static V32 ibmToFloatBits(V32 raw, V32 &odd, std::uint32_t bias) {
     const V32 v = reverse32(raw);
     const V32 f = v & 0x00FFFFFFu;
@@ -809,7 +811,11 @@ struct Ibm4ToIeeeV {
     const V32 zero = maskOf<V32>(v == 0);
     const auto bits = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<S32>(f), F32));
     const V32 c = t - (34u << 24);
-    odd |= ((bits - (147u << 23)) | c | ((62u << 24) - c)) & ~zero;
+    const V32 g = (kOddLimit + (147u << 23)) - bits;
+    // A zero word's maximum is c's wrap, which the xor brings under the
+    // limit (leaving ~zero one use, an and-not).
+    const V32 x = (c > g ? c : g) ^ zero;
+    odd = odd > x ? odd : x;
     // high + t is the sign plus twice the characteristic, the sign added,
     // not or'ed: the DEC bias carries a top exponent out through the sign,
     // as the DEC step does.
@@ -819,7 +825,7 @@ struct Ibm4ToIeeeV {
 
 // The DEC step adds two to the exponent: folded into the bias.
 struct Ibm4ToDecFV {
-  static constexpr V32 kOddBits = Ibm4ToIeeeV::kOddBits;
+  static constexpr std::uint32_t kOddLimit = Ibm4ToIeeeV::kOddLimit;
   static constexpr std::size_t kGroup = 32;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
@@ -850,29 +856,36 @@ struct Ibm8ToDecGV {
   }
 };
 
-// DEC D: IEEE fields above 1149 are flagged (they clamp); the exponent
-// byte is F + 130 modulo 256, and the fraction the IEEE one shifted left
-// by three, which is the IBM fraction shifted left by the leading zeros.
+// DEC D: the exponent byte is F + 130 modulo 256, which is 4E + 128 -
+// zeros, and the fraction the IEEE one shifted left by three, which is the
+// IBM fraction shifted left by the leading zeros.
 struct Ibm8ToDecDV {
+  static constexpr V64 kOddBits = V64{} + (kSign64 | 0x100u);
   static constexpr std::size_t kGroup = 32;
   template <D_INT4, D_INT4>
   VQ_AVX2 static V64 run(V64 raw, V64 &odd) {
-    // The leading zero bits themselves from the table (the left shift of
-    // the fraction into DEC D's 55 bits); a zero leading digit is flagged.
-    constexpr VBytes kZeros = {0, 3, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0,
-                               0, 3, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
+    // 127 - zeros by the leading digit, 0 for a zero digit: the exponent
+    // byte less 4E and the normalised fraction's leading bit, which is
+    // added rather than masked off. A zero word so comes out zero, and
+    // the shift 127 - entry is the zeros, or clears the fraction.
+    constexpr VBytes kBias = {0, 124, 125, 125, 126, 126, 126, 126, 127, 127, 127, 127, 127, 127, 127, 127,
+                              0, 124, 125, 125, 126, 126, 126, 126, 127, 127, 127, 127, 127, 127, 127, 127};
     const V64 v = reverse64(raw);
     const V64 f = v & 0x00FFFFFFFFFFFFFFu;
-    const V64 d = f >> 52;
-    const V64 lz = reinterpret_cast<V64>(__builtin_ia32_pshufb256(kZeros, reinterpret_cast<VBytes>(d)));
-    const V64 zero = maskOf<V64>(v == 0);
-    // (F - 766) << 52, F = 4E + 766 - zeros; fields above 1149 clamp.
-    const V64 high = ((v & 0x7F00000000000000u) >> 2) - (lz << 52);
-    odd |= maskOf<V64>(reinterpret_cast<S64>(high) > static_cast<std::int64_t>(std::uint64_t{1149 - 766} << 52)) |
-           (maskOf<V64>(d == 0) & ~zero);
-    const V64 exponent = ((high << 3) + (std::uint64_t{896} << 55)) & (std::uint64_t{0xFF} << 55);
-    const V64 r = (v & kSign64) | exponent | ((f << lz) & (kFrac52 << 3));
-    return vax64(r & ~zero);
+    const V64 bias = reinterpret_cast<V64>(__builtin_ia32_pshufb256(kBias, reinterpret_cast<VBytes>(f >> 52)));
+    const V64 e = v & 0x7F00000000000000u;
+    // Flags by adds rather than compares, in two bits: bit 8 for a zero
+    // leading digit (a zero entry less one borrows through it; the others
+    // stay below 128) unless the word is zero, the sign for
+    // characteristics of 96 and above. Fields above 1149 (clamped) start
+    // at 96 with no leading zero; the rest of 96 fit but are rare enough
+    // to go the exact way too.
+    odd |= (e + bias + ((std::uint64_t{32} << 56) - 1)) & ~maskOf<V64>(v == 0);
+    // E << 57 (an add, which more ports take than a shift) is 4E at DEC D's
+    // exponent; carries past the byte and the fraction's bits below the
+    // IEEE ones are masked off with the sign.
+    const V64 sum = e + e + (f << (127 - bias)) + (bias << 55);
+    return vax64((v & kSign64) | (sum & ~(kSign64 | 7u)));
   }
 };
 
@@ -914,19 +927,26 @@ struct DecGToIbm8V {
   }
 };
 
-// IEEE single (loaded) to IBM, as ieeeToIbm32; zero and negative zero
-// give zero.
-VQ_AVX2 V32 ibmFromIeee32V(V32 u) {
-  const V32 t = ((u >> 23) & 0xFFu) + 1;
+// IEEE single (loaded) to IBM, as ieeeToIbm32; a lane whose `key` is
+// zero gives zero (the caller's key is zero at least for zero and negative
+// zero). Vector shifts issue on fewer ports than the rest, so there are
+// three: t carries the characteristic's 33 as 132 (a multiple of four,
+// which leaves the shift count as it is), so that the characteristic is
+// t << 22 masked.
+VQ_AVX2 V32 ibmFromIeee32V(V32 u, V32 key) {
+  const V32 t = ((u >> 23) & 0xFFu) + 133;
   const V32 m = (u & 0x007FFFFFu) | 0x00800000u;
-  const V32 r = (u & kSign32) | (((t >> 2) + 33) << 24) | (m >> (~t & 3u));
-  return r & ~maskOf<V32>((u << 1) == 0);
+  const V32 r = (u & kSign32) | ((t << 22) & 0x7F000000u) | (m >> (~t & 3u));
+  return r & ~maskOf<V32>(key == 0);
 }
 
 struct IeeeToIbm4V {
   static constexpr bool kFlags = false;
   template <D_INT4 In, D_INT4>
-  VQ_AVX2 static V32 run(V32 raw, V32 &) { return reverse32(ibmFromIeee32V(ieeeOrder32<In>(raw))); }
+  VQ_AVX2 static V32 run(V32 raw, V32 &) {
+    const V32 u = ieeeOrder32<In>(raw);
+    return reverse32(ibmFromIeee32V(u, u & ~kSign32));
+  }
 };
 
 // Through IEEE, whose zero (DEC exponent 2 without fraction bits) is
@@ -936,7 +956,23 @@ struct DecFToIbm4V {
   template <D_INT4, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &) {
     const V32 v = vax32(raw);
-    return reverse32(ibmFromIeee32V(v - 0x01000000u) & ~maskOf<V32>(v == 0));
+    const V32 u = v - 0x01000000u;
+    // Zero when either is: one unsigned minimum instead of a second test.
+    const V32 magnitude = u & ~kSign32;
+    return reverse32(ibmFromIeee32V(u, magnitude < v ? magnitude : v));
+  }
+};
+
+// The DEC D exponent plus 896 is the DEC G one, and shifting the word
+// right by three puts both the exponent and the fraction in place; the sum
+// stays below the sign.
+struct DecDToDecGV {
+  static constexpr bool kFlags = false;
+  template <D_INT4, D_INT4>
+  VQ_AVX2 static V64 run(V64 raw, V64 &) {
+    const V64 v = vax64(raw);
+    const V64 r = (v & kSign64) | (((v >> 3) & ~(std::uint64_t{0xF} << 60)) + (std::uint64_t{896} << 52));
+    return vax64(r & ~maskOf<V64>(v == 0));
   }
 };
 
@@ -993,6 +1029,7 @@ template <> struct Avx2<DecDToIbm8> { using Kernel = DecDToIbm8V; };
 template <> struct Avx2<DecGToIbm8> { using Kernel = DecGToIbm8V; };
 template <> struct Avx2<IeeeToIbm4> { using Kernel = IeeeToIbm4V; };
 template <> struct Avx2<DecFToIbm4> { using Kernel = DecFToIbm4V; };
+template <> struct Avx2<DecDToDecG> { using Kernel = DecDToDecGV; };
 template <> struct Avx2<DecGToDecD> { using Kernel = DecGToDecDV; };
 template <> struct Avx2<IeeeToDecD> { using Kernel = IeeeToDecDV; };
 template <> struct Avx2<IeeeToDecG> { using Kernel = IeeeToDecGV; };
@@ -1000,11 +1037,18 @@ template <> struct Avx2<IeeeToDecG> { using Kernel = IeeeToDecGV; };
 template <typename K>
 concept Flagging = !requires { K::kFlags; } || K::kFlags;
 
-// The bits of `odd` that flag a lane: all of them unless the kernel says.
-template <typename K>
-VQ_AVX2 VLong oddBits() {
-  if constexpr (requires { K::kOddBits; }) return reinterpret_cast<VLong>(K::kOddBits);
-  else return VLong{} - 1;
+// Whether a group's `odd` flags no lane: no bit of it set (or none of the
+// kernel's kOddBits), or for a kernel that gathers an unsigned maximum, no
+// lane above its kOddLimit.
+template <typename K, typename V>
+VQ_AVX2 bool groupClean(V odd) {
+  if constexpr (requires { K::kOddLimit; }) {
+    return __builtin_ia32_ptestc256(reinterpret_cast<VLong>(maskOf<V>(odd <= K::kOddLimit)), VLong{} - 1);
+  } else if constexpr (requires { K::kOddBits; }) {
+    return __builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), reinterpret_cast<VLong>(K::kOddBits));
+  } else {
+    return __builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), VLong{} - 1);
+  }
 }
 
 // Vectors converted before the flags are tested: two by default, held in
@@ -1020,7 +1064,7 @@ constexpr std::size_t groupOf() {
 // Groups of vectors converted and stored when no lane is flagged; a
 // flagged group is done again value by value from its untouched input.
 template <typename C, typename K, D_INT4 In, D_INT4 Out>
-[[gnu::target("avx2")]] void convertVectorsAvx2(unsigned char *p, std::size_t count) {
+[[gnu::target("avx2"), VQ_VECTORISE]] void convertVectorsAvx2(unsigned char *p, std::size_t count) {
   using W = typename C::Word;
   using V = std::conditional_t<sizeof(W) == 4, V32, V64>;
   constexpr std::size_t kLanes = sizeof(V) / sizeof(W);
@@ -1048,9 +1092,14 @@ template <typename C, typename K, D_INT4 In, D_INT4 Out>
       std::memcpy(&raw, group + i * sizeof(V), sizeof raw);
       r[i] = K::template run<In, Out>(raw, odd);
     }
-    if (__builtin_ia32_ptestz256(reinterpret_cast<VLong>(odd), oddBits<K>())) [[likely]] {
+    if (groupClean<K>(odd)) [[likely]] {
+      // Through a vector value: a memory-to-memory copy of 32 bytes becomes
+      // two 16-byte moves (and without VQ_VECTORISE the loop a `rep movs`).
 #pragma GCC unroll 2
-      for (std::size_t i = 0; i < kGroup; ++i) std::memcpy(group + i * sizeof(V), &r[i], sizeof(V));
+      for (std::size_t i = 0; i < kGroup; ++i) {
+        const V x = r[i];
+        std::memcpy(group + i * sizeof(V), &x, sizeof x);
+      }
     } else {
       for (std::size_t i = 0; i < kValues; ++i) convertAt<C, In, Out>(group + i * sizeof(W));
     }

@@ -310,14 +310,17 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
 // current boundary next, for a positive increment: setGrid's rule, inline
 // for the archive loop. A time within one increment of the boundary this
 // buffer last set steps one increment on; the division is left for jumps
-// and for boundaries the library did not set.
-[[gnu::always_inline]] inline void gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t next,
+// and for boundaries the library did not set, and without kDivide it
+// answers false for those before changing anything.
+template <bool kDivide>
+[[gnu::always_inline]] inline bool gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t next,
                                              std::int64_t incr) {
   BufferBlock *const block = blockOf(hdr);
   const std::int64_t origin = startMicros();
   std::int64_t boundary = next + incr;
   if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin ||
       when >= boundary) [[unlikely]] {
+    if constexpr (!kDivide) return false;
     boundary = origin + incr * ((when - origin) / incr + 1);
     // Only a boundary at or after the origin is stepped from: before it
     // the rule's division truncates toward zero, a step does not.
@@ -326,6 +329,7 @@ D_RING_ENTRY *newer(D_RING_HDR *hdr, const D_TIME_VALUE &t, const Incoming &valu
   }
   block->grid_next = boundary;
   hdr->next_incr = fromMicros(boundary);
+  return true;
 }
 
 template <D_UINT4 kType, bool kQuiet>
@@ -443,8 +447,11 @@ inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeo
 // later time into a buffer that repeats neither times nor values and will
 // not grow, landing in the newest increment or opening the next entry; a
 // value equal to the newest is dropped. Anything else answers false before
-// changing anything, for the full path.
-template <D_UINT4 kType>
+// changing anything, for the full path. Without kGrid a step that moves a
+// grid step that needs a division answers false too, and so does a full
+// growable buffer below the size limit: their code needs registers that
+// the loop would otherwise save on every archive.
+template <D_UINT4 kType, bool kGrid>
 [[gnu::always_inline]] inline bool steadyStep(D_RING_HDR *hdr, std::int64_t when, std::uint64_t raw, Word<kType> word,
                                               D_UINT4 packed) {
   D_RING_ENTRY *const cur = hdr->current;
@@ -461,7 +468,7 @@ template <D_UINT4 kType>
   // A full growable buffer below the size limit may grow: the full path
   // decides, unless the entries alone show that it covers its span.
   if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0 &&
-      !coversSpan(hdr, cur, following())) {
+      (!kGrid || !coversSpan(hdr, cur, following()))) {
     return false;
   }
   const std::int64_t next = micros(hdr->next_incr);
@@ -482,7 +489,7 @@ template <D_UINT4 kType>
     std::uint64_t incr_word;
     std::memcpy(&incr_word, &hdr->incr, sizeof incr_word);
     if ((flags & D_RING_FIXED) == 0 && incr_word != 0 && (incr = micros(hdr->incr)) > 0) {
-      gridAfter(hdr, when, next, incr);
+      if (!gridAfter<kGrid>(hdr, when, next, incr)) return false;
     } else {
       storeTime(&hdr->next_incr, raw);
     }
@@ -497,9 +504,8 @@ template <D_UINT4 kType>
   // time, left to the full path.
   const std::int64_t incr = micros(hdr->incr);
   const bool opens = newest + incr == next || (cur == hdr->start && last()->status == 0);
-  if (when == next) [[unlikely]] {
-    if (incr == 0) return false;
-    gridAfter(hdr, when, next, incr);
+  if (when == next) {
+    if (incr == 0 || !gridAfter<kGrid>(hdr, when, next, incr)) return false;
   }
   if (opens) [[unlikely]] {
     D_RING_ENTRY *const target = following();
@@ -531,7 +537,7 @@ template <D_UINT4 kType>
   const std::int64_t when = micros(t);
   for (auto *node = reinterpret_cast<D_DQ_NODE *>(h); node != end; node = node->next) {
     h = reinterpret_cast<D_RING_HDR *>(node);
-    D_RING_ENTRY *const e = steadyStep<kType>(h, when, raw, word, packed)
+    D_RING_ENTRY *const e = steadyStep<kType, true>(h, when, raw, word, packed)
                                 ? h->current
                                 : newer<kType, true>(h, t, incoming<kType>(word), statusOf(packed), flagOf(packed));
     if (h == first) result = e;
@@ -558,7 +564,7 @@ template <D_UINT4 kType>
   const std::int64_t when = micros(*time);
   do {
     auto *h = reinterpret_cast<D_RING_HDR *>(node);
-    if (!steadyStep<kType>(h, when, raw, word, packed)) [[unlikely]] {
+    if (!steadyStep<kType, false>(h, when, raw, word, packed)) [[unlikely]] {
       return archiveFrom<kType>(end, h, raw, word, packed);
     }
     node = node->next;

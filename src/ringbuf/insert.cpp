@@ -447,10 +447,9 @@ inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeo
 // later time into a buffer that repeats neither times nor values and will
 // not grow, landing in the newest increment or opening the next entry; a
 // value equal to the newest is dropped. Anything else answers false before
-// changing anything, for the full path. Without kGrid a step that moves a
-// grid step that needs a division answers false too, and so does a full
-// growable buffer below the size limit: their code needs registers that
-// the loop would otherwise save on every archive.
+// changing anything, for the full path. Without kGrid a grid step that
+// needs a division answers false too: its code needs registers that the
+// loop would otherwise save on every archive.
 template <D_UINT4 kType, bool kGrid>
 [[gnu::always_inline]] inline bool steadyStep(D_RING_HDR *hdr, std::int64_t when, std::uint64_t raw, Word<kType> word,
                                               D_UINT4 packed) {
@@ -468,7 +467,7 @@ template <D_UINT4 kType, bool kGrid>
   // A full growable buffer below the size limit may grow: the full path
   // decides, unless the entries alone show that it covers its span.
   if (hdr->size < D_RING_MAX_SIZE && (flags & D_RING_FIXED) == 0 && last()->status != 0 &&
-      (!kGrid || !coversSpan(hdr, cur, following()))) {
+      !coversSpan(hdr, cur, following())) {
     return false;
   }
   const std::int64_t next = micros(hdr->next_incr);

@@ -503,6 +503,9 @@ template <D_UINT4 kType, bool kGrid>
   // time, left to the full path.
   const std::int64_t incr = micros(hdr->incr);
   const bool opens = newest + incr == next || (cur == hdr->start && last()->status == 0);
+  // Not marked rare: a value on the boundary is common (every whole second
+  // for quarter-second data), and in a cold block the compiler splits the
+  // new boundary with a division instead of a multiplication.
   if (when == next) {
     if (incr == 0 || !gridAfter<kGrid>(hdr, when, next, incr)) return false;
   }

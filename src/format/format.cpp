@@ -795,31 +795,36 @@ struct Ibm4ToIeeeV {
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
     return ieeeOrder32<Out>(ibmToFloatBits(raw, odd, 280u << 23));
   }
-  static constexpr std::uint32_t kOddLimit = (63u << 24) - 1;
+  static constexpr std::uint32_t kOddLimit = (126u << 24) - 1;
   static constexpr std::size_t kGroup = 32;
   // As ibmToIeee32Bulk, flagging a lane above kOddLimit in an unsigned
   // maximum (no compare per vector, so fewer constants to keep in
-  // registers): the characteristic minus 34 must lie in 0..62, and wraps
-  // above it below 34, so one maximum covers both ends; a leading hex
-  // digit of zero is a float below 2^20. `bias` is the exponent offset,
-  // IEEE's or DEC F's.
+  // registers): twice the characteristic minus 34 must lie in 0..124, and
+  // wraps above it below 34, so one maximum covers both ends; so must the
+  // fraction's distance below 2^20, a leading hex digit of zero. The
+  // stored word is read as it lies: a byte shuffle takes the fraction out
+  // in host order and a shift the sign and characteristic, which also
+  // gives the sign to the converted fraction. `bias` is the exponent
+  // offset, IEEE's or DEC F's.
   VQ_AVX2 static V32 ibmToFloatBits(V32 raw, V32 &odd, std::uint32_t bias) {
-    const V32 v = reverse32(raw);
-    const V32 f = v & 0x00FFFFFFu;
-    const V32 high = v & 0xFF000000u;  // sign and characteristic
-    const V32 t = v & 0x7F000000u;
-    const V32 zero = maskOf<V32>(v == 0);
-    const auto bits = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<S32>(f), F32));
-    const V32 c = t - (34u << 24);
-    const V32 g = (kOddLimit + (147u << 23)) - bits;
+    constexpr VBytes kFraction = {3, 2, 1, -128, 7, 6, 5, -128, 11, 10, 9, -128, 15, 14, 13, -128,
+                                  3, 2, 1, -128, 7, 6, 5, -128, 11, 10, 9, -128, 15, 14, 13, -128};
+    const auto f = reinterpret_cast<V32>(__builtin_ia32_pshufb256(reinterpret_cast<VBytes>(raw), kFraction));
+    const V32 high = raw << 24;  // sign and characteristic
+    const V32 twice = high + high;  // the characteristic at the IEEE exponent, times four
+    const V32 zero = maskOf<V32>(raw == 0);
+    // A zero high byte clears the fraction: characteristic 0 is flagged.
+    const auto signed_f = reinterpret_cast<S32>(__builtin_ia32_psignd256(reinterpret_cast<S32>(f), reinterpret_cast<S32>(high)));
+    const auto bits = reinterpret_cast<V32>(__builtin_convertvector(signed_f, F32));
+    const V32 c = twice - (68u << 24);
+    const V32 g = (kOddLimit + (1u << 20)) - f;
     // A zero word's maximum is c's wrap, which the xor brings under the
     // limit (leaving ~zero one use, an and-not).
     const V32 x = (c > g ? c : g) ^ zero;
     odd = odd > x ? odd : x;
-    // high + t is the sign plus twice the characteristic, the sign added,
-    // not or'ed: the DEC bias carries a top exponent out through the sign,
-    // as the DEC step does.
-    return (bits + high + t - bias) & ~zero;
+    // Added, not or'ed: the DEC bias carries a top exponent out through
+    // the sign, as the DEC step does.
+    return (bits + twice - bias) & ~zero;
   }
 };
 

@@ -932,16 +932,20 @@ struct DecGToIbm8V {
   }
 };
 
-// IEEE single (loaded) to IBM, as ieeeToIbm32; a lane whose `key` is
-// zero gives zero (the caller's key is zero at least for zero and negative
-// zero). Vector shifts issue on fewer ports than the rest, so there are
-// three: t carries the characteristic's 33 as 132 (a multiple of four,
-// which leaves the shift count as it is), so that the characteristic is
-// t << 22 masked.
-VQ_AVX2 V32 ibmFromIeee32V(V32 u, V32 key) {
-  const V32 t = ((u >> 23) & 0xFFu) + 133;
-  const V32 m = (u & 0x007FFFFFu) | 0x00800000u;
-  const V32 r = (u & kSign32) | ((t << 22) & 0x7F000000u) | (m >> (~t & 3u));
+// IEEE single (loaded) to IBM, as ieeeToIbm32, given its `magnitude`
+// (the word without its sign); a lane whose `key` is zero gives zero (the
+// caller's key is zero at least for zero and negative zero). With y the
+// magnitude plus 133 at the exponent, y's top seven bits are the
+// characteristic (t / 4 + 33, the 33 carried as 132), and its two low
+// exponent bits t mod 4. Those two bits over exponent 147 make a float of
+// 2^(20 + t mod 4) times the significand, whose truncation is the
+// significand shifted right by 3 - t mod 4: one conversion for a variable
+// shift and the masks and shift count it takes.
+VQ_AVX2 V32 ibmFromIeee32V(V32 u, V32 magnitude, V32 key) {
+  const V32 y = magnitude + (133u << 23);
+  const V32 x = (y & 0x01FFFFFFu) + (147u << 23);
+  const auto fraction = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<F32>(x), S32));
+  const V32 r = (u & kSign32) | ((y >> 1) & 0x7F000000u) | fraction;
   return r & ~maskOf<V32>(key == 0);
 }
 
@@ -950,7 +954,8 @@ struct IeeeToIbm4V {
   template <D_INT4 In, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &) {
     const V32 u = ieeeOrder32<In>(raw);
-    return reverse32(ibmFromIeee32V(u, u & ~kSign32));
+    const V32 magnitude = u & ~kSign32;
+    return reverse32(ibmFromIeee32V(u, magnitude, magnitude));
   }
 };
 
@@ -964,7 +969,7 @@ struct DecFToIbm4V {
     const V32 u = v - 0x01000000u;
     // Zero when either is: one unsigned minimum instead of a second test.
     const V32 magnitude = u & ~kSign32;
-    return reverse32(ibmFromIeee32V(u, magnitude < v ? magnitude : v));
+    return reverse32(ibmFromIeee32V(u, magnitude, magnitude < v ? magnitude : v));
   }
 };
 

@@ -799,9 +799,9 @@ struct Ibm4ToIeeeV {
   static constexpr std::size_t kGroup = 32;
   // As ibmToIeee32Bulk, flagging a lane above kOddLimit in an unsigned
   // maximum (no compare per vector, so fewer constants to keep in
-  // registers): twice the characteristic minus 34 must lie in 0..124, and
-  // wraps above it below 34, so one maximum covers both ends; so must the
-  // fraction's distance below 2^20, a leading hex digit of zero. The
+  // registers): the characteristic minus 34, doubled, must lie in 0..124,
+  // and wraps above it below 34, so one maximum covers both ends; so must
+  // the fraction's distance below 2^20, a leading hex digit of zero. The
   // stored word is read as it lies: a byte shuffle takes the fraction out
   // in host order and a shift the sign and characteristic, which also
   // gives the sign to the converted fraction. `bias` is the exponent

@@ -795,31 +795,36 @@ struct Ibm4ToIeeeV {
   VQ_AVX2 static V32 run(V32 raw, V32 &odd) {
     return ieeeOrder32<Out>(ibmToFloatBits(raw, odd, 280u << 23));
   }
-  static constexpr std::uint32_t kOddLimit = (63u << 24) - 1;
+  static constexpr std::uint32_t kOddLimit = (126u << 24) - 1;
   static constexpr std::size_t kGroup = 32;
   // As ibmToIeee32Bulk, flagging a lane above kOddLimit in an unsigned
   // maximum (no compare per vector, so fewer constants to keep in
-  // registers): the characteristic minus 34 must lie in 0..62, and wraps
-  // above it below 34, so one maximum covers both ends; a leading hex
-  // digit of zero is a float below 2^20. `bias` is the exponent offset,
-  // IEEE's or DEC F's.
+  // registers): the characteristic minus 34, doubled, must lie in 0..124,
+  // and wraps above it below 34, so one maximum covers both ends; so must
+  // the fraction's distance below 2^20, a leading hex digit of zero. The
+  // stored word is read as it lies: a byte shuffle takes the fraction out
+  // in host order and a shift the sign and characteristic, which also
+  // gives the sign to the converted fraction. `bias` is the exponent
+  // offset, IEEE's or DEC F's.
   VQ_AVX2 static V32 ibmToFloatBits(V32 raw, V32 &odd, std::uint32_t bias) {
-    const V32 v = reverse32(raw);
-    const V32 f = v & 0x00FFFFFFu;
-    const V32 high = v & 0xFF000000u;  // sign and characteristic
-    const V32 t = v & 0x7F000000u;
-    const V32 zero = maskOf<V32>(v == 0);
-    const auto bits = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<S32>(f), F32));
-    const V32 c = t - (34u << 24);
-    const V32 g = (kOddLimit + (147u << 23)) - bits;
+    constexpr VBytes kFraction = {3, 2, 1, -128, 7, 6, 5, -128, 11, 10, 9, -128, 15, 14, 13, -128,
+                                  3, 2, 1, -128, 7, 6, 5, -128, 11, 10, 9, -128, 15, 14, 13, -128};
+    const auto f = reinterpret_cast<V32>(__builtin_ia32_pshufb256(reinterpret_cast<VBytes>(raw), kFraction));
+    const V32 high = raw << 24;  // sign and characteristic
+    const V32 twice = high + high;  // the characteristic at the IEEE exponent, times four
+    const V32 zero = maskOf<V32>(raw == 0);
+    // A zero high byte clears the fraction: characteristic 0 is flagged.
+    const auto signed_f = reinterpret_cast<S32>(__builtin_ia32_psignd256(reinterpret_cast<S32>(f), reinterpret_cast<S32>(high)));
+    const auto bits = reinterpret_cast<V32>(__builtin_convertvector(signed_f, F32));
+    const V32 c = twice - (68u << 24);
+    const V32 g = (kOddLimit + (1u << 20)) - f;
     // A zero word's maximum is c's wrap, which the xor brings under the
     // limit (leaving ~zero one use, an and-not).
     const V32 x = (c > g ? c : g) ^ zero;
     odd = odd > x ? odd : x;
-    // high + t is the sign plus twice the characteristic, the sign added,
-    // not or'ed: the DEC bias carries a top exponent out through the sign,
-    // as the DEC step does.
-    return (bits + high + t - bias) & ~zero;
+    // Added, not or'ed: the DEC bias carries a top exponent out through
+    // the sign, as the DEC step does.
+    return (bits + twice - bias) & ~zero;
   }
 };
 
@@ -927,16 +932,20 @@ struct DecGToIbm8V {
   }
 };
 
-// IEEE single (loaded) to IBM, as ieeeToIbm32; a lane whose `key` is
-// zero gives zero (the caller's key is zero at least for zero and negative
-// zero). Vector shifts issue on fewer ports than the rest, so there are
-// three: t carries the characteristic's 33 as 132 (a multiple of four,
-// which leaves the shift count as it is), so that the characteristic is
-// t << 22 masked.
-VQ_AVX2 V32 ibmFromIeee32V(V32 u, V32 key) {
-  const V32 t = ((u >> 23) & 0xFFu) + 133;
-  const V32 m = (u & 0x007FFFFFu) | 0x00800000u;
-  const V32 r = (u & kSign32) | ((t << 22) & 0x7F000000u) | (m >> (~t & 3u));
+// IEEE single (loaded) to IBM, as ieeeToIbm32, given its `magnitude`
+// (the word without its sign); a lane whose `key` is zero gives zero (the
+// caller's key is zero at least for zero and negative zero). With y the
+// magnitude plus 133 at the exponent, y's top seven bits are the
+// characteristic (t / 4 + 33, the 33 carried as 132), and its two low
+// exponent bits t mod 4. Those two bits over exponent 147 make a float of
+// 2^(20 + t mod 4) times the significand, whose truncation is the
+// significand shifted right by 3 - t mod 4: one conversion for a variable
+// shift and the masks and shift count it takes.
+VQ_AVX2 V32 ibmFromIeee32V(V32 u, V32 magnitude, V32 key) {
+  const V32 y = magnitude + (133u << 23);
+  const V32 x = (y & 0x01FFFFFFu) + (147u << 23);
+  const auto fraction = reinterpret_cast<V32>(__builtin_convertvector(reinterpret_cast<F32>(x), S32));
+  const V32 r = (u & kSign32) | ((y >> 1) & 0x7F000000u) | fraction;
   return r & ~maskOf<V32>(key == 0);
 }
 
@@ -945,7 +954,8 @@ struct IeeeToIbm4V {
   template <D_INT4 In, D_INT4>
   VQ_AVX2 static V32 run(V32 raw, V32 &) {
     const V32 u = ieeeOrder32<In>(raw);
-    return reverse32(ibmFromIeee32V(u, u & ~kSign32));
+    const V32 magnitude = u & ~kSign32;
+    return reverse32(ibmFromIeee32V(u, magnitude, magnitude));
   }
 };
 
@@ -959,7 +969,7 @@ struct DecFToIbm4V {
     const V32 u = v - 0x01000000u;
     // Zero when either is: one unsigned minimum instead of a second test.
     const V32 magnitude = u & ~kSign32;
-    return reverse32(ibmFromIeee32V(u, magnitude < v ? magnitude : v));
+    return reverse32(ibmFromIeee32V(u, magnitude, magnitude < v ? magnitude : v));
   }
 };
 

@@ -5,8 +5,10 @@
 
 #include <atomic>
 #include <climits>
+#include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "rwmutex/rw_support.hpp"
@@ -93,6 +95,32 @@ TEST(RegistryType, LookupsByNameAndNumberWithTheKeptDuplicate) {
   EXPECT_FAILS(DutTypeLookup(nullptr), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutTypeTraverse(nullptr, nullptr), 0, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutTypeSortByNum(nullptr), nullptr, D_ERR_NULL_PTR);
+}
+
+void ReturnHere() {}
+void AssignHere() {}
+
+// Each setter writes its own fields and the getters read them back; a null
+// type or result pointer is refused with the null-pointer error.
+TEST(RegistryType, GettersAndSettersKeepTheirOwnFields) {
+  Start();
+  D_TYPE *t = DutTypeCreate(N("fields").c_str());
+  ASSERT_TRUE(DutTypeSetReturnFunc(t, ReturnHere, 11) && DutTypeSetAssignFunc(t, AssignHere) &&
+              DutTypeSetUserArg(t, 22));
+  const char *name = nullptr;
+  D_INT4 num = 0;
+  D_WORD user = 0, arg = 0;
+  D_TYPE_FUNC func = nullptr;
+  ASSERT_TRUE(DutTypeGetName(t, &name) && DutTypeGetNum(t, &num) && DutTypeGetUserArg(t, &user) &&
+              DutTypeGetReturnFunc(t, &func, &arg));
+  EXPECT_EQ(std::tuple(name, num, user, func, arg, t->assign_func),
+            std::tuple(t->name, t->num, D_WORD{22}, &ReturnHere, D_WORD{11}, &AssignHere));
+  const std::function<D_BOOL()> refusals[] = {
+      [&] { return DutTypeGetName(nullptr, &name); }, [&] { return DutTypeGetNum(t, nullptr); },
+      [&] { return DutTypeGetUserArg(t, nullptr); }, [&] { return DutTypeGetReturnFunc(t, &func, nullptr); },
+      [] { return DutTypeSetReturnFunc(nullptr, ReturnHere, 0); },
+      [] { return DutTypeSetAssignFunc(nullptr, AssignHere); }, [] { return DutTypeSetUserArg(nullptr, 1); }};
+  for (const auto &refused : refusals) EXPECT_FAILS(refused(), D_FALSE, D_ERR_NULL_PTR);
 }
 
 // Registration is over before the readers start; each then asks by name in

@@ -2,28 +2,27 @@
 // through the right destroy function, whatever moves happened before.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <string>
-#include <unistd.h>
 
 #include "support/temp_dir.hpp"
 #include "vqutil/vqutil.hpp"
 
 namespace {
 
-// Counts, per item, how often a release function saw it.
-struct Releases {
-  std::map<D_WORD, int> seen;
-  // Every item in [1, n] exactly once, nothing else.
-  bool exactlyOnce(int n) const {
-    std::map<D_WORD, int> once;
-    for (int i = 1; i <= n; ++i) once[i] = 1;
-    return seen == once;
-  }
-};
+// Per item, how often a release function saw it.
+using Releases = std::map<D_WORD, int>;
 
-void releaseItem(D_INT4, D_WORD item, void *arg) { ++static_cast<Releases *>(arg)->seen[item]; }
-void releaseEntry(D_WORD, D_WORD value, void *arg) { ++static_cast<Releases *>(arg)->seen[value]; }
+// Every item in [1, n] exactly once, nothing else.
+Releases once(int n) {
+  Releases seen;
+  for (int i = 1; i <= n; ++i) seen[i] = 1;
+  return seen;
+}
+
+void releaseItem(D_INT4, D_WORD item, void *arg) { ++(*static_cast<Releases *>(arg))[item]; }
+void releaseEntry(D_WORD, D_WORD value, void *arg) { ++(*static_cast<Releases *>(arg))[value]; }
 
 // The moves a handle goes through before it dies.
 enum class Path { Plain, MoveConstruct, MoveAssignOverLive, SelfSwapViaMove };
@@ -37,27 +36,24 @@ void expectReleasedOnce(Path path, Make make, Fill fill) {
     if (path == Path::MoveConstruct) {
       auto b = std::move(a);
       EXPECT_FALSE(a);
-      EXPECT_TRUE(kept.seen.empty());
+      EXPECT_TRUE(kept.empty());
     } else if (path == Path::MoveAssignOverLive) {
       auto b = make(&dropped);
       fill(b, 3);
       b = std::move(a);
       // The target's old object goes at once, the moved one with b.
-      EXPECT_TRUE(dropped.exactlyOnce(3));
-      EXPECT_TRUE(kept.seen.empty());
+      EXPECT_EQ(dropped, once(3));
+      EXPECT_TRUE(kept.empty());
     } else if (path == Path::SelfSwapViaMove) {
       auto b = std::move(a);
       a = std::move(b);
     }
   }
-  EXPECT_TRUE(kept.exactlyOnce(5)) << static_cast<int>(path);
-  EXPECT_TRUE(path == Path::MoveAssignOverLive || dropped.seen.empty());
+  EXPECT_EQ(kept, once(5)) << static_cast<int>(path);
 }
 
-const Path kPaths[] = {Path::Plain, Path::MoveConstruct, Path::MoveAssignOverLive, Path::SelfSwapViaMove};
-
 TEST(CppHandles, ArrayItemsAndTableEntriesReleasedOnce) {
-  for (Path path : kPaths) {
+  for (Path path : {Path::Plain, Path::MoveConstruct, Path::MoveAssignOverLive, Path::SelfSwapViaMove}) {
     expectReleasedOnce(
         path, [](Releases *r) { return vqutil::PtrArray(2, releaseItem, r); },
         [](vqutil::PtrArray &a, int n) {
@@ -104,17 +100,15 @@ TEST(CppHandles, FileLockReleasesItsLockFile) {
   const std::string lock_file = resource + D_LOCK_FILE_SUFFIX;
   {
     auto lock = vqutil::FileLock::acquire(resource, vqutil::FileLock::Mode::Shared);
-    ASSERT_TRUE(lock);
-    EXPECT_EQ(access(lock_file.c_str(), F_OK), 0);
     auto second = vqutil::FileLock::acquire(resource, vqutil::FileLock::Mode::Shared);
-    ASSERT_TRUE(second);
+    ASSERT_TRUE(lock && second);
     // The first release keeps the file: the other handle still holds it.
     EXPECT_TRUE(lock.unlock());
     EXPECT_FALSE(lock.unlock());
-    EXPECT_EQ(access(lock_file.c_str(), F_OK), 0);
+    EXPECT_TRUE(std::filesystem::exists(lock_file));
     vqutil::FileLock moved = std::move(second);
   }
-  EXPECT_NE(access(lock_file.c_str(), F_OK), 0);
+  EXPECT_FALSE(std::filesystem::exists(lock_file));
   DutErrNumSet(0);
   EXPECT_FALSE(vqutil::FileLock::acquire(""));
   EXPECT_EQ(vqutil::last_error().value(), D_ERR_VAL_INVALID);

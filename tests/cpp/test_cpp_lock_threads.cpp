@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <shared_mutex>
 #include <type_traits>
@@ -54,58 +55,46 @@ TEST(CppLockThreads, GuardsKeepACounterWhole) {
   guardedCounter(rw);
 }
 
-TEST(CppLockThreads, MutexTryLockFromAnotherThread) {
+// What `attempt` answers on another library thread, as its exit code.
+D_WORD elsewhere(const std::function<D_WORD()> &attempt) { return vqutil::Thread(attempt).join(); }
+
+// The try forms answer for everyone else: the mutex is recursive for its
+// holder only; readers held under shared_lock are in at once, and while
+// they are, another thread gets the read side only. (What a waiting writer
+// does to new readers is the lock's own business, tested with the
+// read-write mutex.)
+TEST(CppLockThreads, TryFormsOnAnotherThread) {
   DutInitThreads();
   vqutil::Mutex m;
   std::unique_lock<vqutil::Mutex> held(m);
-  // Recursive for its holder, refused to everyone else.
   EXPECT_TRUE(m.try_lock());
   m.unlock();
-  int other = -1;
-  D_INT4 error = 0;
-  vqutil::Thread([&] {
-    other = m.try_lock_for(20ms) ? 1 : 0;
-    error = DutErrNumGet();
-  }).join();
-  EXPECT_EQ(other, 0);
-  EXPECT_EQ(error, D_ERR_TIMEOUT_REACHED);
+  EXPECT_EQ(elsewhere([&] { return m.try_lock_for(20ms) ? 0 : DutErrNumGet(); }), D_ERR_TIMEOUT_REACHED);
   held.unlock();
-  vqutil::Thread([&] {
-    std::unique_lock<vqutil::Mutex> lock(m, std::try_to_lock);
-    other = lock.owns_lock() ? 1 : 0;
-  }).join();
-  EXPECT_EQ(other, 1);
-}
+  EXPECT_EQ(elsewhere([&] { return std::unique_lock<vqutil::Mutex>(m, std::try_to_lock).owns_lock(); }), 1);
 
-// The shared forms reach the read side: readers held under shared_lock are
-// in at once, and while they are, the try forms answer for both sides.
-// (What a waiting writer does to new readers is the lock's own business,
-// tested with the read-write mutex.)
-TEST(CppLockThreads, ReadersShareWritersExclude) {
   vqutil::RwMutex rw;
-  ASSERT_TRUE(rw);
+  auto tryBoth = [&] {  // 1: the write side, 2: the read side
+    return elsewhere([&] {
+      const int write = std::unique_lock<vqutil::RwMutex>(rw, std::try_to_lock).owns_lock();
+      return write + 2 * std::shared_lock<vqutil::RwMutex>(rw, std::try_to_lock).owns_lock();
+    });
+  };
   std::atomic<int> inside{0};
   std::atomic<bool> release{false};
-  std::vector<vqutil::Thread> readers;
-  for (int t = 0; t < 3; ++t) {
-    readers.emplace_back([&] {
-      std::shared_lock<vqutil::RwMutex> lock(rw);
-      ++inside;
-      waitUntil([&] { return release.load(); });
-    });
+  {
+    std::vector<vqutil::Thread> readers;
+    for (int t = 0; t < 3; ++t) {
+      readers.emplace_back([&] {
+        std::shared_lock<vqutil::RwMutex> lock(rw);
+        ++inside;
+        waitUntil([&] { return release.load(); });
+      });
+    }
+    EXPECT_TRUE(waitUntil([&] { return inside.load() == 3; }));
+    EXPECT_EQ(tryBoth(), 2) << "readers in: another reader only";
+    release = true;
   }
-  EXPECT_TRUE(waitUntil([&] { return inside.load() == 3; }));
-  int ok = 0;
-  auto tryBoth = [&] {
-    vqutil::Thread([&] {
-      ok = std::unique_lock<vqutil::RwMutex>(rw, std::try_to_lock).owns_lock() ? 1 : 0;
-      if (std::shared_lock<vqutil::RwMutex>(rw, std::try_to_lock).owns_lock()) ok += 2;
-    }).join();
-    return ok;
-  };
-  EXPECT_EQ(tryBoth(), 2) << "readers in: another reader only";
-  release = true;
-  readers.clear();
   EXPECT_EQ(tryBoth(), 3) << "free: both";
 }
 

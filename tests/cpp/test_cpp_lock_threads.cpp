@@ -73,7 +73,7 @@ TEST(CppLockThreads, TryFormsOnAnotherThread) {
   held.unlock();
   EXPECT_EQ(elsewhere([&] { return std::unique_lock<vqutil::Mutex>(m, std::try_to_lock).owns_lock(); }), 1);
 
-  vqutil::RwMutex rw;
+  vqutil::RwMutex rw = vqutil::check(vqutil::RwMutex());  // a new handle passed through
   auto tryBoth = [&] {  // 1: the write side, 2: the read side
     return elsewhere([&] {
       const int write = std::unique_lock<vqutil::RwMutex>(rw, std::try_to_lock).owns_lock();

@@ -2,9 +2,6 @@
 // and never called after their owner let go of them.
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <vector>
-
 #include "vqutil/vqutil.hpp"
 
 namespace {

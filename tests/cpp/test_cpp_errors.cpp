@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <string>
-#include <system_error>
 
 #include "vqutil/vqutil.hpp"
 

@@ -1,13 +1,8 @@
 // The library's locks under the standard guards, across library threads.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
-#include <functional>
 #include <mutex>
 #include <shared_mutex>
-#include <type_traits>
-#include <vector>
 
 #include "rwmutex/rw_support.hpp"
 #include "vqutil/vqutil.hpp"

@@ -12,9 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <functional>
-#include <string>
 
 #include "support/child_process.hpp"
 #include "support/output_capture.hpp"

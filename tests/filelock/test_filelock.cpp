@@ -41,8 +41,7 @@ class Child {
   }
   ~Child() {
     if (pid_ > 0 && ::kill(pid_, SIGKILL) == 0) ::waitpid(pid_, nullptr, 0);
-    ::close(fd_[0]);
-    ::close(fd_[1]);
+    for (const int fd : fd_) ::close(fd);
   }
   void say(int side, char what) { [[maybe_unused]] auto n = ::write(fd_[side], &what, 1); }
   // Whether the other side said `what` within the time.
@@ -53,8 +52,7 @@ class Child {
   }
   int exitCode() {
     int status = 0;
-    const bool exited = ::waitpid(pid_, &status, 0) == pid_ && WIFEXITED(status);
-    pid_ = -1;
+    const bool exited = ::waitpid(std::exchange(pid_, -1), &status, 0) > 0 && WIFEXITED(status);
     return exited ? WEXITSTATUS(status) : -1;
   }
 

@@ -77,19 +77,18 @@ TEST(CppLockThreads, TryFormsOnAnotherThread) {
   };
   std::atomic<int> inside{0};
   std::atomic<bool> release{false};
-  {
-    std::vector<vqutil::Thread> readers;
-    for (int t = 0; t < 3; ++t) {
-      readers.emplace_back([&] {
-        std::shared_lock<vqutil::RwMutex> lock(rw);
-        ++inside;
-        waitUntil([&] { return release.load(); });
-      });
-    }
-    EXPECT_TRUE(waitUntil([&] { return inside.load() == 3; }));
-    EXPECT_EQ(tryBoth(), 2) << "readers in: another reader only";
-    release = true;
+  std::vector<vqutil::Thread> readers;
+  for (int t = 0; t < 3; ++t) {
+    readers.emplace_back([&] {
+      std::shared_lock<vqutil::RwMutex> lock(rw);
+      ++inside;
+      waitUntil([&] { return release.load(); });
+    });
   }
+  EXPECT_TRUE(waitUntil([&] { return inside.load() == 3; }));
+  EXPECT_EQ(tryBoth(), 2) << "readers in: another reader only";
+  release = true;
+  readers.clear();  // joined
   EXPECT_EQ(tryBoth(), 3) << "free: both";
 }
 

@@ -123,8 +123,7 @@ TEST(RegistryTypeThreads, ReadersOnSeveralThreadsSeeOneRegistry) {
     return wrong;
   };
   EXPECT_EQ(mismatches(1, 1), 0);
-  rwtest::Threads readers(
-      4, [&](int t) { return mismatches(t, 20); }, true);
+  rwtest::Threads readers(4, [&](int t) { return mismatches(t, 20); }, true);
   for (D_WORD wrong : readers.join()) EXPECT_EQ(wrong, 0);
 }
 

@@ -473,6 +473,7 @@ template <D_UINT4 kType, bool kGrid>
   // The history buffer's span is measured otherwise: the full path.
   if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT | D_RING_HISTORY)) != 0) return false;
   if constexpr (kType == D_RING_TYPE_DOUBLE) {
+    // The slot's address read again by the store in place (see reread).
     if (*reread(cur->value.dp) == word) [[unlikely]] return true;
   } else {
     if (sameValue<kType>(kType, *cur, incoming<kType>(word))) [[unlikely]] return true;
@@ -522,9 +523,9 @@ template <D_UINT4 kType, bool kGrid>
   // time, left to the full path.
   const std::int64_t incr = micros(hdr->incr);
   const bool opens = newest + incr == next || (cur == hdr->start && last()->status == 0);
-  // Not marked rare: a value on the boundary is common (every whole second
-  // for quarter-second data), and in a cold block the compiler splits the
-  // new boundary with a division instead of a multiplication.
+  // On the boundary the grid moves first (refused before anything is
+  // stored). Taken on each side of the opening test, so that the test's
+  // answer need not be kept in a register across the step.
   auto boundaryStep = [&] { return when != next || (incr != 0 && gridAfter<kGrid>(hdr, when, next, incr)); };
   if (opens) [[unlikely]] {
     if (!boundaryStep()) return false;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "errors/debug_flags.hpp"
 #include "frame/check.hpp"
 #include "platform/os.hpp"
 #include "threads/process_lock.hpp"
@@ -20,6 +21,10 @@
 #include "vqutil/hash.h"
 #include "vqutil/output.h"
 #include "vqutil/thread.h"
+
+namespace vq {
+unsigned char utDebugFlags[D_DEBUG_FLAG_COUNT] = {};
+}  // namespace vq
 
 namespace {
 
@@ -140,7 +145,6 @@ D_INT4 utPerrorEnable = 1;
 D_INT4 utErrFeedback = 0;
 D_INT4 utErrSeverity = 0;
 D_INT4 utCheckOnly = 0;
-unsigned char utDebugFlags[D_DEBUG_FLAG_COUNT] = {};
 jmp_buf utDefaultErrorJumpBuffer;
 
 // Builds the table of texts on first use; the caller holds the lock.
@@ -410,7 +414,7 @@ D_EXPORT D_INT4 DutErrFeedbackGet(void) { return utErrFeedback; }
 D_EXPORT void DutErrSeveritySet(D_INT4 severity) { utErrSeverity = severity; }
 D_EXPORT D_INT4 DutErrSeverityGet(void) { return utErrSeverity; }
 D_EXPORT jmp_buf *DutErrGetJumpBufferPtr(void) { return &utDefaultErrorJumpBuffer; }
-D_EXPORT unsigned char *DutGetDebugFlags(void) { return utDebugFlags; }
+D_EXPORT unsigned char *DutGetDebugFlags(void) { return vq::utDebugFlags; }
 D_EXPORT void DutSetCheckOnly(D_INT4 check_only) { utCheckOnly = check_only; }
 D_EXPORT D_INT4 DutGetCheckOnly(void) { return utCheckOnly; }
 

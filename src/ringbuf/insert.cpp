@@ -316,9 +316,10 @@ template <bool kDivide>
 [[gnu::always_inline]] inline bool gridAfter(D_RING_HDR *hdr, std::int64_t when, std::int64_t next,
                                              std::int64_t incr) {
   BufferBlock *const block = blockOf(hdr);
+  // The origin first: fewer values are live while it is compared.
   const std::int64_t origin = startMicros();
   std::int64_t boundary = next + incr;
-  if (next != block->grid_next || incr != block->grid_incr || origin != block->grid_origin ||
+  if (origin != block->grid_origin || next != block->grid_next || incr != block->grid_incr ||
       when >= boundary) [[unlikely]] {
     if constexpr (!kDivide) return false;
     boundary = origin + incr * ((when - origin) / incr + 1);
@@ -443,6 +444,20 @@ inline void storeTime(void *to, std::uint64_t raw) { std::memcpy(to, &raw, sizeo
   return std::min(micros(*newest) - micros(*oldest), kLongest) >= micros(hdr->min_span);
 }
 
+// A field read again where it is used. Left to itself the compiler keeps
+// an earlier read in a register across the whole step, and the loop then
+// saves one more register on every archive; a second load from the cache
+// line the step has just read costs less. (The load is atomic only so that
+// the compiler does not merge it with the first.)
+template <class T>
+[[gnu::always_inline]] inline T reread(const T &field) {
+#if defined(__GNUC__)
+  return __atomic_load_n(&field, __ATOMIC_RELAXED);
+#else
+  return field;
+#endif
+}
+
 // One buffer's steady state in a quiet archive, with no call in it: a
 // later time into a buffer that repeats neither times nor values and will
 // not grow, landing in the newest increment or opening the next entry; a
@@ -457,12 +472,17 @@ template <D_UINT4 kType, bool kGrid>
   const D_UINT4 flags = hdr->flags;
   // The history buffer's span is measured otherwise: the full path.
   if (cur->status == 0 || (flags & (D_RING_VALUE_REPEAT | D_RING_TIME_REPEAT | D_RING_HISTORY)) != 0) return false;
-  if (sameValue<kType>(kType, *cur, incoming<kType>(word))) [[unlikely]] return true;
+  if constexpr (kType == D_RING_TYPE_DOUBLE) {
+    // The slot's address read again by the store in place (see reread).
+    if (*reread(cur->value.dp) == word) [[unlikely]] return true;
+  } else {
+    if (sameValue<kType>(kType, *cur, incoming<kType>(word))) [[unlikely]] return true;
+  }
   const std::int64_t newest = micros(*cur);
   if (when <= newest) return false;
   // The last slot, looked at only where it matters; most buffers in their
   // steady state are at the size limit and overwrite their newest entry.
-  auto last = [hdr] { return hdr->start + hdr->size - 1; };
+  auto last = [hdr] { return hdr->start + reread(hdr->size) - 1; };
   auto following = [hdr, cur, last] { return cur == last() ? hdr->start : cur + 1; };
   // A full growable buffer below the size limit may grow: the full path
   // decides, unless the entries alone show that it covers its span.
@@ -503,18 +523,18 @@ template <D_UINT4 kType, bool kGrid>
   // time, left to the full path.
   const std::int64_t incr = micros(hdr->incr);
   const bool opens = newest + incr == next || (cur == hdr->start && last()->status == 0);
-  // Not marked rare: a value on the boundary is common (every whole second
-  // for quarter-second data), and in a cold block the compiler splits the
-  // new boundary with a division instead of a multiplication.
-  if (when == next) {
-    if (incr == 0 || !gridAfter<kGrid>(hdr, when, next, incr)) return false;
-  }
+  // On the boundary the grid moves first (refused before anything is
+  // stored). Taken on each side of the opening test, so that the test's
+  // answer need not be kept in a register across the step.
+  auto boundaryStep = [&] { return when != next || (incr != 0 && gridAfter<kGrid>(hdr, when, next, incr)); };
   if (opens) [[unlikely]] {
+    if (!boundaryStep()) return false;
     D_RING_ENTRY *const target = following();
     put(target);
     hdr->current = target;
     return true;
   }
+  if (!boundaryStep()) return false;
   // In place: current stays.
   put(cur);
   return true;

@@ -11,6 +11,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "errors/debug_flags.hpp"
 #include "vqutil/error.h"
 #include "vqutil/ringbuf.h"
 #include "vqutil/time.h"
@@ -32,7 +33,15 @@ inline std::int64_t micros(const D_RING_ENTRY &e) { return static_cast<std::int6
   constexpr auto kFits = static_cast<std::uint64_t>(INT32_MAX) * kMicros + (kMicros - 1);
   if (static_cast<std::uint64_t>(m) <= kFits) [[likely]] {
     const auto u = static_cast<std::uint64_t>(m);
+#if defined(__SIZEOF_INT128__)
+    // The compiler's own multiply for u / kMicros, written out: in a block
+    // it deems cold it would divide instead, and the archive's grid steps
+    // are such blocks for it.
+    __extension__ using Wide = unsigned __int128;
+    const auto whole = static_cast<std::uint64_t>(static_cast<Wide>(u) * 0x431BDE82D7B634DBull >> 82);
+#else
     const auto whole = u / kMicros;
+#endif
     return D_TIME_VALUE{static_cast<D_INT4>(whole), static_cast<D_INT4>(u - whole * kMicros)};
   }
   std::int64_t s = m / kMicros;
@@ -79,8 +88,7 @@ inline bool timeKnown() { return utRingTimeKnown.load(std::memory_order_relaxed)
 
 // ---- Trace ----------------------------------------------------------------
 
-VQ_RING_LOCAL extern unsigned char *const utDebugFlags;
-inline bool tracing() { return utDebugFlags[D_DEBUG_RINGBUF] != 0; }
+inline bool tracing() { return vq::utDebugFlags[D_DEBUG_RINGBUF] != 0; }
 // The wall-time header, then the text, to the debug file.
 void trace(const char *format, ...) D_PRINTF_FORMAT(1, 2);
 // The header to the debug file, then the text as a warning.

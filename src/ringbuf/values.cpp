@@ -14,8 +14,6 @@
 
 namespace vq::ring {
 
-unsigned char *const utDebugFlags = DutGetDebugFlags();
-
 std::atomic<bool> utRingTimeKnown{false};
 
 bool timeKnownLocked() {

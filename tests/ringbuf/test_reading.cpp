@@ -1,5 +1,8 @@
 // The reading side: traversal contexts, maximum and minimum, changes,
 // the history buffer and the dumps.
+#include <cinttypes>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <tuple>
 
@@ -164,6 +167,97 @@ TEST_F(RingReading, DumpsAndPrintingLeaveTheTraversalWhereItWas) {
             "  at 0.000000: no value\n"
             "  at 2.000000: Time: 1.000000 Status: 2 Flag: 0 Value: 7\n");
   EXPECT_EQ(Steps(&ctx), (Pairs{{0, -1}, {2, 7}}));
+}
+
+// One value of each type: where DutRingValuePtr points, what an entry's
+// printing shows, and which entries DutRingEntriesEqual takes as equal.
+TEST_F(RingReading, ValuesOfEachTypeByPointerPrintingAndEquality) {
+  static int pointee = 0;
+  const D_INT4 i = -7;
+  const double d = 2.5;
+  const float f = 0.25F;
+  const D_UINT4 w = 4000000000U;
+  char hex[32];
+  std::snprintf(hex, sizeof hex, "%" PRIxPTR, reinterpret_cast<std::uintptr_t>(&pointee));
+  const struct {
+    D_UINT4 type;
+    const void *value;  // as the archive takes it (type 0: the pointer itself)
+    std::string text;   // as the printing shows it
+  } rows[] = {{D_RING_TYPE_VOID, &pointee, hex},          {D_RING_TYPE_INT, &i, "-7"},
+              {D_RING_TYPE_LONG, &i, "-7"},                {D_RING_TYPE_DOUBLE, &d, "2.5"},
+              {D_RING_TYPE_FLOAT, &f, "0.25"},             {D_RING_TYPE_WORD, &w, "4000000000"},
+              {D_RING_TYPE_STRING, "text", "\"text\""}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.type);
+    D_RING_BUF *ring = Make(row.type);
+    D_RING_HDR *hdr = Fixed(ring, 0.0, 4);
+    const D_TIME_VALUE t1 = S(1), t2 = S(2);
+    D_RING_ENTRY *first = DutRingArchiveValue(ring, &t1, row.value, 2, 0);
+    ASSERT_NE(first, nullptr);
+    // The same value again, by insertion: a second entry that equals the first.
+    D_RING_ENTRY *second = DutRingInsertValue(hdr, &t2, row.value, 2, 0);
+    ASSERT_NE(second, nullptr);
+    void *at = DutRingValuePtr(first, row.type);
+    switch (row.type) {
+      case D_RING_TYPE_VOID:
+        EXPECT_EQ(at, &pointee);
+        break;
+      case D_RING_TYPE_STRING:
+        EXPECT_STREQ(static_cast<char *>(at), "text");
+        break;
+      default:  // the stored value, wherever the entry keeps it
+        EXPECT_EQ(std::memcmp(at, row.value, row.type == D_RING_TYPE_DOUBLE ? sizeof d : sizeof i), 0);
+    }
+    OutputCapture capture;
+    ASSERT_EQ(DutRingPrintRbe(ring, first, Sink), D_TRUE);
+    EXPECT_EQ(capture.Take(), "Time: 1.000000 Status: 2 Flag: 0 Value: " + row.text + "\n");
+    EXPECT_EQ(DutRingEntriesEqual(hdr, first, second), D_TRUE);
+    D_RING_ENTRY outside = *first;
+    EXPECT_EQ(DutRingEntriesEqual(hdr, first, &outside), D_FALSE);
+    EXPECT_FAILS(DutRingEntriesEqual(nullptr, first, second), D_FALSE, D_ERR_NULL_PTR);
+  }
+  D_RING_BUF *ring = Make(D_RING_TYPE_INT);
+  D_RING_HDR *hdr = Fixed(ring, 0.0, 4);
+  D_RING_ENTRY *seven = Archive(ring, 1000000, 7), *eight = Archive(ring, 2000000, 8);
+  EXPECT_EQ(DutRingEntriesEqual(hdr, seven, eight), D_FALSE);
+  EXPECT_EQ(DutRingEntriesEqual(hdr, seven, seven), D_TRUE);
+  EXPECT_FAILS(DutRingValuePtr(seven, 3), nullptr, D_ERR_TYPE_INVALID);
+  EXPECT_FAILS(DutRingValuePtr(nullptr, D_RING_TYPE_INT), nullptr, D_ERR_NULL_PTR);
+  D_RING_ENTRY no_text{};
+  EXPECT_FAILS(DutRingValuePtr(&no_text, D_RING_TYPE_STRING), nullptr, D_ERR_EMPTY);
+}
+
+// The ring's own view: data, the current entry (the initial value while
+// the first buffer is empty), the spans of its largest and 0.0 buffers, and
+// a grown array that keeps the entries oldest first; clearing empties every
+// buffer.
+TEST_F(RingReading, RingQueriesFollowTheBuffersFromEmptyToGrownAndCleared) {
+  D_RING_BUF *ring = Make(D_RING_TYPE_DOUBLE, "queries");
+  D_TIME_VALUE span{9, 9};
+  EXPECT_EQ(std::tuple(DutRingBuffHasData(ring), DutRingMaxSpan(ring, &span), DutRingZeroSpan(ring)),
+            std::tuple(D_FALSE, D_FALSE, 0));
+  EXPECT_EQ(std::tuple(span.seconds, span.microseconds), std::tuple(0, 0));
+  D_RING_ENTRY *initial = Archive(ring, 500000, 1);
+  EXPECT_EQ(std::tuple(DutRingCurrentEntry(ring), DutRingBuffHasData(ring)), std::tuple(initial, D_FALSE));
+  // Each buffer added starts from the initial value (at 0.5 s).
+  D_RING_HDR *zero = Fixed(ring, 0.0, 3);
+  D_RING_HDR *coarse = Fixed(ring, 10.0, 3);
+  for (int s = 1; s <= 4; ++s) Archive(ring, s * 1000000LL, s);
+  EXPECT_EQ(std::tuple(DutRingBuffHasData(ring), DutRingCurrentEntry(ring), DutRingZeroSpan(ring)),
+            std::tuple(D_TRUE, zero->current, 3));
+  EXPECT_EQ(DutRingMaxSpan(ring, &span), D_TRUE);  // the coarse buffer: 0.5 s to 4 s
+  EXPECT_EQ(std::tuple(span.seconds, span.microseconds), std::tuple(3, 500000));
+  ASSERT_EQ(DutRingReallocArray(zero, 5), D_TRUE);
+  EXPECT_EQ(std::tuple(zero->size, zero->current), std::tuple(D_UINT2{5}, zero->start + 2));
+  EXPECT_EQ(Doubles(zero), (Pairs{{2000000, 2}, {3000000, 3}, {4000000, 4}}));
+  Archive(ring, 5000000, 5);
+  EXPECT_EQ(DutRingZeroSpan(ring), 4);
+  ASSERT_EQ(DutRingClear(ring), D_TRUE);
+  EXPECT_EQ(std::tuple(DutRingBuffHasData(ring), DutRingCurrentEntry(ring), Doubles(zero).size(), Doubles(coarse).size()),
+            std::tuple(D_FALSE, initial, size_t{0}, size_t{0}));
+  EXPECT_FAILS(DutRingClear(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutRingMaxSpan(ring, nullptr), D_FALSE, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutRingZeroSpan(nullptr), 0, D_ERR_NULL_PTR);
 }
 
 }  // namespace

@@ -706,7 +706,8 @@ D_EXPORT void DutCbPrint(D_CB *cb, D_PRINT_FUNC out) {
 D_EXPORT void DutCbPrintList(D_CB_LIST *list, D_PRINT_FUNC out) {
   if (nullArg(list) || nullArg(reinterpret_cast<void *>(out))) return;
   out("Cb List Dump of %" PRIxPTR " ", hexOf(list));
-  out("Owner: %" PRIxPTR ", Type: %ld\n", hexOf(list->owner), static_cast<long>(list->type != nullptr ? list->type->num : 0));
+  out("Owner: %" PRIxPTR ", Type: %ld\n", hexOf(list->owner),
+      static_cast<long>(list->type != nullptr ? list->type->num : 0));
   out("Current List has %ld entries:\n", static_cast<long>(count(list)));
   for (D_INT4 i = 0; i < count(list); ++i) {
     out("\t%ld - ", static_cast<long>(i + 1));

@@ -44,8 +44,8 @@ D_EXPORT void *DutMallocCheck(D_INT4 size, const char *name, const char *file, D
     return nullptr;
   }
   if (tracing()) {
-    DutDebug("D_MALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p), static_cast<long>(size), file,
-             static_cast<long>(line));
+    DutDebug("D_MALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p),
+             static_cast<long>(size), file, static_cast<long>(line));
   }
   return p;
 }
@@ -58,8 +58,8 @@ D_EXPORT void *DutCallocCheck(D_INT4 size, const char *name, const char *file, D
     return nullptr;
   }
   if (tracing()) {
-    DutDebug("D_CALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p), static_cast<long>(size), file,
-             static_cast<long>(line));
+    DutDebug("D_CALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p),
+             static_cast<long>(size), file, static_cast<long>(line));
   }
   return p;
 }
@@ -74,8 +74,8 @@ D_EXPORT void *DutReallocCheck(void *block, D_INT4 size, const char *name, const
     return nullptr;
   }
   if (tracing()) {
-    DutDebug("D_REALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p), static_cast<long>(size), file,
-             static_cast<long>(line));
+    DutDebug("D_REALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p),
+             static_cast<long>(size), file, static_cast<long>(line));
   }
   return p;
 }

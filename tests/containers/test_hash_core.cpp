@@ -413,7 +413,8 @@ TEST(HashTraceDeathTest, DebugFlagTwoTracesOperationsAndGrowth) {
         "entering DutHashDeleteBucket(" + h + ", zz)", "  key zz not found (returning NULL)",
         "  key zz not found (returning NULL)",
         "entering DutHashTraverse(" + h + ", " + Hex(StopAtOnce) + ", 0)",
-        "  calling func with \"" + key + "\"", "  returning value " + Hex(value), "entering DutHashDelete(" + h + ", a)",
+        "  calling func with \"" + key + "\"", "  returning value " + Hex(value),
+        "entering DutHashDelete(" + h + ", a)",
         "entering DutHashDeleteBucket(" + h + ", a)", "  hash table " + h + " now has 0 entries",
         "  returning bucket " + Hex(bucket), "*** Dumping Hash Table ***"};
     // Growth under the trace: the seventh insertion grows the table, which

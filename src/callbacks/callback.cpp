@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "frame/check.hpp"
+#include "frame/hex.hpp"
 #include "vqutil/error.h"
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
@@ -33,7 +34,7 @@ unsigned char *const kDebugFlags = DutGetDebugFlags();
 
 inline bool debugOn() { return kDebugFlags[D_DEBUG_CALLBACK] != 0; }
 
-inline unsigned long hex(const void *p) { return static_cast<unsigned long>(reinterpret_cast<D_UWORD>(p)); }
+using vq::hexOf;
 
 inline D_INT4 count(const D_CB_LIST *list) { return list->callbacks == nullptr ? 0 : D_GPA_COUNT(list->callbacks); }
 
@@ -694,18 +695,19 @@ D_EXPORT D_CB *DutQuitCbLookup(D_CB_FUNC func, D_WORD arg) {
 
 D_EXPORT void DutCbPrint(D_CB *cb, D_PRINT_FUNC out) {
   if (nullArg(cb) || nullArg(reinterpret_cast<void *>(out))) return;
-  out("Cb dump of %lx ", hex(cb));
-  out("Func: %lx, arg: %lx\n", hex(reinterpret_cast<void *>(cb->func)), static_cast<unsigned long>(cb->arg));
-  out("\tList: %lx, pri: %d ", hex(cb->list), static_cast<int>(cb->priority));
+  out("Cb dump of %" PRIxPTR " ", hexOf(cb));
+  out("Func: %" PRIxPTR ", arg: %" PRIxPTR "\n", hexOf(cb->func), hexOf(cb->arg));
+  out("\tList: %" PRIxPTR ", pri: %d ", hexOf(cb->list), static_cast<int>(cb->priority));
   D_CB_LIST *list = cb->list;
-  out("Owner: %lx, Type Num: %ld\n", hex(list != nullptr ? list->owner : nullptr),
+  out("Owner: %" PRIxPTR ", Type Num: %ld\n", hexOf(list != nullptr ? list->owner : nullptr),
       static_cast<long>(list != nullptr && list->type != nullptr ? list->type->num : 0));
 }
 
 D_EXPORT void DutCbPrintList(D_CB_LIST *list, D_PRINT_FUNC out) {
   if (nullArg(list) || nullArg(reinterpret_cast<void *>(out))) return;
-  out("Cb List Dump of %lx ", hex(list));
-  out("Owner: %lx, Type: %ld\n", hex(list->owner), static_cast<long>(list->type != nullptr ? list->type->num : 0));
+  out("Cb List Dump of %" PRIxPTR " ", hexOf(list));
+  out("Owner: %" PRIxPTR ", Type: %ld\n", hexOf(list->owner),
+      static_cast<long>(list->type != nullptr ? list->type->num : 0));
   out("Current List has %ld entries:\n", static_cast<long>(count(list)));
   for (D_INT4 i = 0; i < count(list); ++i) {
     out("\t%ld - ", static_cast<long>(i + 1));
@@ -718,7 +720,7 @@ D_EXPORT void DutCbPrintList(D_CB_LIST *list, D_PRINT_FUNC out) {
 
 D_EXPORT void DutCbPrintType(D_CB_TYPE *type, D_PRINT_FUNC out) {
   if (nullArg(type) || nullArg(reinterpret_cast<void *>(out))) return;
-  out("Callback Type Dump at %lx, Type Number: %ld\n", hex(type), static_cast<long>(type->num));
+  out("Callback Type Dump at %" PRIxPTR ", Type Number: %ld\n", hexOf(type), static_cast<long>(type->num));
   out("Callback type name: %s\n", type->name != nullptr ? type->name : "Unnamed");
   out("Global flag: ");
   switch (type->glob_flag) {

@@ -4,6 +4,7 @@
 // Each parse function reads its own arguments from the lexer; a failed
 // accept long-jumps to the parse of the line, so nothing here owns an
 // object with a destructor.
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -392,7 +393,7 @@ void parseStats(D_LEX *lexer) {
   char text[64];
   DutOut("Total accumulated CPU time: %s seconds\n", DutRealToStrCopy(cpu_ms * 0.001, text));
   DutOut("Total frames processed: %ld\n", static_cast<long>(frames));
-  DutOut("Current sbrk address: %lu\n", static_cast<unsigned long>(sbrk));
+  DutOut("Current sbrk address: %" PRIuPTR "\n", sbrk);
   DutProcessMutexLock();
   Stats last = utLastStats;
   utLastStats = Stats{cpu_ms, wall, frames, sbrk};

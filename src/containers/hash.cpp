@@ -14,6 +14,7 @@
 
 #include "containers/hash_internal.hpp"
 #include "frame/check.hpp"
+#include "frame/hex.hpp"
 #include "vqutil/error.h"
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
@@ -48,14 +49,7 @@ inline unsigned char *debugFlags() {
 inline bool tracing() { return debugFlags()[D_DEBUG_HASH] != 0; }
 inline bool memoryTracing() { return debugFlags()[D_DEBUG_MEMORY] != 0; }
 
-inline unsigned long hexOf(const void *p) {
-  return static_cast<unsigned long>(reinterpret_cast<D_UWORD>(p));
-}
-inline unsigned long hexOf(D_WORD w) { return static_cast<unsigned long>(static_cast<D_UWORD>(w)); }
-template <class F>
-inline unsigned long hexOfFunc(F f) {
-  return static_cast<unsigned long>(reinterpret_cast<D_UWORD>(f));
-}
+using vq::hexOf;
 
 // ---- Ready-made key kinds -------------------------------------------------
 
@@ -342,13 +336,13 @@ const char *printKey(const D_HASH_TABLE *t, D_WORD key) {
     DutStringCopy(&gPrintedKey, asString(key));
   } else {
     char text[32];
-    std::snprintf(text, sizeof text, "%ld", static_cast<long>(key));
+    std::snprintf(text, sizeof text, "%" PRIdPTR, key);
     DutStringCopy(&gPrintedKey, text);
   }
   return gPrintedKey;
 }
 
-// A debug line naming a table and a key: "...(%lx, %s)\n".
+// A debug line naming a table and a key: "...(%" PRIxPTR ", %s)\n".
 void traceTableKey(const char *format, const D_HASH_TABLE *t, D_WORD key) {
   DutProcessMutexLock();
   DutDebug(format, hexOf(t), printKey(t, key));
@@ -564,7 +558,7 @@ D_WORD *sortEntries(D_HASH_TABLE *t, D_INT4 *count, D_HASH_CMP_FUNC compare,
 // DutHashDeleteBucket's work, shared with DutHashDelete without a second
 // trip through the exported entry point.
 D_HASH_BUCKET *removeEntry(D_HASH_TABLE *table, D_WORD key, bool trace) {
-  if (trace) traceTableKey("entering DutHashDeleteBucket(%lx, %s)\n", table, key);
+  if (trace) traceTableKey("entering DutHashDeleteBucket(%" PRIxPTR ", %s)\n", table, key);
   if (table == nullptr) {
     DutErrNumSet(D_ERR_NULL_PTR);
     return nullptr;
@@ -586,12 +580,12 @@ D_HASH_BUCKET *removeEntry(D_HASH_TABLE *table, D_WORD key, bool trace) {
   forgetEntry(table, kind, place.index);
   --table->num_entries;
   if (trace) {
-    DutDebug("  hash table %lx now has %ld entries\n", hexOf(table),
+    DutDebug("  hash table %" PRIxPTR " now has %ld entries\n", hexOf(table),
              static_cast<long>(table->num_entries));
   }
   VQ_ASSERT(table->num_entries >= 0, "table->num_entries >= 0", kFile);
   if (trace) {
-    DutDebug("  returning bucket %lx\n", hexOf(bucket));
+    DutDebug("  returning bucket %" PRIxPTR "\n", hexOf(bucket));
     DutHashDump(table, DutDebug);
   }
   return bucket;
@@ -638,7 +632,7 @@ D_EXPORT D_HASH_TABLE *DutHashCreate(D_INT4 size, D_HASH_FUNC hash_func, D_HASH_
   if (wanted > 2147483647.0) wanted = 2147483647.0;
   table->size = DutRoundUpToPowerOf2(static_cast<D_INT4>(wanted));
   if (trace) {
-    DutDebug("  using %ld as initial size of hash table %lx\n", static_cast<long>(table->size),
+    DutDebug("  using %ld as initial size of hash table %" PRIxPTR "\n", static_cast<long>(table->size),
              hexOf(table));
   }
   table->max_entries = static_cast<D_INT4>(table->size * 0.75);
@@ -691,7 +685,7 @@ D_EXPORT D_WORD DutHashLookup(D_HASH_TABLE *table, D_WORD key) {
     DutErrNumSet(D_ERR_NULL_PTR);
     return 0;
   }
-  if (tracing()) traceTableKey("Entering DutHashLookup(%lx, %s)\n", table, key);
+  if (tracing()) traceTableKey("Entering DutHashLookup(%" PRIxPTR ", %s)\n", table, key);
   Place place = locate(table, key);
   if (place.link == nullptr) {
     DutErrNumSet(D_ERR_DOESNT_EXIST);
@@ -752,7 +746,7 @@ D_EXPORT void DutHashInsert(D_HASH_TABLE *table, D_WORD key, D_WORD value) {
   const bool trace = tracing();
   if (trace) {
     DutProcessMutexLock();
-    DutDebug("entering DutHashInsert(%lx, %s, %lx)\n", hexOf(table), printKey(table, key),
+    DutDebug("entering DutHashInsert(%" PRIxPTR ", %s, %" PRIxPTR ")\n", hexOf(table), printKey(table, key),
              hexOf(value));
     DutProcessMutexUnlock();
   }
@@ -798,7 +792,7 @@ D_EXPORT D_WORD DutHashReplace(D_HASH_TABLE *table, D_WORD key, D_WORD new_value
 D_EXPORT void DutHashResize(D_HASH_TABLE *table, D_INT4 size) {
   VQ_ASSERT(table != nullptr, "table != NULL", kFile);
   const bool trace = tracing();
-  if (trace) DutDebug("entering DutHashResize(%lx)\n", hexOf(table));
+  if (trace) DutDebug("entering DutHashResize(%" PRIxPTR ")\n", hexOf(table));
   if (table->size > size) return;
 
   D_HASH_TABLE *bigger_table = DutHashCreate(size, table->hash_func, table->test_func);
@@ -836,7 +830,7 @@ D_EXPORT D_HASH_BUCKET *DutHashDeleteBucket(D_HASH_TABLE *table, D_WORD key) {
 
 D_EXPORT D_WORD DutHashDelete(D_HASH_TABLE *table, D_WORD key) {
   const bool trace = tracing();
-  if (trace) traceTableKey("entering DutHashDelete(%lx, %s)\n", table, key);
+  if (trace) traceTableKey("entering DutHashDelete(%" PRIxPTR ", %s)\n", table, key);
   D_HASH_BUCKET *bucket = removeEntry(table, key, trace);
   if (bucket == nullptr) {
     if (trace) traceKeyNotFound(table, key);
@@ -853,7 +847,8 @@ D_EXPORT D_WORD DutHashDelete(D_HASH_TABLE *table, D_WORD key) {
 D_EXPORT D_WORD DutHashTraverse(D_HASH_TABLE *table, D_HASH_TRAV_FUNC func, void *arg) {
   const bool trace = tracing();
   if (trace) {
-    DutDebug("entering DutHashTraverse(%lx, %lx, %lx)\n", hexOf(table), hexOfFunc(func), hexOf(arg));
+    DutDebug("entering DutHashTraverse(%" PRIxPTR ", %" PRIxPTR ", %" PRIxPTR ")\n", hexOf(table), hexOf(func),
+             hexOf(arg));
   }
   if (table == nullptr || func == nullptr) {
     DutErrNumSet(D_ERR_NULL_PTR);
@@ -866,10 +861,10 @@ D_EXPORT D_WORD DutHashTraverse(D_HASH_TABLE *table, D_HASH_TRAV_FUNC func, void
   for (D_INT4 i = 0; i < table->size; ++i) {
     D_HASH_BUCKET *b = table->buckets[i];
     while (b != nullptr) {
-      if (trace) DutDebug("  calling func with \"%lx\"\n", hexOf(b->key));
+      if (trace) DutDebug("  calling func with \"%" PRIxPTR "\"\n", hexOf(b->key));
       D_WORD result = func(b->key, b->value, arg);
       if (result != 0) {
-        if (trace) DutDebug("  returning value %lx\n", hexOf(result));
+        if (trace) DutDebug("  returning value %" PRIxPTR "\n", hexOf(result));
         return result;
       }
       b = b->next;
@@ -948,7 +943,7 @@ D_EXPORT void DutHashDump(D_HASH_TABLE *table, D_PRINT_FUNC output) {
            static_cast<long>(DutListLength(table->buckets[i])));
     for (D_HASH_BUCKET *b = table->buckets[i]; b != nullptr; b = b->next) {
       VQ_ASSERT(output != nullptr, "output_func != NULL", kFile);
-      output("    %s\t%lx\n", printKey(table, b->key), hexOf(b->value));
+      output("    %s\t%" PRIxPTR "\n", printKey(table, b->key), hexOf(b->value));
     }
   }
   DutProcessMutexUnlock();

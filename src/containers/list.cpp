@@ -5,6 +5,7 @@
 #include "vqutil/list.h"
 
 #include "frame/check.hpp"
+#include "frame/hex.hpp"
 #include "vqutil/memory.h"
 #include "vqutil/output.h"
 
@@ -111,9 +112,7 @@ D_EXPORT D_INT4 DutListPos(void *front, void *node) {
     if (p == node) return pos;
   }
   // The second value is where the walk ended (always 0), not the head.
-  DutWarning("DutListPos: element %lx is not part of list %lx\n",
-             static_cast<unsigned long>(reinterpret_cast<D_UWORD>(node)),
-             static_cast<unsigned long>(reinterpret_cast<D_UWORD>(p)));
+  DutWarning("DutListPos: element %" PRIxPTR " is not part of list %" PRIxPTR "\n", vq::hexOf(node), vq::hexOf(p));
   return -1;
 }
 

@@ -9,6 +9,7 @@
 #include "files/file_options.hpp"
 #include "files/files_internal.hpp"
 #include "frame/check.hpp"
+#include "frame/hex.hpp"
 #include "platform/fs.hpp"
 #include "platform/os.hpp"
 #include "platform/signals.hpp"
@@ -263,8 +264,7 @@ D_EXPORT D_BOOL DutFlushFile(FILE *stream) {
 
 D_EXPORT D_BOOL DutCloseFile(FILE *stream) {
   if (tracing()) {
-    DutDebug("Entering DutCloseFile(%lx)\n",
-             static_cast<unsigned long>(reinterpret_cast<D_UWORD>(stream)));
+    DutDebug("Entering DutCloseFile(%" PRIxPTR ")\n", vq::hexOf(stream));
   }
   if (stream == nullptr) {
     DutErrNumSet(D_ERR_NULL_PTR);
@@ -320,7 +320,7 @@ D_EXPORT void DutFileExamine(void) {
     FileNode *n = nodeOf(p);
     std::fprintf(out, "File Name: <%s>\n", n->fname);
     std::fprintf(out, "File Mode: <%s>\n", n->mode);
-    std::fprintf(out, "File Ptr:  <%ld>\n", static_cast<long>(reinterpret_cast<D_WORD>(n->stream)));
+    std::fprintf(out, "File Ptr:  <%" PRIdPTR ">\n", vq::decimalOf(n->stream));
     std::fprintf(out, "File Desc: <%d>\n", vq::os::streamDescriptor(n->stream));
     std::fprintf(out, "Ref Count: <%ld>\n\n", static_cast<long>(n->ref_count));
   }
@@ -409,8 +409,7 @@ D_EXPORT FILE *DutViewFilePtr(FILE *stream) {
   vq::ProcessLock lock;
   FileNode *file_node = findByStream(stream);
   if (file_node == nullptr) {
-    DutWarning("DutViewFilePtr: could not find file %lx (fd %d).\n",
-               static_cast<unsigned long>(reinterpret_cast<D_UWORD>(stream)),
+    DutWarning("DutViewFilePtr: could not find file %" PRIxPTR " (fd %d).\n", vq::hexOf(stream),
                vq::os::streamDescriptor(stream));
     return stream;
   }

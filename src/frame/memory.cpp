@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "frame/check.hpp"
+#include "frame/hex.hpp"
 #include "threads/process_lock.hpp"
 #include "vqutil/error.h"
 #include "vqutil/output.h"
@@ -24,7 +25,7 @@ inline std::size_t requestSize(D_INT4 size) {
 
 inline bool tracing() { return DutGetDebugFlags()[D_DEBUG_MEMORY] != 0; }
 
-inline long addressOf(const void *p) { return static_cast<long>(reinterpret_cast<D_WORD>(p)); }
+using vq::decimalOf;
 
 }  // namespace
 
@@ -43,8 +44,8 @@ D_EXPORT void *DutMallocCheck(D_INT4 size, const char *name, const char *file, D
     return nullptr;
   }
   if (tracing()) {
-    DutDebug("D_MALLOC: %s (%ld): %ld bytes: file %s, line %ld\n", name, addressOf(p), static_cast<long>(size), file,
-             static_cast<long>(line));
+    DutDebug("D_MALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p),
+             static_cast<long>(size), file, static_cast<long>(line));
   }
   return p;
 }
@@ -57,8 +58,8 @@ D_EXPORT void *DutCallocCheck(D_INT4 size, const char *name, const char *file, D
     return nullptr;
   }
   if (tracing()) {
-    DutDebug("D_CALLOC: %s (%ld): %ld bytes: file %s, line %ld\n", name, addressOf(p), static_cast<long>(size), file,
-             static_cast<long>(line));
+    DutDebug("D_CALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p),
+             static_cast<long>(size), file, static_cast<long>(line));
   }
   return p;
 }
@@ -73,8 +74,8 @@ D_EXPORT void *DutReallocCheck(void *block, D_INT4 size, const char *name, const
     return nullptr;
   }
   if (tracing()) {
-    DutDebug("D_REALLOC: %s (%ld): %ld bytes: file %s, line %ld\n", name, addressOf(p), static_cast<long>(size), file,
-             static_cast<long>(line));
+    DutDebug("D_REALLOC: %s (%" PRIdPTR "): %ld bytes: file %s, line %ld\n", name, decimalOf(p),
+             static_cast<long>(size), file, static_cast<long>(line));
   }
   return p;
 }
@@ -82,7 +83,7 @@ D_EXPORT void *DutReallocCheck(void *block, D_INT4 size, const char *name, const
 D_EXPORT void DutFreeCheck(void *block, const char *name, const char *file, D_INT4 line) {
   VQ_EXPECT(block != nullptr, "(var) != NULL", kFile);
   if (tracing()) {
-    DutDebug("D_FREE: %s (%ld): file %s, line %ld\n", name, addressOf(block), file, static_cast<long>(line));
+    DutDebug("D_FREE: %s (%" PRIdPTR "): file %s, line %ld\n", name, decimalOf(block), file, static_cast<long>(line));
   }
   DutFree(block);
 }

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string>
 
+#include "frame/hex.hpp"
 #include "ringbuf/ring_internal.hpp"
 #include "vqutil/output.h"
 #include "vqutil/strutil.h"
@@ -17,7 +18,7 @@ std::string valueText(D_UINT4 type, const D_RING_ENTRY &e) {
   char text[64];
   switch (type) {
     case D_RING_TYPE_VOID:
-      std::snprintf(text, sizeof text, "%lx", static_cast<unsigned long>(reinterpret_cast<D_UWORD>(e.value.ptr)));
+      std::snprintf(text, sizeof text, "%" PRIxPTR, vq::hexOf(e.value.ptr));
       return text;
     case D_RING_TYPE_INT:
     case D_RING_TYPE_LONG:

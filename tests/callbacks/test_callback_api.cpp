@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cb_support.hpp"
+#include "support/address_text.hpp"
 
 namespace {
 
@@ -13,12 +14,7 @@ using namespace cbtest;
 using vqtest::Captured;
 using vqtest::OutputCapture;
 
-std::string hex(const void *p) {
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%lx", static_cast<unsigned long>(reinterpret_cast<D_UWORD>(p)));
-  return buf;
-}
-std::string hex(D_CB_FUNC f) { return hex(reinterpret_cast<void *>(f)); }
+using vqtest::Hex;
 
 void other(void *, void *, D_WORD) {}
 
@@ -145,13 +141,15 @@ TEST(QuitCallbacks, LookupBeforeAnyIsMissingThenGlobalOnly) {
 TEST(CallbackDumps, ExactTexts) {
   D_CB_TYPE *t = DutCbTypeCreate(7701, "dumped"), *u = DutCbTypeCreate(7702, nullptr);
   int owner = 0;
-  D_CB *a = DutCbTypeCbCreate(t, &owner, run, 0x10), *b = DutCbTypeCbCreate(t, &owner, other, 0x20);
+  // b's argument is wider than 32 bits where words have more: it must come out whole.
+  const D_WORD wide = vqtest::WideWord();
+  D_CB *a = DutCbTypeCbCreate(t, &owner, run, 0x10), *b = DutCbTypeCbCreate(t, &owner, other, wide);
   DutCbSetPriority(b, 3);
   D_CB_LIST *l = nullptr;
   ASSERT_EQ(DutCbTypeGetCbList(t, &owner, &l), D_TRUE);
-  auto cb_text = [&](D_CB *cb, D_CB_FUNC f, const char *arg, int pri) {
-    return "Cb dump of " + hex(cb) + " Func: " + hex(f) + ", arg: " + arg + "\n\tList: " + hex(l) +
-           ", pri: " + std::to_string(pri) + " Owner: " + hex(&owner) + ", Type Num: 7701\n";
+  auto cb_text = [&](D_CB *cb, D_CB_FUNC f, const std::string &arg, int pri) {
+    return "Cb dump of " + Hex(cb) + " Func: " + Hex(f) + ", arg: " + arg + "\n\tList: " + Hex(l) +
+           ", pri: " + std::to_string(pri) + " Owner: " + Hex(&owner) + ", Type Num: 7701\n";
   };
   auto dump = [](auto print, auto *what) {
     Captured().clear();
@@ -159,15 +157,15 @@ TEST(CallbackDumps, ExactTexts) {
     return Captured();
   };
   EXPECT_EQ(dump(DutCbPrint, a), cb_text(a, run, "10", 0));
-  EXPECT_EQ(dump(DutCbPrintList, l), "Cb List Dump of " + hex(l) + " Owner: " + hex(&owner) +
+  EXPECT_EQ(dump(DutCbPrintList, l), "Cb List Dump of " + Hex(l) + " Owner: " + Hex(&owner) +
                                          ", Type: 7701\nCurrent List has 2 entries:\n\t1 - " +
-                                         cb_text(b, other, "20", 3) + "\t2 - " + cb_text(a, run, "10", 0) +
+                                         cb_text(b, other, Hex(wide), 3) + "\t2 - " + cb_text(a, run, "10", 0) +
                                          "Start thresh 0, current thresh: 0 Active: NO\n");
-  EXPECT_EQ(dump(DutCbPrintType, t), "Callback Type Dump at " + hex(t) + ", Type Number: 7701\nCallback type name: " +
+  EXPECT_EQ(dump(DutCbPrintType, t), "Callback Type Dump at " + Hex(t) + ", Type Number: 7701\nCallback type name: " +
                                          "dumped\nGlobal flag: globals_ok indirect\n");
   DutCbTypeSetGlobFlag(u, 9);
   DutCbTypeSetLocalFlag(u, D_CB_LOCAL_DIRECT);
-  EXPECT_EQ(dump(DutCbPrintType, u), "Callback Type Dump at " + hex(u) +
+  EXPECT_EQ(dump(DutCbPrintType, u), "Callback Type Dump at " + Hex(u) +
                                          ", Type Number: 7702\nCallback type name: Unnamed\nGlobal flag: direct\n");
 
   D_CB_LIST *busy = DutCbListCreate(t, nullptr);

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/address_text.hpp"
 #include "support/child_process.hpp"
 #include "support/output_capture.hpp"
 #include "support/temp_dir.hpp"
@@ -290,12 +291,7 @@ using Words = std::vector<D_WORD>;
 
 std::string Real(double value) { return DutRealToStr(value); }
 
-std::string Hex(D_WORD w) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%lx", static_cast<unsigned long>(w));
-  return text;
-}
-std::string Hex(const void *p) { return Hex(reinterpret_cast<D_WORD>(p)); }
+using vqtest::Hex;
 
 // ---- Dump -------------------------------------------------------------------
 
@@ -400,7 +396,9 @@ TEST(HashTraceDeathTest, DebugFlagTwoTracesOperationsAndGrowth) {
     DutDebugOpen(path.c_str());
     DutGetDebugFlags()[D_DEBUG_HASH] = 1;
     D_HASH_TABLE *t = DutHashCreateStr(0);
-    DutHashInsert(t, Word("a"), 0x1f);
+    // A value wider than 32 bits, where words have more: it must come out whole.
+    const D_WORD value = vqtest::WideWord();
+    DutHashInsert(t, Word("a"), value);
     DutHashLookup(t, Word("a"));
     DutHashDelete(t, Word("zz"));
     DutHashTraverse(t, StopAtOnce, nullptr);
@@ -410,12 +408,13 @@ TEST(HashTraceDeathTest, DebugFlagTwoTracesOperationsAndGrowth) {
     const std::string h = Hex(t);
     const std::vector<std::string> expected{
         "entering DutHashCreate(0)", "  using 8 as initial size of hash table " + h,
-        "entering DutHashInsert(" + h + ", a, 1f)", "  hash table now has 1 entries",
+        "entering DutHashInsert(" + h + ", a, " + Hex(value) + ")", "  hash table now has 1 entries",
         "Entering DutHashLookup(" + h + ", a)", "entering DutHashDelete(" + h + ", zz)",
         "entering DutHashDeleteBucket(" + h + ", zz)", "  key zz not found (returning NULL)",
         "  key zz not found (returning NULL)",
-        "entering DutHashTraverse(" + h + ", " + Hex(reinterpret_cast<void *>(StopAtOnce)) + ", 0)",
-        "  calling func with \"" + key + "\"", "  returning value 1f", "entering DutHashDelete(" + h + ", a)",
+        "entering DutHashTraverse(" + h + ", " + Hex(StopAtOnce) + ", 0)",
+        "  calling func with \"" + key + "\"", "  returning value " + Hex(value),
+        "entering DutHashDelete(" + h + ", a)",
         "entering DutHashDeleteBucket(" + h + ", a)", "  hash table " + h + " now has 0 entries",
         "  returning bucket " + Hex(bucket), "*** Dumping Hash Table ***"};
     // Growth under the trace: the seventh insertion grows the table, which

@@ -11,6 +11,7 @@
 #include <tuple>
 #include <vector>
 
+#include "support/address_text.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
@@ -89,10 +90,8 @@ TEST(LinkedList, LengthEndPositionAndDelete) {
   Item stranger{&items[1], 99};  // even one that points into the list is not part of it
   vqtest::OutputCapture capture;
   EXPECT_EQ(DutListPos(head, &stranger), -1);
-  char address[32];
-  std::snprintf(address, sizeof address, "%lx", static_cast<unsigned long>(reinterpret_cast<D_UWORD>(&stranger)));
   // The second number is where the walk ended, always 0.
-  EXPECT_EQ(capture.Take(), std::string("WARNING: DutListPos: element ") + address + " is not part of list 0\n");
+  EXPECT_EQ(capture.Take(), "WARNING: DutListPos: element " + vqtest::Hex(&stranger) + " is not part of list 0\n");
   EXPECT_EQ(DutListDelete(Head(head), &stranger), nullptr);
   EXPECT_EQ(stranger.next, &items[1]);
   // The middle, the head, the tail and the last one.

@@ -25,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/address_text.hpp"
 #include "support/env_var.hpp"
 #include "support/option_value.hpp"
 #include "support/output_capture.hpp"
@@ -185,10 +186,8 @@ TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
   FILE *own = std::fopen("own.txt", "w");
   OutputCapture capture;
   EXPECT_EQ(DutViewFilePtr(own), own);
-  char expected[128];
-  std::snprintf(expected, sizeof expected, "WARNING: DutViewFilePtr: could not find file %lx (fd %d).\n",
-                reinterpret_cast<unsigned long>(own), fileno(own));
-  EXPECT_EQ(capture.Take(), expected);
+  EXPECT_EQ(capture.Take(), "WARNING: DutViewFilePtr: could not find file " + vqtest::Hex(own) + " (fd " +
+                                std::to_string(fileno(own)) + ").\n");
   std::fclose(own);
   WriteFile("r.txt", "");
   VQTEST_EXPECT_ASSERTION(DutViewFilePtr(DutOpenFile("r.txt", "r")),
@@ -377,7 +376,7 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
   DutFileExamine();
   auto entry = [](const char *name, const char *mode, FILE *s, int refs) {
     return std::string("File Name: <") + name + ">\nFile Mode: <" + mode + ">\nFile Ptr:  <" +
-           std::to_string(reinterpret_cast<long>(s)) + ">\nFile Desc: <" + std::to_string(fileno(s)) +
+           vqtest::Decimal(s) + ">\nFile Desc: <" + std::to_string(fileno(s)) +
            ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
   };
   const std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) +
@@ -594,10 +593,13 @@ TEST(OpenFiles, TracingWritesEntryLines) {
   WriteFile("t.txt", "");
   DutDebugOpen("trace");
   DutGetDebugFlags()[D_DEBUG_FILE] = 1;
-  DutCloseFile(DutOpenFile("t.txt", "r"));
+  FILE *stream = DutOpenFile("t.txt", "r");
+  DutCloseFile(stream);
   DutGetDebugFlags()[D_DEBUG_FILE] = 0;
   DutDebugClose();
-  EXPECT_NE(ReadFile("trace.dbg").find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos);
+  const std::string text = ReadFile("trace.dbg");
+  EXPECT_NE(text.find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Entering DutCloseFile(" + vqtest::Hex(stream) + ")\n"), std::string::npos) << text;
 }
 
 // Every function of the family refuses a null where it needs a pointer.

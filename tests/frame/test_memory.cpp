@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/address_text.hpp"
 #include "support/output_capture.hpp"
 #include "child.hpp"
 #include "vqutil/error.h"
@@ -21,9 +22,7 @@ using vqtest::ReadFile;
 using vqtest::RunClean;
 using vqtest::SetAllFour;
 
-std::string Address(const void *block) {
-  return std::to_string(static_cast<long>(reinterpret_cast<D_WORD>(block)));
-}
+using vqtest::Decimal;
 
 // Zero sizes give distinct, usable blocks; a zero-size reallocation never
 // frees. Calloc zeroes, realloc keeps the contents it can, and a null
@@ -63,18 +62,18 @@ TEST(MemoryChecked, TraceLinesOnlyWithTracingInTheExactFormatAndFreeingNull) {
     void *table = DutCallocCheck(100, "table->buckets", "hash.c", 200);
     void *grown = DutReallocCheck(node, 4000, "node", "x.c", 8);
     void *fresh = DutReallocCheck(nullptr, 10, "buf", "y.c", 9);
-    std::string expected = "D_MALLOC: node (" + Address(node) + "): 24 bytes: file x.c, line 7\n" +
-                           "D_CALLOC: table->buckets (" + Address(table) + "): 100 bytes: file hash.c, line 200\n" +
-                           "D_REALLOC: node (" + Address(grown) + "): 4000 bytes: file x.c, line 8\n" +
-                           "D_MALLOC: var (" + Address(fresh) + "): 10 bytes: file util.c, line 1854\n" +
-                           "D_FREE: node (" + Address(grown) + "): file x.c, line 9\n";
+    std::string expected = "D_MALLOC: node (" + Decimal(node) + "): 24 bytes: file x.c, line 7\n" +
+                           "D_CALLOC: table->buckets (" + Decimal(table) + "): 100 bytes: file hash.c, line 200\n" +
+                           "D_REALLOC: node (" + Decimal(grown) + "): 4000 bytes: file x.c, line 8\n" +
+                           "D_MALLOC: var (" + Decimal(fresh) + "): 10 bytes: file util.c, line 1854\n" +
+                           "D_FREE: node (" + Decimal(grown) + "): file x.c, line 9\n";
     DutFreeCheck(grown, "node", "x.c", 9);
     DutFree(fresh);
     DutFree(table);
     char *name_buffer = nullptr;
     const int line = __LINE__ + 1;
     D_MALLOC(name_buffer, 12);
-    const std::string address = Address(name_buffer);
+    const std::string address = Decimal(name_buffer);
     D_FREE(name_buffer);
     expected += "D_MALLOC: name_buffer (" + address + "): 12 bytes: file " + __FILE__ + ", line " +
                 std::to_string(line) + "\nD_FREE: name_buffer (" + address + "): file " + __FILE__ + ", line " +

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "ring_support.hpp"
+#include "support/address_text.hpp"
 #include "vqutil/option.h"
 
 namespace {
@@ -167,6 +168,17 @@ TEST_F(RingReading, DumpsAndPrintingLeaveTheTraversalWhereItWas) {
             "  at 0.000000: no value\n"
             "  at 2.000000: Time: 1.000000 Status: 2 Flag: 0 Value: 7\n");
   EXPECT_EQ(Steps(&ctx), (Pairs{{0, -1}, {2, 7}}));
+
+  // A pointer value comes out whole, in hex. The ring only keeps it (no
+  // free function), so one wider than 32 bits is safe on any heap layout.
+  D_RING_BUF *pointers = Make(D_RING_TYPE_VOID, "pointers");
+  D_RING_HDR *held = Fixed(pointers, 1.5, 2);
+  const D_TIME_VALUE at = T(1000000);
+  const void *wide = reinterpret_cast<const void *>(vqtest::WideWord());
+  ASSERT_NE(DutRingArchiveValue(pointers, &at, wide, 2, 0), nullptr);
+  ASSERT_EQ(DutRingDumpBuffer(held, Sink), D_TRUE);
+  EXPECT_EQ(capture.Take(), "Buffer dump: Name: pointers Min span: 0.000000, Incr: 1.500000, size: 2\n"
+                            "  [0] Time: 1.000000 Status: 2 Flag: 0 Value: " + vqtest::Hex(wide) + "\n");
 }
 
 // One value of each type: where DutRingValuePtr points, what an entry's

@@ -1,7 +1,5 @@
 // The reading side: traversal contexts, maximum and minimum, changes,
 // the history buffer and the dumps.
-#include <cinttypes>
-#include <cstdint>
 #include <cstring>
 #include <string>
 #include <tuple>
@@ -189,15 +187,16 @@ TEST_F(RingReading, ValuesOfEachTypeByPointerPrintingAndEquality) {
   const double d = 2.5;
   const float f = 0.25F;
   const D_UINT4 w = 4000000000U;
-  char hex[32];
-  std::snprintf(hex, sizeof hex, "%" PRIxPTR, reinterpret_cast<std::uintptr_t>(&pointee));
   const struct {
     D_UINT4 type;
     const void *value;  // as the archive takes it (type 0: the pointer itself)
     std::string text;   // as the printing shows it
-  } rows[] = {{D_RING_TYPE_VOID, &pointee, hex},          {D_RING_TYPE_INT, &i, "-7"},
-              {D_RING_TYPE_LONG, &i, "-7"},                {D_RING_TYPE_DOUBLE, &d, "2.5"},
-              {D_RING_TYPE_FLOAT, &f, "0.25"},             {D_RING_TYPE_WORD, &w, "4000000000"},
+  } rows[] = {{D_RING_TYPE_VOID, &pointee, vqtest::Hex(&pointee)},
+              {D_RING_TYPE_INT, &i, "-7"},
+              {D_RING_TYPE_LONG, &i, "-7"},
+              {D_RING_TYPE_DOUBLE, &d, "2.5"},
+              {D_RING_TYPE_FLOAT, &f, "0.25"},
+              {D_RING_TYPE_WORD, &w, "4000000000"},
               {D_RING_TYPE_STRING, "text", "\"text\""}};
   for (const auto &row : rows) {
     SCOPED_TRACE(row.type);

@@ -6,7 +6,9 @@
  * count. A name without a '.' gets the platform's extension (".so" on
  * POSIX, ".dll" on Windows) for loading; the table keeps the name as given,
  * so a module created by a bare name is not found again by that name and
- * is loaded a second time (kept deliberately).
+ * is loaded a second time (kept deliberately); the table keeps the first
+ * record and warns "DutHashInsert: key %s already exists in hash table.\n"
+ * about the second.
  *
  * Entry points a module may export (C linkage):
  *   int DptModuleInit(D_WORD arg);        non-zero: the module accepts

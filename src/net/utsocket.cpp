@@ -396,10 +396,10 @@ D_EXPORT D_INT4 DutSocketRecvTimeout(D_INT4 socket, void *buffer, D_INT4 length,
   DutWinStartWinsock();
   if (timed_out == nullptr) return noSocket(D_ERR_NULL_PTR);
   if (!receiveArguments(socket, buffer, length)) return -1;
+  *timed_out = 0;
   os::WaitTime time{};
   bool forever = false;
   if (!vq::net::waitTimeOf(timeout, &time, &forever)) return -1;
-  *timed_out = 0;
   char *bytes = static_cast<char *>(buffer);
   D_INT4 count = 0;
   while (count < length) {

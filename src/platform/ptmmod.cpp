@@ -82,9 +82,9 @@ D_EXPORT D_MODULE *DptModuleCreate(const char *name, D_WORD arg) {
   }
   DutProcessMutexLock();
   if (ptModuleTable == nullptr) ptModuleTable = DutHashCreateStr(kTableSize);
-  // An entry of the same name (a bare name created twice) keeps the first.
-  if (DutHashLookupBucket(ptModuleTable, reinterpret_cast<D_WORD>(mod->name)) == nullptr)
-    DutHashInsert(ptModuleTable, reinterpret_cast<D_WORD>(mod->name), reinterpret_cast<D_WORD>(mod));
+  // A bare name created twice is refused here as a duplicate (with the
+  // table's warning): the table keeps the first record.
+  DutHashInsert(ptModuleTable, reinterpret_cast<D_WORD>(mod->name), reinterpret_cast<D_WORD>(mod));
   DutProcessMutexUnlock();
   return mod;
 }

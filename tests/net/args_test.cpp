@@ -24,7 +24,7 @@ TEST(SocketArguments, RefusedWithClearErrorNumbers) {
   in_addr address{};
   sockaddr_in to{};
   char buf[8];
-  D_INT4 flag = 0, v = 0;
+  D_INT4 flag = 7, v = 0;  // cleared only once the arguments pass
   constexpr D_INT4 R = D_SOCKET_CHECK_READ, SMALL = D_ERR_VAL_TOO_SMALL, LARGE = D_ERR_VAL_TOO_LARGE,
                    NUL = D_ERR_NULL_PTR, BAD = D_ERR_VAL_INVALID;
   OutputCapture capture;
@@ -55,6 +55,7 @@ TEST(SocketArguments, RefusedWithClearErrorNumbers) {
   EXPECT_FAILS(DutSocketRecvTimeout(s, nullptr, 8, 0, 1.0, &flag), -1, NUL);
   EXPECT_FAILS(DutSocketRecvTimeout(s, buf, 0, 0, 1.0, &flag), -1, SMALL);
   EXPECT_FAILS(DutSocketRecvTimeout(s, buf, 8, 0, 1e12, &flag), -1, LARGE);
+  EXPECT_EQ(flag, 0);
   EXPECT_SOCKET_FAILURE(DutSocketRecvTimeout(closed, buf, 8, 0, -1.0, &flag), -1, 10009);
   EXPECT_SOCKET_FAILURE(DutSocketRecvTimeout(pipe_in, buf, 8, 0, -1.0, &flag), -1, 10038);
   EXPECT_FAILS(DutSocketRecvAll(s, nullptr, 8, 0), -1, NUL);

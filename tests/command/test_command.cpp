@@ -46,10 +46,12 @@ class Command : public ::testing::Test {
 // the maintenance commands' texts; here what they do, and help from a help
 // file of the test's own.
 TEST_F(Command, MaintenanceCommandsAndHelp) {
-  run("_debug_on 7");
-  EXPECT_EQ(DutGetDebugFlags()[7], 1);
+  run("_debug_on 7 ; _debug_off 263");
+  EXPECT_EQ(DutGetDebugFlags()[7], 1) << "a flag beyond the array changes no other";
   EXPECT_EQ(run("help echo") + run("help cd"), "usage: echo words\nno help available for cd\n");
   EXPECT_NE(run("alias").find("exit\tquit force\n"), std::string::npos) << "default aliases exist";
+  EXPECT_EQ(run("alias u unalias u ; u ; u"), "Alias u installed\nUnalias command executed for alias u\n"
+                                               "bad command <u> (type \"help\" for help)\n") << "removes itself";
   std::string all = run("help");
   EXPECT_EQ(all.rfind("Legal Commands Are:\n", 0), 0u);
   EXPECT_NE(all.find("echo words   synopsis\n"), std::string::npos);

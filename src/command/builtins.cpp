@@ -282,17 +282,20 @@ void parseCd(D_LEX *lexer) {
   const char *dir = nullptr;
   if (atEndOfCommand(lexer)) {
     dir = std::getenv("HOME");
-    if (dir == nullptr) DutOut("cd: cannot find HOME directory\n");
+    if (dir == nullptr) {
+      DutOut("cd: cannot find HOME directory\n");
+      dir = "";  // still tried, so that the failure reports why
+    }
   } else {
     DutLexAcceptFileName(lexer);
     dir = DutLexGetText(lexer);
   }
-  if (dir != nullptr && vq::os::changeDirectory(dir)) {
+  if (vq::os::changeDirectory(dir)) {
     DutCommandPrintFeedback("Current directory changed to %s\n", dir);
     return;
   }
   DutErrNumSetC(0);
-  DutPerror(dir != nullptr ? dir : "");
+  DutPerror(dir);
 }
 
 void parseEdit(D_LEX *lexer) {

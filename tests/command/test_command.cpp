@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -111,6 +112,9 @@ TEST_F(Command, CommandFilesAndStandardFiles) {
   std::ofstream(std_old) << "echo old std\n";
   std::ofstream(home_ / "local.cmd") << "echo old local\n";
   unsetenv("HOME");
+  errno = 0;  // the failed change reports its own error (the system's text), not an earlier one
+  const std::string cd = run("cd");
+  EXPECT_TRUE(cd.rfind("cd: cannot find HOME directory\n: ", 0) == 0 && cd.find("Error 0") == cd.npos) << cd;
   EXPECT_EQ(DutCommandParseStd("mod", (home_ / "local.cmd").string().c_str()), D_TRUE);
   EXPECT_EQ(capture_.Take(), "WARNING: Both old <" + std_old + "> and new <" + std_new +
                                  "> exist: please rename old one.\nnew std\nold local\n");

@@ -60,7 +60,10 @@ int readRaw(D_LEX *lexer) {
   }
   if (lexer->input_file == nullptr) return kEof;
   if (lexer->block_pos >= lexer->block_len) {
-    std::size_t n = std::fread(lexer->block, 1, sizeof lexer->block, lexer->input_file);
+    // The application may read the blocks itself (DutSetFileReadFunc).
+    D_FILE_READ_FUNC read = DutGetFileReadFunc();
+    std::size_t n = read != nullptr ? read(lexer->block, 1, sizeof lexer->block, lexer->input_file)
+                                    : std::fread(lexer->block, 1, sizeof lexer->block, lexer->input_file);
     lexer->block_len = static_cast<D_INT4>(n);
     lexer->block_pos = 0;
     if (n == 0) return kEof;

@@ -86,7 +86,8 @@ void parseSetopt(D_LEX *lexer) {
   else if (feedbackShown())  // formatting the value costs; skip it when silent
     DutCommandPrintFeedback("Option %s set to %s.\n", name, DutOptionValToStr(option));
   // Unread words are left where they are: they end the line.
-  if (!atEndOfCommand(lexer)) DutOut("setopt %s: too many arguments (stopped at %s)\n", name, DutLexGetTokenText(lexer));
+  if (!atEndOfCommand(lexer))
+    DutOut("setopt %s: too many arguments (stopped at %s)\n", name, DutLexGetTokenText(lexer));
 }
 
 void parseUnsetopt(D_LEX *lexer) {

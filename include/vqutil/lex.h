@@ -198,10 +198,11 @@ D_EXPORT D_BOOL DutLexAcceptPattern(D_LEX *lexer);
  * - DutLexAcceptSignedReal: an optional "+" or "-", then an unsigned number;
  *   "-" negates it.
  * - DutLexAcceptSignedInt: the same, refusing a value that is not a whole
- *   number ("ERROR: Expected: signed integer,  Found: signed real <%s>");
- *   the result is truncated to 32 bits.
+ *   number that 32 bits hold ("ERROR: Expected: signed integer,  Found:
+ *   signed real <%s>").
  * - DutLexAcceptUnsignedInt: an unsigned number with the same whole-number
- *   check and, deliberately, the same "signed integer" message.
+ *   check (0 to 4294967295) and, deliberately, the same "signed integer"
+ *   message.
  * - DutLexAcceptBool: the identifier "true" or "false" (any case) gives 1 or 0.
  * On a syntax error the error function runs and the lexer is destroyed; the
  * result is then 0. A caller whose error function returns (rather than

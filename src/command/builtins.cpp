@@ -74,18 +74,23 @@ void parseAlarm(D_LEX *lexer) {
   DutOut("alarm is not supported by Windows\n");
 }
 
+// The command never checked the number and still confirms any; a number
+// beyond the array changes nothing rather than another flag.
+void setDebugFlag(D_INT4 n, unsigned char on) {
+  if (n >= 0 && n < D_DEBUG_FLAG_COUNT) DutGetDebugFlags()[n] = on;
+}
+
 void parseDebugOn(D_LEX *lexer) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
   D_INT4 n = acceptInt(lexer);
-  // No range check, as the command always had; keep it inside the array.
-  DutGetDebugFlags()[static_cast<D_UINT4>(n) % D_DEBUG_FLAG_COUNT] = 1;
+  setDebugFlag(n, 1);
   DutCommandPrintFeedback("Debugging flag %ld turned on\n", static_cast<long>(n));
 }
 
 void parseDebugOff(D_LEX *lexer) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
   D_INT4 n = acceptInt(lexer);
-  DutGetDebugFlags()[static_cast<D_UINT4>(n) % D_DEBUG_FLAG_COUNT] = 0;
+  setDebugFlag(n, 0);
   DutCommandPrintFeedback("Debugging flag %ld turned off\n", static_cast<long>(n));
 }
 
@@ -277,17 +282,20 @@ void parseCd(D_LEX *lexer) {
   const char *dir = nullptr;
   if (atEndOfCommand(lexer)) {
     dir = std::getenv("HOME");
-    if (dir == nullptr) DutOut("cd: cannot find HOME directory\n");
+    if (dir == nullptr) {
+      DutOut("cd: cannot find HOME directory\n");
+      dir = "";  // still tried, so that the failure reports why
+    }
   } else {
     DutLexAcceptFileName(lexer);
     dir = DutLexGetText(lexer);
   }
-  if (dir != nullptr && vq::os::changeDirectory(dir)) {
+  if (vq::os::changeDirectory(dir)) {
     DutCommandPrintFeedback("Current directory changed to %s\n", dir);
     return;
   }
   DutErrNumSetC(0);
-  DutPerror(dir != nullptr ? dir : "");
+  DutPerror(dir);
 }
 
 void parseEdit(D_LEX *lexer) {

@@ -96,7 +96,7 @@ char *copyText(const char *text, const char *label) {
 // Expands an alias found for name: "value token rest", parsed in the mode
 // of the current line. The process lock taken for the lookup stays held
 // (one extra hold of the recursive lock), as the interpreter always did.
-void expandAlias(D_ALIAS *alias, D_LEX *lexer, D_INT4 control_msg) {
+void expandAlias(D_ALIAS *alias, const char *name, D_LEX *lexer, D_INT4 control_msg) {
   // "value token rest", put together directly: this runs for every line
   // that uses an alias.
   const char *parts[] = {alias->value, DutLexGetTokenText(lexer), vq::command::restOfInput(lexer)};
@@ -116,7 +116,10 @@ void expandAlias(D_ALIAS *alias, D_LEX *lexer, D_INT4 control_msg) {
     DutCommandParseStrInternal(line, control_msg);
   else
     DutCommandParseTypedStrInternal(line);
-  alias->in_use = 0;
+  // The expansion may have removed the alias (an alias that unaliases
+  // itself): clear the mark of whatever record the name has now.
+  alias = vq::command::aliasLookup(name);
+  if (alias != nullptr) alias->in_use = 0;
   DutFreeCheck(line, "new_command", kFile, __LINE__);
 }
 
@@ -143,7 +146,7 @@ void parseLine(const char *command_string, D_INT4 control_msg) {
     DutProcessMutexLock();
     D_ALIAS *alias = vq::command::aliasLookup(ctx.command_name);
     if (alias != nullptr && !alias->in_use) {
-      expandAlias(alias, lexer, control_msg);
+      expandAlias(alias, ctx.command_name, lexer, control_msg);
       DutLexDestroy(lexer);
       return;
     }

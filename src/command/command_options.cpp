@@ -85,10 +85,9 @@ void parseSetopt(D_LEX *lexer) {
     DutCommandPrintFeedback("Option %s set to UNKNOWN.\n", name);
   else if (feedbackShown())  // formatting the value costs; skip it when silent
     DutCommandPrintFeedback("Option %s set to %s.\n", name, DutOptionValToStr(option));
-  if (!atEndOfCommand(lexer)) {
+  // Unread words are left where they are: they end the line.
+  if (!atEndOfCommand(lexer))
     DutOut("setopt %s: too many arguments (stopped at %s)\n", name, DutLexGetTokenText(lexer));
-    skipCommand(lexer);
-  }
 }
 
 void parseUnsetopt(D_LEX *lexer) {

@@ -60,7 +60,10 @@ int readRaw(D_LEX *lexer) {
   }
   if (lexer->input_file == nullptr) return kEof;
   if (lexer->block_pos >= lexer->block_len) {
-    std::size_t n = std::fread(lexer->block, 1, sizeof lexer->block, lexer->input_file);
+    // The application may read the blocks itself (DutSetFileReadFunc).
+    D_FILE_READ_FUNC read = DutGetFileReadFunc();
+    std::size_t n = read != nullptr ? read(lexer->block, 1, sizeof lexer->block, lexer->input_file)
+                                    : std::fread(lexer->block, 1, sizeof lexer->block, lexer->input_file);
     lexer->block_len = static_cast<D_INT4>(n);
     lexer->block_pos = 0;
     if (n == 0) return kEof;
@@ -503,15 +506,16 @@ bool readSign(D_LEX *lexer, bool *negative) {
   return true;
 }
 
-bool isWhole32(double v) {
-  if (!(v >= -2147483648.0 && v <= 2147483647.0)) return false;
-  return static_cast<double>(static_cast<D_INT4>(v)) == v;
+// A whole number that the signed or the unsigned 32-bit result can hold.
+bool isWhole32(double v, bool is_unsigned) {
+  if (is_unsigned ? !(v >= 0.0 && v <= 4294967295.0) : !(v >= -2147483648.0 && v <= 2147483647.0)) return false;
+  return std::trunc(v) == v;
 }
 
-bool wholeNumber(D_LEX *lexer, bool negative, D_REAL8 *value) {
+bool wholeNumber(D_LEX *lexer, bool negative, D_REAL8 *value, bool is_unsigned = false) {
   if (lexer->token != D_TOK_UNSIGNED_NUMBER) return expected(lexer, D_TOK_UNSIGNED_NUMBER);
   double v = negative ? -lexer->value : lexer->value;
-  if (!isWhole32(v)) {
+  if (!isWhole32(v, is_unsigned)) {
     DutLexError(lexer, "ERROR: Expected: signed integer,  Found: signed real <%s>", lexer->token_str);
     return false;
   }
@@ -560,9 +564,12 @@ bool endsFileName(D_INT4 token) {
 bool endsSlot(D_INT4 token) { return !(token >= D_TOK_IDENTIFIER || token == D_TOK_DOT); }
 
 bool acceptSlot(D_LEX *lexer, bool alias_ok) {
-  if (lexer->token != D_TOK_DOT && lexer->token < D_TOK_IDENTIFIER) return expected(lexer, D_TOK_IDENTIFIER);
   char found[128];
   DutLexTokenToString(lexer->token, found);
+  if (lexer->token != D_TOK_DOT && lexer->token < D_TOK_IDENTIFIER) {
+    DutLexError(lexer, "ERROR: Expected: slot name,  Found: %s <%s>", found, lexer->token_str);
+    return false;
+  }
   bool alive = true;
   collectAdjacent(lexer, endsSlot, &lexer->accepted_text, &alive);
   if (!alive) return false;
@@ -865,8 +872,8 @@ D_EXPORT D_INT4 DutLexAcceptSignedInt(D_LEX *lexer) {
 D_EXPORT D_UINT4 DutLexAcceptUnsignedInt(D_LEX *lexer) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
   D_REAL8 v = 0;
-  if (!wholeNumber(lexer, false, &v)) return 0;
-  return static_cast<D_UINT4>(static_cast<D_INT4>(v));
+  if (!wholeNumber(lexer, false, &v, true)) return 0;
+  return static_cast<D_UINT4>(v);
 }
 
 D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer) {
@@ -877,9 +884,8 @@ D_EXPORT D_BOOL DutLexAcceptBool(D_LEX *lexer) {
     if (DutStrCmpi(lexer->token_str, "false") == 0) result = 0;
   }
   if (result < 0) {
-    char found[128];
-    DutLexTokenToString(lexer->token, found);
-    DutLexError(lexer, "ERROR: Expected: boolean constant,  Found: %s <%s>", found, lexer->token_str);
+    // The found kind is always named an identifier, whatever the token was.
+    DutLexError(lexer, "ERROR: Expected: boolean constant,  Found: <identifier> <%s>", lexer->token_str);
     return D_FALSE;
   }
   if (!acceptCurrent(lexer)) return D_FALSE;

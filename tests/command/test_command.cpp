@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -46,10 +47,12 @@ class Command : public ::testing::Test {
 // the maintenance commands' texts; here what they do, and help from a help
 // file of the test's own.
 TEST_F(Command, MaintenanceCommandsAndHelp) {
-  run("_debug_on 7");
-  EXPECT_EQ(DutGetDebugFlags()[7], 1);
+  run("_debug_on 7 ; _debug_off 263");
+  EXPECT_EQ(DutGetDebugFlags()[7], 1) << "a flag beyond the array changes no other";
   EXPECT_EQ(run("help echo") + run("help cd"), "usage: echo words\nno help available for cd\n");
   EXPECT_NE(run("alias").find("exit\tquit force\n"), std::string::npos) << "default aliases exist";
+  EXPECT_EQ(run("alias u unalias u ; u ; u"), "Alias u installed\nUnalias command executed for alias u\n"
+                                               "bad command <u> (type \"help\" for help)\n") << "removes itself";
   std::string all = run("help");
   EXPECT_EQ(all.rfind("Legal Commands Are:\n", 0), 0u);
   EXPECT_NE(all.find("echo words   synopsis\n"), std::string::npos);
@@ -109,6 +112,9 @@ TEST_F(Command, CommandFilesAndStandardFiles) {
   std::ofstream(std_old) << "echo old std\n";
   std::ofstream(home_ / "local.cmd") << "echo old local\n";
   unsetenv("HOME");
+  errno = 0;  // the failed change reports its own error (the system's text), not an earlier one
+  const std::string cd = run("cd");
+  EXPECT_TRUE(cd.rfind("cd: cannot find HOME directory\n: ", 0) == 0 && cd.find("Error 0") == cd.npos) << cd;
   EXPECT_EQ(DutCommandParseStd("mod", (home_ / "local.cmd").string().c_str()), D_TRUE);
   EXPECT_EQ(capture_.Take(), "WARNING: Both old <" + std_old + "> and new <" + std_new +
                                  "> exist: please rename old one.\nnew std\nold local\n");

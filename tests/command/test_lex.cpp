@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/output_capture.hpp"
+#include "vqutil/file.h"
 #include "vqutil/lex.h"
 
 namespace {
@@ -261,7 +262,9 @@ TEST(LexAccept, RefusalsNameWhatWasExpectedAndFound) {
       {"-3", unsigned_int, "ERROR: Expected: <unsigned numeric constant>,  Found: - <->"},
       {"9.5", unsigned_int, "ERROR: Expected: signed integer,  Found: signed real <9.5>"},
       {"yes", DutLexAcceptBool, "ERROR: Expected: boolean constant,  Found: <identifier> <yes>"},
+      {"1", DutLexAcceptBool, "ERROR: Expected: boolean constant,  Found: <identifier> <1>"},
       {";", DutLexAcceptFileName, "ERROR: Expected: flexible string,  Found: ; <;>"},
+      {"42", DutLexAcceptSlot, "ERROR: Expected: slot name,  Found: <unsigned numeric constant> <42>"},
       {".a.b", DutLexAcceptSlot, "ERROR: slot name <.a.b> cannot start with a dot"},
       {"a.b.", DutLexAcceptSlot, "ERROR: slot name <a.b.> cannot end with a dot"},
       {"abc", DutLexAcceptSlot, "ERROR: slot name <abc> does not contain any dots"},
@@ -285,12 +288,18 @@ TEST(LexFile, BlocksPositionAndTheLongJumpFunction) {
   // Identifiers straddle the 512-byte block boundary.
   std::string text;
   for (int i = 0; i < 300; ++i) text += "word" + std::to_string(i) + (i % 10 == 9 ? "\n" : " ");
+  // The blocks come through the application's read function (one call per
+  // block, and one that finds the end).
+  static std::size_t blocks = 0;
+  DutSetFileReadFunc([](void *b, std::size_t s, std::size_t n, FILE *f) { return ++blocks, std::fread(b, s, n, f); });
   D_LEX *lexer = DutLexCreate(D_LEX_ATT_FILE_NAME, write("input.txt", text).c_str(), 0);
   for (int i = 0; i < 300 && DutLexGetToken(lexer) == D_TOK_IDENTIFIER; ++i) {
     ASSERT_EQ(std::string(DutLexGetTokenText(lexer)), "word" + std::to_string(i));
     DutLexAcceptId(lexer);
   }
-  EXPECT_TRUE(DutLexGetToken(lexer) == D_TOK_EOF && D_GLEX_LINE_NUM(lexer) == 31);
+  DutSetFileReadFunc(nullptr);
+  EXPECT_TRUE(DutLexGetToken(lexer) == D_TOK_EOF && D_GLEX_LINE_NUM(lexer) == 31 &&
+              blocks == (text.size() + D_LEX_BLOCK_SIZE - 1) / D_LEX_BLOCK_SIZE + 1);
   DutLexDestroy(lexer);
   // The position counts only consumed characters: the current token def
   // was read up to the blank after it.

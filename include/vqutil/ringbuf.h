@@ -289,8 +289,9 @@ D_EXPORT D_RING_HDR *DutRingAddBuffer(D_RING_BUF *ring, const D_TIME_VALUE *min_
                                       const D_TIME_VALUE *incr, D_INT4 size);
 /** Adds a fixed buffer (held within 2..65535 entries) or grows the fixed one
  * with this increment; a growable one of that increment gives the "Fixed
- * size mismatch" warning and null. A new fixed buffer is made and started
- * exactly as a new growable one. */
+ * size mismatch" warning and null. A new fixed buffer is made as a new
+ * growable one but starts empty: the ring's value reaches it with the next
+ * archive. */
 D_EXPORT D_RING_HDR *DutRingAddFixedBuffer(D_RING_BUF *ring, D_INT4 size, const D_TIME_VALUE *incr);
 /** The buffer whose increment equals incr exactly; null with
  * D_ERR_DOESNT_EXIST when there is none. */
@@ -320,7 +321,8 @@ D_EXPORT D_BOOL DutRingAllocateArray(D_RING_HDR *buffer, D_INT4 size);
  *   - Empty buffer: the value goes into the current slot and slot 0 becomes
  *     current, whatever slot was current. A new or cleared buffer's current
  *     slot is its last, so its first value lands there, slot 0 stays empty,
- *     and the next insertion takes this path again (deliberate).
+ *     and the next insertion takes this path again (deliberate). The
+ *     increment grid is left as it was.
  *   - A time after the newest entry's: as DutRingArchiveValue for one
  *     buffer.
  *   - A time at or before the newest: with time repeat off, an entry with

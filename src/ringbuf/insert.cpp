@@ -739,11 +739,11 @@ D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE
   D_RING_ENTRY *cur = buffer->current;
   if (cur->status == 0) {
     // Into the current slot, then slot 0 is current: a new buffer's first
-    // value thus lands in its last slot.
+    // value thus lands in its last slot. Unlike the archive's empty case,
+    // the grid stays as it was.
     storeValue(buffer, cur, *time, in, status, flag);
     if (cur != buffer->start) buffer->flags |= D_RING_HOLES;
     buffer->current = buffer->start;
-    setGrid(buffer, *time);
     return cur;
   }
   if (micros(*time) > micros(*cur)) return insertNewer(buffer, *time, in, status, flag);

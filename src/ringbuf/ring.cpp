@@ -2,6 +2,7 @@
 // flags, clearing, destruction and the overwrite callbacks.
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "frame/check.hpp"
@@ -9,7 +10,6 @@
 #include "threads/process_lock.hpp"
 #include "vqutil/memory.h"
 #include "vqutil/output.h"
-#include "vqutil/strutil.h"
 
 namespace vq::ring {
 
@@ -94,13 +94,14 @@ D_RING_HDR *createHeader(D_RING_BUF *ring, D_TIME_VALUE min_span, const D_TIME_V
   return hdr;
 }
 
-// Links a new buffer and starts it with the value the ring holds.
+// Links a new buffer; a growable one starts with the value the ring holds,
+// a fixed one waits for the next archive.
 D_RING_HDR *addNew(D_RING_BUF *ring, const D_TIME_VALUE &min_span, const D_TIME_VALUE &incr, D_INT4 size,
                    D_UINT4 flags) {
   D_RING_ENTRY data{};
   Incoming value;
   std::string text;
-  const bool has_data = currentData(ring, &data, &value, &text);
+  const bool has_data = (flags & D_RING_FIXED) == 0 && currentData(ring, &data, &value, &text);
   D_RING_HDR *hdr = createHeader(ring, min_span, incr, size, flags);
   if (hdr != nullptr && has_data) {
     archive(ring, D_TIME_VALUE{data.sec, data.usec}, value, data.status, data.flag);
@@ -170,7 +171,11 @@ D_EXPORT D_RING_BUF *DutRingCreate(D_UINT4 type, const char *name) {
   D_RING_BUF *ring = &block->ring;
   DutDqOpen(&ring->buffers);
   ring->type = type;
-  if (name != nullptr) DutStringCopy(&ring->name, name);
+  if (name != nullptr) {
+    const std::size_t bytes = std::strlen(name) + 1;
+    ring->name = static_cast<char *>(DutMallocCheck(static_cast<D_INT4>(bytes), "(rb->name)", kFile, __LINE__));
+    std::memcpy(ring->name, name, bytes);
+  }
   return ring;
 }
 

@@ -72,49 +72,51 @@ typedef int (*D_QUEUE_CMP_FUNC)(void *a, void *b);
 
 D_BEGIN_DECLS
 
-/* ---- Intrusive stack and list: head is the address of the caller's head */
+/* ---- Intrusive stack and list: head is the address of the caller's head
+ * pointer, whatever its node type (a hash chain head, &table->buckets[i],
+ * is one), so it is passed untyped -------------------------------------- */
 
 /** Pushes node on the stack. */
-D_EXPORT void DutStackPush(void **head, void *node);
+D_EXPORT void DutStackPush(void *head, void *node);
 /** Unlinks and returns the top node; null when the stack is empty. */
-D_EXPORT void *DutStackPop(void **head);
+D_EXPORT void *DutStackPop(void *head);
 /** Frees every node with the checked free and empties the stack. */
-D_EXPORT void DutStackClose(void **head);
+D_EXPORT void DutStackClose(void *head);
 /** The number of nodes from list on. */
 D_EXPORT D_INT4 DutListLength(void *list);
 /** Unlinks node and returns it; null when it is not in the list. */
-D_EXPORT void *DutListDelete(void **head, void *node);
+D_EXPORT void *DutListDelete(void *head, void *node);
 /** Calls func(node, arg) on each node in order; a non-null result unlinks
  * the node (func may free it). Returns the last result. */
-D_EXPORT void *DutListTravDel(void **head, D_LIST_TRAV_FUNC func, void *arg);
+D_EXPORT void *DutListTravDel(void *head, D_LIST_TRAV_FUNC func, void *arg);
 /** The last node of the list; null for an empty list. */
 D_EXPORT void *DutListEnd(void *list);
 /** 0-based position; -1 with a warning when the node is not in the list. */
 D_EXPORT D_INT4 DutListPos(void *front, void *node);
 
 /* ---- Intrusive queue: front and rear are the addresses of the caller's
- * two pointers ------------------------------------------------------------ */
+ * two pointers, untyped as the stack's head --------------------------------- */
 
 /** Links node at the rear. */
-D_EXPORT void DutQueueAppend(void **front, void **rear, void *node);
+D_EXPORT void DutQueueAppend(void *front, void *rear, void *node);
 /** Links node at the front. */
-D_EXPORT void DutQueuePush(void **front, void **rear, void *node);
+D_EXPORT void DutQueuePush(void *front, void *rear, void *node);
 /** Unlinks and returns the front node; null when the queue is empty. */
-D_EXPORT void *DutQueuePop(void **front, void **rear);
+D_EXPORT void *DutQueuePop(void *front, void *rear);
 /** Links node right after the node `after`. */
-D_EXPORT void DutQueueRightInsert(void **front, void **rear, void *node, void *after);
+D_EXPORT void DutQueueRightInsert(void *front, void *rear, void *node, void *after);
 /** Unlinks the node after `after`. Detaching the last node leaves *rear
  * pointing at it (callers that detach the rear repair it). */
-D_EXPORT void *DutQueueRightDetach(void **front, void **rear, void *after);
+D_EXPORT void *DutQueueRightDetach(void *front, void *rear, void *after);
 /** The front node if compare(front, key); otherwise the left neighbour of
  * the first match; null when none matches. */
-D_EXPORT void *DutQueueLeftFind(void **front, void **rear, void *key, D_QUEUE_CMP_FUNC compare);
+D_EXPORT void *DutQueueLeftFind(void *front, void *rear, void *key, D_QUEUE_CMP_FUNC compare);
 /** Stable ordered insertion before the first n with compare(node, n). */
-D_EXPORT void DutQueueInsert(void **front, void **rear, void *node, D_QUEUE_CMP_FUNC compare);
+D_EXPORT void DutQueueInsert(void *front, void *rear, void *node, D_QUEUE_CMP_FUNC compare);
 /** Unlinks node and returns it; null when it is not in the queue. */
-D_EXPORT void *DutQueueDelete(void **front, void **rear, void *node);
+D_EXPORT void *DutQueueDelete(void *front, void *rear, void *node);
 /** Frees every node with the checked free and empties the queue. */
-D_EXPORT void DutQueueClose(void **front, void **rear);
+D_EXPORT void DutQueueClose(void *front, void *rear);
 
 /* ---- Circular deque with a sentinel header allocated by DutDqOpen ------- */
 

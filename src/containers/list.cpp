@@ -18,6 +18,8 @@ constexpr const char *kPtrQueueFile = "ptrqueue.c";
 
 inline D_SLIST_NODE *asLink(void *node) { return static_cast<D_SLIST_NODE *>(node); }
 inline D_DQ_NODE *asDq(void *node) { return static_cast<D_DQ_NODE *>(node); }
+// The address of a caller's head, front or rear pointer, of any node type.
+inline void **holder(void *address) { return static_cast<void **>(address); }
 
 }  // namespace
 
@@ -25,14 +27,16 @@ extern "C" {
 
 // ---- Intrusive stack and list -------------------------------------------
 
-D_EXPORT void DutStackPush(void **head, void *node) {
+D_EXPORT void DutStackPush(void *headp, void *node) {
+  void **head = holder(headp);
   VQ_ASSERT(head != nullptr, "headp != NULL", "stack.c");
   VQ_ASSERT(node != nullptr, "p != NULL", "stack.c");
   asLink(node)->next = asLink(*head);
   *head = node;
 }
 
-D_EXPORT void *DutStackPop(void **head) {
+D_EXPORT void *DutStackPop(void *headp) {
+  void **head = holder(headp);
   VQ_ASSERT(head != nullptr, "headp != NULL", "stack.c");
   D_SLIST_NODE *top = asLink(*head);
   if (top == nullptr) return nullptr;
@@ -41,7 +45,8 @@ D_EXPORT void *DutStackPop(void **head) {
   return top;
 }
 
-D_EXPORT void DutStackClose(void **head) {
+D_EXPORT void DutStackClose(void *headp) {
+  void **head = holder(headp);
   VQ_ASSERT(head != nullptr, "headp != NULL", "stack.c");
   D_SLIST_NODE *p = asLink(*head);
   while (p != nullptr) {
@@ -58,7 +63,8 @@ D_EXPORT D_INT4 DutListLength(void *list) {
   return n;
 }
 
-D_EXPORT void *DutListDelete(void **head, void *node) {
+D_EXPORT void *DutListDelete(void *headp, void *node) {
+  void **head = holder(headp);
   VQ_ASSERT(head != nullptr, "headp", kListFile);
   VQ_ASSERT(node != nullptr, "element", kListFile);
   D_SLIST_NODE **link = reinterpret_cast<D_SLIST_NODE **>(head);
@@ -73,7 +79,8 @@ D_EXPORT void *DutListDelete(void **head, void *node) {
   return nullptr;
 }
 
-D_EXPORT void *DutListTravDel(void **head, D_LIST_TRAV_FUNC func, void *arg) {
+D_EXPORT void *DutListTravDel(void *headp, D_LIST_TRAV_FUNC func, void *arg) {
+  void **head = holder(headp);
   VQ_ASSERT(head != nullptr, "headp != NULL", kListFile);
   VQ_ASSERT(func != nullptr, "del_func != NULL", kListFile);
   void *result = nullptr;
@@ -119,10 +126,12 @@ D_EXPORT D_INT4 DutListPos(void *front, void *node) {
 // ---- Intrusive queue ----------------------------------------------------
 
 #define VQ_QUEUE_ARGS()                                        \
+  void **front = holder(frontp);                              \
+  void **rear = holder(rearp);                                \
   VQ_ASSERT(front != nullptr, "frontp != NULL", kQueueFile); \
   VQ_ASSERT(rear != nullptr, "rearp != NULL", kQueueFile)
 
-D_EXPORT void DutQueueAppend(void **front, void **rear, void *node) {
+D_EXPORT void DutQueueAppend(void *frontp, void *rearp, void *node) {
   VQ_QUEUE_ARGS();
   VQ_ASSERT(node != nullptr, "p != NULL", kQueueFile);
   asLink(node)->next = nullptr;
@@ -134,7 +143,7 @@ D_EXPORT void DutQueueAppend(void **front, void **rear, void *node) {
   *rear = node;
 }
 
-D_EXPORT void DutQueuePush(void **front, void **rear, void *node) {
+D_EXPORT void DutQueuePush(void *frontp, void *rearp, void *node) {
   VQ_QUEUE_ARGS();
   VQ_ASSERT(node != nullptr, "p != NULL", kQueueFile);
   asLink(node)->next = asLink(*front);
@@ -142,7 +151,7 @@ D_EXPORT void DutQueuePush(void **front, void **rear, void *node) {
   if (*rear == nullptr) *rear = node;
 }
 
-D_EXPORT void *DutQueuePop(void **front, void **rear) {
+D_EXPORT void *DutQueuePop(void *frontp, void *rearp) {
   VQ_QUEUE_ARGS();
   D_SLIST_NODE *p = asLink(*front);
   if (p == nullptr) return nullptr;
@@ -152,7 +161,7 @@ D_EXPORT void *DutQueuePop(void **front, void **rear) {
   return p;
 }
 
-D_EXPORT void DutQueueRightInsert(void **front, void **rear, void *node, void *after) {
+D_EXPORT void DutQueueRightInsert(void *frontp, void *rearp, void *node, void *after) {
   VQ_QUEUE_ARGS();
   VQ_ASSERT(node != nullptr, "p != NULL", kQueueFile);
   VQ_ASSERT(after != nullptr, "pp != NULL", kQueueFile);
@@ -161,7 +170,7 @@ D_EXPORT void DutQueueRightInsert(void **front, void **rear, void *node, void *a
   if (*rear == nullptr) *rear = node;
 }
 
-D_EXPORT void *DutQueueRightDetach(void **front, void **rear, void *after) {
+D_EXPORT void *DutQueueRightDetach(void *frontp, void *rearp, void *after) {
   VQ_QUEUE_ARGS();
   VQ_ASSERT(after != nullptr, "pp != NULL", kQueueFile);
   D_SLIST_NODE *p = asLink(after)->next;
@@ -173,7 +182,7 @@ D_EXPORT void *DutQueueRightDetach(void **front, void **rear, void *after) {
   return p;
 }
 
-D_EXPORT void *DutQueueLeftFind(void **front, void **rear, void *key, D_QUEUE_CMP_FUNC compare) {
+D_EXPORT void *DutQueueLeftFind(void *frontp, void *rearp, void *key, D_QUEUE_CMP_FUNC compare) {
   VQ_QUEUE_ARGS();
   VQ_ASSERT(compare != nullptr, "cmp_func != NULL", kQueueFile);
   D_SLIST_NODE *p = asLink(*front);
@@ -185,7 +194,7 @@ D_EXPORT void *DutQueueLeftFind(void **front, void **rear, void *key, D_QUEUE_CM
   return nullptr;
 }
 
-D_EXPORT void DutQueueInsert(void **front, void **rear, void *node, D_QUEUE_CMP_FUNC compare) {
+D_EXPORT void DutQueueInsert(void *frontp, void *rearp, void *node, D_QUEUE_CMP_FUNC compare) {
   VQ_QUEUE_ARGS();
   VQ_ASSERT(node != nullptr, "p != NULL", kQueueFile);
   VQ_ASSERT(compare != nullptr, "cmp_func != NULL", kQueueFile);
@@ -203,7 +212,9 @@ D_EXPORT void DutQueueInsert(void **front, void **rear, void *node, D_QUEUE_CMP_
   DutQueueAppend(front, rear, node);
 }
 
-D_EXPORT void *DutQueueDelete(void **front, void **rear, void *node) {
+D_EXPORT void *DutQueueDelete(void *frontp, void *rearp, void *node) {
+  void **front = holder(frontp);
+  void **rear = holder(rearp);
   VQ_ASSERT(front != nullptr, "frontp", kQueueFile);
   VQ_ASSERT(rear != nullptr, "rearp", kQueueFile);
   VQ_ASSERT(node != nullptr, "p", kQueueFile);
@@ -221,7 +232,7 @@ D_EXPORT void *DutQueueDelete(void **front, void **rear, void *node) {
   return nullptr;
 }
 
-D_EXPORT void DutQueueClose(void **front, void **rear) {
+D_EXPORT void DutQueueClose(void *frontp, void *rearp) {
   VQ_QUEUE_ARGS();
   D_SLIST_NODE *p = asLink(*front);
   while (p != nullptr) {
@@ -302,12 +313,12 @@ D_EXPORT D_PST_NODE *DutPushPstNode(D_PST_NODE **head, void *ptr) {
   VQ_ASSERT(head != nullptr, "headp != NULL", "ptrstack.c");
   auto *pstp = static_cast<D_PST_NODE *>(DutMallocCheck(sizeof(D_PST_NODE), "pstp", "ptrstack.c", __LINE__));
   pstp->ptr = ptr;
-  DutStackPush(reinterpret_cast<void **>(head), pstp);
+  DutStackPush(head, pstp);
   return pstp;
 }
 
 D_EXPORT void *DutPopPstNode(D_PST_NODE **head) {
-  auto *node = static_cast<D_PST_NODE *>(DutStackPop(reinterpret_cast<void **>(head)));
+  auto *node = static_cast<D_PST_NODE *>(DutStackPop(head));
   if (node == nullptr) return nullptr;
   void *ptr = node->ptr;
   DutFreeCheck(node, "stack_node_ptr", "ptrstack.c", __LINE__);

@@ -64,7 +64,7 @@ static int int_before(void *a, void *b) { return *(int *)a < *(int *)b; }
 
 static void test_containers(void) {
   struct item a = {NULL, 1}, b = {NULL, 2}, c = {NULL, 3};
-  void *front = NULL, *rear = NULL;
+  struct item *front = NULL, *rear = NULL;
   D_PQ_HDR pq = {NULL, NULL};
   D_HASH_TABLE *table;
   int x = 1, y = 2;

@@ -142,8 +142,7 @@ class HashModel : public ::testing::TestWithParam<Kind> {
       case 6: {
         // The host pops a chain head itself, as the layout allows.
         const D_INT4 chain = static_cast<D_INT4>(rng() % static_cast<unsigned>(table->size));
-        if (auto *bucket =
-                static_cast<D_HASH_BUCKET *>(DutStackPop(reinterpret_cast<void **>(&table->buckets[chain])))) {
+        if (auto *bucket = static_cast<D_HASH_BUCKET *>(DutStackPop(&table->buckets[chain]))) {
           model.erase(IndexOfStored(bucket->key));
           --table->num_entries;
           DutFreeCheck(bucket, "bucket", __FILE__, __LINE__);

@@ -31,7 +31,8 @@ Item *NewItem(int value) {
   return item;
 }
 
-void **Head(Item *&head) { return reinterpret_cast<void **>(&head); }
+// A typed head: the holders take the address of any node pointer.
+Item **Head(Item *&head) { return &head; }
 
 Ints Values(const Item *head) {
   Ints values;
@@ -193,7 +194,7 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
 // rear, or detaching it, leaves it for the caller to repair.
 TEST(LinkedQueue, RightInsertAndDetachLeaveASetRear) {
   Item a{nullptr, 1}, b{nullptr, 2}, c{nullptr, 3}, d{nullptr, 4};
-  void *front = nullptr, *rear = nullptr;
+  Item *front = nullptr, *rear = nullptr;
   DutQueueAppend(&front, &rear, &a);
   DutQueueRightInsert(&front, &rear, &b, &a);
   DutQueueRightInsert(&front, &rear, &c, &a);

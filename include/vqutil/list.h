@@ -148,11 +148,13 @@ D_EXPORT D_PST_NODE *DutFindPstNode(D_PST_NODE *head, void *ptr);
 
 /* ---- Pointer queue ------------------------------------------------------ */
 
-/** Puts ptr in a new node at the front and returns the node. */
+/** Puts ptr in a new node at the front and returns the node. A null ptr is
+ * an assertion failure (so is an ordered insertion that pushes one). */
 D_EXPORT D_PQ_NODE *DutPqPush(D_PQ_HDR *hdr, void *ptr);
 /** Puts ptr in a new node at the rear and returns the node. */
 D_EXPORT D_PQ_NODE *DutPqAdd(D_PQ_HDR *hdr, void *ptr);
-/** Puts ptr in a new node right after the node `after`; returns the node. */
+/** Puts ptr in a new node right after the node `after`; returns the node.
+ * An empty queue, a null ptr or a null after is an assertion failure. */
 D_EXPORT D_PQ_NODE *DutPqRInsert(D_PQ_HDR *hdr, void *ptr, D_PQ_NODE *after);
 /** Stable ordered insertion before the first item n with compare(ptr, n);
  * returns the 1-based position taken. */

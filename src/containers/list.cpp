@@ -345,8 +345,8 @@ D_PQ_NODE *newPqNode(void *ptr, const char *label, int line) {
 
 D_EXPORT D_PQ_NODE *DutPqPush(D_PQ_HDR *hdr, void *ptr) {
   VQ_ASSERT(hdr != nullptr, "hdr != NULL", kPtrQueueFile);
+  VQ_ASSERT(ptr != nullptr, "p != NULL", kPtrQueueFile);
   D_PQ_NODE *node = newPqNode(ptr, "new_node", __LINE__);
-  VQ_ASSERT(node != nullptr, "p != NULL", kPtrQueueFile);
   node->next = hdr->front;
   hdr->front = node;
   if (hdr->rear == nullptr) hdr->rear = node;

@@ -326,6 +326,7 @@ TEST(LinkedListDeath, NullHoldersAndNodesAreAssertions) {
   VQTEST_EXPECT_ASSERTION(DutDqOpen(nullptr), "pdq != NULL");
   VQTEST_EXPECT_ASSERTION(DutDqRightInsert(nullptr, nullptr), "d != NULL");
   VQTEST_EXPECT_ASSERTION(DutPqPush(nullptr, &x), "hdr != NULL");
+  VQTEST_EXPECT_ASSERTION(DutPqPush(&hdr, nullptr), "p != NULL");  // the item, not the new node
   VQTEST_EXPECT_ASSERTION(DutPqDelete(&hdr, &x), "D_PQ_FRONT\\(hdr\\)");
 }
 

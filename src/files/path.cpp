@@ -1,6 +1,7 @@
 // Search paths: ordered directory lists in which files are looked for.
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "files/files_internal.hpp"
 #include "platform/fs.hpp"
@@ -112,11 +113,14 @@ D_EXPORT char *DutPathFindFile(D_PATH *path, const char *name, char *buffer) {
     std::strcpy(result, name);
     return result;
   }
+  // Each candidate is joined aside: only a name that exists (and so fits
+  // the system's path limit) is written into the answer buffer.
+  std::vector<char> candidate;
   for (D_PATH_NODE *pn = path->first; pn != nullptr; pn = pn->next) {
-    DutBuildFileName(result, pn->path_name, name, nullptr);
-    if (DutFileExists(result)) return result;
+    candidate.resize(std::strlen(pn->path_name) + std::strlen(name) + 2);
+    DutBuildFileName(candidate.data(), pn->path_name, name, nullptr);
+    if (DutFileExists(candidate.data())) return std::strcpy(result, candidate.data());
   }
-  result[0] = '\0';
   return nullptr;
 }
 

@@ -108,7 +108,7 @@ D_BOOL keyCreate(D_TSD_KEY *key, D_TSD_DESTRUCTOR destructor, void (*at_thread_e
   if (utTsdList == nullptr) DutDqOpen(&utTsdList);
   VQ_EXPECT(utTsdList != nullptr, "NULL != utTsdList", kFile);
   if (destructor != nullptr && utTsdList != nullptr) {
-    auto *pair = static_cast<DataPair *>(DutCallocCheck(sizeof(DataPair), "pair", kFile, __LINE__));
+    auto *pair = static_cast<DataPair *>(DutCallocCheck(sizeof(DataPair), "data_pair", kFile, __LINE__));
     pair->key = *key;
     pair->destructor = destructor;
     DutDqRightInsert(pair, utTsdList->prev);  // at the tail: creation order

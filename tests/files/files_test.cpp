@@ -538,6 +538,7 @@ TEST(SearchPaths, FindFileUsesPathOrder) {
   TempDir dir;
   for (const char *d : {"one", "two/target.cm", "three/target.cm"}) fs::create_directories(d);
   D_PATH *path = DutPathCreate();
+  DutPathAddDir(path, std::string(5000, 'd').c_str());  // never spills into the buffer
   for (const char *d : {"one", "three/", "two"}) DutPathAddDir(path, d);
   char buffer[256];
   EXPECT_EQ(DutPathFindFile(path, "target.cm", buffer), buffer);

@@ -124,7 +124,11 @@ TEST(Tsd, DestructorsRunInKeyCreationOrderWithNullsIncluded) {
   D_TSD_KEY keys[5];
   const D_TSD_DESTRUCTOR destructors[] = {&recordDestruction<'1'>, nullptr, &recordDestruction<'2'>,
                                           &recordDestruction<'x'>, &recordDestruction<'3'>};
+  DutGetDebugFlags()[D_DEBUG_MEMORY] = 1;  // each record is traced under its label
+  testing::internal::CaptureStderr();
   for (int k = 0; k < 5; ++k) ASSERT_EQ(DutTsdKeyCreate(&keys[k], destructors[k]), D_TRUE);
+  DutGetDebugFlags()[D_DEBUG_MEMORY] = 0;
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("D_CALLOC: data_pair ("), std::string::npos);
   ASSERT_EQ(DutTsdKeyDestroy(keys[3]), D_TRUE);
   takeLog();
   static char a[] = "a", c[] = "c";

@@ -622,8 +622,15 @@ D_EXPORT void DutCbMergeCall(D_CB_LIST *objlist, D_CB_LIST *globlist, void *obje
       D_CB *g = at(globlist, gnode->index);
       gnode->index = gnode->index + 1;
       callOne(g, object, data);
-      if (globlist->stop) break;
+      if (globlist->stop) {
+        stopped = true;
+        break;
+      }
     }
+  }
+  // Only once the globals are exhausted: a stop in them ends the pass, even
+  // for object callbacks they added.
+  if (!stopped) {
     while (onode->index < count(objlist)) {
       D_CB *o = at(objlist, onode->index);
       onode->index = onode->index + 1;

@@ -28,7 +28,7 @@ TEST(Lobe, DeclareLookupAndNullLobe) {
 }
 
 // Fixed-size values are copies, overwritten in place; a zero size stores
-// nothing.
+// nothing and reads no value, so a null one will do.
 TEST(Lobe, FixedSizeValuesCheckSetAndDelete) {
   D_LOBE *lobe = DutLobeDeclare(kKeyBase + 2, sizeof(double)), *empty = DutLobeDeclare(kKeyBase + 3, 0);
   int object = 0;
@@ -46,7 +46,7 @@ TEST(Lobe, FixedSizeValuesCheckSetAndDelete) {
   EXPECT_EQ(DutLobeCheckSet(&object, lobe, &v), D_TRUE);
   DutLobeDelete(&object, lobe);
   char buffer[4] = "abc";
-  EXPECT_TRUE(DutLobeSet(&object, empty, "zzz") && DutLobeSet(&object, empty, "yyy"));
+  EXPECT_TRUE(DutLobeSet(&object, empty, "zzz") && DutLobeSet(&object, empty, nullptr));
   EXPECT_TRUE(DutLobeGet(&object, empty, buffer) && std::string(buffer) == "abc");
   DutLobeDelete(&object, empty);
 }

@@ -112,7 +112,7 @@ TEST_F(CallbackCalls, DestroyingAListDuringACall) {
 TEST_F(CallbackCalls, MergeOrderStopsAndDestruction) {
   auto stop = [](D_CB *self, void *) { DutCbListStopCall(listOf(self)); };
   auto destroy = [](D_CB *self, void *) { EXPECT_EQ(DutCbListDestroy(listOf(self)), D_FALSE); };
-  auto grow_and_stop = [&](D_CB *self, void *object) { make("o3"), stop(self, object); };
+  auto grow_and_stop = [&](D_CB *self, void *object) { make("o3"); stop(self, object); };
   const struct {
     const char *layout, *acting;
     Then then;

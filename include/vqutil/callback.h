@@ -269,13 +269,14 @@ D_EXPORT void DutCbMergeCall(D_CB_LIST *objlist, D_CB_LIST *globlist, void *obje
 /** Destroys the object's list of the type; D_FALSE if it has none. */
 D_EXPORT D_BOOL DutCbObjClear(D_CB_TYPE *type, void *object);
 
-/** DutCbTypeCbLookup by type number; null for an unknown number. */
+/** DutCbTypeCbLookup by type number; null for an unknown number (looked
+ * up first: the other arguments are then not checked). */
 D_EXPORT D_CB *DutCbTypeNumCbLookup(D_INT4 num, void *object, D_CB_FUNC func, D_WORD arg);
 /** Looks the callback up by type number and destroys it; D_FALSE when it
  * is not found. */
 D_EXPORT D_BOOL DutCbTypeNumCbDestroy(D_INT4 num, void *object, D_CB_FUNC func, D_WORD arg);
 /** DutCbTypeCall by type number; an unknown type number is success:
- * nothing to call. */
+ * nothing to call, whatever object and data are. */
 D_EXPORT D_BOOL DutCbTypeNumCbCall(D_INT4 num, void *object, void *data);
 /** DutCbObjClear by type number; D_FALSE for an unknown number. */
 D_EXPORT D_BOOL DutCbTypeNumObjClear(D_INT4 num, void *object);

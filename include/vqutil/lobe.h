@@ -58,14 +58,16 @@ D_EXPORT D_INT4 DutLobeGetSize(D_LOBE *lobe);
 D_EXPORT void *DutLobeFindValue(void *object, D_LOBE *lobe);
 /** Copies the value in: size bytes, or the string with its terminator. A
  * fixed-size value already there is overwritten in place; a string is
- * replaced by a fresh copy. D_FALSE for a null lobe. */
+ * replaced by a fresh copy. D_FALSE for a null lobe; D_FALSE and
+ * D_ERR_NULL_PTR for a null value (unless the size is 0). */
 D_EXPORT D_BOOL DutLobeSet(void *object, D_LOBE *lobe, const void *value);
 /** DutLobeSet only when the object has no value yet: D_TRUE if it set,
- * D_FALSE (value unchanged) if one was there. */
+ * D_FALSE (value unchanged) if one was there; a null value as DutLobeSet. */
 D_EXPORT D_BOOL DutLobeCheckSet(void *object, D_LOBE *lobe, const void *value);
 /** Copies the value out into buffer: D_TRUE, or D_FALSE (buffer untouched)
  * when the object has none. For a string lobe the caller's buffer must
- * hold the whole string: no length is passed. */
+ * hold the whole string: no length is passed. A null buffer (unless the
+ * size is 0): D_FALSE and D_ERR_NULL_PTR. */
 D_EXPORT D_BOOL DutLobeGet(void *object, D_LOBE *lobe, void *buffer);
 /** Frees the object's value and removes its entry. Always returns 0,
  * whether or not a value existed: do not test the result. */

@@ -622,8 +622,15 @@ D_EXPORT void DutCbMergeCall(D_CB_LIST *objlist, D_CB_LIST *globlist, void *obje
       D_CB *g = at(globlist, gnode->index);
       gnode->index = gnode->index + 1;
       callOne(g, object, data);
-      if (globlist->stop) break;
+      if (globlist->stop) {
+        stopped = true;
+        break;
+      }
     }
+  }
+  // Only once the globals are exhausted: a stop in them ends the pass, even
+  // for object callbacks they added.
+  if (!stopped) {
     while (onode->index < count(objlist)) {
       D_CB *o = at(objlist, onode->index);
       onode->index = onode->index + 1;
@@ -643,8 +650,9 @@ D_EXPORT D_BOOL DutCbObjClear(D_CB_TYPE *type, void *object) {
   return DutCbListDestroy(list);
 }
 
+// The type first: with no such type there is nothing to look up, call or
+// clear, whatever the other arguments are.
 D_EXPORT D_CB *DutCbTypeNumCbLookup(D_INT4 num, void *object, D_CB_FUNC func, D_WORD arg) {
-  if (nullArg(reinterpret_cast<void *>(func))) return nullptr;
   D_CB_TYPE *type = DutCbTypeNumLookup(num);
   if (type == nullptr) return nullptr;
   return DutCbTypeCbLookup(type, object, func, arg);
@@ -657,14 +665,12 @@ D_EXPORT D_BOOL DutCbTypeNumCbDestroy(D_INT4 num, void *object, D_CB_FUNC func, 
 }
 
 D_EXPORT D_BOOL DutCbTypeNumCbCall(D_INT4 num, void *object, void *data) {
-  if (nullArg(data)) return D_FALSE;
   D_CB_TYPE *type = DutCbTypeNumLookup(num);
   if (type == nullptr) return D_TRUE;  // nothing to call
   return DutCbTypeCall(type, object, data);
 }
 
 D_EXPORT D_BOOL DutCbTypeNumObjClear(D_INT4 num, void *object) {
-  if (nullArg(object)) return D_FALSE;
   D_CB_TYPE *type = DutCbTypeNumLookup(num);
   if (type == nullptr) return D_FALSE;
   return DutCbObjClear(type, object);

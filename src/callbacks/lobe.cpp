@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "frame/check.hpp"
+#include "vqutil/error.h"
 #include "vqutil/memory.h"
 #include "vqutil/strutil.h"
 #include "vqutil/thread.h"
@@ -17,6 +18,14 @@ constexpr D_INT4 kInitialTableSize = 10;
 D_HASH_TABLE *utLobeTable = nullptr;
 
 inline D_WORD objectKey(void *object) { return reinterpret_cast<D_WORD>(object); }
+
+// A value or buffer the copy would read or write must be there; a zero-size
+// lobe copies nothing and takes anything.
+bool missing(const D_LOBE *lobe, const void *p) {
+  if (p != nullptr || lobe->size == 0) return false;
+  DutErrNumSet(D_ERR_NULL_PTR);
+  return true;
+}
 
 D_LOBE *declare(D_UINT4 key, D_INT4 size) {
   DutProcessMutexLock();
@@ -81,7 +90,7 @@ D_EXPORT void *DutLobeFindValue(void *object, D_LOBE *lobe) {
 }
 
 D_EXPORT D_BOOL DutLobeSet(void *object, D_LOBE *lobe, const void *value) {
-  if (lobe == nullptr) return D_FALSE;
+  if (lobe == nullptr || missing(lobe, value)) return D_FALSE;
   void *stored = DutLobeFindValue(object, lobe);
   if (stored == nullptr) {
     storeNew(object, lobe, value);
@@ -98,7 +107,7 @@ D_EXPORT D_BOOL DutLobeSet(void *object, D_LOBE *lobe, const void *value) {
 }
 
 D_EXPORT D_BOOL DutLobeCheckSet(void *object, D_LOBE *lobe, const void *value) {
-  if (lobe == nullptr) return D_FALSE;
+  if (lobe == nullptr || missing(lobe, value)) return D_FALSE;
   if (DutLobeFindValue(object, lobe) != nullptr) return D_FALSE;
   storeNew(object, lobe, value);
   return D_TRUE;
@@ -106,7 +115,7 @@ D_EXPORT D_BOOL DutLobeCheckSet(void *object, D_LOBE *lobe, const void *value) {
 
 D_EXPORT D_BOOL DutLobeGet(void *object, D_LOBE *lobe, void *buffer) {
   void *stored = DutLobeFindValue(object, lobe);
-  if (stored == nullptr) return D_FALSE;
+  if (stored == nullptr || missing(lobe, buffer)) return D_FALSE;
   if (lobe->size < 0) {
     std::strcpy(static_cast<char *>(buffer), static_cast<const char *>(stored));
   } else if (lobe->size > 0) {

@@ -122,6 +122,7 @@ TEST(CallbackLists, TypeLevelLookupAndDestroyByNumber) {
   EXPECT_EQ(DutCbTypeCbLookup(t, &owner, run, 5), nullptr);
   EXPECT_EQ(DutCbTypeNumCbDestroy(7601, &owner, run, 5), D_FALSE);
   EXPECT_FAILS(DutCbTypeNumCbLookup(7601, &owner, nullptr, 5), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutCbTypeNumCbLookup(99999, &owner, 0, 5) || DutCbTypeNumObjClear(99999, 0), 0, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutCbTypeCbLookup(t, &stranger, run, 5), nullptr, D_ERR_DOESNT_EXIST);
 }
 

@@ -24,10 +24,11 @@ TEST(Lobe, DeclareLookupAndNullLobe) {
   EXPECT_FALSE(DutLobeGetSize(nullptr) || DutLobeFindValue(&object, nullptr) || DutLobeSet(&object, nullptr, "v") ||
                DutLobeCheckSet(&object, nullptr, "v") || DutLobeGet(&object, nullptr, buffer));
   EXPECT_STREQ(buffer, "x");
+  EXPECT_FAILS(DutLobeSet(&object, a, nullptr) + DutLobeCheckSet(&object, a, nullptr), D_FALSE, D_ERR_NULL_PTR);
 }
 
 // Fixed-size values are copies, overwritten in place; a zero size stores
-// nothing.
+// nothing and reads no value, so a null one will do.
 TEST(Lobe, FixedSizeValuesCheckSetAndDelete) {
   D_LOBE *lobe = DutLobeDeclare(kKeyBase + 2, sizeof(double)), *empty = DutLobeDeclare(kKeyBase + 3, 0);
   int object = 0;
@@ -45,7 +46,7 @@ TEST(Lobe, FixedSizeValuesCheckSetAndDelete) {
   EXPECT_EQ(DutLobeCheckSet(&object, lobe, &v), D_TRUE);
   DutLobeDelete(&object, lobe);
   char buffer[4] = "abc";
-  EXPECT_TRUE(DutLobeSet(&object, empty, "zzz") && DutLobeSet(&object, empty, "yyy"));
+  EXPECT_TRUE(DutLobeSet(&object, empty, "zzz") && DutLobeSet(&object, empty, nullptr));
   EXPECT_TRUE(DutLobeGet(&object, empty, buffer) && std::string(buffer) == "abc");
   DutLobeDelete(&object, empty);
 }
@@ -58,6 +59,7 @@ TEST(Lobe, StringValuesAreFreshCopiesAndClearTakesEveryLobe) {
   ASSERT_EQ(DutLobeSet(&object, lobe, text), D_TRUE);
   text[0] = 'X';
   EXPECT_TRUE(DutLobeGet(&object, lobe, buffer) && std::string(buffer) == "short");
+  EXPECT_FAILS(DutLobeGet(&object, lobe, nullptr), D_FALSE, D_ERR_NULL_PTR);
   // A longer value, then one set from the stored block itself, which must
   // not be read after it is freed.
   ASSERT_EQ(DutLobeSet(&object, lobe, "a considerably longer value"), D_TRUE);

@@ -31,7 +31,8 @@ D_EXPORT D_INT4 DutStrCmpi(const char *a, const char *b);
 D_EXPORT D_INT4 DutStrNCmpi(const char *a, const char *b, D_INT4 count);
 
 /** Formats a real with the library's real-number format into the caller's
- * buffer and returns it; null buffer: D_ERR_NULL_PTR, NULL. */
+ * buffer and returns it; null buffer: D_ERR_NULL_PTR, NULL. The text is
+ * cut to 39 characters, so a buffer of 40 bytes always suffices. */
 D_EXPORT char *DutRealToStrCopy(D_REAL8 value, char *buffer);
 /** The same into one static buffer, valid until the next call. */
 D_EXPORT const char *DutRealToStr(D_REAL8 value);

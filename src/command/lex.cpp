@@ -683,6 +683,15 @@ D_CB_TYPE *tokenCbType(bool create) {
 // from a zero value whatever error function the lexer has.
 namespace vq::lex {
 
+// Read under the lock, called outside it: a global function that
+// long-jumps must not leave the lock held.
+D_LEX_ERROR_FUNC globalErrorFunc() {
+  DutProcessMutexLock();
+  D_LEX_ERROR_FUNC func = utLexErrorFunc != nullptr ? utLexErrorFunc : defaultErrorFunc;
+  DutProcessMutexUnlock();
+  return func;
+}
+
 bool acceptSignedReal(D_LEX *lexer, D_REAL8 *value) {
   VQ_ASSERT(lexer != nullptr, "lexer != NULL", kFile);
   bool negative = false;
@@ -1071,12 +1080,7 @@ D_EXPORT void DutLexError(D_LEX *lexer, const char *format, ...) {
   if (lexer->error_func != nullptr) {
     lexer->error_func(lexer, format, args, lexer->error_arg);
   } else {
-    // Read under the lock, called outside it: a global function that
-    // long-jumps must not leave the lock held.
-    DutProcessMutexLock();
-    D_LEX_ERROR_FUNC func = utLexErrorFunc != nullptr ? utLexErrorFunc : defaultErrorFunc;
-    DutProcessMutexUnlock();
-    func(lexer, format, args, lexer->error_arg);
+    vq::lex::globalErrorFunc()(lexer, format, args, lexer->error_arg);
   }
   va_end(args);
   DutLexDestroy(lexer);

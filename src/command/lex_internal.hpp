@@ -8,5 +8,7 @@ namespace vq::lex {
 
 bool acceptSignedReal(D_LEX *lexer, D_REAL8 *value);
 bool acceptSignedInt(D_LEX *lexer, D_INT4 *value);
+// The error function of lexers that have none of their own.
+D_LEX_ERROR_FUNC globalErrorFunc();
 
 }  // namespace vq::lex

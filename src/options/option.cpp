@@ -230,7 +230,8 @@ D_WORD printLegalValue(D_WORD key, D_WORD, void *) {
 
 // While a list is being read, a lexical error may leave through a long
 // jump; this error function frees the items read so far and hands over to
-// the lexer's own error function.
+// the lexer's own error function, or to the global one (which a host may
+// have made jump too).
 struct ListGuard {
   D_LEX_ERROR_FUNC saved_func;
   void *saved_arg;
@@ -243,7 +244,8 @@ void listErrorFunc(D_LEX *lexer, const char *format, va_list args, void *arg) {
   guard->head = nullptr;
   lexer->error_func = guard->saved_func;
   lexer->error_arg = guard->saved_arg;
-  guard->saved_func(lexer, format, args, guard->saved_arg);
+  D_LEX_ERROR_FUNC func = guard->saved_func != nullptr ? guard->saved_func : vq::lex::globalErrorFunc();
+  func(lexer, format, args, guard->saved_arg);
 }
 
 // Reads one list item; D_FALSE when the lexer reported an error.
@@ -255,12 +257,8 @@ bool acceptItem(D_LEX *lexer, D_INT4 type) {
 
 bool parseList(D_OPTION *option, D_LEX *lexer) {
   ListGuard guard = {lexer->error_func, lexer->error_arg, nullptr};
-  // A null error function means the global one, which never returns here.
-  bool guarded = guard.saved_func != nullptr;
-  if (guarded) {
-    lexer->error_func = listErrorFunc;
-    lexer->error_arg = &guard;
-  }
+  lexer->error_func = listErrorFunc;
+  lexer->error_arg = &guard;
   D_OPTION_STR_NODE **tail = &guard.head;
   bool more = true;
   while (more) {
@@ -276,10 +274,8 @@ bool parseList(D_OPTION *option, D_LEX *lexer) {
       return false;
     }
   }
-  if (guarded) {
-    lexer->error_func = guard.saved_func;
-    lexer->error_arg = guard.saved_arg;
-  }
+  lexer->error_func = guard.saved_func;
+  lexer->error_arg = guard.saved_arg;
   return commit(option, guard.head);
 }
 

@@ -219,7 +219,9 @@ void setDefault(D_OPTION *option, const StandardOption &row) {
   VQ_ASSERT(status == D_TRUE, "D_TRUE == status", kFile);
 }
 
-void overrideFromEnvironment(D_OPTION *option, const StandardOption &row) {
+// The user's own value: it may fail to parse (the default stays) or be
+// "unknown", neither of which is the library's fault.
+void overrideFromEnvironment(const StandardOption &row) {
   if (row.env_override == nullptr) return;
   const char *value = std::getenv(row.env_override);
   if (value == nullptr) return;
@@ -227,7 +229,7 @@ void overrideFromEnvironment(D_OPTION *option, const StandardOption &row) {
   command_line += row.name;
   command_line += ' ';
   command_line += value;
-  runLine(option, command_line.c_str());
+  DutCommandParseStr(command_line.c_str());
 }
 
 }  // namespace
@@ -259,7 +261,7 @@ void createStandardOptions() {
       VQ_ASSERT(cb != nullptr, "D_NULL != cb", kFile);
     }
     setDefault(option, row);
-    overrideFromEnvironment(option, row);
+    overrideFromEnvironment(row);
     if (row.then_run != nullptr) DutCommandParseStr(row.then_run);
   }
 }

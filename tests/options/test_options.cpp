@@ -26,13 +26,14 @@ using Strings = std::vector<std::string>;
 enum class ParseEnd { Committed, Refused, LexError };
 
 // Runs DutOptionParseValue over text with the quiet long-jump error
-// function. The frame holding the setjmp owns nothing with a destructor.
-inline ParseEnd Parse(D_OPTION *option, const char *text) {
+// function as the lexer's own, or with the global one when own is null.
+// The frame holding the setjmp owns nothing with a destructor.
+inline ParseEnd Parse(D_OPTION *option, const char *text, D_LEX_ERROR_FUNC own = DutLexQuietLongjmpErrorFunc) {
   std::jmp_buf jump;
   D_LEX *volatile lexer = nullptr;
   if (setjmp(jump) == D_LEX_JUMP_VALUE) return ParseEnd::LexError;
-  lexer = DutLexCreate(D_LEX_ATT_STRING, text, D_LEX_ATT_ERROR_FUNC, DutLexQuietLongjmpErrorFunc,
-                       D_LEX_ATT_ERROR_ARG, static_cast<void *>(&jump), 0);
+  lexer = DutLexCreate(D_LEX_ATT_STRING, text, D_LEX_ATT_ERROR_ARG, static_cast<void *>(&jump),
+                       own != nullptr ? D_LEX_ATT_ERROR_FUNC : 0, own, 0);
   D_BOOL ok = DutOptionParseValue(option, lexer);
   DutLexDestroy(lexer);
   return ok ? ParseEnd::Committed : ParseEnd::Refused;
@@ -334,13 +335,16 @@ TEST(OptionTypes, WordsAndBadType) {
 }
 
 // Items are identifiers, strings or file names; an error after some items
-// frees them and keeps the old list; so does a refused list.
+// frees them (whichever error function jumps) and keeps the old list; so
+// does a refused list.
 TEST(OptionParse, ListsInOrderAndErrorsKeepTheOldList) {
   D_OPTION *el = DutOptionCreate("p_enumlist", D_OPT_TYPE_ENUM_LIST);
   D_OPTION *sl = DutOptionCreate("p_strlist", D_OPT_TYPE_STRING_LIST);
   const D_OPTION_STR_NODE *first = nullptr;
   EXPECT_EQ(Parse(el, "tcp, udp ,Local"), ParseEnd::Committed);
   EXPECT_EQ(Parse(el, "a, b, , c"), ParseEnd::LexError);
+  DutLexSetUserErrorFunc(DutLexQuietLongjmpErrorFunc);  // a global error function that jumps: no item leaks
+  EXPECT_EQ(Parse(el, "d, e, , f", nullptr), ParseEnd::LexError);
   EXPECT_EQ(Parse(sl, "\"x y\", /tmp/z.log"), ParseEnd::Committed);
   EXPECT_EQ(Parse(sl, "\"ok\", \"broken"), ParseEnd::LexError);
   ASSERT_TRUE(DutOptionSetReadOnly(el, 1));

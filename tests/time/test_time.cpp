@@ -80,6 +80,10 @@ void ExpectTime(const D_TIME_VALUE &t, D_INT4 seconds, D_INT4 microseconds) {
 // a record as given) before the callbacks of the global-only type
 // "time_change" run; refused ones change nothing and call nobody.
 TEST(TimeChangeCallbacks, SetStoresThenCallsBack) {
+  RunInChild("threadsafe", [] {  // as loaded: 0.0, the record never set
+    D_TIME_VALUE t{};
+    EXPECT_TRUE(DutGetCurrentTime() == 0.0 && !DutGetCurrentTimeStruct(&t) && DutErrNumGet() == D_ERR_VAL_TOO_SMALL);
+  });
   std::vector<Call> calls;
   D_WORD arg = reinterpret_cast<D_WORD>(&calls);
   D_CB *cb = DutTimeChangeCbCreate(&Record, arg);

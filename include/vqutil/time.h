@@ -87,9 +87,10 @@ D_EXPORT D_REAL8 DutGetCurrentTime(void);
 /** Copies the current time into *time_return. Null: D_ERR_NULL_PTR; never
  * set: D_ERR_VAL_TOO_SMALL; both answer D_FALSE. */
 D_EXPORT D_BOOL DutGetCurrentTimeStruct(D_TIME_VALUE *time_return);
-/** Sets the current time (seconds, microseconds rounded to the nearest
- * tenth of a microsecond before truncation, so .5 never turns into
- * .499999) and runs the time-change callbacks. Negative: D_ERR_VAL_TOO_SMALL;
+/** Sets the current time (seconds = the whole part, microseconds = the
+ * fraction times one million plus 0.1, truncated, so .5 never turns into
+ * .499999; a fraction within 0.1 us of one gives 1000000, not carried)
+ * and runs the time-change callbacks. Negative: D_ERR_VAL_TOO_SMALL;
  * not a number: D_ERR_VAL_INVALID; 2^31 seconds or more (beyond the
  * record): D_ERR_VAL_TOO_LARGE; each answers D_FALSE and calls nothing. */
 D_EXPORT D_BOOL DutSetCurrentTime(D_REAL8 time);

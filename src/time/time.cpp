@@ -19,8 +19,6 @@ std::atomic<D_REAL8> utCurrentTime{0.0};
 
 namespace {
 
-constexpr D_INT4 kMicrosPerSecond = 1000000;
-
 // -1, -1: never set.
 D_TIME_VALUE utCurrentTimeStruct = {-1, -1};
 // -1, -1: not pinned.
@@ -91,12 +89,10 @@ D_EXPORT D_BOOL DutSetCurrentTime(D_REAL8 time) {
   D_REAL8 whole = std::floor(time);
   D_INT4 seconds = static_cast<D_INT4>(whole);
   // Rounded at the tenth of a microsecond: a fraction of .5 held as
-  // .4999999 still gives 500000.
+  // .4999999 still gives 500000. A fraction within a tenth of a
+  // microsecond of one gives 1000000, kept as it is (not carried), so the
+  // seconds are always the whole part of the real value.
   D_INT4 micros = static_cast<D_INT4>(((time - whole) * 10000000.0 + 1.0) * 0.1);
-  if (micros >= vq::time::kMicrosPerSecond && seconds < std::numeric_limits<D_INT4>::max()) {
-    ++seconds;
-    micros -= vq::time::kMicrosPerSecond;
-  }
   vq::time::utCurrentTimeStruct = {seconds, micros};
   vq::time::announceChange();
   return D_TRUE;

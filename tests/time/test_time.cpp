@@ -80,6 +80,10 @@ void ExpectTime(const D_TIME_VALUE &t, D_INT4 seconds, D_INT4 microseconds) {
 // a record as given) before the callbacks of the global-only type
 // "time_change" run; refused ones change nothing and call nobody.
 TEST(TimeChangeCallbacks, SetStoresThenCallsBack) {
+  RunInChild("threadsafe", [] {  // as loaded: 0.0, the record never set
+    D_TIME_VALUE t{};
+    EXPECT_TRUE(DutGetCurrentTime() == 0.0 && !DutGetCurrentTimeStruct(&t) && DutErrNumGet() == D_ERR_VAL_TOO_SMALL);
+  });
   std::vector<Call> calls;
   D_WORD arg = reinterpret_cast<D_WORD>(&calls);
   D_CB *cb = DutTimeChangeCbCreate(&Record, arg);
@@ -94,7 +98,7 @@ TEST(TimeChangeCallbacks, SetStoresThenCallsBack) {
     D_INT4 seconds, micros, error;
   } cases[] = {
       {0.1, 0, 100000, 0},
-      {41.99999999999, 42, 0, 0},  // a fraction a hair below one carries
+      {41.99999999999, 41, 1000000, 0},  // a fraction a hair below one is not carried
       {2147483647.5, 2147483647, 500000, 0},
       {-0.000001, 2147483647, 500000, D_ERR_VAL_TOO_SMALL},
       {std::nan(""), 2147483647, 500000, D_ERR_VAL_INVALID},

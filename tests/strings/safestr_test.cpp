@@ -32,7 +32,7 @@ TEST(SafeStringModel, RandomOperationsMatchAStringAndItsSize) {
       const char c = static_cast<char>('A' + step % 26);
       const D_INT4 count = static_cast<D_INT4>(rng() % 40) - 5;
       DutErrNumSet(0);
-      switch (rng() % 9) {
+      switch (rng() % 10) {
         case 0: DutSafeStringAppend(&s, piece.c_str()); text += piece; grow(256); break;
         case 1: DutSafeStringQAppend(&s, piece.c_str(), quantum); text += piece; grow(quantum); break;
         case 2: DutSafeStringAppendChar(&s, c); text += c; grow(256); break;
@@ -40,6 +40,7 @@ TEST(SafeStringModel, RandomOperationsMatchAStringAndItsSize) {
         case 4: DutSafeStringCopy(&s, piece.c_str()); text = piece; grow(256); break;
         case 5: DutSafeStringQCopy(&s, piece.c_str(), quantum); text = piece; grow(quantum); break;
         case 6: DutSafeStringClear(&s); text.clear(); break;
+        case 8: if (text.size() < 600) DutSafeStringQAppend(&s, s.str, quantum), text += text, grow(quantum); break;
         case 7: {
           const D_INT4 wanted = size + count * 20;
           EXPECT_EQ(DutSafeStringResize(&s, wanted), wanted > size);

@@ -41,7 +41,8 @@ inline void appendText(D_SAFE_STRING *dest, const char *src, D_INT4 quantum) {
   SAFESTR_CHECK(quantum > 0, "0 < quantum");
   const auto n = static_cast<D_INT4>(std::strlen(src));
   // The source may be dest's own text: find it again after the buffer moved.
-  const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(src) - reinterpret_cast<std::uintptr_t>(dest->str);
+  const std::uintptr_t at =
+      reinterpret_cast<std::uintptr_t>(src) - reinterpret_cast<std::uintptr_t>(dest->str);
   const bool own = at < static_cast<std::uintptr_t>(dest->size);
   growTo(dest, dest->length + n + 1, quantum);
   if (own) src = dest->str + at;

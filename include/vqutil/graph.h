@@ -97,12 +97,13 @@ D_EXPORT D_GRAPH *DutGraphCreate(void);
 D_EXPORT D_BOOL DutGraphDestroy(D_GRAPH *graph);
 
 /** Adds a vertex named by the caller's pointer; a name already present:
- * D_ERR_ALREADY_EXISTS, null. */
+ * D_ERR_ALREADY_EXISTS, null; a null graph or name: D_ERR_NULL_PTR, null. */
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexAdd(D_GRAPH *graph, const char *name);
 /** Removes the vertex with its outgoing edges (and their back edges) and
  * every edge that points at it. */
 D_EXPORT D_BOOL DutGraphVertexRemove(D_GRAPH *graph, D_GRAPH_VERTEX *vertex);
-/** The vertex whose name is this very pointer, or null. */
+/** The vertex whose name is this very pointer, or null (a null graph or
+ * name: D_ERR_NULL_PTR). */
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexLookup(D_GRAPH *graph, const char *name);
 /** @{ */
 /** Walk the vertices, newest first; null after the last. */

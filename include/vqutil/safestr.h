@@ -65,8 +65,8 @@ D_EXPORT void DutSafeStringDestroy(D_SAFE_STRING safe_str);
 
 /** Appends the NUL-terminated src to *dest, growing by `quantum` bytes per
  * step (label "dest->str"). Asserts "src", "dest", "dest->str" and a
- * positive quantum ("0 < quantum"). src must not point into dest's own
- * buffer. */
+ * positive quantum ("0 < quantum"). src may be dest's own text or a part
+ * of it. */
 D_EXPORT void DutSafeStringQAppend(D_SAFE_STRING *dest, const char *src, D_INT4 quantum);
 /** DutSafeStringQAppend with quantum 256. */
 D_EXPORT void DutSafeStringAppend(D_SAFE_STRING *dest, const char *src);

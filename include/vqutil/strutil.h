@@ -141,18 +141,26 @@ D_EXPORT char *DutStrTok(char *str, char **rest);
 /** Replaces, in place, every character that is neither a letter nor a digit
  * by an underscore; D_TRUE. Null str: D_ERR_NULL_PTR, D_FALSE. */
 D_EXPORT D_BOOL DutStrToIdFileName(char *str);
+/** A list of strings that the list functions only read. C++ takes both
+ * char ** and const char ** as const char *const *; C converts neither to
+ * the other, so C callers pass the char ** that DutStrListDup returns. */
+#ifdef __cplusplus
+typedef const char *const *D_STR_LIST;
+#else
+typedef char *const *D_STR_LIST;
+#endif
 /** A new array of `count` new copies of the strings of str_list (labels
  * "new_str_list" and "(new_str_list[counter])"); a null entry stays null.
  * The caller frees every string and then the array with DutFreeCheck.
  * Null list: D_ERR_NULL_PTR, NULL; negative count: D_ERR_VAL_TOO_SMALL,
  * NULL. */
-D_EXPORT char **DutStrListDup(const char *const *str_list, D_INT4 count);
+D_EXPORT char **DutStrListDup(D_STR_LIST str_list, D_INT4 count);
 /** D_TRUE when both lists have the same count and the strings at each
  * position compare equal ignoring case (order matters). A null list or a
  * negative count fails an internal validation (warning) and answers
  * D_FALSE with D_ERR_NULL_PTR or D_ERR_VAL_TOO_SMALL. */
-D_EXPORT D_BOOL DutStrListEquali(const char *const *str_list1, D_INT4 num_str_list1,
-                                 const char *const *str_list2, D_INT4 num_str_list2);
+D_EXPORT D_BOOL DutStrListEquali(D_STR_LIST str_list1, D_INT4 num_str_list1, D_STR_LIST str_list2,
+                                 D_INT4 num_str_list2);
 
 /* ---- Wall-clock text ------------------------------------------------------ */
 

@@ -3,6 +3,7 @@
 // memory trace shows exactly the sizes the buffer went through.
 #include "vqutil/safestr.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "frame/check.hpp"
@@ -39,8 +40,13 @@ inline void appendText(D_SAFE_STRING *dest, const char *src, D_INT4 quantum) {
   SAFESTR_CHECK(dest->str != nullptr, "dest->str");
   SAFESTR_CHECK(quantum > 0, "0 < quantum");
   const auto n = static_cast<D_INT4>(std::strlen(src));
+  // The source may be dest's own text: find it again after the buffer moved.
+  const std::uintptr_t at =
+      reinterpret_cast<std::uintptr_t>(src) - reinterpret_cast<std::uintptr_t>(dest->str);
+  const bool own = at < static_cast<std::uintptr_t>(dest->size);
   growTo(dest, dest->length + n + 1, quantum);
-  std::memcpy(dest->str + dest->length, src, static_cast<std::size_t>(n) + 1);
+  if (own) src = dest->str + at;
+  std::memmove(dest->str + dest->length, src, static_cast<std::size_t>(n) + 1);
   dest->length += n;
 }
 

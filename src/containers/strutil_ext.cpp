@@ -458,7 +458,7 @@ D_EXPORT D_BOOL DutStrToIdFileName(char *str) {
   return D_TRUE;
 }
 
-D_EXPORT char **DutStrListDup(const char *const *str_list, D_INT4 count) {
+D_EXPORT char **DutStrListDup(D_STR_LIST str_list, D_INT4 count) {
   if (str_list == nullptr) {
     DutErrNumSet(D_ERR_NULL_PTR);
     return nullptr;
@@ -478,8 +478,8 @@ D_EXPORT char **DutStrListDup(const char *const *str_list, D_INT4 count) {
   return new_str_list;
 }
 
-D_EXPORT D_BOOL DutStrListEquali(const char *const *str_list1, D_INT4 num_str_list1,
-                                 const char *const *str_list2, D_INT4 num_str_list2) {
+D_EXPORT D_BOOL DutStrListEquali(D_STR_LIST str_list1, D_INT4 num_str_list1, D_STR_LIST str_list2,
+                                 D_INT4 num_str_list2) {
   const bool ok1 = VQ_EXPECT(str_list1 != nullptr, "D_NULL != str_list1", kFile) != 0;
   const bool ok2 = VQ_EXPECT(num_str_list1 >= 0, "0 <= num_str_list1", kFile) != 0;
   const bool ok3 = VQ_EXPECT(str_list2 != nullptr, "D_NULL != str_list2", kFile) != 0;

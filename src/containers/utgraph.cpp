@@ -186,7 +186,7 @@ D_EXPORT D_BOOL DutGraphDestroy(D_GRAPH *graph) {
 }
 
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexAdd(D_GRAPH *graph, const char *name) {
-  if (nullArg(graph)) return nullptr;
+  if (nullArg(graph) || nullArg(name)) return nullptr;
   if (DutGraphVertexLookup(graph, name) != nullptr) {
     DutErrNumSet(D_ERR_ALREADY_EXISTS);
     return nullptr;
@@ -237,7 +237,7 @@ D_EXPORT D_BOOL DutGraphVertexRemove(D_GRAPH *graph, D_GRAPH_VERTEX *vertex) {
 }
 
 D_EXPORT D_GRAPH_VERTEX *DutGraphVertexLookup(D_GRAPH *graph, const char *name) {
-  if (nullArg(graph)) return nullptr;
+  if (nullArg(graph) || nullArg(name)) return nullptr;
   for (D_GRAPH_VERTEX *v = graph->first_vertex; v != nullptr; v = v->next) {
     if (v->name == name) return v;
   }

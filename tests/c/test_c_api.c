@@ -93,6 +93,8 @@ static void test_containers(void) {
   CHECK(DutHashLookup(table, (D_WORD) "gamma") == 0);
   CHECK(DutErrNumGet() == D_ERR_DOESNT_EXIST);
   DutHashDestroy(table, NULL, NULL);
+  /* Lists of strings as C has them, char **, go in without a cast. */
+  CHECK(DutStrListDup((char *[]){"a"}, -1) == NULL && DutStrListEquali((char *[]){"a"}, 1, (char *[]){"A"}, 1));
 }
 
 static void test_memory(void) {

@@ -76,6 +76,8 @@ TEST_F(Graph, DuplicatesUndirectedPairsAndVertexRemoval) {
   EXPECT_TRUE(listed == 3 && g_->vertex_count == 3 && g_->vertex_add_count == 4 && !DutGraphVertexLookup(g_, B));
   EXPECT_TRUE(DutGraphEdgeGetFirst(a) == nullptr && DutGraphEdgeGetFirst(c) == nullptr);
   EXPECT_FAILS(DutGraphVertexAdd(nullptr, A), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(v(nullptr), nullptr, D_ERR_NULL_PTR);
+  EXPECT_FAILS(DutGraphVertexLookup(g_, nullptr), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(edge(nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutGraphDump(nullptr, vqtest::CapturePrint), D_FALSE, D_ERR_NULL_PTR);
 }

@@ -32,7 +32,7 @@ TEST(SafeStringModel, RandomOperationsMatchAStringAndItsSize) {
       const char c = static_cast<char>('A' + step % 26);
       const D_INT4 count = static_cast<D_INT4>(rng() % 40) - 5;
       DutErrNumSet(0);
-      switch (rng() % 9) {
+      switch (rng() % 10) {
         case 0: DutSafeStringAppend(&s, piece.c_str()); text += piece; grow(256); break;
         case 1: DutSafeStringQAppend(&s, piece.c_str(), quantum); text += piece; grow(quantum); break;
         case 2: DutSafeStringAppendChar(&s, c); text += c; grow(256); break;
@@ -46,6 +46,7 @@ TEST(SafeStringModel, RandomOperationsMatchAStringAndItsSize) {
           if (wanted > size) size = (wanted + 255) / 256 * 256;
           break;
         }
+        case 8: if (s.length < 600) DutSafeStringAppend(&s, s.str), text += text, grow(256); break;  // own text
         default: {
           const D_INT4 length = static_cast<D_INT4>(text.size());
           const D_INT4 err = count < 0 ? D_ERR_VAL_TOO_SMALL : (count > length ? D_ERR_VAL_INVALID : 0);

@@ -14,7 +14,9 @@
  * pair reports failure ("not available") and sets no error number.
  *
  * Options read (looked up by name each time; a missing option or one
- * without a value gives the default):
+ * without a value gives the default). The library does not create them: a
+ * host that wants them settable creates them itself (numeric, numeric and
+ * boolean):
  *   ptm_lock_loops  attempts of the polling path (default 600);
  *   ptm_lock_delay  seconds between those attempts (default 0.2);
  *   ptm_lock_trace  true: every failure and retry is reported through

@@ -173,9 +173,6 @@ const StandardOption kStandardOptions[] = {
     num("_socket_linger_time", false, 60),
     num("_socket_listen_backlog", true, 50, DutOptionVerifyNonNeg),
     num("_conn_read_size_init", true, 8192, DutOptionVerifyNonNeg),
-    num("ptm_lock_loops", false, 600, DutOptionVerifyNonNeg),
-    num("ptm_lock_delay", false, 0.2, DutOptionVerifyNonNeg),
-    boolean("ptm_lock_trace", false, false),
     num("default_history_buffer_size", true, 1000, DutOptionVerifyNonNeg),
 };
 

@@ -20,13 +20,21 @@
 #include "vqutil/command.h"
 #include "vqutil/filelock.h"
 #include "vqutil/memory.h"
+#include "vqutil/option.h"
 #include "vqutil/platform.h"
 
 namespace {
 
 std::string code(int os) { return ".  Error code " + std::to_string(os) + "\n"; }
 
-void Setopt(const std::string &line) { DutCommandParseStr(("setopt " + line).c_str()); }
+// The lock options exist only once a host creates them, as here.
+void Setopt(const std::string &line) {
+  static const bool created = DutOptionCreate("ptm_lock_loops", D_OPT_TYPE_NUMERIC) &&
+                              DutOptionCreate("ptm_lock_delay", D_OPT_TYPE_NUMERIC) &&
+                              DutOptionCreate("ptm_lock_trace", D_OPT_TYPE_BOOLEAN);
+  ASSERT_TRUE(created);
+  DutCommandParseStr(("setopt " + line).c_str());
+}
 
 // A forked child talking with the parent over a socket pair: side 0 is
 // the parent's, side 1 the child's. Waits are bounded by their time-outs

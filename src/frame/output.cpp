@@ -6,13 +6,13 @@
 // take it again. Printing never disturbs the caller's error values.
 #include "vqutil/output.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
+#include "errors/restore.hpp"
 #include "platform/os.hpp"
 #include "threads/process_lock.hpp"
 #include "vqutil/error.h"
@@ -101,18 +101,6 @@ void outAndDebug(const char *format, va_list args) {
   va_end(copy);
 }
 
-// DutErrNumRestore keeps a foreign value that was 0 when saved (its setters
-// take 0 as "keep"). Printing puts those zeros back as well: a first write
-// to a stream or a first time-zone lookup may leave errno set, and the
-// caller must find all four values exactly as they were.
-D_BOOL restoreAll(const D_ERR_SAVE &save) {
-  D_BOOL status = DutErrNumRestore(&save);
-  if (save.c_err == 0) errno = 0;
-  if (save.os_err == 0) vq::os::setLastError(0);
-  if (save.socket_err == 0) vq::os::setSocketError(0);
-  return status;
-}
-
 }  // namespace
 
 extern "C" {
@@ -126,7 +114,7 @@ D_EXPORT void DutOut(const char *format, ...) {
   va_start(args, format);
   DutVOut(format, args);
   va_end(args);
-  restoreAll(save);
+  vq::errors::restoreExactly(save);
 }
 
 D_EXPORT void DutVOut(const char *format, va_list args) {
@@ -298,7 +286,7 @@ D_EXPORT void DutWarning(const char *format, ...) {
     va_end(args);
   }
   if (std::getenv("VQ_WARNING_ABORT") != nullptr) std::abort();
-  status = restoreAll(save);
+  status = vq::errors::restoreExactly(save);
   DutExpect(status == D_TRUE, "D_TRUE == status", kFile, __LINE__);
 }
 

@@ -38,8 +38,10 @@ D_EXPORT void DutFree(void *block);
 
 /** @{ */
 /** Checked allocation of size bytes (zero-filled for the calloc form):
- * running out of heap is fatal, so the result is never null. name, file and
- * line label the trace line written when memory tracing is on. */
+ * running out of heap is fatal, so the result is null only when the
+ * environment lets a fatal error return (VQ_FATAL_ERROR_CONTINUE or
+ * VQ_FATAL_ERROR_SLEEP). name, file and line label the trace line written
+ * when memory tracing is on. */
 D_EXPORT void *DutMallocCheck(D_INT4 size, const char *name, const char *file, D_INT4 line);
 D_EXPORT void *DutCallocCheck(D_INT4 size, const char *name, const char *file, D_INT4 line);
 /** @} */

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "errors/debug_flags.hpp"
+#include "errors/restore.hpp"
 #include "frame/check.hpp"
 #include "platform/os.hpp"
 #include "threads/process_lock.hpp"
@@ -205,6 +206,18 @@ void withRecord(Fn &&fn) {
 
 }  // namespace
 
+namespace vq::errors {
+
+D_BOOL restoreExactly(const D_ERR_SAVE &save) noexcept {
+  D_BOOL status = DutErrNumRestore(&save);
+  if (save.c_err == 0) errno = 0;
+  if (save.os_err == 0) vq::os::setLastError(0);
+  if (save.socket_err == 0) vq::os::setSocketError(0);
+  return status;
+}
+
+}  // namespace vq::errors
+
 extern "C" {
 
 D_EXPORT void DutErrNumSet(D_INT4 err_num) {
@@ -342,7 +355,7 @@ D_EXPORT D_BOOL DutPerror(const char *prefix) {
   D_INT4 enabled = 1;
   DutPerrorGetEnable(&enabled);
   if (enabled == 0) {
-    DutErrNumRestore(&save);
+    vq::errors::restoreExactly(save);
     return D_TRUE;
   }
 
@@ -385,7 +398,7 @@ D_EXPORT D_BOOL DutPerror(const char *prefix) {
       break;
   }
   if (print) DutOutDebug("%s: %s\n", prefix, text);
-  DutErrNumRestore(&save);
+  vq::errors::restoreExactly(save);
   return D_TRUE;
 }
 

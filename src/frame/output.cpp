@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "errors/restore.hpp"
 #include "platform/os.hpp"
 #include "threads/process_lock.hpp"
 #include "vqutil/error.h"
@@ -113,7 +114,7 @@ D_EXPORT void DutOut(const char *format, ...) {
   va_start(args, format);
   DutVOut(format, args);
   va_end(args);
-  DutErrNumRestore(&save);
+  vq::errors::restoreExactly(save);
 }
 
 D_EXPORT void DutVOut(const char *format, va_list args) {
@@ -285,7 +286,7 @@ D_EXPORT void DutWarning(const char *format, ...) {
     va_end(args);
   }
   if (std::getenv("VQ_WARNING_ABORT") != nullptr) std::abort();
-  status = DutErrNumRestore(&save);
+  status = vq::errors::restoreExactly(save);
   DutExpect(status == D_TRUE, "D_TRUE == status", kFile, __LINE__);
 }
 

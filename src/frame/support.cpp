@@ -1,6 +1,8 @@
 // The support notice: the text of $VQHOME/standard/support.txt.
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 
 #include "vqutil/error.h"
 #include "vqutil/file.h"
@@ -15,13 +17,15 @@ D_EXPORT D_BOOL DutGetSupportNotice(D_SAFE_STRING *notice) {
     return D_FALSE;
   }
   const char *home = std::getenv("VQHOME");
-  char dir[4096];
-  char path[4200];
-  DutBuildDirName(dir, home != nullptr ? home : "", "standard");
-  DutBuildFileName(path, dir, "support", ".txt");
-  FILE *f = DutOpenFile(path, "r");
+  if (home == nullptr) home = "";
+  // Sized by the variable, which may be longer than any fixed buffer.
+  std::string dir(std::strlen(home) + sizeof "/standard", '\0');
+  std::string path(dir.size() + sizeof "/support.txt", '\0');
+  DutBuildDirName(dir.data(), home, "standard");
+  DutBuildFileName(path.data(), dir.c_str(), "support", ".txt");
+  FILE *f = DutOpenFile(path.c_str(), "r");
   if (f == nullptr) {
-    DutWarning("DutGetSupportNotice: could not open <%s>\n", path);
+    DutWarning("DutGetSupportNotice: could not open <%s>\n", path.c_str());
     return D_FALSE;
   }
   // Pieces of at most 255 characters: a long line arrives in several.

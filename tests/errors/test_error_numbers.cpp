@@ -239,6 +239,8 @@ TEST(Perror, TextOfEachForeignKindAndLeavesAllFourValues) {
       {D_ERR_C, EACCES, 2, 10061, "", ": " + Sys(EACCES) + "\n"},
       // Outside the runtime's table.
       {D_ERR_C, 50000, 0, 0, "r", "r: Error 50000\n"},
+      // Within the runtime's range but a gap in its table (41 on Linux): its generic text.
+      {D_ERR_C, 41, 0, 0, "r", "r: " + Sys(41) + "\n"},
       // The system text carries no line break of its own.
       {D_ERR_OS, EINVAL, 2, 10054, "open", "open: " + Sys(2) + "\n"},
       // Codes are taken as signed 16-bit numbers: 70000 - 65536 = 4464,

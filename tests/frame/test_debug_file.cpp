@@ -136,6 +136,12 @@ TEST(DebugFile, Fallbacks) {
     EXPECT_EQ(DutDebugFilePtr(), stderr);
     EXPECT_STREQ(DutDebugFileName(), "stderr");
     EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);
+    // A support notice that cannot be read only warns, however long VQHOME is.
+    ::setenv("VQHOME", std::string(5000, 'h').c_str(), 1);
+    D_SAFE_STRING notice{};
+    EXPECT_FALSE(DutGetSupportNotice(&notice));
+    EXPECT_EQ(capture.Take(), "WARNING: DutGetSupportNotice: could not open <" + std::string(5000, 'h') +
+                                  "/standard/support.txt>\n");
   });
   RunClean([] {
     fs::create_directory("sub");

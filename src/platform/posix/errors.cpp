@@ -45,12 +45,18 @@ int canonicalErrno(int e) { return e == EAGAIN ? EWOULDBLOCK : e; }
 [[maybe_unused]] const char *pickText(const char *gnu_text, const char *) { return gnu_text; }
 [[maybe_unused]] const char *pickText(int xsi_result, const char *buffer) { return xsi_result == 0 ? buffer : nullptr; }
 
-// The system text of an errno value, or null when the system only has its
-// generic "Unknown error" text for it.
-const char *errnoText(int code, char *scratch, std::size_t size) {
+// strerror_r's text for any number, its generic one included.
+const char *anyErrnoText(int code, char *scratch, std::size_t size) {
   int saved = errno;
   const char *text = pickText(strerror_r(code, scratch, size), scratch);
   errno = saved;
+  return text;
+}
+
+// The system text of an errno value, or null when the system only has its
+// generic "Unknown error" text for it.
+const char *errnoText(int code, char *scratch, std::size_t size) {
+  const char *text = anyErrnoText(code, scratch, size);
   if (text == nullptr || std::strncmp(text, "Unknown error", 13) == 0) return nullptr;
   return text;
 }
@@ -114,8 +120,10 @@ int runtimeErrorCount() noexcept {
 
 bool runtimeErrorText(int errno_value, char *buffer, std::size_t size) noexcept {
   if (errno_value < 1 || errno_value >= runtimeErrorCount()) return copyText(nullptr, buffer, size);
+  // The runtime's table has a row for every number in its range: the gaps
+  // in it (41 and 58 on Linux) read as the generic text.
   char scratch[256];
-  return copyText(errnoText(errno_value, scratch, sizeof scratch), buffer, size);
+  return copyText(anyErrnoText(errno_value, scratch, sizeof scratch), buffer, size);
 }
 
 }  // namespace vq::os

@@ -107,7 +107,11 @@ int runtimeErrorCount() noexcept {
 }
 
 bool runtimeErrorText(int errno_value, char *buffer, std::size_t size) noexcept {
-  const char *text = errno_value >= 1 && errno_value < runtimeErrorCount() ? runtimeText(errno_value) : nullptr;
+  // Every number in the range has a row in the runtime's table, a gap
+  // reading "Unknown error".
+  const int saved = errno;
+  const char *text = errno_value >= 1 && errno_value < runtimeErrorCount() ? std::strerror(errno_value) : nullptr;
+  errno = saved;
   return copyText(text, text != nullptr ? std::strlen(text) : 0, buffer, size);
 }
 

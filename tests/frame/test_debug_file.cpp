@@ -140,8 +140,9 @@ TEST(DebugFile, Fallbacks) {
     ::setenv("VQHOME", std::string(5000, 'h').c_str(), 1);
     D_SAFE_STRING notice{};
     EXPECT_FALSE(DutGetSupportNotice(&notice));
-    EXPECT_EQ(capture.Take(), "WARNING: DutGetSupportNotice: could not open <" + std::string(5000, 'h') +
-                                  "/standard/support.txt>\n");
+    const std::string sep(1, static_cast<char>(std::filesystem::path::preferred_separator));
+    EXPECT_EQ(capture.Take(), "WARNING: DutGetSupportNotice: could not open <" + std::string(5000, 'h') + sep +
+                                  "standard" + sep + "support.txt>\n");
   });
   RunClean([] {
     fs::create_directory("sub");

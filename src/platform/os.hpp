@@ -120,6 +120,12 @@ void ctimeText(std::time_t t, char *buffer, std::size_t size) noexcept;
 // localtime); false when t cannot be represented.
 bool localCalendar(std::time_t t, std::tm *fields) noexcept;
 int processId() noexcept;
+// The system's name, the node name, the release, the version and the
+// machine, as uname gives them, each into a buffer of `size` bytes,
+// NUL-terminated and cut to it. False, with the OS last error set, when the
+// system cannot tell; the buffers then hold what was filled so far.
+bool systemInfo(char *sysname, char *nodename, char *release, char *version, char *machine,
+                std::size_t size) noexcept;
 
 // ---- Environment and logs -----------------------------------------------
 

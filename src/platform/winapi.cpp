@@ -1,6 +1,7 @@
 // The portability layer's exported services and the library's character
 // format setting.
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 #include "platform/os.hpp"
@@ -67,6 +68,22 @@ D_EXPORT D_BOOL DutWinStartWinsock(void) { return vq::os::socketsStart() ? D_TRU
 D_EXPORT void DutWinEndWinsock(void) { vq::os::socketsEnd(); }
 
 D_EXPORT D_INT4 DutWinVersionInfo(void) { return vq::os::systemFamily(); }
+
+D_EXPORT D_BOOL DutGetSystemInfo(D_SYSTEM_INFO *info) {
+  if (info == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return D_FALSE;
+  }
+  // Zeroed, so that a record sent on as it is carries no stale bytes.
+  std::memset(info, 0, sizeof *info);
+  if (vq::os::systemInfo(info->sysname, info->nodename, info->release, info->version, info->machine,
+                         D_SYSTEM_INFO_TEXT_SIZE)) {
+    return D_TRUE;
+  }
+  DutErrNumSetOs(vq::os::lastError());
+  std::memset(info, 0, sizeof *info);
+  return D_FALSE;
+}
 
 D_EXPORT D_INT4 DutGetCharFormatSystemDefault(void) { return formatFromLocale(); }
 

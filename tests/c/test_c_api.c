@@ -142,6 +142,12 @@ static void test_threads(void) {
   CHECK(DutMutexDestroy(mutex) == D_TRUE);
 }
 
+/* The system's record, filled; a null one refused. */
+static void test_system_info(void) {
+  D_SYSTEM_INFO info;
+  CHECK(!DutGetSystemInfo(NULL) && DutErrNumGet() == D_ERR_NULL_PTR && DutGetSystemInfo(&info) && info.nodename[0]);
+}
+
 /* The typed accepts as a C host calls them: one argument, the value as the
  * result; a refusal long-jumps through the quiet error function. */
 static jmp_buf lex_jump;
@@ -213,6 +219,7 @@ int main(void) {
   test_memory();
   test_lexer();
   test_threads();
+  test_system_info();
   test_ringbuf();
   printf("c_api: %d passed, %d failed\n", passed, failed);
   return failed == 0 ? 0 : 1;

@@ -1,7 +1,10 @@
 // Node names to addresses: dotted notation, the local name rules, the
 // comparison of node names and classful network arithmetic. Nothing here
 // reaches a name server: every name with letters is a localhost name, lies
-// under the reserved "invalid" domain or cannot be a host name.
+// under the reserved "invalid" domain or cannot be a host name. The system
+// information stands beside them: its node name is the same.
+#include <sys/utsname.h>
+
 #include <string>
 
 #include "net_support.hpp"
@@ -72,6 +75,18 @@ TEST(NodeAddress, ClassfulNetworkArithmetic) {
     b.s_addr = DutWinMakeaddr(DutWinNetof(a.s_addr), 0xFFFFFFFF);
     EXPECT_STREQ(inet_ntoa(b), broadcast) << address;
   }
+}
+
+// As uname gives it; the node name also as DutGetNodeName's once nothing
+// forces that one.
+TEST(SystemInfo, AsUnameGivesIt) {
+  EnvVar unforced("VQ_FORCE_NODE_NAME", nullptr);
+  D_SYSTEM_INFO i;
+  utsname u;
+  ASSERT_TRUE(DutGetSystemInfo(&i) && uname(&u) == 0);
+  EXPECT_EQ(std::string(i.sysname) + '|' + i.nodename + '|' + i.release + '|' + i.version + '|' + i.machine,
+            std::string(u.sysname) + '|' + u.nodename + '|' + u.release + '|' + u.version + '|' + u.machine);
+  EXPECT_STREQ(i.nodename, DutGetNodeName(std::string(D_NODE_NAME_SIZE, 'x').data()));
 }
 
 }  // namespace

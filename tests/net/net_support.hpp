@@ -19,7 +19,7 @@
 #include "support/option_value.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
-#include "vqutil/net.h"
+#include "vqutil/util.h"
 
 namespace net_test {
 

@@ -1,10 +1,13 @@
-// Time, process identity, the environment and the system log.
+// Time, process identity, system information, the environment and the
+// system log.
+#include <sys/utsname.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -49,6 +52,20 @@ bool localCalendar(std::time_t t, std::tm *fields) noexcept {
 }
 
 int processId() noexcept { return static_cast<int>(getpid()); }
+
+bool systemInfo(char *sysname, char *nodename, char *release, char *version, char *machine,
+                std::size_t size) noexcept {
+  utsname u;
+  int saved = errno;
+  bool ok = ::uname(&u) == 0;
+  if (!ok) setLastError(errno);
+  errno = saved;
+  if (!ok) return false;
+  const char *texts[] = {u.sysname, u.nodename, u.release, u.version, u.machine};
+  char *buffers[] = {sysname, nodename, release, version, machine};
+  for (int i = 0; i < 5; ++i) std::snprintf(buffers[i], size, "%s", texts[i]);
+  return true;
+}
 
 bool setEnv(const char *name, const char *value) noexcept {
   if (name == nullptr || value == nullptr) {

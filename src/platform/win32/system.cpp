@@ -1,5 +1,5 @@
-// Time, process identity, the environment, the event log, the platform
-// family and the start-up settings in the registry.
+// Time, process identity, system information, the environment, the event
+// log, the platform family and the start-up settings in the registry.
 #include <winsock2.h>
 #include <windows.h>
 
@@ -171,20 +171,70 @@ void systemLog(const char *ident, const char *text) noexcept {
   ::SetLastError(saved);
 }
 
-int systemFamily() noexcept {
-  static const int family = [] {
-    OSVERSIONINFOA info;
-    std::memset(&info, 0, sizeof info);
-    info.dwOSVersionInfoSize = sizeof info;
+namespace {
+
+// GetVersionExA: deprecated, but the family comes from it. A program
+// without a compatibility manifest sees 6.2 from Windows 8.1 on.
+bool readVersion(OSVERSIONINFOA *info) {
+  std::memset(info, 0, sizeof *info);
+  info->dwOSVersionInfoSize = sizeof *info;
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #endif
-    // Failing, the process takes itself to run on the older family.
-    if (::GetVersionExA(&info) == 0) return 1;
+  return ::GetVersionExA(info) != 0;
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
+}
+
+// The names PROCESSOR_ARCHITECTURE holds.
+const char *architectureName(WORD architecture) {
+  switch (architecture) {
+    case PROCESSOR_ARCHITECTURE_AMD64:
+      return "AMD64";
+    case PROCESSOR_ARCHITECTURE_INTEL:
+      return "x86";
+    case PROCESSOR_ARCHITECTURE_ARM64:
+      return "ARM64";
+    case PROCESSOR_ARCHITECTURE_ARM:
+      return "ARM";
+    case PROCESSOR_ARCHITECTURE_IA64:
+      return "IA64";
+    default:
+      return "unknown";
+  }
+}
+
+}  // namespace
+
+bool systemInfo(char *sysname, char *nodename, char *release, char *version, char *machine,
+                std::size_t size) noexcept {
+  OSVERSIONINFOA v;
+  char name[256];
+  DWORD length = sizeof name;
+  // The DNS host name, which gethostname gives too, rather than the
+  // upper-case NetBIOS name.
+  if (!readVersion(&v) || !::GetComputerNameExA(ComputerNameDnsHostname, name, &length)) return false;
+  SYSTEM_INFO si;
+  ::GetNativeSystemInfo(&si);  // the machine's, also for a 32-bit process
+  std::snprintf(sysname, size, "%s",
+                v.dwPlatformId == VER_PLATFORM_WIN32_NT        ? "Windows NT"
+                : v.dwPlatformId == VER_PLATFORM_WIN32_WINDOWS ? "Windows"
+                                                               : "Win32s");
+  std::snprintf(nodename, size, "%s", name);
+  std::snprintf(release, size, "%lu.%lu", v.dwMajorVersion, v.dwMinorVersion);
+  // The older family keeps major and minor in the build number's high word.
+  std::snprintf(version, size, "%lu%s%s", v.dwBuildNumber & 0xFFFFu, v.szCSDVersion[0] ? " " : "", v.szCSDVersion);
+  std::snprintf(machine, size, "%s", architectureName(si.wProcessorArchitecture));
+  return true;
+}
+
+int systemFamily() noexcept {
+  static const int family = [] {
+    OSVERSIONINFOA info;
+    // Failing, the process takes itself to run on the older family.
+    if (!readVersion(&info)) return 1;
     switch (info.dwPlatformId) {
       case VER_PLATFORM_WIN32_NT:
         return 2;

@@ -66,12 +66,8 @@ bool takeNumber(std::string_view &rest, D_INT4 *value) {
   return true;
 }
 
-// The blanks that must follow a field; false when there are none.
-bool skipBlanks(std::string_view &rest) {
-  std::size_t i = 0;
-  while (i < rest.size() && isBlank(rest[i])) ++i;
-  rest.remove_prefix(i);
-  return i > 0;
+void skipBlanks(std::string_view &rest) {
+  while (!rest.empty() && isBlank(rest.front())) rest.remove_prefix(1);
 }
 
 // What is wrong with a line, or null when it is a message (stored in *out)
@@ -81,9 +77,12 @@ const char *parseLine(std::string_view line, D_INT4 *number, Message *out) {
   std::string_view rest = line;
   skipBlanks(rest);
   if (rest.empty() || rest.front() == '#') return nullptr;
-  if (!takeNumber(rest, number) || !skipBlanks(rest)) return "no message number";
-  if (!takeNumber(rest, &out->severity) || out->severity < 0) return "no severity";
-  if (!skipBlanks(rest) || rest.empty()) return "no text";
+  auto fieldEnds = [&rest] { return rest.empty() || isBlank(rest.front()); };
+  if (!takeNumber(rest, number) || !fieldEnds()) return "no message number";
+  skipBlanks(rest);
+  if (!takeNumber(rest, &out->severity) || out->severity < 0 || !fieldEnds()) return "no severity";
+  skipBlanks(rest);
+  if (rest.empty()) return "no text";
   for (std::size_t i = 0; i < rest.size(); ++i) {
     if (rest[i] != '%') continue;
     if (i + 1 < rest.size() && (rest[i + 1] == '%' || (rest[i + 1] >= '1' && rest[i + 1] <= '9'))) {
@@ -252,6 +251,9 @@ D_EXPORT D_BOOL DutErrOpenFile(const char *name) {
       }
     }
   }
+  // Lookups that miss leave "doesn't exist" behind; a load that works
+  // leaves the caller's number.
+  const D_INT4 before = DutErrNumGet();
   FILE *stream = DutFOpen(name, "r");
   if (stream == nullptr) return D_FALSE;
 
@@ -290,6 +292,7 @@ D_EXPORT D_BOOL DutErrOpenFile(const char *name) {
     }
   }
   openFiles().push_back(std::move(loaded));
+  DutErrNumSet(before);
   return D_TRUE;
 }
 

@@ -4,12 +4,15 @@
 // The messages of every open file live in a process-wide list (newest file
 // last) guarded by the process-wide lock; a report copies its message out
 // under the lock and formats and prints outside it. Parameters are per
-// thread, under a key of their own whose system clean-up frees them when
-// the thread ends.
+// thread, under a key of their own: the next report takes them, and the
+// key's clean-up frees what a thread leaves set when it ends.
+#include <algorithm>
 #include <csetjmp>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,12 +40,10 @@ struct MessageFile {
   D_HASH_TABLE *index = nullptr;
 };
 
-// Guarded by the process-wide lock. Never destroyed: reports may still run
-// while the process ends.
-std::vector<MessageFile> &openFiles() {
-  static auto *files = new std::vector<MessageFile>;
-  return *files;
-}
+// Guarded by the process-wide lock; made by the first open and freed when
+// the last file closes, so that a program that never opens one (or closes
+// all it opened) leaves nothing behind at exit.
+std::vector<MessageFile> *utOpenFiles = nullptr;
 
 // ---- Reading a file -------------------------------------------------------
 
@@ -106,6 +107,14 @@ bool readLine(FILE *stream, std::string &line) {
   return !line.empty();
 }
 
+// The caller holds the process-wide lock.
+bool isOpen(std::string_view name) {
+  if (utOpenFiles == nullptr) return false;
+  for (const MessageFile &file : *utOpenFiles)
+    if (file.name == name) return true;
+  return false;
+}
+
 void forgetFile(MessageFile &file) {
   if (file.index != nullptr) DutHashDestroy(file.index, nullptr, nullptr);
   file.index = nullptr;
@@ -138,6 +147,14 @@ ThreadParams *threadParams(bool create) {
     }
   }
   return params;
+}
+
+// Hands the thread's parameters to a report, which clears them by taking
+// them: a thread holds memory only between setting and reporting.
+std::unique_ptr<ThreadParams> takeParams() {
+  ThreadParams *params = threadParams(false);
+  if (params != nullptr) vq::os::tlsSet(paramsKey(), nullptr);
+  return std::unique_ptr<ThreadParams>(params);
 }
 
 // ---- Reporting --------------------------------------------------------------
@@ -177,14 +194,11 @@ D_BOOL report(D_INT4 number, va_list args) {
     given[count] = arg;
     param[count] = &given[count];
   }
-  if (ThreadParams *mine = threadParams(false); mine != nullptr) {
-    for (int i = 0; i < D_ERR_PARAM_COUNT; ++i) {
-      if (mine->set[i] && i >= count) {
-        given[i].swap(mine->text[i]);
-        param[i] = &given[i];
-      }
-      mine->set[i] = false;
-      mine->text[i].clear();
+  if (const std::unique_ptr<ThreadParams> mine = takeParams(); mine != nullptr) {
+    for (int i = count; i < D_ERR_PARAM_COUNT; ++i) {
+      if (!mine->set[i]) continue;
+      given[i].swap(mine->text[i]);
+      param[i] = &given[i];
     }
   }
 
@@ -192,11 +206,10 @@ D_BOOL report(D_INT4 number, va_list args) {
   bool found = false;
   {
     vq::ProcessLock lock;
-    const std::vector<MessageFile> &files = openFiles();
-    for (auto file = files.rbegin(); file != files.rend() && !found; ++file) {
-      D_WORD at = DutHashLookup(file->index, number);
-      if (at != 0) {
-        message = file->messages[static_cast<std::size_t>(at - 1)];
+    for (std::size_t i = utOpenFiles != nullptr ? utOpenFiles->size() : 0; i > 0 && !found; --i) {
+      const MessageFile &file = (*utOpenFiles)[i - 1];
+      if (D_WORD at = DutHashLookup(file.index, number); at != 0) {
+        message = file.messages[static_cast<std::size_t>(at - 1)];
         found = true;
       }
     }
@@ -244,11 +257,9 @@ D_EXPORT D_BOOL DutErrOpenFile(const char *name) {
   }
   {
     vq::ProcessLock lock;
-    for (const MessageFile &file : openFiles()) {
-      if (file.name == name) {
-        DutErrNumSet(D_ERR_ALREADY_EXISTS);
-        return D_FALSE;
-      }
+    if (isOpen(name)) {
+      DutErrNumSet(D_ERR_ALREADY_EXISTS);
+      return D_FALSE;
     }
   }
   // Lookups that miss leave "doesn't exist" behind; a load that works
@@ -283,15 +294,13 @@ D_EXPORT D_BOOL DutErrOpenFile(const char *name) {
   }
 
   vq::ProcessLock lock;
-  for (const MessageFile &file : openFiles()) {
-    // Loaded by another thread meanwhile.
-    if (file.name == name) {
-      forgetFile(loaded);
-      DutErrNumSet(D_ERR_ALREADY_EXISTS);
-      return D_FALSE;
-    }
+  if (isOpen(name)) {  // loaded by another thread meanwhile
+    forgetFile(loaded);
+    DutErrNumSet(D_ERR_ALREADY_EXISTS);
+    return D_FALSE;
   }
-  openFiles().push_back(std::move(loaded));
+  if (utOpenFiles == nullptr) utOpenFiles = new std::vector<MessageFile>;
+  utOpenFiles->push_back(std::move(loaded));
   DutErrNumSet(before);
   return D_TRUE;
 }
@@ -302,16 +311,20 @@ D_EXPORT D_BOOL DutErrCloseFile(const char *name) {
     return D_FALSE;
   }
   vq::ProcessLock lock;
-  std::vector<MessageFile> &files = openFiles();
-  for (auto file = files.begin(); file != files.end(); ++file) {
-    if (file->name == name) {
-      forgetFile(*file);
-      files.erase(file);
-      return D_TRUE;
-    }
+  if (!isOpen(name)) {
+    DutErrNumSet(D_ERR_DOESNT_EXIST);
+    return D_FALSE;
   }
-  DutErrNumSet(D_ERR_DOESNT_EXIST);
-  return D_FALSE;
+  std::erase_if(*utOpenFiles, [name](MessageFile &file) {
+    if (file.name != name) return false;
+    forgetFile(file);
+    return true;
+  });
+  if (utOpenFiles->empty()) {
+    delete utOpenFiles;
+    utOpenFiles = nullptr;
+  }
+  return D_TRUE;
 }
 
 D_EXPORT D_BOOL DutErrParamSet(D_INT4 index, const char *text) {
@@ -328,6 +341,7 @@ D_EXPORT D_BOOL DutErrParamSet(D_INT4 index, const char *text) {
   }
   params->set[index - 1] = text != nullptr;
   params->text[index - 1] = text != nullptr ? text : "";
+  if (std::none_of(std::begin(params->set), std::end(params->set), [](bool set) { return set; })) takeParams();
   return D_TRUE;
 }
 

@@ -57,7 +57,8 @@ class Reports : public ::testing::Test {
 };
 
 TEST_F(Reports, FileFormat) {
-  const std::pair<const char *, const char *> cases[] = {  // text, warning tail (null: loads)
+  // A file's text, and the tail of its warning (null: it loads).
+  const std::pair<const char *, const char *> cases[] = {
       {"# c\n\n  \n101 2 disk %1 full\n\t102  1\tlow on %1 (%2%%)  \r\n-5 0 negative\n", nullptr},
       {"101 2 disk %1 full", nullptr},  // no line feed at the end
       {"101 2 fine\nx 2 text\n", "line 2: no message number"},
@@ -74,7 +75,8 @@ TEST_F(Reports, FileFormat) {
   for (const auto &[text, warning] : cases) {
     SCOPED_TRACE(text);
     EXPECT_EQ(Open("m.msg", text), warning == nullptr ? 0 : D_ERR_FILE_CORRUPT);
-    const std::string want = warning == nullptr ? "" : "WARNING: DutErrOpenFile: " + dir_.file("m.msg") + " " + warning + "\n";
+    const std::string want =
+        warning == nullptr ? "" : "WARNING: DutErrOpenFile: " + dir_.file("m.msg") + " " + warning + "\n";
     EXPECT_EQ(out_.Take(), want);
     // Nothing of a corrupt file is kept, not even its good lines.
     EXPECT_EQ(Texts({101}), warning == nullptr ? "disk %1 full\n" : "unknown message 101\n");
@@ -135,7 +137,8 @@ TEST_F(Reports, FillsPlaces) {
 // they were: it sits in failure paths, whose reason the caller reads next.
 TEST_F(Reports, SeverityFeedbackAndErrorValues) {
   ASSERT_EQ(Open("s.msg", "1 0 note %1\n2 1 careful %1\n3 2 broken %1\n7 12 own level %1\n"), 0);
-  const std::tuple<D_INT4, D_INT4, D_INT4, const char *> cases[] = {  // number, threshold, level, text
+  // Number, severity threshold, feedback level, what is printed.
+  const std::tuple<D_INT4, D_INT4, D_INT4, const char *> cases[] = {
       {1, 0, 0, "note x\n"}, {1, 1, 0, ""}, {2, 1, 0, "WARNING: careful x\n"}, {2, 2, 0, ""},
       {3, 2, 0, "broken x\n"}, {3, 3, 0, ""}, {7, 12, 0, "own level x\n"}, {7, 13, 0, ""},
       {3, -4, -1, "broken x\n"}, {2, 0, 1, "WARNING: 2: careful x\n"}, {1, 0, 7, "1 (severity 0): note x\n"},

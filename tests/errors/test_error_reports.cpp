@@ -159,12 +159,13 @@ TEST_F(Reports, SeverityFeedbackAndErrorValues) {
   SetAllFour(0, 0, 0, 0);
 }
 
-// Each thread's output, collected by the thread itself.
-thread_local std::vector<std::string> tlsLines;
+// Each thread's output, collected by the thread itself into the list it
+// names (a plain pointer: no thread-local object with a destructor).
+thread_local std::vector<std::string> *tlsLines = nullptr;
 int CollectToThread(const char *format, va_list args) {
   char line[128];
   int n = std::vsnprintf(line, sizeof line, format, args);
-  tlsLines.emplace_back(line);
+  tlsLines->emplace_back(line);
   return n;
 }
 
@@ -178,12 +179,12 @@ TEST(ErrorThreads, ParametersArePerThread) {
   DutSetOutputFunc(&CollectToThread);
   std::vector<std::string> seen[2], expected[2];
   auto body = [&](int t) {
+    tlsLines = &seen[t];
     for (int i = 0; i < 300; ++i) {
       DutErrParamSet(2, std::to_string(i).c_str());
       DutErrReportParams(1, std::to_string(t).c_str(), nullptr);
       expected[t].push_back(std::to_string(t) + "/" + std::to_string(i) + "\n");
     }
-    seen[t] = tlsLines;
   };
   std::thread a(body, 0), b(body, 1);
   a.join();

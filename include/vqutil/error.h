@@ -10,8 +10,9 @@
  * numbers from 500 up serve the programs built on it, which set them with
  * DutErrNumSet.
  *
- * Thread safety: the error number and the "unknown error" text buffer are
- * per thread. The text table is built and read under the process-wide lock.
+ * Thread safety: the error number, the "unknown error" text buffer and the
+ * report parameters are per thread. The text table and the messages of
+ * open error-message files are built and read under the process-wide lock.
  * @{
  */
 /**
@@ -23,6 +24,7 @@
 #define VQUTIL_ERROR_H
 
 #include <setjmp.h>
+#include <stdarg.h>
 
 #include "types.h"
 
@@ -175,6 +177,63 @@ D_EXPORT D_INT4 DutErrFeedbackGet(void);
 D_EXPORT void DutErrSeveritySet(D_INT4 severity);
 D_EXPORT D_INT4 DutErrSeverityGet(void);
 /** @} */
+
+/** @{ */
+/** Severities of the messages in error-message files. A report is printed
+ * when its severity is at least DutErrSeverityGet(); the levels above
+ * D_ERR_SEVERITY_FATAL are the programs' own. */
+#define D_ERR_SEVERITY_INFO 0
+#define D_ERR_SEVERITY_WARNING 1
+#define D_ERR_SEVERITY_ERROR 2
+#define D_ERR_SEVERITY_FATAL 3
+/** @} */
+/** Parameters are numbered 1 to D_ERR_PARAM_COUNT (the places %1 .. %9). */
+#define D_ERR_PARAM_COUNT 9
+
+/** Loads an error-message file: lines "number severity text" (decimal
+ * number and non-negative severity, then blanks, then the text to the end
+ * of the line), where the text may hold the places %1 .. %9 and %% for a
+ * percent sign; blank lines and lines starting with # are skipped. Several
+ * files may be open; a number in more than one is taken from the file
+ * opened last. Returns D_TRUE when loaded. Errors, all with no change to
+ * the open messages: null name D_ERR_NULL_PTR; a file of that name already
+ * open D_ERR_ALREADY_EXISTS; a file that cannot be opened D_ERR_C; a
+ * malformed line or a number given twice in the file D_ERR_FILE_CORRUPT,
+ * with a warning naming the file and the line. */
+D_EXPORT D_BOOL DutErrOpenFile(const char *name);
+/** Forgets the messages of a file loaded by DutErrOpenFile (the name as
+ * given there). Null name: D_ERR_NULL_PTR; a name not open:
+ * D_ERR_DOESNT_EXIST; D_FALSE. */
+D_EXPORT D_BOOL DutErrCloseFile(const char *name);
+
+/** Sets the calling thread's parameter index (1 .. D_ERR_PARAM_COUNT) to a
+ * copy of text for its next report; null text clears it. Every report
+ * clears all of the thread's parameters when done. Index below 1:
+ * D_ERR_VAL_TOO_SMALL; above D_ERR_PARAM_COUNT: D_ERR_VAL_TOO_LARGE;
+ * D_FALSE. */
+D_EXPORT D_BOOL DutErrParamSet(D_INT4 index, const char *text);
+/** Reports message number: the variable arguments are texts for %1, %2 ...
+ * in order, ended by a null pointer (at most D_ERR_PARAM_COUNT are taken);
+ * places they do not reach take the thread's DutErrParamSet values, and a
+ * place with neither stays as written. The report is printed only when
+ * the message's severity is at least DutErrSeverityGet(): warnings through
+ * DutWarning, other severities through DutOut. Feedback level
+ * (DutErrFeedbackGet) 0 or less prints "text", 1 "number: text", 2 and up
+ * "number (severity s): text", each with a line feed. A number no open file
+ * holds is reported with severity D_ERR_SEVERITY_ERROR and the library's
+ * text for it (DutErrNumToStr) or else "unknown message <number>", then
+ * the given parameters as " [p1, p2]". Returns D_TRUE when an open file
+ * holds the number, D_FALSE otherwise; either way the thread's parameters
+ * are cleared and all four error values are left as they were, so that a
+ * report in a failure path keeps the failure's reason. */
+D_EXPORT D_BOOL DutErrReportParams(D_INT4 number, ...) D_NULL_TERMINATED;
+/** DutErrReportParams with the parameter texts in a va_list (still ended
+ * by a null pointer). */
+D_EXPORT D_BOOL DutErrVReportParams(D_INT4 number, va_list args);
+/** Reports as DutErrReportParams, then long-jumps to jump_buffer, or to the
+ * default one (DutErrGetJumpBufferPtr) when it is null; setjmp there
+ * returns number (1 when number is 0). Never returns. */
+D_EXPORT D_NORETURN void DutErrReportParamsJmp(jmp_buf *jump_buffer, D_INT4 number, ...) D_NULL_TERMINATED;
 
 /** The default error jump buffer (armed by DutInit). */
 D_EXPORT jmp_buf *DutErrGetJumpBufferPtr(void);

@@ -53,15 +53,20 @@
  * argument positions (args 0 for the va_list forms). */
 /** @def D_NORETURN
  * Marks a function that never returns. */
+/** @def D_NULL_TERMINATED
+ * The variable arguments must end with a null pointer. */
 #if defined(__GNUC__) || defined(__clang__)
 #define D_PRINTF_FORMAT(fmt, args) __attribute__((format(printf, fmt, args)))
 #define D_NORETURN __attribute__((noreturn))
+#define D_NULL_TERMINATED __attribute__((sentinel))
 #elif defined(_MSC_VER)
 #define D_PRINTF_FORMAT(fmt, args)
 #define D_NORETURN __declspec(noreturn)
+#define D_NULL_TERMINATED
 #else
 #define D_PRINTF_FORMAT(fmt, args)
 #define D_NORETURN
+#define D_NULL_TERMINATED
 #endif
 
 /** @{ */

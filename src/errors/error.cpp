@@ -216,6 +216,16 @@ D_BOOL restoreExactly(const D_ERR_SAVE &save) noexcept {
   return status;
 }
 
+const char *tableText(D_INT4 err_num) noexcept {
+  D_WORD found = 0;
+  // A miss must not leave "doesn't exist" in the caller's error number.
+  D_INT4 before = DutErrNumGet();
+  vq::ProcessLock lock;
+  found = DutHashLookup(errorTable(), err_num);
+  if (found == 0) DutErrNumSet(before);
+  return reinterpret_cast<const char *>(found);
+}
+
 }  // namespace vq::errors
 
 extern "C" {
@@ -316,15 +326,7 @@ D_EXPORT D_BOOL DutErrNumRestoreTsd(const D_ERR_SAVE *save, D_TSD_RECORD *tsd) {
 
 D_EXPORT const char *DutErrNumToStr(D_INT4 err_num) {
   const ForeignValuesKept kept;
-  D_WORD found = 0;
-  {
-    // A miss must not leave "doesn't exist" in the caller's error number.
-    D_INT4 before = DutErrNumGet();
-    vq::ProcessLock lock;
-    found = DutHashLookup(errorTable(), err_num);
-    if (found == 0) DutErrNumSet(before);
-  }
-  if (found != 0) return reinterpret_cast<const char *>(found);
+  if (const char *found = vq::errors::tableText(err_num); found != nullptr) return found;
   const char *result = nullptr;
   withRecord([&](D_TSD_RECORD *tsd, D_ERR_SAVE &) {
     std::snprintf(tsd->err_buf, sizeof tsd->err_buf, "unknown error %ld", static_cast<long>(err_num));

@@ -1,4 +1,5 @@
-// Putting back a thread's four error values after printing.
+// Putting back a thread's four error values after printing, and the
+// table texts a report falls back on.
 #pragma once
 
 #include "vqutil/error.h"
@@ -10,5 +11,9 @@ namespace vq::errors {
 // time-zone lookup may leave errno set, and whoever printed must find all
 // four values exactly as they were.
 D_BOOL restoreExactly(const D_ERR_SAVE &save) noexcept;
+
+// The text the library's table holds for a number (its own rows and those
+// added with DutErrStrCreate), or null; the caller's error number is kept.
+const char *tableText(D_INT4 err_num) noexcept;
 
 }  // namespace vq::errors

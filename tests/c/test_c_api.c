@@ -44,9 +44,13 @@ static void test_output(void) {
   DutErrNumSet(D_ERR_EMPTY);
   DutOut("%s=%d\n", "answer", 42);
   DutWarning("low on %s\n", "disk");
+  /* No message file is open: the library's text and the parameters. */
+  CHECK(DutErrParamSet(2, "two") == D_TRUE);
+  CHECK(DutErrReportParams(D_ERR_EOF, "one", (char *)NULL) == D_FALSE);
   DutSetOutputFunc(previous);
   CHECK(strstr(captured, "answer=42\n") != NULL);
   CHECK(strstr(captured, "WARNING: low on disk\n") != NULL);
+  CHECK(strstr(captured, "end of file [one, two]\n") != NULL);
   /* Printing never changes the caller's error number. */
   CHECK(DutErrNumGet() == D_ERR_EMPTY);
 }

@@ -232,7 +232,9 @@ D_EXPORT D_BOOL DutErrReportParams(D_INT4 number, ...) D_NULL_TERMINATED;
 D_EXPORT D_BOOL DutErrVReportParams(D_INT4 number, va_list args);
 /** Reports as DutErrReportParams, then long-jumps to jump_buffer, or to the
  * default one (DutErrGetJumpBufferPtr) when it is null; setjmp there
- * returns number (1 when number is 0). Never returns. */
+ * returns number (1 when number is 0). Never returns. A default buffer
+ * that D_INIT never armed ends the process as DutDefaultJumpLanded does
+ * (exit status 2). */
 D_EXPORT D_NORETURN void DutErrReportParamsJmp(jmp_buf *jump_buffer, D_INT4 number, ...) D_NULL_TERMINATED;
 
 /** The default error jump buffer (armed by DutInit). */

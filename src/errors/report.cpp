@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -23,6 +24,7 @@
 #include "vqutil/error.h"
 #include "vqutil/file.h"
 #include "vqutil/hash.h"
+#include "vqutil/init.h"
 #include "vqutil/output.h"
 
 namespace {
@@ -363,6 +365,10 @@ D_EXPORT void DutErrReportParamsJmp(jmp_buf *jump_buffer, D_INT4 number, ...) {
   report(number, args);
   va_end(args);
   jmp_buf *target = jump_buffer != nullptr ? jump_buffer : DutErrGetJumpBufferPtr();
+  // The default buffer is all zero until D_INIT arms it: a jump there would
+  // land nowhere, so end the process as an unarmed landing does.
+  static const jmp_buf kUnarmed{};
+  if (jump_buffer == nullptr && std::memcmp(target, &kUnarmed, sizeof kUnarmed) == 0) DutDefaultJumpLanded();
   std::longjmp(*target, number != 0 ? number : 1);
 }
 

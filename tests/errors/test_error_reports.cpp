@@ -225,4 +225,12 @@ TEST_F(Reports, JumpsToOwnOrDefaultBuffer) {
   SetAllFour(0, 0, 0, 0);
 }
 
+// A process that never armed the default buffer ends as an unarmed landing
+// does, instead of jumping nowhere.
+TEST(ReportsDeath, JumpToTheUnarmedDefaultBufferExitsWithStatusTwo) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process: nothing armed
+  EXPECT_EXIT((DutSetOutputFunc(vqtest::ToStderr), DutErrReportParamsJmp(nullptr, 9, nullptr)),
+              ::testing::ExitedWithCode(2), "Default error jump buffer has not been set\\.  Exiting\\.\n$");
+}
+
 }  // namespace

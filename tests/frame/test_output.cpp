@@ -12,11 +12,10 @@
 #include <string>
 #include <utility>
 
+#include "support/env_var.hpp"
 #include "support/output_capture.hpp"
 #include "child.hpp"
-#include "vqutil/error.h"
-#include "vqutil/output.h"
-#include "vqutil/time.h"
+#include "vqutil/util.h"
 
 namespace {
 
@@ -181,6 +180,15 @@ TEST(OutputAtExit, FunctionsRunAtProcessEndInReverseOrder) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "^second registered\nfirst registered\n$");
+}
+
+// A fresh process reads the settings file only for variables still unset,
+// and a failure names the one it was reading for.
+TEST(OutputStartup, SettingsFileIsReadOnlyForUnsetVariables) {
+  for (const char *want : {"Couldn't access HKLM\\/\\VQARCH", ""}) {
+    vqtest::EnvVar home("VQHOME", "h"), arch("VQARCH", *want ? nullptr : "a"), file("VQ_SETTINGS_FILE", "/");
+    vqtest::RunInChild("threadsafe", [&] { EXPECT_STREQ(DutGetEnvErrorText(), want); });
+  }
 }
 
 // ---- Fatal errors ------------------------------------------------------------

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <stdio.h>  // getline
+
 #include "platform/os.hpp"
 
 namespace vq::os {
@@ -14,8 +16,13 @@ namespace {
 constexpr std::size_t kTextSize = 256;
 constexpr const char *kDefaultSettingsFile = "/etc/vqsuite/environment";
 
-// Fills each unset variable of `wanted` from the settings file.
+// Fills each unset variable of `wanted` from the settings file. As with the
+// registry, nothing is read (nor reported) when every variable is set.
 void readSettings(const char *const *wanted, std::size_t count, StartupReport report) {
+  const char *first_unset = nullptr;
+  for (std::size_t i = 0; i < count && first_unset == nullptr; ++i)
+    if (std::getenv(wanted[i]) == nullptr) first_unset = wanted[i];
+  if (first_unset == nullptr) return;
   const char *path = std::getenv("VQ_SETTINGS_FILE");
   if (path == nullptr || *path == '\0') path = kDefaultSettingsFile;
   FILE *f = std::fopen(path, "r");
@@ -27,9 +34,12 @@ void readSettings(const char *const *wanted, std::size_t count, StartupReport re
     report(text, err);
     return;
   }
-  char line[1024];
-  while (std::fgets(line, sizeof line, f) != nullptr) {
-    std::size_t n = std::strlen(line);
+  // Whole lines of any length: a cut one would read its tail as a setting.
+  char *line = nullptr;
+  std::size_t capacity = 0;
+  ssize_t length;
+  while ((length = ::getline(&line, &capacity, f)) >= 0) {
+    std::size_t n = static_cast<std::size_t>(length);
     while (n > 0 && (line[n - 1] == '\n' || line[n - 1] == '\r')) line[--n] = '\0';
     if (line[0] == '#' || line[0] == '\0') continue;
     char *eq = std::strchr(line, '=');
@@ -39,10 +49,12 @@ void readSettings(const char *const *wanted, std::size_t count, StartupReport re
       if (std::strcmp(line, wanted[i]) == 0 && std::getenv(wanted[i]) == nullptr) setEnv(wanted[i], eq + 1);
     }
   }
+  int err = errno;
+  std::free(line);
   if (std::ferror(f)) {
     char text[kTextSize];
-    std::snprintf(text, sizeof text, "Couldn't access HKLM\\%s\\%s", path, wanted[0]);
-    report(text, errno);
+    std::snprintf(text, sizeof text, "Couldn't access HKLM\\%s\\%s", path, first_unset);
+    report(text, err);
   }
   std::fclose(f);
 }

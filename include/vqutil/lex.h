@@ -231,7 +231,8 @@ D_EXPORT void DutLexGobbleWhitespace(D_LEX *lexer);
  * input file is an assertion failure. */
 D_EXPORT long DutLexGetCurrentPositionInFile(D_LEX *lexer);
 
-/** The text of a token kind into buffer (at least 64 bytes); returns it. */
+/** The text of a token kind into buffer (at least 64 bytes); returns it.
+ * A null buffer sets D_ERR_NULL_PTR and answers null. */
 D_EXPORT char *DutLexTokenToString(D_INT4 kind, char *buffer);
 /** Makes word (lower-cased, matched ignoring case) a reserved word of the
  * given kind. Null word: D_ERR_NULL_PTR; kind below 1: D_ERR_VAL_TOO_SMALL;

@@ -979,6 +979,10 @@ D_EXPORT long DutLexGetCurrentPositionInFile(D_LEX *lexer) {
 
 D_EXPORT char *DutLexTokenToString(D_INT4 kind, char *buffer) {
   VQ_ASSERT(kind >= D_TOK_ERROR, "token >= D_TOK_ERROR", kFile);
+  if (buffer == nullptr) {
+    DutErrNumSet(D_ERR_NULL_PTR);
+    return nullptr;
+  }
   if (kind <= 0) {
     std::strcpy(buffer, kTokenTexts[-kind]);
     return buffer;

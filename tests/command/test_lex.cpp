@@ -202,6 +202,7 @@ TEST(LexReserved, WordsAnyCaseTokenTextsAndTheirErrors) {
            {D_TOK_ERROR, "<error>"}}) {
     EXPECT_STREQ(DutLexTokenToString(kind, buffer), text) << kind;
   }
+  EXPECT_FAILS(DutLexTokenToString(D_TOK_BAR, nullptr), nullptr, D_ERR_NULL_PTR);
   OutputCapture capture;
   EXPECT_EQ(DutLexPrintReservedWords(), D_TRUE);
   EXPECT_EQ(capture.Take(), "Name begin, value 7\n");

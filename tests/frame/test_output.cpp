@@ -1,6 +1,6 @@
 // The output function, time stamps, warnings, internal validation, the
-// functions run at exit, and the fatal-error report: where it goes and how
-// the process ends.
+// functions run at exit, the start-up settings, and the fatal-error report:
+// where it goes and how the process ends.
 #include <gtest/gtest.h>
 
 #include <cerrno>

@@ -32,10 +32,11 @@ static const struct variable variables[] = {
 };
 #define NVARIABLES (sizeof variables / sizeof variables[0])
 
-static D_TIME_VALUE seconds_after(long start, long micros) {
+/* The data time of a sample. */
+static D_TIME_VALUE time_of(long step) {
   D_TIME_VALUE t;
-  t.seconds = (D_INT4)(start + micros / 1000000);
-  t.microseconds = (D_INT4)(micros % 1000000);
+  t.seconds = (D_INT4)(FIRST_SECOND + step / SAMPLES_PER_SECOND);
+  t.microseconds = (D_INT4)(step % SAMPLES_PER_SECOND * (1000000 / SAMPLES_PER_SECOND));
   return t;
 }
 
@@ -118,7 +119,8 @@ static int report(const char *lookup_name, const struct variable *v, long last_s
   /* Half an hour ago only the per-second buffer reaches back. Each of its
    * entries holds the value at a whole second, the latest of the second
    * that ends there: at .9 the value in force is that of .0. */
-  past = seconds_after(FIRST_SECOND, (last_step / SAMPLES_PER_SECOND - 1800) * 1000000L + 900000L);
+  past = time_of(last_step - 1800 * SAMPLES_PER_SECOND);
+  past.microseconds = 900000;
   {
     D_RING_ENTRY *entry = DutRingFindTimeEntry(ring, &past);
     long step = (long)(past.seconds - FIRST_SECOND) * SAMPLES_PER_SECOND;
@@ -127,8 +129,8 @@ static int report(const char *lookup_name, const struct variable *v, long last_s
   }
 
   /* The extremes of the last minute. */
-  to = seconds_after(FIRST_SECOND, last_step * (1000000L / SAMPLES_PER_SECOND));
-  from = seconds_after(FIRST_SECOND, last_step * (1000000L / SAMPLES_PER_SECOND) - 60000000L);
+  to = time_of(last_step);
+  from = time_of(last_step - 60 * SAMPLES_PER_SECOND);
   if (!DutRingGetMaxMin(ring, &from, &to, &max, &min)) return 1;
   DutOut("  last minute: max %.3f, min %.3f\n", max, min);
   failed |= max <= min;
@@ -168,7 +170,7 @@ int main(void) {
   /* The feed: the application's current time follows the data, as in a
    * process reading live values. */
   for (step = 0; step <= last_step; ++step) {
-    const D_TIME_VALUE at = seconds_after(FIRST_SECOND, step * (1000000L / SAMPLES_PER_SECOND));
+    const D_TIME_VALUE at = time_of(step);
     DutSetCurrentTimeStruct(&at);
     for (i = 0; i < NVARIABLES; ++i) {
       const double value = sample(&variables[i], step);

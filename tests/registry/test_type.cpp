@@ -111,8 +111,7 @@ TEST(RegistryTypeThreads, ReadersOnSeveralThreadsSeeOneRegistry) {
     }
     return wrong;
   };
-  rwtest::Threads readers(4, mismatches, true);
-  for (D_WORD wrong : readers.join()) EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(rwtest::Threads(4, mismatches, true).join(), std::vector<D_WORD>(4, 0));
 }
 
 }  // namespace

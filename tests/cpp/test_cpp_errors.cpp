@@ -14,10 +14,8 @@ TEST(CppErrors, CheckThrowsTheLastErrorOnlyOnFailure) {
   vqutil::PtrArray good = vqutil::check(vqutil::PtrArray(4), "create");
   EXPECT_EQ(vqutil::check(DutPtrAryAppend(good.get(), 7, nullptr)), D_TRUE);
   EXPECT_EQ(vqutil::check(good.get()), good.get());
-  struct Case {
-    std::function<void(const char *)> fail;
-    int expected;
-  } cases[] = {
+  // A failing call given the caller's text, and the error number it leaves.
+  const std::pair<std::function<void(const char *)>, int> cases[] = {
       {[](const char *what) { vqutil::check(vqutil::PtrArray(0), what); }, D_ERR_VAL_TOO_SMALL},
       {[](const char *what) { vqutil::check(vqutil::RwMutex(0), what); }, D_ERR_VAL_INVALID},
       {[](const char *what) { vqutil::check(vqutil::Ring(77), what); }, D_ERR_TYPE_INVALID},
@@ -25,16 +23,16 @@ TEST(CppErrors, CheckThrowsTheLastErrorOnlyOnFailure) {
       {[](const char *what) { vqutil::check(DutPtrAryCreate(0), what); }, D_ERR_VAL_TOO_SMALL},
       {[](const char *what) { vqutil::check(vqutil::FileLock::acquire(""), what); }, D_ERR_VAL_INVALID},
   };
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
     const std::string what = "case " + std::to_string(&c - cases);
     DutErrNumSet(0);
     try {
-      c.fail(what.c_str());
+      c.first(what.c_str());
       ADD_FAILURE() << what << ": no exception";
     } catch (const std::system_error &e) {
-      EXPECT_EQ(e.code().value(), c.expected) << what;
+      EXPECT_EQ(e.code().value(), c.second) << what;
       EXPECT_STREQ(e.code().category().name(), "vqutil");
-      EXPECT_EQ(e.code().message(), DutErrNumToStr(c.expected)) << what;
+      EXPECT_EQ(e.code().message(), DutErrNumToStr(c.second)) << what;
       EXPECT_NE(std::string(e.what()).find(what), std::string::npos) << e.what();
     }
   }

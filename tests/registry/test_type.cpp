@@ -1,7 +1,7 @@
-// The type registry: life before initialisation, the fields, both lookups
-// with their range errors, and readers on several threads checking
-// numbering, the kept duplicate-name behaviour, traversal and sorting
-// against the number array.
+// The type registry: a fresh process from refusals before initialisation to
+// the fields and the lookups' range errors; and readers on several threads
+// checking numbering, the kept duplicate-name behaviour, traversal and
+// sorting against the number array.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -21,63 +21,52 @@ namespace {
 int run = 0;
 std::string N(const std::string &stem) { return stem + "_" + std::to_string(run); }
 
-void Start() {
-  ++run;
-  EXPECT_TRUE(DutTypeInitialize() == D_TRUE || DutErrNumGet() == D_ERR_ALREADY_EXISTS);
-}
-
-using vqtest::ExpectRefused;
-
 D_WORD Count(D_WORD, D_WORD, void *visits) {
   ++*static_cast<size_t *>(visits);
   return 0;
 }
 
-TEST(RegistryType, FreshProcessRefusesAllUntilInitialisedOnce) {
-  vqtest::RunInChild("threadsafe", [] {  // a process that never saw the registry
-    D_INT4 count = 7;
-    ExpectRefused(D_ERR_NULL_PTR,
-                  {AS_WORD(DutTypeCreate("a")), AS_WORD(DutTypeLookup("a")), AS_WORD(DutTypeLookupByNum(0)),
-                   AS_WORD(DutTypeTraverse(Count, &count)), AS_WORD(DutTypeSortByNum(&count))});
-    EXPECT_EQ(count, 0);
-    ASSERT_EQ(DutTypeInitialize(), D_TRUE);
-    D_TYPE *first = DutTypeCreate("first");
-    EXPECT_EQ(first->num, 1);
-    EXPECT_FAILS(DutTypeInitialize(), D_FALSE, D_ERR_ALREADY_EXISTS);
-    EXPECT_EQ(DutTypeLookup("FIRST"), first);  // both tables kept
-  });
-}
-
 void ReturnHere() {}
 void AssignHere() {}
 
-// Each setter writes its own fields and the getters read them back; every
-// refusal with its error number.
-TEST(RegistryType, FieldsAndRefusals) {
-  Start();
-  D_TYPE *alpha = DutTypeCreate(N("alpha").c_str());
-  ASSERT_TRUE(DutTypeSetReturnFunc(alpha, ReturnHere, 11) && DutTypeSetAssignFunc(alpha, AssignHere) &&
-              DutTypeSetUserArg(alpha, 22));
-  const char *name = nullptr;
-  D_INT4 num = 0;
-  D_WORD user = 0, arg = 0;
-  D_TYPE_FUNC func = nullptr;
-  ASSERT_TRUE(DutTypeGetName(alpha, &name) && DutTypeGetNum(alpha, &num) && DutTypeGetUserArg(alpha, &user) &&
-              DutTypeGetReturnFunc(alpha, &func, &arg));
-  EXPECT_EQ(std::tuple(name, num, user, func, arg, alpha->assign_func),
-            std::tuple(alpha->name, alpha->num, D_WORD{22}, &ReturnHere, D_WORD{11}, &AssignHere));
-  ExpectRefused(D_ERR_DOESNT_EXIST, {AS_WORD(DutTypeLookup(N("gamma").c_str()))});
-  ExpectRefused(D_ERR_VAL_TOO_SMALL, {AS_WORD(DutTypeLookupByNum(0))});
-  // Compared as unsigned: every negative number is too large.
-  ExpectRefused(D_ERR_VAL_TOO_LARGE, {AS_WORD(DutTypeLookupByNum(alpha->num + 1)), AS_WORD(DutTypeLookupByNum(-1)),
-                                      AS_WORD(DutTypeLookupByNum(INT_MIN))});
-  ExpectRefused(
-      D_ERR_NULL_PTR,
-      {AS_WORD(DutTypeCreate(nullptr)), AS_WORD(DutTypeLookup(nullptr)), AS_WORD(DutTypeTraverse(nullptr, nullptr)),
-       AS_WORD(DutTypeSortByNum(nullptr)), AS_WORD(DutTypeGetName(nullptr, &name)),
-       AS_WORD(DutTypeGetNum(alpha, nullptr)), AS_WORD(DutTypeGetUserArg(alpha, nullptr)),
-       AS_WORD(DutTypeGetReturnFunc(alpha, &func, nullptr)), AS_WORD(DutTypeSetReturnFunc(nullptr, ReturnHere, 0)),
-       AS_WORD(DutTypeSetAssignFunc(nullptr, AssignHere)), AS_WORD(DutTypeSetUserArg(nullptr, 1))});
+// A process that never saw the registry: every call is refused until it is
+// initialised, once. Then its one type is number 1, each setter writes its
+// own fields and the getters read them back, and the lookups refuse what
+// is not there with their error numbers.
+TEST(RegistryType, FreshProcessFromRefusalsToFields) {
+  vqtest::RunInChild("threadsafe", [] {
+    D_INT4 count = 7;
+    vqtest::ExpectRefused(D_ERR_NULL_PTR,
+                          {AS_WORD(DutTypeCreate("a")), AS_WORD(DutTypeLookup("a")), AS_WORD(DutTypeLookupByNum(0)),
+                           AS_WORD(DutTypeTraverse(Count, &count)), AS_WORD(DutTypeSortByNum(&count))});
+    EXPECT_EQ(count, 0);
+    ASSERT_EQ(DutTypeInitialize(), D_TRUE);
+    D_TYPE *first = DutTypeCreate("first");
+    EXPECT_FAILS(DutTypeInitialize(), D_FALSE, D_ERR_ALREADY_EXISTS);
+    EXPECT_EQ(std::tuple(DutTypeLookup("FIRST"), DutTypeLookupByNum(1)), std::tuple(first, first));  // both tables kept
+    ASSERT_TRUE(DutTypeSetReturnFunc(first, ReturnHere, 11) && DutTypeSetAssignFunc(first, AssignHere) &&
+                DutTypeSetUserArg(first, 22));
+    const char *name = nullptr;
+    D_INT4 num = 0;
+    D_WORD user = 0, arg = 0;
+    D_TYPE_FUNC func = nullptr;
+    ASSERT_TRUE(DutTypeGetName(first, &name) && DutTypeGetNum(first, &num) && DutTypeGetUserArg(first, &user) &&
+                DutTypeGetReturnFunc(first, &func, &arg));
+    EXPECT_EQ(std::tuple(name, num, user, func, arg, first->assign_func),
+              std::tuple(first->name, 1, D_WORD{22}, &ReturnHere, D_WORD{11}, &AssignHere));
+    vqtest::ExpectRefused(D_ERR_DOESNT_EXIST, {AS_WORD(DutTypeLookup("second"))});
+    vqtest::ExpectRefused(D_ERR_VAL_TOO_SMALL, {AS_WORD(DutTypeLookupByNum(0))});
+    // Compared as unsigned: every negative number is too large.
+    vqtest::ExpectRefused(D_ERR_VAL_TOO_LARGE, {AS_WORD(DutTypeLookupByNum(2)), AS_WORD(DutTypeLookupByNum(-1)),
+                                                AS_WORD(DutTypeLookupByNum(INT_MIN))});
+    vqtest::ExpectRefused(
+        D_ERR_NULL_PTR,
+        {AS_WORD(DutTypeCreate(nullptr)), AS_WORD(DutTypeLookup(nullptr)), AS_WORD(DutTypeTraverse(nullptr, nullptr)),
+         AS_WORD(DutTypeSortByNum(nullptr)), AS_WORD(DutTypeGetName(nullptr, &name)),
+         AS_WORD(DutTypeGetNum(first, nullptr)), AS_WORD(DutTypeGetUserArg(first, nullptr)),
+         AS_WORD(DutTypeGetReturnFunc(first, &func, nullptr)), AS_WORD(DutTypeSetReturnFunc(nullptr, ReturnHere, 0)),
+         AS_WORD(DutTypeSetAssignFunc(nullptr, AssignHere)), AS_WORD(DutTypeSetUserArg(nullptr, 1))});
+  });
 }
 
 // Registration, one name given twice, is over before the readers start.
@@ -86,7 +75,8 @@ TEST(RegistryType, FieldsAndRefusals) {
 // traverses and sorts, against the number array's model, on four threads
 // at once.
 TEST(RegistryTypeThreads, ReadersOnSeveralThreadsSeeOneRegistry) {
-  Start();
+  ++run;
+  EXPECT_TRUE(DutTypeInitialize() == D_TRUE || DutErrNumGet() == D_ERR_ALREADY_EXISTS);
   vqtest::OutputCapture capture;
   std::vector<D_TYPE *> mine;  // past the tables' first 32 entries; the last one is named thr0 again
   for (int i = 0; i <= 64; ++i) mine.push_back(DutTypeCreate(N(i < 64 ? "thr" + std::to_string(i) : "THR0").c_str()));

@@ -163,13 +163,11 @@ TEST(HashDelete, OnlyNonHeadDeletionTakesTheCollisionBack) {
 
 TEST(HashErrors, NullTableMissingKeyAndInconsistentCount) {
   auto visit = [](D_WORD, D_WORD, void *) -> D_WORD { return 1; };
-  EXPECT_FAILS(DutHashLookup(nullptr, 1), 0, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutHashLookupInt(nullptr, 1), 0, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutHashLookupBucket(nullptr, 1), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutHashGetFirstBucket(nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutHashDeleteBucket(nullptr, 1), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutHashDelete(nullptr, 1), 0, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutHashTraverse(nullptr, visit, nullptr), 0, D_ERR_NULL_PTR);
+  vqtest::ExpectRefused(D_ERR_NULL_PTR,
+                        {AS_WORD(DutHashLookup(nullptr, 1)), AS_WORD(DutHashLookupInt(nullptr, 1)),
+                         AS_WORD(DutHashLookupBucket(nullptr, 1)), AS_WORD(DutHashGetFirstBucket(nullptr)),
+                         AS_WORD(DutHashDeleteBucket(nullptr, 1)), AS_WORD(DutHashDelete(nullptr, 1)),
+                         AS_WORD(DutHashTraverse(nullptr, visit, nullptr))});
 
   vqtest::OutputCapture capture;
   Table t(DutHashCreateInt(0));

@@ -3,16 +3,11 @@
 // (waiting, sharing, polling, removal of the lock file).
 #include <gtest/gtest.h>
 #include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <functional>
 
 #include "support/child_process.hpp"
 #include "support/output_capture.hpp"
@@ -36,38 +31,7 @@ void Setopt(const std::string &line) {
   DutCommandParseStr(("setopt " + line).c_str());
 }
 
-// A forked child talking with the parent over a socket pair: side 0 is
-// the parent's, side 1 the child's. Waits are bounded by their time-outs
-// and by the child's alarm; a child still running at the end is killed.
-class Child {
- public:
-  explicit Child(const std::function<int(Child &)> &body) {
-    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, fd_) == 0 && (pid_ = ::fork()) == 0) {
-      ::alarm(30);
-      vqtest::ExitChild(body(*this));  // measured in coverage builds
-    }
-  }
-  ~Child() {
-    if (pid_ > 0 && ::kill(pid_, SIGKILL) == 0) ::waitpid(pid_, nullptr, 0);
-    for (const int fd : fd_) ::close(fd);
-  }
-  void say(int side, char what) { [[maybe_unused]] auto n = ::write(fd_[side], &what, 1); }
-  // Whether the other side said `what` within the time.
-  bool heard(int side, char what, double seconds = 10) {
-    pollfd p{fd_[side], POLLIN, 0};
-    char byte = 0;
-    return ::poll(&p, 1, static_cast<int>(seconds * 1000)) == 1 && ::read(fd_[side], &byte, 1) == 1 && byte == what;
-  }
-  int exitCode() {
-    int status = 0;
-    const bool exited = ::waitpid(std::exchange(pid_, -1), &status, 0) > 0 && WIFEXITED(status);
-    return exited ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-  int fd_[2] = {-1, -1};
-};
+using vqtest::Child;
 
 class FileLock : public ::testing::Test {
  protected:

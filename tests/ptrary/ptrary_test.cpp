@@ -121,20 +121,15 @@ TEST(PtrAryRefusals, NullArrayIsRefusedByEveryOperation) {
   for (D_PTR_ARY *array : {static_cast<D_PTR_ARY *>(nullptr), &hollow}) {
     D_INT4 n;
     D_WORD w;
-    EXPECT_FAILS(DutPtrAryClear(array, nullptr, nullptr), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryAppend(array, 1, nullptr), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryInsertItemAtIndex(array, 1, 0), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryInsertBefore(array, 1, 2), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryInsertAfter(array, 1, 2), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryRemoveItemAtIndex(array, 0, nullptr), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryRemove(array, 1), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryItemExists(array, 1), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryReplaceItemAtIndex(array, 1, 0, nullptr), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrArySwapItems(array, 0, 0), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrArySort(array, ascending), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryRemoveAll(array, 1, &n), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryGetItemIndex(array, 1, &n), D_FALSE, D_ERR_NULL_PTR);
-    EXPECT_FAILS(DutPtrAryGetItemAtIndex(array, 0, &w), D_FALSE, D_ERR_NULL_PTR);
+    vqtest::ExpectRefused(
+        D_ERR_NULL_PTR,
+        {AS_WORD(DutPtrAryClear(array, nullptr, nullptr)), AS_WORD(DutPtrAryAppend(array, 1, nullptr)),
+         AS_WORD(DutPtrAryInsertItemAtIndex(array, 1, 0)), AS_WORD(DutPtrAryInsertBefore(array, 1, 2)),
+         AS_WORD(DutPtrAryInsertAfter(array, 1, 2)), AS_WORD(DutPtrAryRemoveItemAtIndex(array, 0, nullptr)),
+         AS_WORD(DutPtrAryRemove(array, 1)), AS_WORD(DutPtrAryItemExists(array, 1)),
+         AS_WORD(DutPtrAryReplaceItemAtIndex(array, 1, 0, nullptr)), AS_WORD(DutPtrArySwapItems(array, 0, 0)),
+         AS_WORD(DutPtrArySort(array, ascending)), AS_WORD(DutPtrAryRemoveAll(array, 1, &n)),
+         AS_WORD(DutPtrAryGetItemIndex(array, 1, &n)), AS_WORD(DutPtrAryGetItemAtIndex(array, 0, &w))});
   }
   EXPECT_EQ(std::make_pair(hollow.count, hollow.capacity), std::make_pair(0, 4));
   EXPECT_FAILS(DutPtrAryDestroy(nullptr, nullptr, nullptr), D_FALSE, D_ERR_NULL_PTR);

@@ -1,6 +1,7 @@
 // Output capture through the replaceable output function and the checks
-// every suite uses: a call that fails with a given error number, and a
-// statement that fails one of the library's assertions.
+// every suite uses: a call that fails with a given error number (or a list
+// of calls failing alike), and a statement that fails one of the library's
+// assertions.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,6 +10,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <initializer_list>
 #include <string>
 
 #include "vqutil/error.h"
@@ -21,6 +24,9 @@
     EXPECT_EQ((call), (result)) << #call;      \
     EXPECT_EQ(DutErrNumGet(), (err)) << #call; \
   } while (0)
+
+// A call answering a pointer, D_BOOL or D_WORD, as an entry of ExpectRefused.
+#define AS_WORD(call) [&] { return (D_WORD)(call); }
 
 // The statement runs in a child with fatal errors set to abort and the
 // report on standard error, where text_regex is matched; an assertion's
@@ -69,6 +75,14 @@ inline void CapturePrint(const char *format, ...) {
 // An output function that writes to standard error, for reports a death
 // test matches.
 inline int ToStderr(const char *format, va_list args) { return std::vfprintf(stderr, format, args); }
+
+// Calls that must each answer 0 (null, D_FALSE) and leave `error`.
+inline void ExpectRefused(D_INT4 error, std::initializer_list<std::function<D_WORD()>> calls) {
+  for (const auto &call : calls) {
+    SCOPED_TRACE(&call - calls.begin());
+    EXPECT_FAILS(call(), 0, error);
+  }
+}
 
 class OutputCapture {
  public:

@@ -122,13 +122,13 @@ TEST(NamedEvent, SetByAnotherProcess) {
   std::string name = uniqueName("event");
   D_EVENT e = DutEventCreateNamed(name.c_str(), 0);
   ASSERT_NE(e, D_INVALID_EVENT);
-  pid_t child = vqtest::spawn([&] {
+  vqtest::Child child([&](vqtest::Child &) {
     D_EVENT c = DutEventCreateNamed(name.c_str(), 0);
     if (c == D_INVALID_EVENT) return 10;
     DutWinSleep(0.02);
     return DutEventSet(c) && DutEventDestroy(c) ? 0 : 11;
   });
   EXPECT_EQ(DutEventWait(e, 10000.0), D_TRUE);
-  EXPECT_EQ(vqtest::exitStatus(child), 0);
+  EXPECT_EQ(child.exitCode(), 0);
   EXPECT_EQ(DutEventDestroy(e), D_TRUE);
 }

@@ -84,10 +84,10 @@ TEST(MutexLock, RecursionTimeOutsAndInvalidHandles) {
 // A named mutex whose owner process ended holding it is taken over
 // without an error, for good. (Owner threads that ended: test_mutex_abandoned.)
 TEST(MutexLock, OwnerProcessThatEndedIsTakenOver) {
-  if (!vqtest::kHaveFork) GTEST_SKIP() << "needs fork";
+  VQTEST_NEEDS_FORK();
   D_MUTEX m = DutMutexCreateNamedNp(uniqueName("mutex").c_str(), 0);
   ASSERT_NE(m, D_INVALID_MUTEX);
-  EXPECT_EQ(vqtest::exitStatus(vqtest::spawn([&] { return DutMutexLock(m, 0.0) == D_TRUE ? 0 : 1; })), 0);
+  EXPECT_EQ(vqtest::Child([&](vqtest::Child &) { return DutMutexLock(m, 0.0) == D_TRUE ? 0 : 1; }).exitCode(), 0);
   DutErrNumSet(0);
   EXPECT_EQ(DutMutexLock(m, 0.0), D_TRUE);
   EXPECT_EQ(DutErrNumGet(), 0);
@@ -126,7 +126,7 @@ TEST(NamedMutex, SharedWithAnotherProcess) {
   D_MUTEX m = DutMutexCreateNamedNp(name.c_str(), 1);
   ASSERT_NE(m, D_INVALID_MUTEX);
   // Held by the parent: the child's attempt times out, then it waits.
-  pid_t child = vqtest::spawn([&] {
+  vqtest::Child child([&](vqtest::Child &) {
     D_MUTEX c = DutMutexAttachNamedNp(name.c_str());
     if (c == D_INVALID_MUTEX) return 10;
     if (DutMutexLock(c, 0.0) != D_FALSE || DutErrNumGet() != D_ERR_TIMEOUT_REACHED) return 11;
@@ -135,6 +135,6 @@ TEST(NamedMutex, SharedWithAnotherProcess) {
   });
   DutWinSleep(0.05);
   EXPECT_EQ(DutMutexUnlock(m), D_TRUE);
-  EXPECT_EQ(vqtest::exitStatus(child), 0);
+  EXPECT_EQ(child.exitCode(), 0);
   EXPECT_EQ(DutMutexDestroy(m), D_TRUE);
 }

@@ -4,9 +4,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#ifndef _WIN32
-#include <sys/wait.h>
-#endif
 #include <unistd.h>
 
 #include <atomic>
@@ -14,6 +11,7 @@
 #include <string>
 
 #include "rwmutex/rw_support.hpp"
+#include "support/child_process.hpp"
 #include "support/output_capture.hpp"
 
 namespace vqtest {
@@ -27,32 +25,6 @@ inline std::string uniqueName(const char *what) {
   static std::atomic<int> counter{0};
   return std::string("vqtest.") + what + "." + std::to_string(getpid()) + "." + std::to_string(counter++);
 }
-
-#ifdef _WIN32
-// No fork: the cases that need a second process skip.
-inline constexpr bool kHaveFork = false;
-template <typename Body>
-pid_t spawn(Body) { return -1; }
-inline int exitStatus(pid_t) { return -1; }
-#else
-inline constexpr bool kHaveFork = true;
-// Forks a child that exits with what body returns.
-template <typename Body>
-pid_t spawn(Body body) {
-  pid_t child = fork();
-  if (child == 0) _exit(body());
-  return child;
-}
-
-// The child's exit status; -1 when it did not exit normally.
-inline int exitStatus(pid_t child) {
-  int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
-#endif
-#define VQTEST_NEEDS_FORK() \
-  if (!vqtest::kHaveFork) GTEST_SKIP() << "needs fork"
 
 // The call failed with the library error `error` and, when os is not 0,
 // that platform error beside it.

@@ -5,6 +5,8 @@
 //                           65535 entries and wrap; data time steps 0.25 s;
 //   RingArchiveBelowLimit   the same into one growable buffer of 1000
 //                           entries that wraps, covering its minimum span;
+//   CallFloor               the archive loop around the cheapest exported
+//                           call: what any archive costs before its work;
 //   DequeArchive/<deques>   the same 16-byte records pushed onto as many
 //                           std::deque as the ring has buffers, each
 //                           dropping its oldest beyond 65535;
@@ -24,6 +26,7 @@
 #include "vqutil/list.h"
 #include "vqutil/memory.h"
 #include "vqutil/ringbuf.h"
+#include "vqutil/time.h"
 
 namespace {
 
@@ -90,6 +93,24 @@ void BM_RingArchiveBelowLimit(benchmark::State &state) {
   ArchiveInto(state, ring);
 }
 BENCHMARK(BM_RingArchiveBelowLimit)->Iterations(kValues);
+
+// The floor of any archive: the same loop around the cheapest exported
+// call, DutGetCurrentTime (one load), with the time and value in memory as
+// the archive has them.
+void BM_CallFloor(benchmark::State &state) {
+  std::int64_t t = 1000000;
+  double value = 0.0;
+  for (auto _ : state) {
+    const D_TIME_VALUE at = At(t);
+    benchmark::DoNotOptimize(&at);
+    benchmark::DoNotOptimize(&value);
+    benchmark::DoNotOptimize(DutGetCurrentTime());
+    t += kStep;
+    value += 1.0;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_CallFloor)->Iterations(kValues);
 
 struct Record {
   D_INT4 sec;

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/child_process.hpp"
 #include "support/error_values.hpp"
 #include "support/output_capture.hpp"
 #include "vqutil/error.h"
@@ -165,10 +166,14 @@ D_WORD ReadNumberThenSet(D_WORD value) {
 
 TEST(ErrorThreads, NewThreadsStartAtZeroAndDoNotLeak) {
   // Starting the thread layer makes a fresh error-record key: a number set
-  // before the first library thread is no longer found afterwards.
-  DutErrNumSet(D_ERR_VERIFY_FAILED);
+  // before the first library thread is no longer found afterwards. A new
+  // process, so that the start is the first whatever ran before.
+  vqtest::RunInChild("threadsafe", [] {
+    DutErrNumSet(D_ERR_VERIFY_FAILED);
+    ASSERT_EQ(DutInitThreads(), D_TRUE);
+    EXPECT_EQ(DutErrNumGet(), 0);
+  });
   ASSERT_EQ(DutInitThreads(), D_TRUE);
-  EXPECT_EQ(DutErrNumGet(), 0);
   DutErrNumSet(D_ERR_VERIFY_FAILED);
   D_THREAD thread = DutThreadCreate(&ReadNumberThenSet, D_ERR_VAL_UNKNOWN);
   ASSERT_NE(thread, D_INVALID_THREAD);

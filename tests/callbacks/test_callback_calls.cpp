@@ -106,44 +106,43 @@ TEST_F(CallbackCalls, DestroyingAListDuringACall) {
 
 // ---- Type-level calls and merging -------------------------------------
 
-// By priority, the object's first on a tie; stopping ends both lists, or
-// the remaining globals; destroying the object's list skips its remaining
-// callbacks.
-TEST_F(CallbackCalls, MergeOrderStopsAndDestruction) {
+// By priority, the object's first on a tie; the global flag picks the
+// lists; stopping ends both lists, or the remaining globals; destroying the
+// object's list skips its remaining callbacks.
+TEST_F(CallbackCalls, MergeOrderFlagsStopsAndDestruction) {
   auto stop = [](D_CB *self, void *) { DutCbListStopCall(listOf(self)); };
   auto destroy = [](D_CB *self, void *) { EXPECT_EQ(DutCbListDestroy(listOf(self)), D_FALSE); };
   auto grow_and_stop = [&](D_CB *self, void *object) { make("o3"); stop(self, object); };
   const struct {
-    const char *layout, *acting;
+    const char *layout;
+    D_INT4 flag;
+    const char *acting;
     Then then;
     const char *expected;
   } cases[] = {
-      {"o1:3 o2 g1:3 g2:1", "", {}, "o1g1g2o2"},
-      {"o1:5 g1:4 o2", "o1", stop, "o1"},
-      {"o1:9 g1:1 g2", "g1", stop, "o1g1"},
-      {"o1:9 g1:1", "g1", grow_and_stop, "o1g1"},
-      {"o1:5 o2:2 g1:3 g2:1", "o1", destroy, "o1g1g2"},
+      {"o1:3 o2 g1:3 g2:1", D_CB_GLOBALS_OK, "", {}, "o1g1g2o2"},
+      {"o1:3 o2 g1:3 g2:1", D_CB_GLOBAL_ONLY, "", {}, "g1g2"},
+      {"o1:3 o2 g1:3 g2:1", D_CB_NO_GLOBALS, "", {}, "o1o2"},
+      {"o1:5 g1:4 o2", D_CB_GLOBALS_OK, "o1", stop, "o1"},
+      {"o1:9 g1:1 g2", D_CB_GLOBALS_OK, "g1", stop, "o1g1"},
+      {"o1:9 g1:1", D_CB_GLOBALS_OK, "g1", grow_and_stop, "o1g1"},
+      {"o1:5 o2:2 g1:3 g2:1", D_CB_GLOBALS_OK, "o1", destroy, "o1g1g2"},
   };
   for (const auto &c : cases) {
     restart();
     make(c.layout, {{c.acting, c.then}});
-    EXPECT_EQ(typeCall(), c.expected) << c.layout;
+    DutCbTypeSetGlobFlag(type_, c.flag);
+    EXPECT_EQ(typeCall(), c.expected) << c.layout << " " << c.flag;
   }
   EXPECT_TRUE(objectListGone());
-}
-
-TEST_F(CallbackCalls, GlobalFlagSelectsTheLists) {
+  // Any other flag calls nothing; a global list that exists but is empty
+  // leaves the object's called alone.
+  restart();
   D_CB *g = make("gA oB");
-  const std::pair<D_INT4, const char *> cases[] = {{D_CB_GLOBAL_ONLY, "gA"}, {D_CB_NO_GLOBALS, "oB"}};
-  for (auto [flag, expected] : cases) {
-    DutCbTypeSetGlobFlag(type_, flag);
-    EXPECT_EQ(typeCall(), expected);
-  }
   DutCbTypeSetGlobFlag(type_, 7);
   vqtest::OutputCapture capture;
   EXPECT_EQ(typeCall(), "");
   EXPECT_EQ(capture.Take(), "WARNING: Unexpected global flag (7) in DutCbTypeCall\n");
-  // A global list that exists but is empty leaves the object's called alone.
   DutCbTypeSetGlobFlag(type_, D_CB_GLOBALS_OK);
   DutCbDestroy(g);
   EXPECT_EQ(typeCall(), "oB");

@@ -32,6 +32,13 @@ inline void run(void *object, void *data, D_WORD arg) {
 
 inline D_WORD word(Action &a) { return reinterpret_cast<D_WORD>(&a); }
 
+// A type of a number not used before, so that a test may repeat in one
+// process.
+inline D_CB_TYPE *freshType(const char *name = nullptr) {
+  static D_INT4 next = 5000;
+  return DutCbTypeCreate(++next, name);
+}
+
 // The list a running callback belongs to.
 inline D_CB_LIST *listOf(D_CB *cb) {
   D_CB_LIST *list = nullptr;

@@ -22,12 +22,15 @@ TEST(CallbackTypes, CreateLookupFlagsAndTraverse) {
   auto count = [](D_WORD, D_WORD, void *arg) -> D_WORD { return ++*static_cast<int *>(arg), 0; };
   int before = 0, after = 0;
   EXPECT_EQ(DutCbTypeTraverse(count, &before), 0);
-  D_CB_TYPE *t = DutCbTypeCreate(7001, "Alarm");
-  EXPECT_EQ(DutCbTypeCreate(7001, "again"), nullptr);
-  EXPECT_TRUE(DutCbTypeNumLookup(7001) == t && DutCbTypeLookup("aLARM") == t && DutCbTypeLookup("nothing") == nullptr);
-  ASSERT_NE(DutCbTypeCreate(7002, nullptr), nullptr);
+  static int round = 0;  // each repeat names its own type
+  const std::string alarm = "Alarm" + std::to_string(++round), other_case = "aLARM" + alarm.substr(5);
+  D_CB_TYPE *t = freshType(alarm.c_str());
+  const D_INT4 n = D_GCT_NUM(t);
+  EXPECT_EQ(DutCbTypeCreate(n, "again"), nullptr);
+  EXPECT_TRUE(DutCbTypeNumLookup(n) == t && DutCbTypeLookup(other_case.c_str()) == t && !DutCbTypeLookup("nothing"));
+  ASSERT_NE(freshType(), nullptr);
   EXPECT_EQ(DutCbTypeLookup(""), nullptr) << "unnamed types never match";
-  EXPECT_NE(DutLobeLookup(static_cast<D_UINT4>(7001)), nullptr) << "each type has its lobe";
+  EXPECT_NE(DutLobeLookup(static_cast<D_UINT4>(n)), nullptr) << "each type has its lobe";
   DutCbTypeTraverse(count, &after);
   EXPECT_EQ(after, before + 2);
 
@@ -35,7 +38,7 @@ TEST(CallbackTypes, CreateLookupFlagsAndTraverse) {
   const char *name = nullptr;
   ASSERT_TRUE(DutCbTypeGetNum(t, &num) && DutCbTypeGetName(t, &name) && DutCbTypeGetGlobFlag(t, &glob) &&
               DutCbTypeGetLocalFlag(t, &local));
-  EXPECT_TRUE(num == 7001 && std::string(name) == "Alarm" && glob == D_CB_GLOBALS_OK && local == D_CB_LOCAL_INDIRECT);
+  EXPECT_TRUE(num == n && name == alarm && glob == D_CB_GLOBALS_OK && local == D_CB_LOCAL_INDIRECT);
   EXPECT_FAILS(DutCbTypeSetLocalFlag(t, 2), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_EQ(DutCbTypeSetGlobFlag(t, 99), D_TRUE) << "any global flag is stored";
   EXPECT_FAILS(DutCbTypeGetNum(nullptr, &num), D_FALSE, D_ERR_NULL_PTR);
@@ -43,7 +46,7 @@ TEST(CallbackTypes, CreateLookupFlagsAndTraverse) {
 }
 
 TEST(CallbackLists, DuplicatesLookupsAccessorsAndNullArguments) {
-  D_CB_TYPE *t = DutCbTypeCreate(7201, nullptr);
+  D_CB_TYPE *t = freshType();
   int owner = 0;
   D_CB_LIST *l = DutCbListCreate(t, &owner);
   D_CB *cb = DutCbListCbCreate(l, run, 1);
@@ -77,7 +80,7 @@ TEST(CallbackLists, DuplicatesLookupsAccessorsAndNullArguments) {
 }
 
 TEST(CallbackLists, ThresholdsAreStoredAndWarnAsNotImplemented) {
-  D_CB_LIST *l = DutCbListCreate(DutCbTypeCreate(7401, nullptr), nullptr);
+  D_CB_LIST *l = DutCbListCreate(freshType(), nullptr);
   D_UINT2 start = 0, current = 0;
   OutputCapture c;
   EXPECT_FALSE(DutCbListSetStartThresh(l, 11) || DutCbListSetCurrentThresh(l, 12) ||
@@ -95,7 +98,8 @@ TEST(CallbackLists, ThresholdsAreStoredAndWarnAsNotImplemented) {
 }
 
 TEST(CallbackLists, DirectAndNoGlobalsTypesRefuseWhatTheyCannotDo) {
-  D_CB_TYPE *t = DutCbTypeCreate(7501, nullptr);
+  D_CB_TYPE *t = freshType();
+  const std::string n = std::to_string(D_GCT_NUM(t));
   int owner = 0;
   ASSERT_EQ(DutCbTypeSetLocalFlag(t, D_CB_LOCAL_DIRECT), D_TRUE);
   OutputCapture c;
@@ -104,24 +108,25 @@ TEST(CallbackLists, DirectAndNoGlobalsTypesRefuseWhatTheyCannotDo) {
                DutCbTypeCbCreate(t, &owner, run, 0));
   EXPECT_FAILS(DutCbTypeCbLookup(t, &owner, run, 0), nullptr, D_ERR_TYPE_MISMATCH);
   EXPECT_EQ(c.Take(),
-            "WARNING: DutCbTypeGetCbList: Attempted to look up local cblist, type: 7501\n"
-            "WARNING: Attempted to use DutCbTypeCbLookup for local cb list (type: 7501)!\n");
+            "WARNING: DutCbTypeGetCbList: Attempted to look up local cblist, type: " + n +
+                "\nWARNING: Attempted to use DutCbTypeCbLookup for local cb list (type: " + n + ")!\n");
   DutCbTypeSetGlobFlag(t, D_CB_NO_GLOBALS);
   EXPECT_FAILS(DutCbCreateGlobal(t, run, 0), nullptr, D_ERR_TYPE_MISMATCH);
   EXPECT_EQ(DutCbTypeCbCreate(t, nullptr, run, 0), nullptr) << "a null object means the global list";
 }
 
 TEST(CallbackLists, TypeLevelLookupAndDestroyByNumber) {
-  D_CB_TYPE *t = DutCbTypeCreate(7601, nullptr);
+  D_CB_TYPE *t = freshType();
+  const D_INT4 n = D_GCT_NUM(t);
   int owner = 0, stranger = 0;
   D_CB *local = DutCbTypeCbCreate(t, &owner, run, 5), *global = DutCbTypeCbCreate(t, nullptr, run, 5);
   ASSERT_TRUE(local && global && local != global);
   EXPECT_TRUE(DutCbTypeCbLookup(t, &owner, run, 5) == local && DutCbTypeCbLookup(t, nullptr, run, 5) == global);
-  EXPECT_TRUE(DutCbTypeNumCbLookup(7601, &owner, run, 5) == local && !DutCbTypeNumCbLookup(999999, &owner, run, 5));
-  EXPECT_EQ(DutCbTypeNumCbDestroy(7601, &owner, run, 5), D_TRUE);
+  EXPECT_TRUE(DutCbTypeNumCbLookup(n, &owner, run, 5) == local && !DutCbTypeNumCbLookup(999999, &owner, run, 5));
+  EXPECT_EQ(DutCbTypeNumCbDestroy(n, &owner, run, 5), D_TRUE);
   EXPECT_EQ(DutCbTypeCbLookup(t, &owner, run, 5), nullptr);
-  EXPECT_EQ(DutCbTypeNumCbDestroy(7601, &owner, run, 5), D_FALSE);
-  EXPECT_FAILS(DutCbTypeNumCbLookup(7601, &owner, nullptr, 5), nullptr, D_ERR_NULL_PTR);
+  EXPECT_EQ(DutCbTypeNumCbDestroy(n, &owner, run, 5), D_FALSE);
+  EXPECT_FAILS(DutCbTypeNumCbLookup(n, &owner, nullptr, 5), nullptr, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutCbTypeNumCbLookup(99999, &owner, 0, 5) || DutCbTypeNumObjClear(99999, 0), 0, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutCbTypeCbLookup(t, &stranger, run, 5), nullptr, D_ERR_DOESNT_EXIST);
 }
@@ -135,12 +140,14 @@ TEST(QuitCallbacks, LookupBeforeAnyIsMissingThenGlobalOnly) {
   EXPECT_STREQ(D_GCT_NAME(t), "quit");
   EXPECT_EQ(D_GCT_GLOB_FLAG(t), D_CB_GLOBAL_ONLY);
   EXPECT_FAILS(DutQuitCbCreate(run, 1), nullptr, D_ERR_ALREADY_EXISTS);
+  EXPECT_EQ(DutCbDestroy(q), D_TRUE);
 }
 
 // The dumps' texts; during a call the list reports itself active, and the
 // debug flag traces inserts and removals.
 TEST(CallbackDumps, ExactTexts) {
-  D_CB_TYPE *t = DutCbTypeCreate(7701, "dumped"), *u = DutCbTypeCreate(7702, nullptr);
+  D_CB_TYPE *t = freshType("dumped"), *u = freshType();
+  const std::string n = std::to_string(D_GCT_NUM(t));
   int owner = 0;
   // b's argument is wider than 32 bits where words have more: it must come out whole.
   const D_WORD wide = vqtest::WideWord();
@@ -150,7 +157,7 @@ TEST(CallbackDumps, ExactTexts) {
   ASSERT_EQ(DutCbTypeGetCbList(t, &owner, &l), D_TRUE);
   auto cb_text = [&](D_CB *cb, D_CB_FUNC f, const std::string &arg, int pri) {
     return "Cb dump of " + Hex(cb) + " Func: " + Hex(f) + ", arg: " + arg + "\n\tList: " + Hex(l) +
-           ", pri: " + std::to_string(pri) + " Owner: " + Hex(&owner) + ", Type Num: 7701\n";
+           ", pri: " + std::to_string(pri) + " Owner: " + Hex(&owner) + ", Type Num: " + n + "\n";
   };
   auto dump = [](auto print, auto *what) {
     Captured().clear();
@@ -159,15 +166,15 @@ TEST(CallbackDumps, ExactTexts) {
   };
   EXPECT_EQ(dump(DutCbPrint, a), cb_text(a, run, "10", 0));
   EXPECT_EQ(dump(DutCbPrintList, l), "Cb List Dump of " + Hex(l) + " Owner: " + Hex(&owner) +
-                                         ", Type: 7701\nCurrent List has 2 entries:\n\t1 - " +
+                                         ", Type: " + n + "\nCurrent List has 2 entries:\n\t1 - " +
                                          cb_text(b, other, Hex(wide), 3) + "\t2 - " + cb_text(a, run, "10", 0) +
                                          "Start thresh 0, current thresh: 0 Active: NO\n");
-  EXPECT_EQ(dump(DutCbPrintType, t), "Callback Type Dump at " + Hex(t) + ", Type Number: 7701\nCallback type name: " +
+  EXPECT_EQ(dump(DutCbPrintType, t), "Callback Type Dump at " + Hex(t) + ", Type Number: " + n + "\nCallback type name: " +
                                          "dumped\nGlobal flag: globals_ok indirect\n");
   DutCbTypeSetGlobFlag(u, 9);
   DutCbTypeSetLocalFlag(u, D_CB_LOCAL_DIRECT);
   EXPECT_EQ(dump(DutCbPrintType, u), "Callback Type Dump at " + Hex(u) +
-                                         ", Type Number: 7702\nCallback type name: Unnamed\nGlobal flag: direct\n");
+                                         ", Type Number: " + std::to_string(D_GCT_NUM(u)) + "\nCallback type name: Unnamed\nGlobal flag: direct\n");
 
   D_CB_LIST *busy = DutCbListCreate(t, nullptr);
   // Its dump goes among the traced ones, which are made while it is idle.

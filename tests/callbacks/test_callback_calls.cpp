@@ -19,8 +19,7 @@ using Then = std::function<void(D_CB *, void *)>;
 class CallbackCalls : public ::testing::Test {
  protected:
   void SetUp() override {
-    static D_INT4 next_num = 5000;  // a fresh type per test
-    type_ = DutCbTypeCreate(++next_num, "calls");
+    type_ = freshType("calls");
     list_ = DutCbListCreate(type_, &owner_);
     ASSERT_NE(list_, nullptr);
   }

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/output_capture.hpp"
 #include "test_hash_support.hpp"
 #include "vqutil/error.h"
 #include "vqutil/hash.h"
@@ -25,6 +26,7 @@ namespace {
 
 using hashtest::SameWord;
 using hashtest::Table;
+using hashtest::Word;
 
 D_UINT4 IdentityHash(D_WORD key) { return static_cast<D_UINT4>(key); }
 
@@ -51,35 +53,33 @@ void PrintTo(const Kind &kind, std::ostream *os) { *os << kind.name; }
 // that is searched with: another copy of the string, or another spelling
 // for the case-folding table.
 struct Universe {
-  std::vector<std::string> texts, others;
+  std::vector<std::string> texts, others;  // reserved whole: the words point into them
   std::vector<D_WORD> words, equal;
-  std::string missing_text = "missing";
   D_WORD missing = 5000;  // outside the universe of every kind
 };
 
 Universe MakeUniverse(const Kind &kind) {
   Universe u;
+  u.texts.reserve(64);
+  u.others.reserve(64);
   for (int i = 0; i < 64; ++i) {
-    if (!kind.text) {
-      // Integers and pointers 4096 apart share a chain up to 4096 chains.
-      u.words.push_back(static_cast<D_WORD>((i % 8) + 4096 * (i / 8) + 1) << kind.shift);
-      continue;
+    // Integers and pointers 4096 apart share a chain up to 4096 chains.
+    D_WORD word = static_cast<D_WORD>((i % 8) + 4096 * (i / 8) + 1) << kind.shift, equal = word;
+    if (kind.text) {
+      // "Ab" and "BG" hash alike (65 x 27 + 98 = 66 x 27 + 71), and so do
+      // their extensions by the same suffix.
+      word = Word(u.texts.emplace_back(std::string(i % 2 == 0 ? "Ab" : "BG") + "key" + std::to_string(i / 2)).c_str());
+      std::string &other = u.others.emplace_back(u.texts.back());
+      for (char &c : other) {
+        const bool upper = std::isupper(static_cast<unsigned char>(c));
+        if (kind.fold) c = static_cast<char>(upper ? std::tolower(c) : std::toupper(c));
+      }
+      equal = Word(other.c_str());
+      u.missing = Word("missing");
     }
-    // "Ab" and "BG" hash alike (65 x 27 + 98 = 66 x 27 + 71), and so do
-    // their extensions by the same suffix.
-    u.texts.push_back(std::string(i % 2 == 0 ? "Ab" : "BG") + "key" + std::to_string(i / 2));
-    u.others.push_back(u.texts.back());
-    for (char &c : u.others.back()) {
-      const bool upper = std::isupper(static_cast<unsigned char>(c));
-      if (kind.fold) c = static_cast<char>(upper ? std::tolower(c) : std::toupper(c));
-    }
+    u.words.push_back(word);
+    u.equal.push_back(equal);
   }
-  for (std::size_t i = 0; i < u.texts.size(); ++i) {
-    u.words.push_back(reinterpret_cast<D_WORD>(u.texts[i].c_str()));
-    u.equal.push_back(reinterpret_cast<D_WORD>(u.others[i].c_str()));
-  }
-  if (u.equal.empty()) u.equal = u.words;
-  if (!u.texts.empty()) u.missing = reinterpret_cast<D_WORD>(u.missing_text.c_str());
   return u;
 }
 
@@ -195,9 +195,23 @@ INSTANTIATE_TEST_SUITE_P(EveryKind, HashModel, ::testing::ValuesIn(kKinds),
 
 // The string hashes against their definition, h = h x 27 + c with c the
 // byte as a signed value (folded first for the case-folding table), on
-// random strings of every length up to 40, high bytes included.
-TEST(HashStringKeys, HashesFollowTheDefinitionAtEveryLength) {
+// random strings of every length up to 40, high bytes included; the
+// integer and pointer hashes, and what folds.
+TEST(HashKeyKinds, HashesFollowTheDefinitionsAndOnlyLettersFold) {
   Table str(DutHashCreateStr(8)), stri(DutHashCreateStri(8));
+  Table num(DutHashCreateInt(8)), ptr(DutHashCreatePtr(8));
+  EXPECT_EQ(DutHashGetHashFunc(num)(-1), 0xFFFFFFFFu);
+  EXPECT_EQ(DutHashGetHashFunc(ptr)(0x123F), 0x123u);
+  DutHashInsert(str, Word("Key"), 7);
+  EXPECT_FAILS(DutHashLookup(str, Word("KEY")), 0, D_ERR_DOESNT_EXIST);  // found by content and case
+  D_HASH_TEST_FUNC eq = DutHashGetTestFunc(stri);
+  EXPECT_NE(eq(Word("abC"), Word("ABc")), 0);
+  const std::pair<const char *, const char *> differ[] = {
+      {"key", "keys"}, {"keys", "key"},  // must end together
+      {"[", "{"},      {"@", "`"},       // neighbours of the letters do not fold
+      {"\xc0", "\xe0"}};
+  for (auto [a, b] : differ) EXPECT_EQ(eq(Word(a), Word(b)), 0) << a << " / " << b;
+  EXPECT_EQ(eq(0, Word("")), 0);
   D_HASH_FUNC exact = DutHashGetHashFunc(str);
   D_HASH_FUNC folded = DutHashGetHashFunc(stri);
   std::mt19937 rng(77);

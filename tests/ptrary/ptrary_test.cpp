@@ -1,8 +1,7 @@
-// Pointer arrays: creation, every refusal with its error number, its out
-// value and the unchanged contents after it; sorting, clearing and
-// destruction with their item functions, the fatal paths of the item-array
-// accessor, and a randomised run of every edit and sort against a
-// std::vector model.
+// Pointer arrays: creation, the null refusals, clearing and destruction
+// with their item functions, the fatal paths of the item-array accessor,
+// and a randomised run of every edit, sort and clear against a std::vector
+// model: contents, capacity, error numbers, out values and change records.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,10 +9,12 @@
 #include <cstdlib>
 #include <memory>
 #include <random>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "support/output_capture.hpp"
+#include "vqutil/callback.h"
 #include "vqutil/error.h"
 #include "vqutil/ptrary.h"
 
@@ -72,9 +73,10 @@ TEST(PtrAryRefusals, NullArrayOutValueAndCompareAreRefused) {
   EXPECT_EQ(std::make_pair(hollow.count, hollow.capacity), std::make_pair(0, 4));
   // A missing out value or compare function on a good array.
   Array a = filled(2, {7, 4});
-  vqtest::ExpectRefused(D_ERR_NULL_PTR,
-                        {AS_WORD(DutPtrAryRemoveAll(a.get(), 7, nullptr)), AS_WORD(DutPtrAryGetItemIndex(a.get(), 7, nullptr)),
-                         AS_WORD(DutPtrAryGetItemAtIndex(a.get(), 0, nullptr)), AS_WORD(DutPtrArySort(a.get(), nullptr))});
+  vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutPtrAryRemoveAll(a.get(), 7, nullptr)),
+                                         AS_WORD(DutPtrAryGetItemIndex(a.get(), 7, nullptr)),
+                                         AS_WORD(DutPtrAryGetItemAtIndex(a.get(), 0, nullptr)),
+                                         AS_WORD(DutPtrArySort(a.get(), nullptr))});
   EXPECT_EQ(items(a.get()), (Items{7, 4}));
   EXPECT_FAILS(DutPtrAryDestroy(nullptr, nullptr, nullptr), D_FALSE, D_ERR_NULL_PTR);
 }
@@ -112,10 +114,22 @@ TEST(PtrAryDeathTest, GetArrayAssertsOnANullArrayOrItemArray) {
   VQTEST_EXPECT_FATAL(DutPtrAryGetArray(&hollow), "Assertion <ptr_ary->ptr_ary != NULL> failed, file: ptrary.c");
 }
 
-// Every edit and sorts against a std::vector, with many duplicate items so
+// event, item, index, other item, other index, count seen by the callback
+using Change = std::tuple<D_WORD, D_WORD, D_WORD, D_WORD, D_WORD, D_INT4>;
+
+void recordChange(void *object, void *data, D_WORD arg) {
+  auto *change = static_cast<D_PTR_ARY_CHANGE *>(data);
+  EXPECT_NE(change->cb, nullptr);  // the machinery fills the reserved field
+  reinterpret_cast<std::vector<Change> *>(arg)->emplace_back(change->event, change->item, change->index,
+                                                             change->other_item, change->other_index,
+                                                             D_GPA_COUNT(static_cast<D_PTR_ARY *>(object)));
+}
+
+// Every edit, sorts and clears against a std::vector, with many duplicate items so
 // that "first occurrence" matters, and indexes one past either end. A
 // refusal sets its error number and leaves the array and the out value
-// alone; a success leaves the error number alone. Emptiness is checked
+// alone and raises no change; a success leaves the error number alone and
+// raises one change record, seen after the change. Emptiness is checked
 // before an index or an item. The capacity grows by the increment (3) and
 // only when a full array takes one more item, whichever form adds it.
 TEST(PtrAryModel, RandomOperationsMatchAVector) {
@@ -123,12 +137,15 @@ TEST(PtrAryModel, RandomOperationsMatchAVector) {
   Array a(DutPtrAryCreate(3));
   Items model;
   size_t most = 0;
+  std::vector<Change> seen;
+  ASSERT_NE(DutPtrAryChangeCbCreate(a.get(), recordChange, reinterpret_cast<D_WORD>(&seen)), nullptr);
   for (int step = 0; step < 8000; ++step) {
     const D_WORD item = static_cast<D_WORD>(rng() % 12);
     const D_WORD added = 100 + step;
     const auto size = static_cast<D_INT4>(model.size());
     const auto found = std::find(model.begin(), model.end(), item);
     const bool present = found != model.end();
+    const D_INT4 first = static_cast<D_INT4>(found - model.begin());  // the count when absent
     auto index = [&](D_INT4 last) { return static_cast<D_INT4>(rng() % static_cast<unsigned>(last + 2)) - 1; };
     const D_INT4 at = index(size), other = index(size);  // from -1 to the count
     const bool valid = at >= 0 && at < size;
@@ -136,48 +153,64 @@ TEST(PtrAryModel, RandomOperationsMatchAVector) {
     D_WORD word = -1;
     D_INT4 number = -1, err = 0;
     D_BOOL ok = D_FALSE;
+    std::vector<Change> want;
+    auto addition = [&](D_WORD what, D_WORD slot) { return Change{D_PTR_ARY_ITEM_ADDED, what, slot, 0, -1, size + 1}; };
     DutErrNumSet(D_ERR_TIMEOUT_REACHED);
     switch (rng() % 13) {
       case 0:
         ok = DutPtrAryAppend(a.get(), item, &number);
         EXPECT_EQ(number, size);
         model.push_back(item);
+        want = {addition(item, size)};
         break;
       case 1:
         number = index(size + 1);
         ok = DutPtrAryInsertItemAtIndex(a.get(), item, number);
         err = number < 0 || number > size ? D_ERR_VAL_INVALID : 0;
+        want = {addition(item, number)};
         if (err == 0) model.insert(model.begin() + number, item);
         break;
       case 2:
         ok = DutPtrAryInsertAfter(a.get(), item, added);
         err = missing;
+        want = {addition(added, first + 1)};
         if (present) model.insert(found + 1, added);
         break;
-      case 3:
+      case 3:  // before the last item the record names the appended slot, not where the item sits
         ok = DutPtrAryInsertBefore(a.get(), item, added);
         err = missing;
+        want = {addition(added, first == size - 1 ? size : first)};
         if (present) model.insert(found, added);
         break;
       case 4:
         ok = DutPtrAryRemove(a.get(), item);
         err = size == 0 ? D_ERR_VAL_TOO_SMALL : missing;
+        want = {{D_PTR_ARY_ITEM_REMOVED, item, first, 0, -1, size - 1}};
         if (present) model.erase(found);
         break;
-      case 5:
+      case 5:  // one record for all of them
         ok = DutPtrAryRemoveAll(a.get(), item, &number);
         err = missing;
         EXPECT_EQ(number, static_cast<D_INT4>(std::erase(model, item)));
+        want = {{D_PTR_ARY_ALL_REMOVED, item, -1, 0, -1, size - number}};
         break;
       case 6:  // the index of an absent item is left at the count
         EXPECT_EQ(DutPtrAryItemExists(a.get(), item), present);
         ok = DutPtrAryGetItemIndex(a.get(), item, &number);
         err = missing;
-        EXPECT_EQ(number, found - model.begin());
+        EXPECT_EQ(number, first);
         break;
-      case 7:  // the item parked during a sort of a full array goes into the spare slot only
+      case 7:
+        if (step % 25 == 0) {  // rarely, or the array would stay short
+          ok = DutPtrAryClear(a.get(), nullptr, nullptr);
+          model.clear();
+          want = {{D_PTR_ARY_CLEARED, 0, -1, 0, -1, 0}};
+          break;
+        }
+        // The item parked during a sort of a full array goes into the spare slot only.
         ok = DutPtrArySort(a.get(), step % 2 ? descending : ascending);
         std::sort(model.begin(), model.end(), [&](D_WORD x, D_WORD y) { return step % 2 ? x > y : x < y; });
+        want = {{D_PTR_ARY_SORTED, 0, -1, 0, -1, size}};
         break;
       case 8:
         ok = DutPtrAryGetItemAtIndex(a.get(), at, &word);
@@ -189,20 +222,27 @@ TEST(PtrAryModel, RandomOperationsMatchAVector) {
         ok = DutPtrAryRemoveItemAtIndex(a.get(), at, &word);
         err = size == 0 ? D_ERR_VAL_TOO_SMALL : valid ? 0 : D_ERR_VAL_INVALID;
         EXPECT_EQ(word, valid ? model[static_cast<size_t>(at)] : -1);
+        want = {{D_PTR_ARY_ITEM_REMOVED, word, at, 0, -1, size - 1}};
         if (valid) model.erase(model.begin() + at);
         break;
       case 11:
         ok = DutPtrAryReplaceItemAtIndex(a.get(), added, at, &word);
         err = valid ? 0 : D_ERR_VAL_INVALID;
         EXPECT_EQ(word, valid ? std::exchange(model[static_cast<size_t>(at)], added) : -1);
+        want = {{D_PTR_ARY_ITEM_REPLACED, added, at, 0, -1, size}};
         break;
-      default:
+      default:  // the record names both items where they now sit
         ok = DutPtrArySwapItems(a.get(), at, other);
         err = valid && other >= 0 && other < size ? 0 : D_ERR_VAL_INVALID;
-        if (err == 0) std::swap(model[static_cast<size_t>(at)], model[static_cast<size_t>(other)]);
+        if (err != 0) break;
+        std::swap(model[static_cast<size_t>(at)], model[static_cast<size_t>(other)]);
+        want = {{D_PTR_ARY_ITEMS_SWAPPED, model[static_cast<size_t>(at)], at, model[static_cast<size_t>(other)], other,
+                 size}};
     }
+    if (err != 0) want.clear();
     ASSERT_EQ(ok, err == 0) << "step " << step;
     ASSERT_EQ(DutErrNumGet(), err ? err : D_ERR_TIMEOUT_REACHED) << "step " << step;
+    ASSERT_EQ(std::exchange(seen, {}), want) << "step " << step;
     most = std::max(most, model.size());
     ASSERT_EQ(items(a.get()), model) << "step " << step;
     ASSERT_EQ(a->capacity, static_cast<D_INT4>(3 * std::max<size_t>(1, (most + 2) / 3))) << "step " << step;

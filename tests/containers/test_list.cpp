@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <random>
 #include <string>
@@ -55,6 +54,20 @@ int PointerComesBefore(void *a, void *b) { return *static_cast<int *>(a) < *stat
 // Node first, key second: swapped arguments would read the key as a node.
 int ValueMatches(void *node, void *key) { return static_cast<Item *>(node)->value == *static_cast<int *>(key); }
 
+// Takes out the nodes holding the key and scribbles on their links, as a
+// callback that frees them would: the walk must have read them already.
+struct Sweep {
+  int key;
+  D_INT4 visits = 0;
+};
+void *TakeMatching(void *node, void *arg) {
+  auto *sweep = static_cast<Sweep *>(arg);
+  ++sweep->visits;
+  if (static_cast<Item *>(node)->value != sweep->key) return nullptr;
+  static_cast<Item *>(node)->next = nullptr;
+  return node;
+}
+
 // ---- Intrusive stack and list -------------------------------------------------
 
 // Closing frees every node: the sanitizer build checks. The pointer stack
@@ -91,39 +104,12 @@ TEST(LinkedList, EmptyListAndStrangers) {
   EXPECT_EQ(Values(head), (Ints{0, 1}));
 }
 
-// Removes (and frees) the nodes whose values are in the mask's bits; the
-// walk has already read the next node.
-void *RemoveAndFree(void *node, void *arg) {
-  auto *item = static_cast<Item *>(node);
-  auto *mask = static_cast<unsigned *>(arg);
-  const int value = item->value;
-  *mask |= 0x100u << value;  // seen
-  if ((*mask & (1u << value)) == 0) return nullptr;
-  DutFree(item);
-  return reinterpret_cast<void *>(static_cast<std::intptr_t>(1000 + value));
-}
-
-// Leading, middle and last nodes; the last result counts even when null.
-TEST(LinkedListTravDel, RemovesAnyNodesAndReturnsTheLastResult) {
-  const struct { int count; unsigned remove; Ints left; std::intptr_t last; } cases[] = {
-      {7, 0b1001011, {2, 4, 5}, 1006}, {3, 0b10, {0, 2}, 0}, {4, 0b1111, {}, 1003}};
-  for (const auto &c : cases) {
-    Item *head = nullptr;
-    for (int i = c.count - 1; i >= 0; --i) DutStackPush(Head(head), NewItem(i));
-    unsigned mask = c.remove;
-    EXPECT_EQ(DutListTravDel(Head(head), &RemoveAndFree, &mask), reinterpret_cast<void *>(c.last));
-    EXPECT_EQ(mask >> 8, (1u << c.count) - 1) << c.count;  // every node visited
-    EXPECT_EQ(Values(head), c.left) << c.count;
-    DutStackClose(Head(head));
-  }
-}
-
 // ---- Intrusive queue -----------------------------------------------------------
 
 // Every operation against a vector of nodes: order, unlinked results, the
 // length, position and end of the list, and the rear, which must always be
-// the last node. The stack and list operations work on the front and leave
-// the rear to the caller.
+// the last node. The stack and list operations, and the traversal that
+// takes nodes out, work on the front and leave the rear to the caller.
 TEST(LinkedQueue, RandomOperationsMatchAModel) {
   std::mt19937 rng(11);
   vqtest::OutputCapture capture;  // positions of absent nodes warn
@@ -166,9 +152,16 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
         EXPECT_EQ(removed, at == model.end() ? nullptr : node);
         if (at != model.end()) model.erase(at);
         break;
-      case 4:  // an empty list has no position to ask for
-        if (front == nullptr) break;
-        EXPECT_EQ(DutListPos(front, node), at == model.end() ? -1 : at - model.begin());
+      case 4:
+        if (front_only) {  // the result for the last node counts, even when null
+          Sweep sweep{key};
+          EXPECT_EQ(DutListTravDel(&front, &TakeMatching, &sweep),
+                    !model.empty() && model.back()->value == key ? model.back() : nullptr);
+          EXPECT_EQ(sweep.visits, static_cast<D_INT4>(model.size()));
+          std::erase_if(model, [&](Item *e) { return e->value == key; });
+        } else if (front != nullptr) {  // an empty list has no position to ask for
+          EXPECT_EQ(DutListPos(front, node), at == model.end() ? -1 : at - model.begin());
+        }
         break;
       default: {  // the front when it matches, else the left neighbour of the first match
         const auto match = std::ranges::find_if(model, [&](Item *e) { return e->value == key; });
@@ -177,7 +170,7 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
       }
     }
     ASSERT_TRUE(removed == nullptr || removed->next == nullptr);  // taken out unlinked
-    if (front_only && op < 4) rear = model.empty() ? nullptr : model.back();  // the caller's repair
+    if (front_only && op < 5) rear = model.empty() ? nullptr : model.back();  // the caller's repair
     Ints values;
     for (Item *item : model) values.push_back(item->value);
     ASSERT_EQ(Values(static_cast<Item *>(front)), values) << "step " << step;

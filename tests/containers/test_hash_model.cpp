@@ -63,8 +63,11 @@ Universe MakeUniverse(const Kind &kind) {
   u.texts.reserve(64);
   u.others.reserve(64);
   for (int i = 0; i < 64; ++i) {
-    // Integers and pointers 4096 apart share a chain up to 4096 chains.
-    D_WORD word = static_cast<D_WORD>((i % 8) + 4096 * (i / 8) + 1) << kind.shift, equal = word;
+    // Integers and pointers 4096 apart share a chain up to 4096 chains; a
+    // few are negative.
+    D_WORD word = static_cast<D_WORD>((i % 8) + 4096 * (i / 8) + 1) << kind.shift;
+    if (i % 16 == 15) word = -word;
+    D_WORD equal = word;
     if (kind.text) {
       // "Ab" and "BG" hash alike (65 x 27 + 98 = 66 x 27 + 71), and so do
       // their extensions by the same suffix.
@@ -91,7 +94,10 @@ class HashModel : public ::testing::TestWithParam<Kind> {
   std::map<std::size_t, D_WORD> model;  // key index -> value
   D_WORD next_value = 1;
 
+  vqtest::OutputCapture capture;
+
   std::size_t AnyKey() { return rng() % u.words.size(); }
+  std::string Printed(std::size_t i) { return GetParam().text ? u.others[i] : std::to_string(u.equal[i]); }
 
   std::size_t IndexOfStored(D_WORD stored) {
     D_HASH_TEST_FUNC same = DutHashGetTestFunc(table);
@@ -109,10 +115,14 @@ class HashModel : public ::testing::TestWithParam<Kind> {
       case 0:
       case 1:
       case 2:
-        if (!present) {
-          DutHashInsert(table, u.words[i], next_value);
-          model[i] = next_value++;
-        }
+        // A duplicate keeps the first value and the error number, and warns
+        // with the key it was given: texts as they are, words signed.
+        DutErrNumSet(0);
+        DutHashInsert(table, present ? u.equal[i] : u.words[i], next_value);
+        if (!present) model[i] = next_value++;
+        EXPECT_EQ(capture.Take(),
+                  present ? "WARNING: DutHashInsert: key " + Printed(i) + " already exists in hash table.\n" : "");
+        EXPECT_EQ(DutErrNumGet(), 0);
         break;
       case 3:
         DutErrNumSet(0);

@@ -256,12 +256,9 @@ TEST(PointerQueue, RandomOperationsMatchAModel) {
     const auto at = std::find(model.begin(), model.end(), ptr);
     switch (rng() % 7) {
       case 0:
-        EXPECT_EQ(DutPqPush(&hdr, ptr)->ptr, ptr);
-        model.insert(model.begin(), ptr);
-        break;
-      case 1:
-        EXPECT_EQ(DutPqAdd(&hdr, ptr)->ptr, ptr);
-        model.push_back(ptr);
+      case 1:  // at the front or the rear
+        EXPECT_EQ((step % 2 ? DutPqPush : DutPqAdd)(&hdr, ptr)->ptr, ptr);
+        model.insert(step % 2 ? model.begin() : model.end(), ptr);
         break;
       case 2: {  // the one-based position it took
         const auto first_greater = std::ranges::find_if(model, [&](void *e) { return *ptr < *static_cast<int *>(e); });

@@ -171,17 +171,14 @@ TEST(PtrAryModel, RandomOperationsMatchAVector) {
         if (err == 0) model.insert(model.begin() + number, item);
         break;
       case 2:
-        ok = DutPtrAryInsertAfter(a.get(), item, added);
+      case 3: {  // before the last item the record names the appended slot, not where the item sits
+        const bool after = step % 2 != 0;
+        ok = (after ? DutPtrAryInsertAfter : DutPtrAryInsertBefore)(a.get(), item, added);
         err = missing;
-        want = {addition(added, first + 1)};
-        if (present) model.insert(found + 1, added);
+        want = {addition(added, after ? first + 1 : first == size - 1 ? size : first)};
+        if (present) model.insert(found + after, added);
         break;
-      case 3:  // before the last item the record names the appended slot, not where the item sits
-        ok = DutPtrAryInsertBefore(a.get(), item, added);
-        err = missing;
-        want = {addition(added, first == size - 1 ? size : first)};
-        if (present) model.insert(found, added);
-        break;
+      }
       case 4:
         ok = DutPtrAryRemove(a.get(), item);
         err = size == 0 ? D_ERR_VAL_TOO_SMALL : missing;

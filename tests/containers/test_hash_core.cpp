@@ -42,6 +42,14 @@ D_UINT4 CountingHash(D_WORD key) {
   return static_cast<D_UINT4>(key);
 }
 
+// The caller's test function records its calls as (searched, stored).
+using Tests = std::vector<std::pair<D_WORD, D_WORD>>;
+Tests gTests;
+D_INT4 RecordingTest(D_WORD searched, D_WORD stored) {
+  gTests.emplace_back(searched, stored);
+  return searched == stored;
+}
+
 // ---- Sizes ------------------------------------------------------------------
 
 TEST(HashSizing, RoundUpToPowerOf2) {
@@ -75,11 +83,12 @@ TEST(HashSizing, CreationAndResizeRoundFourThirdsOfTheRequest) {
 
 // Growth rebuilds every chain; built-in and caller-supplied functions must
 // give the same layout and collision count at every step. A caller's hash
-// function is called once for the search and once for the chain.
+// function is called once for the search and once for the chain; its test
+// function is given the searched key first.
 TEST(HashSizing, GrowthQuadruplesPastTheThresholdForBothPaths) {
   Table builtin(DutHashCreateInt(0));
-  Table custom(DutHashCreate(0, CountingHash, SameWord));
-  EXPECT_EQ(DutHashGetTestFunc(custom), &SameWord);
+  Table custom(DutHashCreate(0, CountingHash, RecordingTest));
+  EXPECT_EQ(DutHashGetTestFunc(custom), &RecordingTest);
   auto key = [](D_WORD n) { return 1 + (n % 5) + 32 * (n / 5); };  // 32 apart: shared chains up to 32
   std::vector<std::pair<D_INT4, D_INT4>> seen;                     // (entries, chains) at each growth
   gCustomHashCalls = 0;
@@ -98,6 +107,13 @@ TEST(HashSizing, GrowthQuadruplesPastTheThresholdForBothPaths) {
   for (const auto &chain : hashtest::Layout(builtin)) chained += chain.empty() ? 0 : chain.size() - 1;
   EXPECT_EQ(builtin->collisions, chained);
   for (D_WORD n = 0; n < 400; ++n) ASSERT_EQ(DutHashLookupInt(custom, key(n)), key(n) * 10);
+  // A miss tests every key of its chain, head first; a hit stops there.
+  gTests.clear();
+  EXPECT_EQ(DutHashLookup(custom, 4097), 0);  // chain 1 of 2048: 1, then 2049
+  EXPECT_EQ(gTests, (Tests{{4097, 1}, {4097, 2049}}));
+  gTests.clear();
+  EXPECT_EQ(DutHashLookup(custom, 1), 10);
+  EXPECT_EQ(gTests, (Tests{{1, 1}}));
 }
 
 // ---- Error numbers ----------------------------------------------------------

@@ -241,25 +241,4 @@ TEST(HashKeyKinds, HashesFollowTheDefinitionsAndOnlyLettersFold) {
   }
 }
 
-// A caller's test function sees every stored key of the chain, head first,
-// as (searched, stored), up to the hit; a miss runs the whole chain.
-std::vector<std::pair<D_WORD, D_WORD>> gTests;
-D_INT4 RecordingTest(D_WORD searched, D_WORD stored) {
-  gTests.emplace_back(searched, stored);
-  return searched == stored;
-}
-
-TEST(HashCallerFunctions, TestFunctionSeesTheWholeChainOnAMiss) {
-  Table t(DutHashCreate(0, IdentityHash, RecordingTest));  // 8 chains
-  for (D_WORD k : {3, 11, 19}) DutHashInsert(t, k, k);
-  gTests.clear();
-  EXPECT_EQ(DutHashLookup(t, 27), 0);
-  const std::vector<std::pair<D_WORD, D_WORD>> miss = {{27, 19}, {27, 11}, {27, 3}};
-  EXPECT_EQ(gTests, miss);
-  gTests.clear();
-  EXPECT_EQ(DutHashLookup(t, 11), 11);
-  const std::vector<std::pair<D_WORD, D_WORD>> hit = {{11, 19}, {11, 11}};
-  EXPECT_EQ(gTests, hit);
-}
-
 }  // namespace

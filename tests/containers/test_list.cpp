@@ -122,9 +122,11 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
     int key = static_cast<int>(rng() % 4);
     Item *removed = nullptr;
     const bool front_only = step % 2 != 0;  // for the forms that have both
-    const unsigned op = rng() % 7;
+    const unsigned op = rng() % 9;
     switch (op) {
-      case 0:  // append, push or ordered insert of a free node with a stale link
+      case 0:
+      case 1:
+      case 2:  // append, push or ordered insert of a free node with a stale link
         if (at != model.end()) break;
         *node = Item{&pool[0], key};
         if (front_only) {
@@ -141,18 +143,18 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
           model.insert(std::ranges::find_if(model, [&](Item *e) { return key < e->value; }), node);
         }
         break;
-      case 1:
-      case 2:
+      case 3:
+      case 4:
         removed = static_cast<Item *>(front_only ? DutStackPop(&front) : DutQueuePop(&front, &rear));
         EXPECT_EQ(removed, model.empty() ? nullptr : model.front());
         if (!model.empty()) model.erase(model.begin());
         break;
-      case 3:
+      case 5:
         removed = static_cast<Item *>(front_only ? DutListDelete(&front, node) : DutQueueDelete(&front, &rear, node));
         EXPECT_EQ(removed, at == model.end() ? nullptr : node);
         if (at != model.end()) model.erase(at);
         break;
-      case 4:
+      case 6:
         if (front_only) {  // the result for the last node counts, even when null
           Sweep sweep{key};
           EXPECT_EQ(DutListTravDel(&front, &TakeMatching, &sweep),
@@ -170,7 +172,7 @@ TEST(LinkedQueue, RandomOperationsMatchAModel) {
       }
     }
     ASSERT_TRUE(removed == nullptr || removed->next == nullptr);  // taken out unlinked
-    if (front_only && op < 5) rear = model.empty() ? nullptr : model.back();  // the caller's repair
+    if (front_only && op < 7) rear = model.empty() ? nullptr : model.back();  // the caller's repair
     Ints values;
     for (Item *item : model) values.push_back(item->value);
     ASSERT_EQ(Values(static_cast<Item *>(front)), values) << "step " << step;

@@ -39,8 +39,8 @@ const char *stringOf(D_QUARK quark) {
 
 // A new process, so no other test has made a quark yet: numbering starts
 // at 1 and the listing is known whole. Case folds; the first spelling is
-// kept, in the library's own stable copy.
-TEST(QuarkDeathTest, FreshProcessNumbersFromOneAndListsFirstSpellings) {
+// kept, in the library's own stable copy. Then the error numbers.
+TEST(QuarkDeathTest, FreshProcessNumbersFromOneListsFirstSpellingsAndRefuses) {
   vqtest::RunInChild("threadsafe", [] {
     const char *text = nullptr;
     EXPECT_FAILS(DutQuarkToStr(1, &text), D_FALSE, D_ERR_DOESNT_EXIST);
@@ -55,21 +55,16 @@ TEST(QuarkDeathTest, FreshProcessNumbersFromOneAndListsFirstSpellings) {
     printed.clear();
     ASSERT_EQ(DutQuarkTablePrint(CapturePrint), D_TRUE);
     EXPECT_EQ(printed, "Printing quark table.\n  quark 1 = string <Listed Alpha>\n  quark 2 = string <second>\n");
+    D_QUARK q = 0;
+    vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutStrToQuark(nullptr, &q)), AS_WORD(DutStrToQuark("x", nullptr)),
+                                           AS_WORD(DutQuarkToStr(1, nullptr)), AS_WORD(DutQuarkTablePrint(nullptr))});
+    EXPECT_FAILS(DutQuarkToStr(0, &text), D_FALSE, D_ERR_VAL_TOO_SMALL);
+    EXPECT_FAILS(DutQuarkToStr(3, &text), D_FALSE, D_ERR_DOESNT_EXIST);
+    // Making a new quark leaves the caller's error number alone.
+    DutErrNumSet(D_ERR_TIMEOUT_REACHED);
+    EXPECT_EQ(quarkOf("third"), 3);
+    EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
   });
-}
-
-TEST(Quark, ErrorNumbers) {
-  const D_QUARK known = quarkOf("known for errors");
-  D_QUARK q = 0;
-  const char *text = nullptr;
-  vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutStrToQuark(nullptr, &q)), AS_WORD(DutStrToQuark("x", nullptr)),
-                                         AS_WORD(DutQuarkToStr(known, nullptr)), AS_WORD(DutQuarkTablePrint(nullptr))});
-  EXPECT_FAILS(DutQuarkToStr(0, &text), D_FALSE, D_ERR_VAL_TOO_SMALL);
-  EXPECT_FAILS(DutQuarkToStr(known + 1000, &text), D_FALSE, D_ERR_DOESNT_EXIST);
-  // Making a new quark leaves the caller's error number alone.
-  DutErrNumSet(D_ERR_TIMEOUT_REACHED);
-  quarkOf("a brand new text for the error test");
-  EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
 }
 
 // A plain name matches only itself, case counting; "prefix?name?suffix"

@@ -111,14 +111,17 @@ class HashModel : public ::testing::TestWithParam<Kind> {
   void Step() {
     const std::size_t i = AnyKey();
     const bool present = model.count(i) != 0;
+    D_WORD first_key;
     switch (rng() % 8) {
       case 0:
       case 1:
       case 2:
-        // A duplicate keeps the first value and the error number, and warns
-        // with the key it was given: texts as they are, words signed.
+        // A duplicate keeps the first key, value and the error number, and
+        // warns with the key it was given: texts as they are, words signed.
         DutErrNumSet(0);
+        first_key = present ? DutHashLookupBucket(table, u.equal[i])->key : 0;
         DutHashInsert(table, present ? u.equal[i] : u.words[i], next_value);
+        EXPECT_EQ(present ? DutHashLookupBucket(table, u.equal[i])->key : 0, first_key);
         if (!present) model[i] = next_value++;
         EXPECT_EQ(capture.Take(),
                   present ? "WARNING: DutHashInsert: key " + Printed(i) + " already exists in hash table.\n" : "");

@@ -1,7 +1,7 @@
-// Hash tables: sizing and growth, the ready-made key kinds, insertion,
-// replacement, deletion with the collision counter, error numbers,
-// traversal, reset and destroy, fatal misuse, tables used from threads, the
-// dump and its statistics, sorting with filters, and the debug trace.
+// Hash tables: sizing and growth with a caller's functions, error numbers,
+// traversal and deletion with the collision counter, reset and destroy,
+// fatal misuse, tables used from threads, the dump and its statistics,
+// sorting with filters, and the debug trace.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

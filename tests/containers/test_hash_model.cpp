@@ -1,5 +1,6 @@
-// Hash tables against a model: random insertions, deletions, replacements,
-// resets, explicit growth and chain heads popped by the host, for every key
+// Hash tables against a model: random insertions (duplicates among them),
+// deletions, replacements, resets, explicit growth and chain heads popped
+// by the host, for every key
 // kind, with keys that crowd a few chains and strings whose hashes are
 // equal. After every step each key of the universe must be found with its
 // value, or be missing with error 8, and every bucket must sit in the chain

@@ -1,8 +1,7 @@
-// Pointer arrays: creation, every refusal with its error number, its out
-// value and the unchanged contents after it; sorting, clearing and
-// destruction with their item functions, the fatal paths of the item-array
-// accessor, and a randomised run of every edit and sort against a
-// std::vector model.
+// Pointer arrays: creation, the null refusals, clearing and destruction
+// with their item functions, the fatal paths of the item-array accessor,
+// and a randomised run of every edit, sort and clear against a std::vector
+// model: contents, capacity, error numbers, out values and change records.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,10 +9,12 @@
 #include <cstdlib>
 #include <memory>
 #include <random>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "support/output_capture.hpp"
+#include "vqutil/callback.h"
 #include "vqutil/error.h"
 #include "vqutil/ptrary.h"
 
@@ -53,69 +54,7 @@ TEST(PtrAryCreate, SizeLimitsAndTheEmptyArray) {
   EXPECT_EQ(a->change_cb_list, nullptr);
 }
 
-// Each call is made on a full array holding start; out starts at 77.
-struct Refusal {
-  const char *name;
-  Items start;
-  D_BOOL (*call)(D_PTR_ARY *p, D_WORD *out);
-  D_INT4 err;
-  D_WORD out_after = 77;
-};
-#define CALL(expr) [](D_PTR_ARY *p, [[maybe_unused]] D_WORD *out) -> D_BOOL { return expr; }
-
-// The counting calls with their 32-bit out value, which starts at start,
-// widened.
-D_BOOL Widened(D_BOOL (*call)(D_PTR_ARY *, D_WORD, D_INT4 *), D_INT4 start, D_PTR_ARY *p, D_WORD item,
-               D_WORD *out) {
-  const D_BOOL ok = call(p, item, &start);
-  *out = start;
-  return ok;
-}
-
-TEST(PtrAryRefusals, ErrorNumberOutValueAndUnchangedArray) {
-  const Refusal refusals[] = {
-      {"insert at -1", {10, 20}, CALL(DutPtrAryInsertItemAtIndex(p, 9, -1)), D_ERR_VAL_INVALID},
-      {"insert at count + 1", {10, 20}, CALL(DutPtrAryInsertItemAtIndex(p, 9, 3)), D_ERR_VAL_INVALID},
-      {"insert before absent", {1, 2}, CALL(DutPtrAryInsertBefore(p, 3, 9)), D_ERR_DOESNT_EXIST},
-      {"insert after in empty", {}, CALL(DutPtrAryInsertAfter(p, 3, 9)), D_ERR_DOESNT_EXIST},
-      // Emptiness is checked before the index.
-      {"remove at 5 of empty", {}, CALL(DutPtrAryRemoveItemAtIndex(p, 5, out)), D_ERR_VAL_TOO_SMALL},
-      {"remove at -1", {8}, CALL(DutPtrAryRemoveItemAtIndex(p, -1, out)), D_ERR_VAL_INVALID},
-      {"remove at count", {8}, CALL(DutPtrAryRemoveItemAtIndex(p, 1, out)), D_ERR_VAL_INVALID},
-      {"remove absent", {1, 3, 2}, CALL(DutPtrAryRemove(p, 4)), D_ERR_DOESNT_EXIST},
-      {"remove from empty", {}, CALL(DutPtrAryRemove(p, 1)), D_ERR_VAL_TOO_SMALL},  // not "doesn't exist"
-      {"remove all absent", {1, 2}, CALL(Widened(DutPtrAryRemoveAll, 99, p, 3, out)), D_ERR_DOESNT_EXIST, 0},
-      {"remove all from empty", {}, CALL(Widened(DutPtrAryRemoveAll, 99, p, 3, out)), D_ERR_DOESNT_EXIST, 0},
-      {"remove all, null count", {1, 2}, CALL(DutPtrAryRemoveAll(p, 1, nullptr)), D_ERR_NULL_PTR},
-      // The index is left at the count.
-      {"index of absent", {7, 8, 7}, CALL(Widened(DutPtrAryGetItemIndex, -5, p, 9, out)), D_ERR_DOESNT_EXIST, 3},
-      {"index, null out", {7}, CALL(DutPtrAryGetItemIndex(p, 7, nullptr)), D_ERR_NULL_PTR},
-      {"exists in empty", {}, CALL(DutPtrAryItemExists(p, 0)), D_ERR_DOESNT_EXIST},
-      {"item at -1", {4, 5, 6}, CALL(DutPtrAryGetItemAtIndex(p, -1, out)), D_ERR_VAL_INVALID},
-      {"item at count", {4, 5, 6}, CALL(DutPtrAryGetItemAtIndex(p, 3, out)), D_ERR_VAL_INVALID},
-      {"item at, null out", {4}, CALL(DutPtrAryGetItemAtIndex(p, 0, nullptr)), D_ERR_NULL_PTR},
-      {"replace at -1", {4, 5}, CALL(DutPtrAryReplaceItemAtIndex(p, 1, -1, out)), D_ERR_VAL_INVALID},
-      {"replace at count", {4, 5}, CALL(DutPtrAryReplaceItemAtIndex(p, 1, 2, out)), D_ERR_VAL_INVALID},
-      {"swap -1, 0", {1, 2, 3}, CALL(DutPtrArySwapItems(p, -1, 0)), D_ERR_VAL_INVALID},
-      {"swap 0, count", {1, 2, 3}, CALL(DutPtrArySwapItems(p, 0, 3)), D_ERR_VAL_INVALID},
-      {"swap in empty", {}, CALL(DutPtrArySwapItems(p, 0, 0)), D_ERR_VAL_INVALID},
-      {"sort, null compare", {2, 1}, CALL(DutPtrArySort(p, nullptr)), D_ERR_NULL_PTR},
-  };
-  for (const Refusal &r : refusals) {
-    const D_INT4 capacity = std::max<D_INT4>(1, static_cast<D_INT4>(r.start.size()));
-    Array a = filled(capacity, r.start);
-    D_WORD out = 77;
-    // A value no operation sets: a stale number cannot pass for a new one.
-    DutErrNumSet(-12345);
-    EXPECT_FALSE(r.call(a.get(), &out)) << r.name;
-    EXPECT_EQ(DutErrNumGet(), r.err) << r.name;
-    EXPECT_EQ(out, r.out_after) << r.name;
-    EXPECT_EQ(items(a.get()), r.start) << r.name;
-    EXPECT_EQ(a->capacity, capacity) << r.name;  // a refused insertion does not grow
-  }
-}
-
-TEST(PtrAryRefusals, NullArrayIsRefusedByEveryOperation) {
+TEST(PtrAryRefusals, NullArrayOutValueAndCompareAreRefused) {
   // A header whose item array is missing is refused the same way.
   D_PTR_ARY hollow{nullptr, 4, 0, 4, nullptr};
   for (D_PTR_ARY *array : {static_cast<D_PTR_ARY *>(nullptr), &hollow}) {
@@ -132,6 +71,13 @@ TEST(PtrAryRefusals, NullArrayIsRefusedByEveryOperation) {
          AS_WORD(DutPtrAryGetItemIndex(array, 1, &n)), AS_WORD(DutPtrAryGetItemAtIndex(array, 0, &w))});
   }
   EXPECT_EQ(std::make_pair(hollow.count, hollow.capacity), std::make_pair(0, 4));
+  // A missing out value or compare function on a good array.
+  Array a = filled(2, {7, 4});
+  vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutPtrAryRemoveAll(a.get(), 7, nullptr)),
+                                         AS_WORD(DutPtrAryGetItemIndex(a.get(), 7, nullptr)),
+                                         AS_WORD(DutPtrAryGetItemAtIndex(a.get(), 0, nullptr)),
+                                         AS_WORD(DutPtrArySort(a.get(), nullptr))});
+  EXPECT_EQ(items(a.get()), (Items{7, 4}));
   EXPECT_FAILS(DutPtrAryDestroy(nullptr, nullptr, nullptr), D_FALSE, D_ERR_NULL_PTR);
 }
 
@@ -168,80 +114,132 @@ TEST(PtrAryDeathTest, GetArrayAssertsOnANullArrayOrItemArray) {
   VQTEST_EXPECT_FATAL(DutPtrAryGetArray(&hollow), "Assertion <ptr_ary->ptr_ary != NULL> failed, file: ptrary.c");
 }
 
-// Every edit and sorts against a std::vector, with many duplicate items so
-// that "first occurrence" matters. The capacity grows by the increment (3) and
-// only when a full array takes one more item, whichever form adds it; a
-// success leaves the error number alone.
+// event, item, index, other item, other index, count seen by the callback
+using Change = std::tuple<D_WORD, D_WORD, D_WORD, D_WORD, D_WORD, D_INT4>;
+
+void recordChange(void *object, void *data, D_WORD arg) {
+  auto *change = static_cast<D_PTR_ARY_CHANGE *>(data);
+  EXPECT_NE(change->cb, nullptr);  // the machinery fills the reserved field
+  reinterpret_cast<std::vector<Change> *>(arg)->emplace_back(change->event, change->item, change->index,
+                                                             change->other_item, change->other_index,
+                                                             D_GPA_COUNT(static_cast<D_PTR_ARY *>(object)));
+}
+
+// Every edit, sorts and clears against a std::vector, with many duplicate items so
+// that "first occurrence" matters, and indexes one past either end. A
+// refusal sets its error number and leaves the array and the out value
+// alone and raises no change; a success leaves the error number alone and
+// raises one change record, seen after the change. Emptiness is checked
+// before an index or an item. The capacity grows by the increment (3) and
+// only when a full array takes one more item, whichever form adds it.
 TEST(PtrAryModel, RandomOperationsMatchAVector) {
   std::mt19937 rng(7);
   Array a(DutPtrAryCreate(3));
   Items model;
   size_t most = 0;
-  auto pick = [&](size_t bound) { return bound == 0 ? 0 : static_cast<D_INT4>(rng() % bound); };
-  for (int step = 0; step < 6000; ++step) {
+  std::vector<Change> seen;
+  ASSERT_NE(DutPtrAryChangeCbCreate(a.get(), recordChange, reinterpret_cast<D_WORD>(&seen)), nullptr);
+  for (int step = 0; step < 8000; ++step) {
     const D_WORD item = static_cast<D_WORD>(rng() % 12);
     const D_WORD added = 100 + step;
-    const auto size = model.size();
+    const auto size = static_cast<D_INT4>(model.size());
     const auto found = std::find(model.begin(), model.end(), item);
-    const D_BOOL present = found != model.end();
-    const D_INT4 at = pick(size), other = pick(size);  // valid indexes unless empty
+    const bool present = found != model.end();
+    const D_INT4 first = static_cast<D_INT4>(found - model.begin());  // the count when absent
+    auto index = [&](D_INT4 last) { return static_cast<D_INT4>(rng() % static_cast<unsigned>(last + 2)) - 1; };
+    const D_INT4 at = index(size), other = index(size);  // from -1 to the count
+    const bool valid = at >= 0 && at < size;
+    const D_INT4 missing = present ? 0 : D_ERR_DOESNT_EXIST;
     D_WORD word = -1;
-    D_INT4 number = -1;
+    D_INT4 number = -1, err = 0;
+    D_BOOL ok = D_FALSE;
+    std::vector<Change> want;
+    auto addition = [&](D_WORD what, D_WORD slot) { return Change{D_PTR_ARY_ITEM_ADDED, what, slot, 0, -1, size + 1}; };
     DutErrNumSet(D_ERR_TIMEOUT_REACHED);
-    const unsigned op = rng() % 11;
-    switch (op) {
+    switch (rng() % 13) {
       case 0:
-        ASSERT_TRUE(DutPtrAryAppend(a.get(), item, &number));
-        EXPECT_EQ(number, static_cast<D_INT4>(size));
+        ok = DutPtrAryAppend(a.get(), item, &number);
+        EXPECT_EQ(number, size);
         model.push_back(item);
+        want = {addition(item, size)};
         break;
       case 1:
-        number = pick(size + 1);
-        ASSERT_TRUE(DutPtrAryInsertItemAtIndex(a.get(), item, number));
-        model.insert(model.begin() + number, item);
+        number = index(size + 1);
+        ok = DutPtrAryInsertItemAtIndex(a.get(), item, number);
+        err = number < 0 || number > size ? D_ERR_VAL_INVALID : 0;
+        want = {addition(item, number)};
+        if (err == 0) model.insert(model.begin() + number, item);
         break;
       case 2:
-        EXPECT_EQ(DutPtrAryInsertAfter(a.get(), item, added), present);
-        if (present) model.insert(found + 1, added);
+      case 3: {  // before the last item the record names the appended slot, not where the item sits
+        const bool after = step % 2 != 0;
+        ok = (after ? DutPtrAryInsertAfter : DutPtrAryInsertBefore)(a.get(), item, added);
+        err = missing;
+        want = {addition(added, after ? first + 1 : first == size - 1 ? size : first)};
+        if (present) model.insert(found + after, added);
         break;
-      case 3:
-        EXPECT_EQ(DutPtrAryInsertBefore(a.get(), item, added), present);
-        if (present) model.insert(found, added);
-        break;
+      }
       case 4:
-        EXPECT_EQ(DutPtrAryRemove(a.get(), item), present);
+        ok = DutPtrAryRemove(a.get(), item);
+        err = size == 0 ? D_ERR_VAL_TOO_SMALL : missing;
+        want = {{D_PTR_ARY_ITEM_REMOVED, item, first, 0, -1, size - 1}};
         if (present) model.erase(found);
         break;
-      case 5:
-        EXPECT_EQ(DutPtrAryRemoveAll(a.get(), item, &number), present);
+      case 5:  // one record for all of them
+        ok = DutPtrAryRemoveAll(a.get(), item, &number);
+        err = missing;
         EXPECT_EQ(number, static_cast<D_INT4>(std::erase(model, item)));
+        want = {{D_PTR_ARY_ALL_REMOVED, item, -1, 0, -1, size - number}};
         break;
-      case 6:
-        EXPECT_EQ(DutPtrAryGetItemIndex(a.get(), item, &number), present);
-        EXPECT_EQ(number, found - model.begin());
+      case 6:  // the index of an absent item is left at the count
         EXPECT_EQ(DutPtrAryItemExists(a.get(), item), present);
+        ok = DutPtrAryGetItemIndex(a.get(), item, &number);
+        err = missing;
+        EXPECT_EQ(number, first);
         break;
-      case 10:  // the item parked during a sort of a full array goes into the spare slot only
-        ASSERT_TRUE(DutPtrArySort(a.get(), step % 2 ? descending : ascending));
-        std::sort(model.begin(), model.end(), [&](D_WORD x, D_WORD y) { return step % 2 ? x > y : x < y; });
-        break;
-      default:  // the index operations
-        if (size == 0) break;
-        ASSERT_TRUE(DutPtrAryGetItemAtIndex(a.get(), at, &word));
-        EXPECT_EQ(word, model[static_cast<size_t>(at)]);
-        if (step % 3 == 0) {
-          ASSERT_TRUE(DutPtrAryRemoveItemAtIndex(a.get(), at, &word));
-          EXPECT_EQ(word, model[static_cast<size_t>(at)]);
-          model.erase(model.begin() + at);
-        } else if (step % 3 == 1) {
-          ASSERT_TRUE(DutPtrAryReplaceItemAtIndex(a.get(), added, at, &word));
-          EXPECT_EQ(word, std::exchange(model[static_cast<size_t>(at)], added));
-        } else {
-          ASSERT_TRUE(DutPtrArySwapItems(a.get(), at, other));
-          std::swap(model[static_cast<size_t>(at)], model[static_cast<size_t>(other)]);
+      case 7:
+        if (step % 25 == 0) {  // rarely, or the array would stay short
+          ok = DutPtrAryClear(a.get(), nullptr, nullptr);
+          model.clear();
+          want = {{D_PTR_ARY_CLEARED, 0, -1, 0, -1, 0}};
+          break;
         }
+        // The item parked during a sort of a full array goes into the spare slot only.
+        ok = DutPtrArySort(a.get(), step % 2 ? descending : ascending);
+        std::sort(model.begin(), model.end(), [&](D_WORD x, D_WORD y) { return step % 2 ? x > y : x < y; });
+        want = {{D_PTR_ARY_SORTED, 0, -1, 0, -1, size}};
+        break;
+      case 8:
+        ok = DutPtrAryGetItemAtIndex(a.get(), at, &word);
+        err = valid ? 0 : D_ERR_VAL_INVALID;
+        EXPECT_EQ(word, valid ? model[static_cast<size_t>(at)] : -1);
+        break;
+      case 9:
+      case 10:
+        ok = DutPtrAryRemoveItemAtIndex(a.get(), at, &word);
+        err = size == 0 ? D_ERR_VAL_TOO_SMALL : valid ? 0 : D_ERR_VAL_INVALID;
+        EXPECT_EQ(word, valid ? model[static_cast<size_t>(at)] : -1);
+        want = {{D_PTR_ARY_ITEM_REMOVED, word, at, 0, -1, size - 1}};
+        if (valid) model.erase(model.begin() + at);
+        break;
+      case 11:
+        ok = DutPtrAryReplaceItemAtIndex(a.get(), added, at, &word);
+        err = valid ? 0 : D_ERR_VAL_INVALID;
+        EXPECT_EQ(word, valid ? std::exchange(model[static_cast<size_t>(at)], added) : -1);
+        want = {{D_PTR_ARY_ITEM_REPLACED, added, at, 0, -1, size}};
+        break;
+      default:  // the record names both items where they now sit
+        ok = DutPtrArySwapItems(a.get(), at, other);
+        err = valid && other >= 0 && other < size ? 0 : D_ERR_VAL_INVALID;
+        if (err != 0) break;
+        std::swap(model[static_cast<size_t>(at)], model[static_cast<size_t>(other)]);
+        want = {{D_PTR_ARY_ITEMS_SWAPPED, model[static_cast<size_t>(at)], at, model[static_cast<size_t>(other)], other,
+                 size}};
     }
-    ASSERT_TRUE((op > 1 && op < 7 && !present) || DutErrNumGet() == D_ERR_TIMEOUT_REACHED) << "step " << step;
+    if (err != 0) want.clear();
+    ASSERT_EQ(ok, err == 0) << "step " << step;
+    ASSERT_EQ(DutErrNumGet(), err ? err : D_ERR_TIMEOUT_REACHED) << "step " << step;
+    ASSERT_EQ(std::exchange(seen, {}), want) << "step " << step;
     most = std::max(most, model.size());
     ASSERT_EQ(items(a.get()), model) << "step " << step;
     ASSERT_EQ(a->capacity, static_cast<D_INT4>(3 * std::max<size_t>(1, (most + 2) / 3))) << "step " << step;

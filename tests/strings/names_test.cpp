@@ -37,53 +37,34 @@ const char *stringOf(D_QUARK quark) {
   return text == nullptr ? "<null>" : text;
 }
 
-TEST(QuarkDeathTest, FreshProcessStartsAtOneWithNoTables) {
-  // A new process, so no other test has made a quark yet.
+// A new process, so no other test has made a quark yet: numbering starts
+// at 1 and the listing is known whole. Case folds; the first spelling is
+// kept, in the library's own stable copy. Then the error numbers.
+TEST(QuarkDeathTest, FreshProcessNumbersFromOneListsFirstSpellingsAndRefuses) {
   vqtest::RunInChild("threadsafe", [] {
     const char *text = nullptr;
     EXPECT_FAILS(DutQuarkToStr(1, &text), D_FALSE, D_ERR_DOESNT_EXIST);
     EXPECT_EQ(DutQuarkTablePrint(CapturePrint), D_TRUE);
     EXPECT_EQ(printed, "Printing quark table.\n  quark tables do not exist.\n");
-    D_QUARK first = 0, second = 0;
-    EXPECT_TRUE(DutStrToQuark("first", &first) && first == 1);
-    EXPECT_TRUE(DutStrToQuark("second", &second) && second == 2);
+    char caller[] = "Listed Alpha";
+    EXPECT_EQ(quarkOf(caller), 1);
+    caller[0] = 'X';
+    EXPECT_EQ(quarkOf("LISTED ALPHA"), 1);
+    EXPECT_EQ(quarkOf("second"), 2);
+    EXPECT_STREQ(stringOf(1), "Listed Alpha");
+    printed.clear();
+    ASSERT_EQ(DutQuarkTablePrint(CapturePrint), D_TRUE);
+    EXPECT_EQ(printed, "Printing quark table.\n  quark 1 = string <Listed Alpha>\n  quark 2 = string <second>\n");
+    D_QUARK q = 0;
+    vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutStrToQuark(nullptr, &q)), AS_WORD(DutStrToQuark("x", nullptr)),
+                                           AS_WORD(DutQuarkToStr(1, nullptr)), AS_WORD(DutQuarkTablePrint(nullptr))});
+    EXPECT_FAILS(DutQuarkToStr(0, &text), D_FALSE, D_ERR_VAL_TOO_SMALL);
+    EXPECT_FAILS(DutQuarkToStr(3, &text), D_FALSE, D_ERR_DOESNT_EXIST);
+    // Making a new quark leaves the caller's error number alone.
+    DutErrNumSet(D_ERR_TIMEOUT_REACHED);
+    EXPECT_EQ(quarkOf("third"), 3);
+    EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
   });
-}
-
-// The first spelling is kept, in the library's own stable copy.
-TEST(Quark, CaseFoldsListsEveryQuarkOnceAndKeepsTheFirstSpelling) {
-  char caller[] = "Listed Alpha";
-  const D_QUARK a = quarkOf(caller);
-  caller[0] = 'X';
-  EXPECT_EQ(quarkOf("LISTED ALPHA"), a);
-  const D_QUARK b = quarkOf("Listed Beta");
-  EXPECT_EQ(b, a + 1);
-  EXPECT_STREQ(stringOf(a), "Listed Alpha");
-  printed.clear();
-  ASSERT_EQ(DutQuarkTablePrint(CapturePrint), D_TRUE);
-  EXPECT_EQ(printed.rfind("Printing quark table.\n", 0), 0U);
-  const std::string line_a = "  quark " + std::to_string(a) + " = string <Listed Alpha>\n";
-  ASSERT_NE(printed.find(line_a), std::string::npos) << printed;
-  EXPECT_EQ(printed.find(line_a, printed.find(line_a) + 1), std::string::npos);
-  EXPECT_NE(printed.find("  quark " + std::to_string(b) + " = string <Listed Beta>\n"), std::string::npos);
-  // One line per quark given out so far, after the heading.
-  EXPECT_EQ(std::count(printed.begin(), printed.end(), '\n'), 1 + b);
-}
-
-TEST(Quark, ErrorNumbers) {
-  const D_QUARK known = quarkOf("known for errors");
-  D_QUARK q = 0;
-  const char *text = nullptr;
-  EXPECT_FAILS(DutStrToQuark(nullptr, &q), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutStrToQuark("x", nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutQuarkToStr(0, &text), D_FALSE, D_ERR_VAL_TOO_SMALL);
-  EXPECT_FAILS(DutQuarkToStr(known, nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutQuarkToStr(known + 1000, &text), D_FALSE, D_ERR_DOESNT_EXIST);
-  EXPECT_FAILS(DutQuarkTablePrint(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  // Making a new quark leaves the caller's error number alone.
-  DutErrNumSet(D_ERR_TIMEOUT_REACHED);
-  quarkOf("a brand new text for the error test");
-  EXPECT_EQ(DutErrNumGet(), D_ERR_TIMEOUT_REACHED);
 }
 
 // A plain name matches only itself, case counting; "prefix?name?suffix"

@@ -67,9 +67,8 @@ TEST(SafeStringModel, RandomOperationsMatchAStringAndItsSize) {
 // bytes; resizing and shortening refuse it.
 TEST(SafeStringErrors, RecordsWithoutABuffer) {
   D_SAFE_STRING none = {nullptr, 0, 0};
-  EXPECT_FAILS(DutSafeStringResize(nullptr, 1000), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutSafeStringResize(&none, 1000), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutSafeStringShorten(nullptr, 0), D_FALSE, D_ERR_NULL_PTR);
+  vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutSafeStringResize(nullptr, 1000)),
+                                         AS_WORD(DutSafeStringResize(&none, 1000)), AS_WORD(DutSafeStringShorten(nullptr, 0))});
   EXPECT_EQ(none.size, 0);
   DutSafeStringClear(&none);
   ASSERT_NE(none.str, nullptr);

@@ -1,21 +1,14 @@
 // The debug file: naming when opened, close / reopen / rename, and what
 // reaches it from DutDebug, DutOutDebug, DutWarning and DutPerror. The file
 // is opened once per process, so every case runs in a child of its own.
-#include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <string>
 #include <tuple>
 #include <utility>
 
-#include "support/output_capture.hpp"
 #include "child.hpp"
-#include "vqutil/error.h"
-#include "vqutil/output.h"
 
 namespace {
 

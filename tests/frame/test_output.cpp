@@ -36,26 +36,19 @@ void CallVOut(const char *format, ...) {
   va_end(args);
 }
 
-class Output : public ::testing::Test {
- protected:
-  void TearDown() override {
-    vqtest::ClearFrameEnvironment();
-    DutSetOutputFunc(&vqtest::Capture);
-  }
-  OutputCapture capture_;
-};
-
 // ---- The output function ---------------------------------------------------
 
 // Without a debug file DutOutDebug reaches the output once. DutOut and
 // DutWarning keep all four error values an output function may change;
-// DutVOut does not.
-TEST_F(Output, FormatsThroughTheOutputFunctionKeepingTheErrorValues) {
+// DutVOut does not. A broken expectation reports two warnings and the four
+// codes.
+TEST(Output, FormatsThroughTheOutputFunctionKeepingTheErrorValuesAndExpectReports) {
+  OutputCapture capture;
   DutOut("a%dz %s|%5.2f\n", 5, "x", 2.5);
   DutOut("%s", "");
   CallVOut("v%c%d\n", 'a', 3);
   DutOutDebug("both %d", 7);
-  EXPECT_EQ(capture_.Take(), "a5z x| 2.50\nva3\nboth 7");
+  EXPECT_EQ(capture.Take(), "a5z x| 2.50\nva3\nboth 7");
   EXPECT_EQ(DutFlushStdout(), 0);
   DutSetOutputFunc(&ClobberingOutput);
   SetAllFour(D_ERR_OS, 0, 0x18000, 0);  // zeros are put back too
@@ -63,29 +56,29 @@ TEST_F(Output, FormatsThroughTheOutputFunctionKeepingTheErrorValues) {
   DutWarning("y%d\n", 2);
   EXPECT_TRUE(DutPerror("p"));
   EXPECT_EQ(AllFour(), Four(D_ERR_OS, 0, 0x18000, 0));
-  EXPECT_EQ(capture_.Take(), "x1\nWARNING: y2\np: Unknown Windows error number (-32768)\n");
+  EXPECT_EQ(capture.Take(), "x1\nWARNING: y2\np: Unknown Windows error number (-32768)\n");
   CallVOut("z");
   EXPECT_EQ(DutErrNumGet(), D_ERR_TYPE_UNKNOWN);
-}
-
-TEST(OutputDefault, DefaultIsVprintfAndNullIsAnAssertion) {
-  vqtest::RunClean([] {
-#ifndef _WIN32  // MinGW's vprintf is an inline of its header: each module has its own copy
-    D_OUTPUT_FUNC standard = &std::vprintf;
-    EXPECT_EQ(DutGetOutputFunc(), standard);
-#else
-    EXPECT_NE(DutGetOutputFunc(), nullptr);
-#endif
-  });
-  EXPECT_FATAL_ABORT(DutSetOutputFunc(nullptr),
-                     "Assertion <output_func != NULL> failed, file: util\\.c, line \\w+");
+  DutSetOutputFunc(&vqtest::Capture);
+  EXPECT_EQ(std::pair(DutAssert(7, "x", "x.c", 1), DutExpect(-3, "x", "x.c", 1)), std::pair(7, -3));
+  EXPECT_EQ(capture.Take(), "z");
+  SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
+  EXPECT_EQ(DutExpect(0, "D_NULL != cbl", "callback.c", 42), 0);
+  EXPECT_EQ(capture.Take(),
+            "WARNING: Internal validation <D_NULL != cbl> failed, file: callback.c, line 42\n"
+            "WARNING: Please report this to Quandrel Technical Support.\n"
+            "Last VQsuite Error Code: 8\n"
+            "Last C Error Code: 13\n"
+            "Last OS Error Code: 5\n"
+            "Last Socket Error Code: 10054\n");
 }
 
 // ---- Time stamps -------------------------------------------------------------
 
 // The variable is read afresh on every call, and may be set to anything,
 // even empty; a warning is stamped before and after its prefix.
-TEST_F(Output, TimestampPrecedesEveryOutputCallAndTwiceInAWarning) {
+TEST(Output, TimestampPrecedesEveryOutputCallAndTwiceInAWarning) {
+  OutputCapture capture;
   const std::time_t before = std::time(nullptr);
   ::setenv("VQTIMESTAMPOUTPUT", "1", 1);
   DutOut("hello %d\n", 1);
@@ -97,27 +90,23 @@ TEST_F(Output, TimestampPrecedesEveryOutputCallAndTwiceInAWarning) {
   ::setenv("VQTIMESTAMPOUTPUT", "", 1);
 #endif
   DutWarning("disk %d%% full\n", 90);
-  EXPECT_EQ(vqtest::Unstamped(capture_.Take(), before, std::time(nullptr) + 1),
+  EXPECT_EQ(vqtest::Unstamped(capture.Take(), before, std::time(nullptr) + 1),
             "T: hello 1\nplain\nT: WARNING: T: disk 90% full\n");
+  ::unsetenv("VQTIMESTAMPOUTPUT");
 }
 
-// ---- Checks ------------------------------------------------------------------
 
-TEST_F(Output, ExpectReportsTwoWarningsAndTheFourCodes) {
-  EXPECT_EQ(std::pair(DutAssert(7, "x", "x.c", 1), DutExpect(-3, "x", "x.c", 1)), std::pair(7, -3));
-  EXPECT_EQ(capture_.Take(), "");
-  SetAllFour(D_ERR_DOESNT_EXIST, EACCES, 5, 10054);
-  EXPECT_EQ(DutExpect(0, "D_NULL != cbl", "callback.c", 42), 0);
-  EXPECT_EQ(capture_.Take(),
-            "WARNING: Internal validation <D_NULL != cbl> failed, file: callback.c, line 42\n"
-            "WARNING: Please report this to Quandrel Technical Support.\n"
-            "Last VQsuite Error Code: 8\n"
-            "Last C Error Code: 13\n"
-            "Last OS Error Code: 5\n"
-            "Last Socket Error Code: 10054\n");
-}
-
-TEST(OutputDeath, WarningAndExpectAbortOnlyWhenAsked) {
+// The default is vprintf, and setting none is an assertion. Warnings and
+// broken expectations abort only when asked.
+TEST(OutputDeath, DefaultAndNullOutputAndWarningAndExpectAbortOnlyWhenAsked) {
+#ifndef _WIN32  // MinGW's vprintf is an inline of its header: each module has its own copy
+  D_OUTPUT_FUNC standard = &std::vprintf;
+  EXPECT_EQ(DutGetOutputFunc(), standard);
+#else
+  EXPECT_NE(DutGetOutputFunc(), nullptr);
+#endif
+  EXPECT_FATAL_ABORT(DutSetOutputFunc(nullptr),
+                     "Assertion <output_func != NULL> failed, file: util\\.c, line \\w+");
   EXPECT_EXIT(
       {
         ::setenv("VQ_WARNING_ABORT", "1", 1);

@@ -71,3 +71,11 @@ inline std::string Unstamped(std::string text, std::time_t from, std::time_t to)
 }
 
 }  // namespace vqtest
+
+// The suite's tests name these unqualified.
+using vqtest::AllFour;
+using vqtest::Four;
+using vqtest::OutputCapture;
+using vqtest::ReadFile;
+using vqtest::RunClean;
+using vqtest::SetAllFour;

@@ -12,10 +12,6 @@
 
 namespace {
 
-using vqtest::ReadFile;
-using vqtest::RunClean;
-using vqtest::SetAllFour;
-
 using vqtest::Decimal;
 
 // Zero sizes give distinct, usable blocks; a zero-size reallocation never

@@ -13,19 +13,9 @@
 
 namespace {
 
-using vqtest::AllFour;
-using vqtest::Four;
-using vqtest::OutputCapture;
-using vqtest::ReadFile;
-using vqtest::RunClean;
-using vqtest::SetAllFour;
-
 // An output function that wrecks every error value of its thread.
 int ClobberingOutput(const char *format, va_list args) {
-  DutErrNumSetOs(99);
-  DutErrNumSetSocket(10099);
-  DutErrNumSet(D_ERR_TYPE_UNKNOWN);
-  errno = EDOM;
+  SetAllFour(D_ERR_TYPE_UNKNOWN, EDOM, 99, 10099);
   return vqtest::Capture(format, args);
 }
 
@@ -41,8 +31,10 @@ void CallVOut(const char *format, ...) {
 // Without a debug file DutOutDebug reaches the output once. DutOut and
 // DutWarning keep all four error values an output function may change;
 // DutVOut does not. A broken expectation reports two warnings and the four
-// codes.
-TEST(Output, FormatsThroughTheOutputFunctionKeepingTheErrorValuesAndExpectReports) {
+// codes. The time-stamp variable is read afresh on every call, and may be
+// set to anything, even empty; a warning is stamped before and after its
+// prefix.
+TEST(Output, FormatsKeepingTheErrorValuesExpectReportsAndTimeStamps) {
   OutputCapture capture;
   DutOut("a%dz %s|%5.2f\n", 5, "x", 2.5);
   DutOut("%s", "");
@@ -71,14 +63,6 @@ TEST(Output, FormatsThroughTheOutputFunctionKeepingTheErrorValuesAndExpectReport
             "Last C Error Code: 13\n"
             "Last OS Error Code: 5\n"
             "Last Socket Error Code: 10054\n");
-}
-
-// ---- Time stamps -------------------------------------------------------------
-
-// The variable is read afresh on every call, and may be set to anything,
-// even empty; a warning is stamped before and after its prefix.
-TEST(Output, TimestampPrecedesEveryOutputCallAndTwiceInAWarning) {
-  OutputCapture capture;
   const std::time_t before = std::time(nullptr);
   ::setenv("VQTIMESTAMPOUTPUT", "1", 1);
   DutOut("hello %d\n", 1);
@@ -100,8 +84,7 @@ TEST(Output, TimestampPrecedesEveryOutputCallAndTwiceInAWarning) {
 // broken expectations abort only when asked.
 TEST(OutputDeath, DefaultAndNullOutputAndWarningAndExpectAbortOnlyWhenAsked) {
 #ifndef _WIN32  // MinGW's vprintf is an inline of its header: each module has its own copy
-  D_OUTPUT_FUNC standard = &std::vprintf;
-  EXPECT_EQ(DutGetOutputFunc(), standard);
+  EXPECT_EQ(DutGetOutputFunc(), D_OUTPUT_FUNC{&std::vprintf});
 #else
   EXPECT_NE(DutGetOutputFunc(), nullptr);
 #endif
@@ -112,7 +95,6 @@ TEST(OutputDeath, DefaultAndNullOutputAndWarningAndExpectAbortOnlyWhenAsked) {
         ::setenv("VQ_WARNING_ABORT", "1", 1);
         DutSetOutputFunc(&vqtest::ToStderr);
         DutWarning("going %s\n", "down");
-        std::_Exit(0);
       },
       ::testing::KilledBySignal(SIGABRT), "WARNING: going down\n");
   EXPECT_FATAL_ABORT(
@@ -240,7 +222,6 @@ TEST(FatalDeath, AbortSettingAbortsAfterTheReportAndTheDefaultExitsWithStatusTwo
         vqtest::ClearFrameEnvironment();
         DutSetFatalErrorFile(stderr);
         DutFatalError("bye %d", 1);
-        std::_Exit(0);
       },
       ::testing::ExitedWithCode(2), "\\*\\*\\* FATAL ERROR \\*\\*\\*\nbye 1\n");
 }

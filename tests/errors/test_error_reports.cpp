@@ -2,27 +2,15 @@
 // and what makes it corrupt, which of two files wins, filling the places,
 // the severity threshold and feedback levels, per-thread parameters, and
 // the jumps.
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
 #include <sstream>
-#include <string>
-#include <thread>
 #include <tuple>
-#include <utility>
-#include <vector>
 
-#include "support/error_values.hpp"
-#include "support/output_capture.hpp"
+#include "errors.hpp"
 #include "support/temp_dir.hpp"
-#include "vqutil/error.h"
 
 namespace {
-
-using vqtest::AllFour;
-using vqtest::SetAllFour;
 
 // A temporary folder for message files, captured output, and the report
 // settings put back at the end.
@@ -88,8 +76,7 @@ TEST_F(Reports, FileFormatOpenCloseAndLaterFileWins) {
   EXPECT_EQ(Texts({102, -5}), "WARNING: low on %1 (%2%)\nnegative\n");
   EXPECT_EQ(Close("m.msg"), D_TRUE);
 
-  EXPECT_FAILS(DutErrOpenFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutErrCloseFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutErrOpenFile(nullptr)), AS_WORD(DutErrCloseFile(nullptr))});
   EXPECT_FAILS(DutErrOpenFile(dir_.file("absent.msg").c_str()), D_FALSE, D_ERR_C);
   EXPECT_EQ(errno, ENOENT);
   EXPECT_FAILS(Close("absent.msg"), D_FALSE, D_ERR_DOESNT_EXIST);
@@ -113,13 +100,10 @@ TEST_F(Reports, FillsPlacesBySeverityAndFeedbackKeepingTheErrorValues) {
   // Number, DutErrParamSet 1, 2, ... (null clears), up to three arguments,
   // severity threshold, feedback level, what is printed.
   const std::tuple<D_INT4, Params, Params, D_INT4, D_INT4, const char *> cases[] = {
-      {1, {}, {"a", "b"}, 0, 0, "a and b\n"},
-      {1, {}, {"a"}, 0, 0, "a and %2\n"},
-      {1, {"x", "y"}, {"a"}, 0, 0, "a and y\n"},
-      {1, {nullptr, "y"}, {}, 0, 0, "%1 and y\n"},
+      {1, {}, {"a", "b"}, 0, 0, "a and b\n"}, {1, {}, {"a"}, 0, 0, "a and %2\n"},
+      {1, {"x", "y"}, {"a"}, 0, 0, "a and y\n"}, {1, {nullptr, "y"}, {}, 0, 0, "%1 and y\n"},
       {1, {"x", "y"}, {"%2", ""}, 0, 0, "%2 and \n"},  // a parameter is not filled again
-      {2, {}, {"disk"}, 0, 0, "100% of disk%\n"},
-      {3, {}, {"1", "2", "3"}, 0, 0, "3 before 1\n"},
+      {2, {}, {"disk"}, 0, 0, "100% of disk%\n"}, {3, {}, {"1", "2", "3"}, 0, 0, "3 before 1\n"},
       {4, {"s1", "", "", "", "", "", "", "", "s9"}, {}, 0, 0, "s9s10\n"},
       {5, {}, {"x"}, 0, 0, "note x\n"}, {5, {}, {"x"}, 1, 0, ""}, {6, {}, {"x"}, 1, 0, "WARNING: careful x\n"},
       {6, {}, {"x"}, 2, 0, ""}, {8, {}, {"x"}, 2, 0, "broken x\n"}, {8, {}, {"x"}, 3, 0, ""},
@@ -137,7 +121,7 @@ TEST_F(Reports, FillsPlacesBySeverityAndFeedbackKeepingTheErrorValues) {
     args.resize(3, nullptr);
     SetAllFour(D_ERR_EOF, EACCES, 7, 10054);
     EXPECT_EQ(DutErrReportParams(number, args[0], args[1], args[2], nullptr), number < 10 ? D_TRUE : D_FALSE);
-    EXPECT_EQ(AllFour(), vqtest::Four(D_ERR_EOF, EACCES, 7, 10054));
+    EXPECT_EQ(AllFour(), Four(D_ERR_EOF, EACCES, 7, 10054));
     EXPECT_EQ(out_.Take(), expected);
   }
   SetAllFour(0, 0, 0, 0);

@@ -54,7 +54,6 @@ TEST(ErrorText, TableRowsUnknownNumbersAndAddedTexts) {
   DutErrNumSet(27);
   EXPECT_EQ(DutErrStrGet(), text);
   EXPECT_STREQ(text, "unknown error 27");
-  DutErrNumSet(0);
   static const char kMine[] = "mine";
   ASSERT_TRUE(DutErrStrCreate(4242, kMine));
   EXPECT_EQ(DutErrNumToStr(4242), kMine);
@@ -243,7 +242,7 @@ TEST(Perror, SwitchNullPrefixAndTheTextOfEachForeignKindLeavingAllFourValues) {
   for (D_INT4 enabled : {1, 0}) {
     ASSERT_TRUE(DutPerrorSetEnable(enabled));
     for (const auto &c : cases) {
-      SCOPED_TRACE(&c - cases);
+      SCOPED_TRACE(std::to_string(&c - cases) + (enabled ? " on" : " off"));
       SetAllFour(c.number, c.c_err, c.os_err, c.socket_err);
       EXPECT_TRUE(DutPerror(c.prefix));
       EXPECT_EQ(AllFour(), Four(c.number, c.c_err, c.os_err, c.socket_err));

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "errors.hpp"
+#include "vqutil/thread.h"
 
 namespace {
 
@@ -95,9 +96,11 @@ TEST_F(Reports, FillsPlacesBySeverityAndFeedbackKeepingTheErrorValues) {
 }
 
 // Two threads fill the same message at once; each sees only its own
-// parameters, set both ways. The output function runs under the
-// process-wide lock, so one capture takes the lines of both.
+// parameters, set both ways. Once the thread layer is started the output
+// function runs under the process-wide lock, so one capture takes the lines
+// of both.
 TEST_F(ErrorThreads, ParametersArePerThread) {
+  ASSERT_EQ(DutInitThreads(), D_TRUE);
   ASSERT_EQ(Open("t.msg", "1 2 %1/%2\n"), 0);
   auto body = [](int t) {
     for (int i = 0; i < 300; ++i) {

@@ -22,7 +22,6 @@
 #include "vqutil/output.h"
 #include "vqutil/thread.h"
 
-
 // The statement, run in a child with none of the frame's environment
 // variables set and fatal errors set to abort, dies with a report on
 // standard error that matches the regular expression.

@@ -79,7 +79,6 @@ TEST(Output, FormatsKeepingTheErrorValuesExpectReportsAndTimeStamps) {
   ::unsetenv("VQTIMESTAMPOUTPUT");
 }
 
-
 // The default is vprintf, and setting none is an assertion. Warnings and
 // broken expectations abort only when asked.
 TEST(OutputDeath, DefaultAndNullOutputAndWarningAndExpectAbortOnlyWhenAsked) {

@@ -2,65 +2,24 @@
 // and what makes it corrupt, which of two files wins, filling the places,
 // the severity threshold and feedback levels, per-thread parameters, and
 // the jumps.
-#include <gtest/gtest.h>
-
-#include <cerrno>
 #include <csetjmp>
-#include <string>
-#include <thread>
+#include <cstdio>
+#include <sstream>
 #include <tuple>
-#include <vector>
 
-#include "support/error_values.hpp"
-#include "support/output_capture.hpp"
-#include "support/temp_dir.hpp"
-#include "vqutil/error.h"
+#include "errors.hpp"
+#include "vqutil/thread.h"
 
 namespace {
 
-using vqtest::AllFour;
-using vqtest::SetAllFour;
-
-// A temporary folder for message files, captured output, and the report
-// settings put back at the end.
-class Reports : public ::testing::Test {
- protected:
-  ~Reports() override {
-    for (const std::string &name : opened_) DutErrCloseFile(name.c_str());
-    DutErrSeveritySet(0);
-    DutErrFeedbackSet(0);
-  }
-  // Writes and opens a message file: the error number it leaves (0 when it
-  // loads; a load keeps the caller's number).
-  D_INT4 Open(const std::string &base, const std::string &text) {
-    std::string name = dir_.file(base);
-    vqtest::WriteFile(name, text);
-    DutErrNumSet(0);
-    D_BOOL ok = DutErrOpenFile(name.c_str());
-    if (ok == D_TRUE) opened_.push_back(name);
-    EXPECT_EQ(ok == D_TRUE, DutErrNumGet() == 0);
-    return DutErrNumGet();
-  }
-  D_BOOL Close(const std::string &base) {
-    std::erase(opened_, dir_.file(base));
-    return DutErrCloseFile(dir_.file(base).c_str());
-  }
-  // The output of reporting each number without parameters.
-  std::string Texts(std::initializer_list<D_INT4> numbers) {
-    for (D_INT4 n : numbers) DutErrReportParams(n, nullptr);
-    return out_.Take();
-  }
-
-  vqtest::TempDir dir_{"vqerrfile"};
-  vqtest::OutputCapture out_;
-  std::vector<std::string> opened_;
-};
-
-TEST_F(Reports, FileFormat) {
+// What a file may hold: nothing of a corrupt file is kept, not even its
+// good lines. The file opened last wins on a number both hold; closing it
+// brings the other's text back, whichever order they close in.
+TEST_F(Reports, FileFormatOpenCloseAndLaterFileWins) {
   // A file's text, and the tail of its warning (null: it loads).
   const std::pair<const char *, const char *> cases[] = {
-      {"# c\n\n  \n101 2 disk %1 full\n\t102  1\tlow on %1 (%2%%)  \r\n-5 0 negative\n", nullptr},
-      {"101 2 disk %1 full", nullptr},  // no line feed at the end
+      // Comments, blank lines, tabs, a carriage return, no line feed at the end.
+      {"# c\n\n  \n101 2 disk %1 full\n\t102  1\tlow on %1 (%2%%)  \r\n-5 0 negative", nullptr},
       {"101 2 fine\nx 2 text\n", "line 2: no message number"},
       {"101x 2 text\n", "line 1: no message number"},
       {"2147483648 2 too big\n", "line 1: no message number"},
@@ -75,27 +34,18 @@ TEST_F(Reports, FileFormat) {
   for (const auto &[text, warning] : cases) {
     SCOPED_TRACE(text);
     EXPECT_EQ(Open("m.msg", text), warning == nullptr ? 0 : D_ERR_FILE_CORRUPT);
-    const std::string want =
-        warning == nullptr ? "" : "WARNING: DutErrOpenFile: " + dir_.file("m.msg") + " " + warning + "\n";
-    EXPECT_EQ(out_.Take(), want);
-    // Nothing of a corrupt file is kept, not even its good lines.
-    EXPECT_EQ(Texts({101}), warning == nullptr ? "disk %1 full\n" : "unknown message 101\n");
+    EXPECT_EQ(out_.Take(),
+              warning == nullptr ? "" : "WARNING: DutErrOpenFile: " + dir_.file("m.msg") + " " + warning + "\n");
+    EXPECT_EQ(Texts({101, 102, -5}),
+              warning == nullptr ? "disk %1 full\nWARNING: low on %1 (%2%)\nnegative\n"
+                                 : "unknown message 101\nunknown message 102\nunknown message -5\n");
     EXPECT_EQ(Close("m.msg"), warning == nullptr ? D_TRUE : D_FALSE);
   }
-  ASSERT_EQ(Open("m.msg", cases[0].first), 0);
-  EXPECT_EQ(DutErrReportParams(102, "disk", "93", nullptr), D_TRUE);
-  EXPECT_EQ(out_.Take() + Texts({-5}), "WARNING: low on disk (93%)\nnegative\n");
-}
 
-// The file opened last wins on a number both hold; closing it brings the
-// other's text back, whichever order they close in.
-TEST_F(Reports, OpenCloseAndLaterFileWins) {
-  EXPECT_FAILS(DutErrOpenFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutErrCloseFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutErrOpenFile(nullptr)), AS_WORD(DutErrCloseFile(nullptr))});
   EXPECT_FAILS(DutErrOpenFile(dir_.file("absent.msg").c_str()), D_FALSE, D_ERR_C);
   EXPECT_EQ(errno, ENOENT);
-  EXPECT_FAILS(DutErrCloseFile(dir_.file("absent.msg").c_str()), D_FALSE, D_ERR_DOESNT_EXIST);
-
+  EXPECT_FAILS(Close("absent.msg"), D_FALSE, D_ERR_DOESNT_EXIST);
   ASSERT_EQ(Open("old.msg", "101 2 old one\n102 2 old two\n"), 0);
   ASSERT_EQ(Open("new.msg", "102 2 new two\n103 2 new three\n"), 0);
   EXPECT_EQ(Open("new.msg", "1 2 a\n"), D_ERR_ALREADY_EXISTS);
@@ -105,93 +55,71 @@ TEST_F(Reports, OpenCloseAndLaterFileWins) {
   ASSERT_EQ(Open("new.msg", "102 2 new two\n"), 0);
   EXPECT_EQ(Close("old.msg"), D_TRUE);
   EXPECT_EQ(Texts({101, 102}), "unknown message 101\nnew two\n");
-  EXPECT_FAILS(DutErrCloseFile(dir_.file("old.msg").c_str()), D_FALSE, D_ERR_DOESNT_EXIST);
+  EXPECT_FAILS(Close("old.msg"), D_FALSE, D_ERR_DOESNT_EXIST);
 }
 
-TEST_F(Reports, FillsPlaces) {
-  ASSERT_EQ(Open("p.msg", "1 2 %1 and %2\n2 2 100%% of %1%%\n3 2 %3 before %1\n4 2 %9%10\n"), 0);
+TEST_F(Reports, FillsPlacesBySeverityAndFeedbackKeepingTheErrorValues) {
+  ASSERT_EQ(Open("p.msg", "1 2 %1 and %2\n2 2 100%% of %1%%\n3 2 %3 before %1\n4 2 %9%10\n"
+                          "5 0 note %1\n6 1 careful %1\n8 2 broken %1\n7 12 own level %1\n"),
+            0);
   using Params = std::vector<const char *>;
-  // number, DutErrParamSet 1, 2, ... (null clears), up to three arguments, text
-  const std::tuple<D_INT4, Params, Params, const char *> cases[] = {
-      {1, {}, {"a", "b"}, "a and b"},
-      {1, {}, {"a"}, "a and %2"},
-      {1, {"x", "y"}, {"a"}, "a and y"},
-      {1, {nullptr, "y"}, {}, "%1 and y"},
-      {1, {"x", "y"}, {"%2", ""}, "%2 and "},  // a parameter is not filled again
-      {2, {}, {"disk"}, "100% of disk%"},
-      {3, {}, {"1", "2", "3"}, "3 before 1"},
-      {4, {"s1", "", "", "", "", "", "", "", "s9"}, {}, "s9s10"},
+  // Number, DutErrParamSet 1, 2, ... (null clears), up to three arguments,
+  // severity threshold, feedback level, what is printed.
+  const std::tuple<D_INT4, Params, Params, D_INT4, D_INT4, const char *> cases[] = {
+      {1, {}, {"a", "b"}, 0, 0, "a and b\n"}, {1, {}, {"a"}, 0, 0, "a and %2\n"},
+      {1, {"x", "y"}, {"a"}, 0, 0, "a and y\n"}, {1, {nullptr, "y"}, {}, 0, 0, "%1 and y\n"},
+      {1, {"x", "y"}, {"%2", ""}, 0, 0, "%2 and \n"},  // a parameter is not filled again
+      {2, {}, {"disk"}, 0, 0, "100% of disk%\n"}, {3, {}, {"1", "2", "3"}, 0, 0, "3 before 1\n"},
+      {4, {"s1", "", "", "", "", "", "", "", "s9"}, {}, 0, 0, "s9s10\n"},
+      {5, {}, {"x"}, 0, 0, "note x\n"}, {5, {}, {"x"}, 1, 0, ""}, {6, {}, {"x"}, 1, 0, "WARNING: careful x\n"},
+      {6, {}, {"x"}, 2, 0, ""}, {8, {}, {"x"}, 2, 0, "broken x\n"}, {8, {}, {"x"}, 3, 0, ""},
+      {7, {}, {"x"}, 12, 0, "own level x\n"}, {7, {}, {"x"}, 13, 0, ""}, {8, {}, {"x"}, -4, -1, "broken x\n"},
+      {6, {}, {"x"}, 0, 1, "WARNING: 6: careful x\n"}, {5, {}, {"x"}, 0, 7, "5 (severity 0): note x\n"},
+      // Unknown numbers count as errors.
+      {4711, {}, {"x"}, 2, 0, "unknown message 4711 [x]\n"}, {4711, {}, {"x"}, 3, 0, ""},
+      {D_ERR_EMPTY, {}, {"x"}, 0, 2, "19 (severity 2): empty [x]\n"},
   };
-  for (auto [number, set, args, expected] : cases) {
+  for (auto [number, set, args, threshold, level, expected] : cases) {
     SCOPED_TRACE(expected);
+    DutErrSeveritySet(threshold);
+    DutErrFeedbackSet(level);
     for (std::size_t i = 0; i < set.size(); ++i) ASSERT_EQ(DutErrParamSet(D_INT4(i + 1), set[i]), D_TRUE);
     args.resize(3, nullptr);
-    EXPECT_EQ(DutErrReportParams(number, args[0], args[1], args[2], nullptr), D_TRUE);
-    EXPECT_EQ(out_.Take(), std::string(expected) + "\n");
+    SetAllFour(D_ERR_EOF, EACCES, 7, 10054);
+    EXPECT_EQ(DutErrReportParams(number, args[0], args[1], args[2], nullptr), number < 10 ? D_TRUE : D_FALSE);
+    EXPECT_EQ(AllFour(), Four(D_ERR_EOF, EACCES, 7, 10054));
+    EXPECT_EQ(out_.Take(), expected);
   }
+  SetAllFour(0, 0, 0, 0);
   EXPECT_FAILS(DutErrParamSet(0, "x"), D_FALSE, D_ERR_VAL_TOO_SMALL);
   EXPECT_FAILS(DutErrParamSet(D_ERR_PARAM_COUNT + 1, nullptr), D_FALSE, D_ERR_VAL_TOO_LARGE);
 }
 
-// Printed or not, known or not, a report leaves the four error values as
-// they were: it sits in failure paths, whose reason the caller reads next.
-TEST_F(Reports, SeverityFeedbackAndErrorValues) {
-  ASSERT_EQ(Open("s.msg", "1 0 note %1\n2 1 careful %1\n3 2 broken %1\n7 12 own level %1\n"), 0);
-  // Number, severity threshold, feedback level, what is printed.
-  const std::tuple<D_INT4, D_INT4, D_INT4, const char *> cases[] = {
-      {1, 0, 0, "note x\n"}, {1, 1, 0, ""}, {2, 1, 0, "WARNING: careful x\n"}, {2, 2, 0, ""},
-      {3, 2, 0, "broken x\n"}, {3, 3, 0, ""}, {7, 12, 0, "own level x\n"}, {7, 13, 0, ""},
-      {3, -4, -1, "broken x\n"}, {2, 0, 1, "WARNING: 2: careful x\n"}, {1, 0, 7, "1 (severity 0): note x\n"},
-      // Unknown numbers count as errors.
-      {4711, 2, 0, "unknown message 4711 [x]\n"}, {4711, 3, 0, ""},
-      {D_ERR_EMPTY, 0, 2, "19 (severity 2): empty [x]\n"},
-  };
-  for (auto [number, threshold, level, expected] : cases) {
-    SCOPED_TRACE(expected);
-    DutErrSeveritySet(threshold);
-    DutErrFeedbackSet(level);
-    SetAllFour(D_ERR_EOF, EACCES, 7, 10054);
-    const auto before = AllFour();
-    EXPECT_EQ(DutErrReportParams(number, "x", nullptr), number < 10 ? D_TRUE : D_FALSE);
-    EXPECT_EQ(AllFour(), before);
-    EXPECT_EQ(out_.Take(), expected);
-  }
-  SetAllFour(0, 0, 0, 0);
-}
-
-// Each thread's output, collected by the thread itself into the list it
-// names (a plain pointer: no thread-local object with a destructor).
-thread_local std::vector<std::string> *tlsLines = nullptr;
-int CollectToThread(const char *format, va_list args) {
-  char line[128];
-  int n = std::vsnprintf(line, sizeof line, format, args);
-  tlsLines->emplace_back(line);
-  return n;
-}
-
 // Two threads fill the same message at once; each sees only its own
-// parameters, set both ways.
-TEST(ErrorThreads, ParametersArePerThread) {
-  vqtest::TempDir dir("vqerrthreads");
-  vqtest::WriteFile(dir.file("t.msg"), "1 2 %1/%2\n");
-  ASSERT_EQ(DutErrOpenFile(dir.file("t.msg").c_str()), D_TRUE);
-  vqtest::OutputCapture restored_at_end;
-  DutSetOutputFunc(&CollectToThread);
-  std::vector<std::string> seen[2], expected[2];
-  auto body = [&](int t) {
-    tlsLines = &seen[t];
+// parameters, set both ways. Once the thread layer is started the output
+// function runs under the process-wide lock, so one capture takes the lines
+// of both.
+TEST_F(ErrorThreads, ParametersArePerThread) {
+  ASSERT_EQ(DutInitThreads(), D_TRUE);
+  ASSERT_EQ(Open("t.msg", "1 2 %1/%2\n"), 0);
+  auto body = [](int t) {
     for (int i = 0; i < 300; ++i) {
       DutErrParamSet(2, std::to_string(i).c_str());
       DutErrReportParams(1, std::to_string(t).c_str(), nullptr);
-      expected[t].push_back(std::to_string(t) + "/" + std::to_string(i) + "\n");
     }
   };
   std::thread a(body, 0), b(body, 1);
   a.join();
   b.join();
-  EXPECT_EQ(seen[0], expected[0]);
-  EXPECT_EQ(seen[1], expected[1]);
-  EXPECT_EQ(DutErrCloseFile(dir.file("t.msg").c_str()), D_TRUE);
+  // Each thread's lines whole, its own, and in its order.
+  std::istringstream lines(out_.Take());
+  int next[2] = {0, 0};
+  for (std::string line; std::getline(lines, line);) {
+    int t = -1, i = -1;
+    ASSERT_TRUE(std::sscanf(line.c_str(), "%d/%d", &t, &i) == 2 && (t == 0 || t == 1)) << line;
+    EXPECT_EQ(i, next[t]++) << line;
+  }
+  EXPECT_EQ(std::pair(next[0], next[1]), std::pair(300, 300));
 }
 
 // setjmp's result read in a switch, as the language allows; the frames in

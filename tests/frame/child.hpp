@@ -2,6 +2,7 @@
 // fatal error file, the environment): each such test runs its body in a
 // forked child inside a fresh temporary directory, so the state and the
 // files die with the child and parallel tests never share a file name.
+// It also brings in what every test of the suite uses.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <set>
 #include <string>
 
 #include "support/child_process.hpp"
@@ -21,7 +21,6 @@
 #include "vqutil/error.h"
 #include "vqutil/output.h"
 #include "vqutil/thread.h"
-
 
 // The statement, run in a child with none of the frame's environment
 // variables set and fatal errors set to abort, dies with a report on
@@ -57,24 +56,25 @@ void RunClean(Body body) {
   });
 }
 
-inline std::string ReadStream(FILE *file) {
-  std::fflush(file);
-  std::rewind(file);
-  std::string text;
-  int c;
-  while ((c = std::fgetc(file)) != EOF) text.push_back(static_cast<char>(c));
+// The text with every ctime stamp (without its newline) of a second in
+// [from, to] replaced by "T". The library reads the precise clock, which
+// may already show the next second while time() does not.
+inline std::string Unstamped(std::string text, std::time_t from, std::time_t to) {
+  for (std::time_t t = from; t <= to; ++t) {
+    char buffer[64];
+    std::string stamp = ctime_r(&t, buffer);
+    stamp.pop_back();
+    for (size_t at; (at = text.find(stamp)) != std::string::npos;) text.replace(at, stamp.size(), "T");
+  }
   return text;
 }
 
-// ctime texts (with their newline) of every second from `from` to `to`.
-inline std::set<std::string> CtimeTexts(std::time_t from, std::time_t to) {
-  std::set<std::string> texts;
-  for (std::time_t t = from; t <= to; ++t) {
-    char buffer[64];
-    texts.insert(ctime_r(&t, buffer));
-  }
-  return texts;
-}
-
-
 }  // namespace vqtest
+
+// The suite's tests name these unqualified.
+using vqtest::AllFour;
+using vqtest::Four;
+using vqtest::OutputCapture;
+using vqtest::ReadFile;
+using vqtest::RunClean;
+using vqtest::SetAllFour;

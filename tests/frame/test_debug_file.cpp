@@ -1,41 +1,33 @@
 // The debug file: naming when opened, close / reopen / rename, and what
 // reaches it from DutDebug, DutOutDebug, DutWarning and DutPerror. The file
 // is opened once per process, so every case runs in a child of its own.
-#include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <string>
 #include <tuple>
 #include <utility>
 
-#include "support/output_capture.hpp"
 #include "child.hpp"
-#include "vqutil/error.h"
-#include "vqutil/output.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using vqtest::OutputCapture;
-using vqtest::ReadFile;
-using vqtest::RunClean;
 
+// The first write with no file open opens standard error (no name given).
 TEST(DebugOpen, NamingRules) {
   // absent: a file that must not have been made.
   const struct { const char *env, *given, *name; bool on_disk; const char *absent; } cases[] = {
       {nullptr, "trace", "trace.dbg", true, "trace"}, {nullptr, "LOUD.DBG", "LOUD.DBG", true, "LOUD.DBG.dbg"},
       {nullptr, "trace.log", "trace.log.dbg", true, "trace.log"}, {nullptr, "STDERR", "STDERR", false, "STDERR.dbg"},
+      {nullptr, nullptr, "stderr", false, "stderr.dbg"},
       // The environment's name is used exactly as written.
       {"trace", "other", "trace", true, "trace.dbg"}, {"StdErr", "other", "StdErr", false, "StdErr.dbg"}};
   for (const auto &c : cases) {
     RunClean([&] {
       SCOPED_TRACE(c.given);
       if (c.env != nullptr) ::setenv("VQDEBUGFILENAME", c.env, 1);
-      DutDebugOpen(c.given);
+      c.given != nullptr ? DutDebugOpen(c.given) : DutDebug("%s", "");
       FILE *stream = DutDebugFilePtr();
       EXPECT_EQ(std::tuple(std::string(DutDebugFileName()), stream != nullptr && stream != stderr, fs::exists(c.name)),
                 std::tuple(c.name, c.on_disk, c.on_disk));
@@ -59,7 +51,6 @@ TEST(DebugFile, LifeOnDisk) {
     OutputCapture capture;
     DutOutDebug("value %d\n", 42);
     DutWarning("low %s\n", "memory");
-    errno = 0;
     DutErrNumSetC(ENOENT);
     EXPECT_TRUE(DutPerror("open"));
     const std::string both = "value 42\nWARNING: low memory\nopen: " + std::string(std::strerror(ENOENT)) + "\n";
@@ -102,15 +93,20 @@ TEST(DebugFile, LifeOnDisk) {
   });
 }
 
-// The first write opens standard error, which output does not reach a
-// second time, which close leaves open, and which a failed rename keeps.
-TEST(DebugFile, StandardError) {
+// A file that cannot be opened or reopened falls back to standard error
+// with a message and no error number. Output does not reach standard error
+// a second time, close leaves it open, and a failed rename changes
+// nothing.
+TEST(DebugFile, FallbacksAndStandardError) {
   RunClean([] {
     ASSERT_NE(std::freopen("stderr.txt", "w", stderr), nullptr);
-    DutDebug("%s", "");
+    OutputCapture capture;
+    DutErrNumSet(D_ERR_EOF);
+    DutDebugOpen("no-such-dir/x");
+    EXPECT_EQ(capture.Take(), "Cannot open debug file <no-such-dir/x.dbg>, using stderr instead.\n");
     EXPECT_EQ(DutDebugFilePtr(), stderr);
     EXPECT_STREQ(DutDebugFileName(), "stderr");
-    OutputCapture capture;
+    EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);
     DutOutDebug("od\n");
     DutWarning("once\n");
     std::fflush(stderr);
@@ -122,31 +118,10 @@ TEST(DebugFile, StandardError) {
     EXPECT_FAILS(DutDebugRename("no-such-dir/y"), D_FALSE, D_ERR_C);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_STREQ(DutDebugFileName(), "stderr");
-  });
-}
-
-// A file that cannot be opened or reopened falls back to standard error
-// with a message and no error number; a failed rename changes nothing.
-TEST(DebugFile, Fallbacks) {
-  RunClean([] {
-    OutputCapture capture;
-    DutErrNumSet(D_ERR_EOF);
-    DutDebugOpen("no-such-dir/x");
-    EXPECT_EQ(capture.Take(), "Cannot open debug file <no-such-dir/x.dbg>, using stderr instead.\n");
-    EXPECT_EQ(DutDebugFilePtr(), stderr);
-    EXPECT_STREQ(DutDebugFileName(), "stderr");
-    EXPECT_EQ(DutErrNumGet(), D_ERR_EOF);
-    // A support notice that cannot be read only warns, however long VQHOME is.
-    ::setenv("VQHOME", std::string(5000, 'h').c_str(), 1);
-    D_SAFE_STRING notice{};
-    EXPECT_FALSE(DutGetSupportNotice(&notice));
-    const std::string sep(1, static_cast<char>(std::filesystem::path::preferred_separator));
-    EXPECT_EQ(capture.Take(), "WARNING: DutGetSupportNotice: could not open <" + std::string(5000, 'h') + sep +
-                                  "standard" + sep + "support.txt>\n");
-  });
-  RunClean([] {
+    // From there to a file on disk, whose failed rename changes nothing and
+    // whose reopen falls back once its folder is gone.
     fs::create_directory("sub");
-    DutDebugOpen("sub/x");
+    ASSERT_TRUE(DutDebugRename("sub/x"));
     FILE *stream = DutDebugFilePtr();
     errno = 0;
     EXPECT_FAILS(DutDebugRename("no-such-dir/x"), D_FALSE, D_ERR_C);
@@ -156,13 +131,19 @@ TEST(DebugFile, Fallbacks) {
     EXPECT_EQ(errno, ENOENT);
 #endif
     EXPECT_EQ(DutDebugFilePtr(), stream);
-    EXPECT_STREQ(DutDebugFileName(), "sub/x.dbg");
+    EXPECT_STREQ(DutDebugFileName(), "sub/x");
     DutDebugClose();
     fs::remove_all("sub");
-    OutputCapture capture;
     EXPECT_EQ(DutDebugReopen(), stderr);
-    EXPECT_EQ(capture.Take(), "Can't reopen debug file sub/x.dbg, using stderr\n");
+    EXPECT_EQ(capture.Take(), "Can't reopen debug file sub/x, using stderr\n");
     EXPECT_STREQ(DutDebugFileName(), "stderr");
+    // A support notice that cannot be read only warns, however long VQHOME is.
+    ::setenv("VQHOME", std::string(5000, 'h').c_str(), 1);
+    D_SAFE_STRING notice{};
+    EXPECT_FALSE(DutGetSupportNotice(&notice));
+    const std::string sep(1, static_cast<char>(std::filesystem::path::preferred_separator));
+    EXPECT_EQ(capture.Take(), "WARNING: DutGetSupportNotice: could not open <" + std::string(5000, 'h') + sep +
+                                  "standard" + sep + "support.txt>\n");
   });
 }
 

@@ -1,33 +1,24 @@
 // Checked memory: zero-size requests, trace lines, freeing null, the
 // out-of-heap report and the initial break.
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <regex>
-#include <string>
 #include <vector>
 
 #include "support/address_text.hpp"
-#include "support/output_capture.hpp"
 #include "child.hpp"
-#include "vqutil/error.h"
 #include "vqutil/memory.h"
-#include "vqutil/output.h"
 
 namespace {
-
-using vqtest::ReadFile;
-using vqtest::RunClean;
-using vqtest::SetAllFour;
 
 using vqtest::Decimal;
 
 // Zero sizes give distinct, usable blocks; a zero-size reallocation never
 // frees. Calloc zeroes, realloc keeps the contents it can, and a null
-// block reallocates as an allocation.
-TEST(MemoryLower, ZeroSizesCallocAndRealloc) {
+// block reallocates as an allocation. The initial break is taken once, and
+// the current one never goes down.
+TEST(MemoryLower, ZeroSizesCallocReallocAndTheBreak) {
   auto *a = static_cast<unsigned char *>(DutMalloc(0));
   auto *c = static_cast<unsigned char *>(DutCalloc(0));
   ASSERT_TRUE(a && c && a != c && c[0] == 0);
@@ -44,6 +35,17 @@ TEST(MemoryLower, ZeroSizesCallocAndRealloc) {
   DutFree(block);
   DutFree(DutRealloc(nullptr, 16));
   DutFree(nullptr);
+  const D_UWORD initial = DutGetInitialSbrk();
+  const D_UWORD first = DutWinGetCurrentSbrk();
+  EXPECT_TRUE(initial != 0u && initial <= first);  // the mark is a reading of the same high-water value
+  std::vector<void *> blocks;
+  for (int i = 0; i < 64; ++i) blocks.push_back(DutMalloc(64 * 1024));
+  const D_UWORD second = DutWinGetCurrentSbrk();
+  DutSetInitialSbrk();
+  for (void *chunk : blocks) DutFree(chunk);
+  EXPECT_EQ(DutGetInitialSbrk(), initial);
+  EXPECT_GE(second, first);
+  EXPECT_GE(DutWinGetCurrentSbrk(), second);
 }
 
 // With tracing off nothing is written, so the debug file never opens. A
@@ -100,7 +102,7 @@ TEST(MemoryChecked, ExhaustionIsAFatalErrorNamingTheCaller) {
 #endif
   RunClean([] {
     ::setenv("VQ_FATAL_ERROR_CONTINUE", "1", 1);
-    std::FILE *report = std::tmpfile();
+    std::FILE *report = std::fopen("fatal.txt", "w");
     ASSERT_TRUE(report != nullptr && DutSetFatalErrorFile(report));
     // A small address space makes the largest request fail for certain.
     struct rlimit limit{};
@@ -113,27 +115,13 @@ TEST(MemoryChecked, ExhaustionIsAFatalErrorNamingTheCaller) {
     ASSERT_NE(small, nullptr);
     EXPECT_EQ(DutReallocCheck(small, INT32_MAX, "hugest", "big.c", 8), nullptr);
     DutFree(small);  // a failed realloc leaves the old block alone
-    const std::string text = vqtest::ReadStream(report);
+    const std::string text = ReadFile("fatal.txt");
     for (const char *what : {"D_MALLOC <huge>: 2147483647 bytes: out of heap: file big.c, line 5\n",
                              "D_CALLOC <huger>: 2147483647 bytes: out of heap: file big.c, line 6\n",
                              "D_REALLOC <hugest>: 2147483647 bytes: out of heap: file big.c, line 8\n"})
       EXPECT_NE(text.find(std::string("\n*** FATAL ERROR ***\n") + what), std::string::npos)
           << what << "\nin\n" << text;
   });
-}
-
-TEST(MemoryBreak, InitialBreakIsTakenOnceAndCurrentNeverGoesDown) {
-  const D_UWORD initial = DutGetInitialSbrk();
-  const D_UWORD first = DutWinGetCurrentSbrk();
-  EXPECT_TRUE(initial != 0u && initial <= first);  // the mark is a reading of the same high-water value
-  std::vector<void *> blocks;
-  for (int i = 0; i < 64; ++i) blocks.push_back(DutMalloc(64 * 1024));
-  const D_UWORD second = DutWinGetCurrentSbrk();
-  DutSetInitialSbrk();
-  for (void *block : blocks) DutFree(block);
-  EXPECT_EQ(DutGetInitialSbrk(), initial);
-  EXPECT_GE(second, first);
-  EXPECT_GE(DutWinGetCurrentSbrk(), second);
 }
 
 }  // namespace

@@ -49,8 +49,7 @@ using vqtest::WriteFile;
 
 // An executable script in dir that appends "args: <its arguments>" and the
 // contents of its last argument to dir/editor.log, then runs extra.
-inline std::string recordingEditor(const TempDir &dir, const std::string &name,
-                                   const std::string &extra = "") {
+inline std::string recordingEditor(const TempDir &dir, const std::string &name, const std::string &extra = "") {
   std::string path = dir.file(name);
   std::string log = dir.file("editor.log");
   WriteFile(path, "#!/bin/sh\necho \"args: $*\" >> '" + log + "'\nfor f; do :; done\ncat \"$f\" >> '" +
@@ -63,12 +62,6 @@ inline std::string recordingEditor(const TempDir &dir, const std::string &name,
 using Lines = std::vector<std::string>;
 
 std::atomic<int> usr1_deliveries{0};
-
-void (*currentSigint())(int) {
-  struct sigaction action;
-  sigaction(SIGINT, nullptr, &action);
-  return action.sa_handler;
-}
 
 // A blocked read gets the interrupt key, which must be ignored, then a
 // signal that must be retried over; only then does data arrive. Every call
@@ -102,12 +95,12 @@ TEST(AtomicIo, ReadIgnoresTheInterruptKeyResumesAfterASignalAndKeepsErrno) {
   // Afterwards the library's handler counts again.
   raise(SIGINT);
   EXPECT_EQ(DutInterruptGet(), 1);
+  // Each check puts the default disposition back for the next call.
   signal(SIGINT, SIG_DFL);
   EXPECT_EQ(DutFsyncAtomic(0), 0);
-  EXPECT_EQ(currentSigint(), &DutSigintHandler);
-  signal(SIGINT, SIG_DFL);
+  EXPECT_EQ(signal(SIGINT, SIG_DFL), &DutSigintHandler);
   EXPECT_TRUE(DutWriteAtomic(fds[1], "ab", 2) == 2 && DutReadAtomic(fds[0], buffer, 4) == 2);
-  EXPECT_TRUE(currentSigint() == &DutSigintHandler && std::string(buffer, 2) == "ab");
+  EXPECT_TRUE(signal(SIGINT, SIG_DFL) == &DutSigintHandler && std::string(buffer, 2) == "ab");
   EXPECT_FAILS(DutWriteAtomic(fds[0], "x", 1), -1, D_ERR_C);  // the read end
   EXPECT_EQ(DutErrNumGetC(), EBADF);
   EXPECT_FAILS(DutReadAtomic(fds[0], buffer, -1), -1, D_ERR_VAL_INVALID);
@@ -115,8 +108,7 @@ TEST(AtomicIo, ReadIgnoresTheInterruptKeyResumesAfterASignalAndKeepsErrno) {
   EXPECT_FAILS(DutUnlinkAtomic("victim"), 0, 0);
   EXPECT_FAILS(DutUnlinkAtomic("victim"), -1, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
-  close(fds[0]);
-  close(fds[1]);
+  for (int fd : fds) close(fd);
 }
 
 // The editor is the option's, else EDITOR's; "_cat" prints the file and
@@ -358,6 +350,7 @@ TEST(OpenFiles, TraverseExamineAndUserFunctions) {
 // directory has none, and no dot before the extension.
 TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
   std::mt19937 random(6);
+  char out[64];
   for (int round = 0; round < 3000; ++round) {
     const std::string path = vqtest::RandomText(random, 8, "a/.A"), ext = vqtest::RandomText(random, 3, "a.A");
     SCOPED_TRACE(path + " | " + ext);
@@ -366,7 +359,7 @@ TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
     const std::size_t dot = file.rfind('.') == 0 ? std::string::npos : file.rfind('.');
     ASSERT_EQ(DutHasExtension(path.c_str(), ext.c_str()),
               path.size() >= ext.size() && strcasecmp(path.c_str() + path.size() - ext.size(), ext.c_str()) == 0);
-    char out[64], *d = nullptr, *b = nullptr, *e = nullptr;
+    char *d = nullptr, *b = nullptr, *e = nullptr;
     ASSERT_STREQ(DutGetFileName(path.c_str(), out), file.c_str());
     ASSERT_TRUE(DutFileExplodeName(path.c_str(), &d, &b, &e));
     EXPECT_EQ(std::string(d) + "|" + b + "|" + e,
@@ -376,7 +369,6 @@ TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
     ASSERT_STREQ(DutBuildFileName(out, path.c_str(), file.c_str(), ext.c_str()), (joined + file + ext).c_str());
     ASSERT_STREQ(DutBuildDirName(out, path.c_str(), ext.c_str()), (joined + ext).c_str());
   }
-  char out[256];
   EXPECT_STREQ(DutBuildFileName(out, nullptr, "base", nullptr), "base");
   std::strcpy(out, "/opt/");  // the destination may be the base directory itself
   EXPECT_STREQ(DutBuildDirName(out, out, "help"), "/opt/help");
@@ -500,8 +492,9 @@ TEST(SearchPaths, AddDeleteAndFindFollowAListModel) {
 }
 
 // Existence, size and removal of one file; directory listings come sorted,
-// without the dot entries; the temporary directory.
-TEST(FileSystem, ExistenceSizeRemovalListingsAndTheTemporaryDirectory) {
+// without the dot entries; null arguments anywhere in the family; the
+// temporary directory.
+TEST(FileSystem, ExistenceListingsNullArgumentsAndTheTemporaryDirectory) {
   TempDir dir;
   WriteFile("data", "12345");
   D_INT4 size = -1, count = -1;
@@ -525,8 +518,26 @@ TEST(FileSystem, ExistenceSizeRemovalListingsAndTheTemporaryDirectory) {
   WriteFile("plain", "");
   EXPECT_FAILS(DutDirGetFileNames("plain", &names, &count), D_FALSE, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
-  // The temporary directory: the current one, else HOME, else TEMP, else /tmp/.
+  // Every function of the family refuses a null where it needs a pointer.
   char out[512];
+  D_PATH *path = DutPathCreate();
+  char *text = nullptr;
+  // The calls answering -1 are shifted onto 0.
+  vqtest::ExpectRefused(
+      D_ERR_NULL_PTR,
+      {AS_WORD(DutHasExtension(nullptr, ".txt")), AS_WORD(DutBuildFileName(out, "d", nullptr, nullptr)),
+       AS_WORD(DutBuildDirName(out, "/opt", nullptr)), AS_WORD(DutGetFileName(nullptr, out)),
+       AS_WORD(DutFileExplodeName("x", &text, nullptr, &text)), AS_WORD(DutBuildBaseName(".", "x", nullptr, 1)),
+       AS_WORD(DutFileWritable(nullptr)), AS_WORD(DutFileGetSize(nullptr, &count)), AS_WORD(DutBackupFile(nullptr)),
+       AS_WORD(DutOpenFile("x", nullptr)), AS_WORD(DutLookupFile(nullptr)), AS_WORD(DutFlushFile(nullptr)),
+       AS_WORD(DutCloseFile(nullptr)), AS_WORD(DutSystem(nullptr) + 1), AS_WORD(DutCatFile(nullptr)),
+       AS_WORD(DutEditFile(nullptr, 1)), AS_WORD(DutViewFilePtr(nullptr)), AS_WORD(DutPathAddDir(path, nullptr)),
+       AS_WORD(DutPathDeleteDir(path, nullptr)), AS_WORD(DutPathForEachDir(path, nullptr, nullptr)),
+       AS_WORD(DutFileTraverse(nullptr, nullptr)), AS_WORD(DutGetTmpFilePath(nullptr)),
+       AS_WORD(DutDirGetFileNames(nullptr, &names, &count)), AS_WORD(DutWriteAtomic(-1, nullptr, 1) + 1),
+       AS_WORD(DutUnlinkAtomic(nullptr) + 1)});
+  DutPathDestroy(path);
+  // The temporary directory: the current one, else HOME, else TEMP, else /tmp/.
   EXPECT_TRUE(DutGetTmpFilePath(out) && std::string(out) == "./");
   // Read-only even for the superuser on Linux; TempDir restores the cwd.
   if (access("/proc/sys", W_OK) == 0) GTEST_SKIP() << "no read-only directory to stand in";
@@ -538,30 +549,6 @@ TEST(FileSystem, ExistenceSizeRemovalListingsAndTheTemporaryDirectory) {
   home.set("/proc/sys");
   EXPECT_EQ(DutGetTmpFilePath(out), access("/tmp/", W_OK) == 0 ? D_TRUE : D_FALSE);
   EXPECT_STREQ(out, "/tmp/");
-}
-
-// Every function of the family refuses a null where it needs a pointer.
-TEST(FileArguments, NullPointersSetErrorThree) {
-  D_PATH *path = DutPathCreate();
-  char buffer[256];
-  char *text = nullptr;
-  char **names = nullptr;
-  D_INT4 count = 0;
-  // The calls answering -1 are shifted onto 0.
-  vqtest::ExpectRefused(
-      D_ERR_NULL_PTR,
-      {AS_WORD(DutHasExtension(nullptr, ".txt")), AS_WORD(DutBuildFileName(buffer, "d", nullptr, nullptr)),
-       AS_WORD(DutBuildDirName(buffer, "/opt", nullptr)), AS_WORD(DutGetFileName(nullptr, buffer)),
-       AS_WORD(DutFileExplodeName("x", &text, nullptr, &text)), AS_WORD(DutBuildBaseName(".", "x", nullptr, 1)),
-       AS_WORD(DutFileWritable(nullptr)), AS_WORD(DutFileGetSize(nullptr, &count)), AS_WORD(DutBackupFile(nullptr)),
-       AS_WORD(DutOpenFile("x", nullptr)), AS_WORD(DutLookupFile(nullptr)), AS_WORD(DutFlushFile(nullptr)),
-       AS_WORD(DutCloseFile(nullptr)), AS_WORD(DutSystem(nullptr) + 1), AS_WORD(DutCatFile(nullptr)),
-       AS_WORD(DutEditFile(nullptr, 1)), AS_WORD(DutViewFilePtr(nullptr)), AS_WORD(DutPathAddDir(path, nullptr)),
-       AS_WORD(DutPathDeleteDir(path, nullptr)), AS_WORD(DutPathForEachDir(path, nullptr, nullptr)),
-       AS_WORD(DutFileTraverse(nullptr, nullptr)), AS_WORD(DutGetTmpFilePath(nullptr)),
-       AS_WORD(DutDirGetFileNames(nullptr, &names, &count)), AS_WORD(DutWriteAtomic(-1, nullptr, 1) + 1),
-       AS_WORD(DutUnlinkAtomic(nullptr) + 1)});
-  DutPathDestroy(path);
 }
 
 }  // namespace

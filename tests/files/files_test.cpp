@@ -377,37 +377,27 @@ TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
   EXPECT_STREQ(shared, "second");
 }
 
-class ShortNames : public ::testing::Test {
- protected:
-  void SetUp() override {
-    unsetenv("VQ_MAX_BASE_NAME");
-    DutSetCheckOnly(0);
-  }
-  void TearDown() override { SetUp(); }
-
-  // The base for name, or "" when the call failed with error (then *base
-  // must be null).
-  std::string base(const std::string &name, int create, D_INT4 error = 0) {
-    char *b = reinterpret_cast<char *>(0x1);
-    DutErrNumSet(0);
-    D_BOOL ok = DutBuildBaseName(dir.str().c_str(), name.c_str(), &b, create);
-    EXPECT_TRUE(ok == (error == 0) && (ok || (DutErrNumGet() == error && b == nullptr))) << name;
-    if (!ok) return "";
-    std::string text = b;
-    std::strcpy(b, "01234567");  // at least 9 bytes even for a short name
-    DutFree(b);
-    return text;
-  }
-  std::string mapFile(const std::string &digits) { return dir.file(digits + ".nam"); }
-
-  TempDir dir;
-};
-
 // Plain names up to the limit are their own base; others map to eight hash
 // digits, recorded in a map file unless create is 0. Names hash as given;
 // two that hash alike (the second character from the end one more, the
 // last 27 less) get different digits, the hash going on from the first.
-TEST_F(ShortNames, PlainNamesStayOthersMapToHashDigits) {
+TEST(ShortNames, PlainNamesStayOthersMapToHashDigits) {
+  TempDir dir;
+  vqtest::EnvVar limit("VQ_MAX_BASE_NAME", nullptr);
+  // The base for name, or "" when the call failed with error (then *base
+  // must be null).
+  auto base = [&](const std::string &name, int create, D_INT4 error = 0, std::string where = "") {
+    char *b = reinterpret_cast<char *>(0x1);
+    DutErrNumSet(0);
+    D_BOOL ok = DutBuildBaseName((dir.str() + where).c_str(), name.c_str(), &b, create);
+    EXPECT_TRUE(ok == (error == 0) && (ok || (DutErrNumGet() == error && b == nullptr))) << name;
+    if (!ok) return std::string();
+    std::string text = b;
+    std::strcpy(b, "01234567");  // at least 9 bytes even for a short name
+    DutFree(b);
+    return text;
+  };
+  auto mapFile = [&](const std::string &digits) { return dir.file(digits + ".nam"); };
   EXPECT_TRUE(base("", 1).empty() && base("abc_123", 1) == "abc_123");
   EXPECT_EQ(base(std::string(255, 'x'), 1), std::string(255, 'x'));
   EXPECT_TRUE(fs::is_empty(dir.path()));
@@ -420,20 +410,20 @@ TEST_F(ShortNames, PlainNamesStayOthersMapToHashDigits) {
   std::string digits = base(std::string(256, 'x'), 0);
   EXPECT_EQ(digits.size(), 8u);
   EXPECT_FALSE(fs::exists(mapFile(digits)));
-  setenv("VQ_MAX_BASE_NAME", "5", 1);
+  limit.set("5");
   EXPECT_EQ(base("abcde", 1), "abcde");
   EXPECT_EQ(base("abcdef", 1).size(), 8u);
-  // Check-only mode answers known names only; a damaged map file is refused.
+  // Check-only mode answers known names only; a damaged map file, a missing
+  // directory and an unknown create value are refused.
   DutSetCheckOnly(1);
   EXPECT_EQ(base("long-name-b_", 1), "964b7924");
   EXPECT_EQ(base("unknown name", 1, D_ERR_DOESNT_EXIST), "");
   DutSetCheckOnly(0);
   WriteFile(mapFile("b052727e"), "");
   EXPECT_EQ(base("My File.txt", 1, D_ERR_FILE_CORRUPT), "");
-  char *b = reinterpret_cast<char *>(0x1);
-  EXPECT_FAILS(DutBuildBaseName((dir.str() + "/missing").c_str(), "x y", &b, 1), D_FALSE, D_ERR_C);
-  EXPECT_EQ(b, nullptr);
+  EXPECT_EQ(base("x y", 1, D_ERR_C, "/missing"), "");
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  char *b = nullptr;
   EXPECT_FAILS(DutBuildBaseName(".", "x", &b, 2), D_FALSE, D_ERR_VAL_INVALID);
 }
 

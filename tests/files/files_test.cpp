@@ -40,16 +40,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Each test runs inside a fresh directory of its own.
-struct TempDir : vqtest::TempDir {
-  TempDir() : vqtest::TempDir("vqfiles", true) {}
-};
 using vqtest::ReadFile;
 using vqtest::WriteFile;
 
 // An executable script in dir that appends "args: <its arguments>" and the
 // contents of its last argument to dir/editor.log, then runs extra.
-inline std::string recordingEditor(const TempDir &dir, const std::string &name, const std::string &extra = "") {
+inline std::string recordingEditor(const vqtest::TempDir &dir, const std::string &name, const std::string &extra = "") {
   std::string path = dir.file(name);
   std::string log = dir.file("editor.log");
   WriteFile(path, "#!/bin/sh\necho \"args: $*\" >> '" + log + "'\nfor f; do :; done\ncat \"$f\" >> '" +
@@ -67,7 +63,7 @@ std::atomic<int> usr1_deliveries{0};
 // signal that must be retried over; only then does data arrive. Every call
 // leaves the library's handler installed, and failures keep errno.
 TEST(AtomicIo, ReadIgnoresTheInterruptKeyResumesAfterASignalAndKeepsErrno) {
-  TempDir dir;
+  vqtest::TempDir dir("vqfiles", true);  // the current directory meanwhile
   // Without SA_RESTART, so that the blocking read really is interrupted.
   struct sigaction action = {};
   action.sa_handler = [](int) { ++usr1_deliveries; };
@@ -117,7 +113,7 @@ TEST(AtomicIo, ReadIgnoresTheInterruptKeyResumesAfterASignalAndKeepsErrno) {
 // comes back in its own mode with its reference count, and the registry
 // follows it. A stream the registry does not know comes back with a warning.
 TEST(EditFile, OptionThenEnvironmentThenCatAndStreamsComeBackInTheirMode) {
-  TempDir dir;
+  vqtest::TempDir dir("vqfiles", true);
   EXPECT_EQ(DutSystem("exit 5"), 5);
   std::string editor = recordingEditor(dir, "ed.sh");
   vqtest::EnvVar path("PATH", (dir.str() + ":" + std::getenv("PATH")).c_str());
@@ -175,7 +171,7 @@ class DumpFile : public ::testing::Test {
   void TearDown() override { DutDumpClose(); }
 
   const std::string name = "./dump" + std::to_string(getpid()) + ".dmp";
-  TempDir dir;
+  vqtest::TempDir dir{"vqfiles", true};
 };
 
 TEST_F(DumpFile, Lifecycle) {
@@ -236,7 +232,7 @@ TEST_F(DumpFile, ConcurrentWritesNeverInterleaveInsideACall) {
 // another mode is refused. With file tracing on, opens and closes say so in
 // the debug file (the name given gets its ".dbg").
 TEST(OpenFiles, SameModeSharesOneStreamUntilLastCloseAndOnlyWTakesABackup) {
-  TempDir dir;
+  vqtest::TempDir dir("vqfiles", true);
   WriteFile("a.txt", "abc");
   DutDebugOpen("trace");
   DutGetDebugFlags()[D_DEBUG_FILE] = 1;
@@ -280,8 +276,7 @@ TEST(OpenFiles, SameModeSharesOneStreamUntilLastCloseAndOnlyWTakesABackup) {
   EXPECT_EQ(capture.Take(), "WARNING: DutOpenFile: could not backup file app.\n");
 }
 
-int user_opens = 0;
-int user_closes = 0;
+int user_opens = 0, user_closes = 0;
 
 void *collectNames(FILE *, const char *name, const char *mode, D_INT4 ref_count, void *arg) {
   static_cast<Lines *>(arg)->push_back(std::string(name) + ":" + mode + ":" + std::to_string(ref_count));
@@ -291,7 +286,7 @@ void *collectNames(FILE *, const char *name, const char *mode, D_INT4 ref_count,
 // The traversal and the listing go in opening order; the listing's own
 // stream comes last.
 TEST(OpenFiles, TraverseExamineAndUserFunctions) {
-  TempDir dir;
+  vqtest::TempDir dir("vqfiles", true);
   FILE *c = DutOpenFile("c", "w");
   FILE *a = DutOpenFile("a", "w");
   FILE *b = DutOpenFile("b", "a");
@@ -382,7 +377,7 @@ TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
 // two that hash alike (the second character from the end one more, the
 // last 27 less) get different digits, the hash going on from the first.
 TEST(ShortNames, PlainNamesStayOthersMapToHashDigits) {
-  TempDir dir;
+  vqtest::TempDir dir("vqfiles", true);
   vqtest::EnvVar limit("VQ_MAX_BASE_NAME", nullptr);
   // The base for name, or "" when the call failed with error (then *base
   // must be null).
@@ -437,7 +432,7 @@ void *collectLines(const char *directory, void *arg) {
 // is found in the first directory of the path holding the name (not folded:
 // the file system tells cases apart); without a path, the name itself.
 TEST(SearchPaths, AddDeleteAndFindFollowAListModel) {
-  TempDir tmp;
+  vqtest::TempDir tmp("vqfiles", true);
   D_PATH *path = DutPathCreate();
   Lines model;
   std::mt19937 random(11);
@@ -485,7 +480,7 @@ TEST(SearchPaths, AddDeleteAndFindFollowAListModel) {
 // without the dot entries; null arguments anywhere in the family; the
 // temporary directory.
 TEST(FileSystem, ExistenceListingsNullArgumentsAndTheTemporaryDirectory) {
-  TempDir dir;
+  vqtest::TempDir dir("vqfiles", true);
   WriteFile("data", "12345");
   D_INT4 size = -1, count = -1;
   EXPECT_TRUE(DutFileExists("data") && DutFileWritable("data") && DutMvsAccess("data", 4) == 0);

@@ -303,9 +303,8 @@ TEST(OpenFiles, TraverseExamineAndUserFunctions) {
   EXPECT_EQ(DutFileTraverse(stop_at_second, &visits), a);
   DutFileExamine();
   auto entry = [](const char *name, const char *mode, FILE *s, int refs) {
-    return std::string("File Name: <") + name + ">\nFile Mode: <" + mode + ">\nFile Ptr:  <" +
-           vqtest::Decimal(s) + ">\nFile Desc: <" + std::to_string(fileno(s)) +
-           ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
+    return std::string("File Name: <") + name + ">\nFile Mode: <" + mode + ">\nFile Ptr:  <" + vqtest::Decimal(s) +
+           ">\nFile Desc: <" + std::to_string(fileno(s)) + ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
   };
   const std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) +
                                entry("b", "a", b, 1) + "File Name: <files.dmp>\nFile Mode: <w>\n";
@@ -337,15 +336,21 @@ TEST(OpenFiles, TraverseExamineAndUserFunctions) {
   EXPECT_TRUE(user_opens == 1 && user_closes == 1);
 }
 
+void *collectLines(const char *directory, void *arg) {
+  static_cast<Lines *>(arg)->push_back(directory);
+  return nullptr;
+}
+
 // Random paths over a small alphabet against a reference splitter: the
 // last component follows the last separator; the directory keeps the root
 // but no other trailing separator (a dot in it is no extension); the
 // extension runs from the last dot of the last component unless that dot
 // starts it (a hidden file). Joining adds a separator only where the
 // directory has none, and no dot before the extension.
-TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
+TEST(FileNames, RandomPathsAgainstAReferenceAndSearchPathsAgainstAListModel) {
+  vqtest::TempDir tmp("vqfiles", true);
   std::mt19937 random(6);
-  char out[64];
+  char out[256];
   for (int round = 0; round < 3000; ++round) {
     const std::string path = vqtest::RandomText(random, 8, "a/.A"), ext = vqtest::RandomText(random, 3, "a.A");
     SCOPED_TRACE(path + " | " + ext);
@@ -370,6 +375,49 @@ TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
   char *shared = DutGetFileName("/x/first", nullptr);
   EXPECT_EQ(DutGetFileName("/y/second", nullptr), shared);
   EXPECT_STREQ(shared, "second");
+  // Random adds and deletes against a list: the path keeps its own copies in
+  // order, and a delete removes the first exact match, wherever it is. A file
+  // is found in the first directory of the path holding the name (not folded:
+  // the file system tells cases apart); without a path, the name itself.
+  D_PATH *path = DutPathCreate();
+  Lines model;
+  for (int step = 0; step < 400; ++step) {
+    char dir[8] = {"aBbc"[random() % 4], '\0'};
+    SCOPED_TRACE(testing::Message() << "step " << step << " dir " << dir);
+    auto at = std::find(model.begin(), model.end(), dir);
+    if (random() % 2 == 0) {
+      EXPECT_TRUE(DutPathAddDir(path, dir));
+      model.push_back(dir);
+    } else {
+      EXPECT_FAILS(DutPathDeleteDir(path, dir), at != model.end(), at != model.end() ? 0 : D_ERR_DOESNT_EXIST);
+      if (at != model.end()) model.erase(at);
+    }
+    std::strcpy(dir, "changed");
+    Lines seen;
+    EXPECT_EQ(DutPathForEachDir(path, &collectLines, &seen), nullptr);
+    ASSERT_EQ(seen, model);
+  }
+  // The walk stops at the first function result that is not null.
+  int count = 0;
+  auto second = [](const char *d, void *arg) -> void * {
+    return ++*static_cast<int *>(arg) == 2 ? const_cast<char *>(d) : nullptr;
+  };
+  ASSERT_GE(model.size(), 2u);
+  EXPECT_STREQ(static_cast<char *>(DutPathForEachDir(path, second, &count)), model[1].c_str());
+  DutPathDestroy(nullptr);
+  for (const char *d : {"one", "two/target.cm", "three/target.cm"}) fs::create_directories(d);
+  DutPathAddDir(path, std::string(5000, 'd').c_str());  // never spills into the buffer
+  for (const char *d : {"one", "three/", "two"}) DutPathAddDir(path, d);
+  EXPECT_EQ(DutPathFindFile(path, "target.cm", out), out);
+  EXPECT_STREQ(out, "three/target.cm");
+  EXPECT_TRUE(DutPathDeleteDir(path, "three/"));
+  EXPECT_STREQ(DutPathFindFile(path, "target.cm", nullptr), "two/target.cm");
+  EXPECT_EQ(DutPathFindFile(path, "TARGET.cm", out), nullptr);
+  EXPECT_STREQ(out, "");
+  DutPathDestroy(path);
+  EXPECT_STREQ(DutPathFindFile(nullptr, "two/target.cm", out), "two/target.cm");
+  EXPECT_EQ(DutPathFindFile(nullptr, "gone.txt", out), nullptr);
+  EXPECT_EQ(DutPathFindFile(nullptr, nullptr, out), nullptr);
 }
 
 // Plain names up to the limit are their own base; others map to eight hash
@@ -420,60 +468,6 @@ TEST(ShortNames, PlainNamesStayOthersMapToHashDigits) {
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
   char *b = nullptr;
   EXPECT_FAILS(DutBuildBaseName(".", "x", &b, 2), D_FALSE, D_ERR_VAL_INVALID);
-}
-
-void *collectLines(const char *directory, void *arg) {
-  static_cast<Lines *>(arg)->push_back(directory);
-  return nullptr;
-}
-
-// Random adds and deletes against a list: the path keeps its own copies in
-// order, and a delete removes the first exact match, wherever it is. A file
-// is found in the first directory of the path holding the name (not folded:
-// the file system tells cases apart); without a path, the name itself.
-TEST(SearchPaths, AddDeleteAndFindFollowAListModel) {
-  vqtest::TempDir tmp("vqfiles", true);
-  D_PATH *path = DutPathCreate();
-  Lines model;
-  std::mt19937 random(11);
-  for (int step = 0; step < 400; ++step) {
-    char dir[8] = {"aBbc"[random() % 4], '\0'};
-    SCOPED_TRACE(testing::Message() << "step " << step << " dir " << dir);
-    auto at = std::find(model.begin(), model.end(), dir);
-    if (random() % 2 == 0) {
-      EXPECT_TRUE(DutPathAddDir(path, dir));
-      model.push_back(dir);
-    } else {
-      EXPECT_FAILS(DutPathDeleteDir(path, dir), at != model.end(), at != model.end() ? 0 : D_ERR_DOESNT_EXIST);
-      if (at != model.end()) model.erase(at);
-    }
-    std::strcpy(dir, "changed");
-    Lines seen;
-    EXPECT_EQ(DutPathForEachDir(path, &collectLines, &seen), nullptr);
-    ASSERT_EQ(seen, model);
-  }
-  // The walk stops at the first function result that is not null.
-  int count = 0;
-  auto second = [](const char *d, void *arg) -> void * {
-    return ++*static_cast<int *>(arg) == 2 ? const_cast<char *>(d) : nullptr;
-  };
-  ASSERT_GE(model.size(), 2u);
-  EXPECT_STREQ(static_cast<char *>(DutPathForEachDir(path, second, &count)), model[1].c_str());
-  DutPathDestroy(nullptr);
-  for (const char *d : {"one", "two/target.cm", "three/target.cm"}) fs::create_directories(d);
-  DutPathAddDir(path, std::string(5000, 'd').c_str());  // never spills into the buffer
-  for (const char *d : {"one", "three/", "two"}) DutPathAddDir(path, d);
-  char buffer[256];
-  EXPECT_EQ(DutPathFindFile(path, "target.cm", buffer), buffer);
-  EXPECT_STREQ(buffer, "three/target.cm");
-  EXPECT_TRUE(DutPathDeleteDir(path, "three/"));
-  EXPECT_STREQ(DutPathFindFile(path, "target.cm", nullptr), "two/target.cm");
-  EXPECT_EQ(DutPathFindFile(path, "TARGET.cm", buffer), nullptr);
-  EXPECT_STREQ(buffer, "");
-  DutPathDestroy(path);
-  EXPECT_STREQ(DutPathFindFile(nullptr, "two/target.cm", buffer), "two/target.cm");
-  EXPECT_EQ(DutPathFindFile(nullptr, "gone.txt", buffer), nullptr);
-  EXPECT_EQ(DutPathFindFile(nullptr, nullptr, buffer), nullptr);
 }
 
 // Existence, size and removal of one file; directory listings come sorted,

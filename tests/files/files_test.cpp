@@ -167,7 +167,7 @@ TEST(EditFile, OptionThenEnvironmentThenCatAndStreamsComeBackInTheirMode) {
 // temporary directory, which is the current directory of each test.
 class DumpFile : public ::testing::Test {
  protected:
-  void SetUp() override { DutDumpClose(); }
+  // Nothing else opens it, so closing after each test is enough.
   void TearDown() override { DutDumpClose(); }
 
   const std::string name = "./dump" + std::to_string(getpid()) + ".dmp";
@@ -320,6 +320,7 @@ TEST(OpenFiles, TraverseExamineAndUserFunctions) {
   // of theirs is only a warning, and the file leaves the registry all the same.
   D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) { ++user_opens; return std::fopen(name, mode); };
   D_FILE_CLOSE_FUNC closer = [](FILE *stream) { ++user_closes; std::fclose(stream); return 7; };
+  user_opens = user_closes = 0;
   DutSetFileOpenFunc(opener);
   DutSetFileCloseFunc(closer);
   DutSetFileReadFunc(&std::fread);

@@ -35,26 +35,17 @@
 #include "vqutil/file.h"
 #include "vqutil/interrupt.h"
 #include "vqutil/memory.h"
-#include "vqutil/thread.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using vqtest::EnvVar;
-using vqtest::OptionValue;
-using vqtest::OutputCapture;
 
-// Each test runs inside a fresh directory of its own.
-struct TempDir : vqtest::TempDir {
-  TempDir() : vqtest::TempDir("vqfiles", true) {}
-};
 using vqtest::ReadFile;
 using vqtest::WriteFile;
 
 // An executable script in dir that appends "args: <its arguments>" and the
 // contents of its last argument to dir/editor.log, then runs extra.
-inline std::string recordingEditor(const TempDir &dir, const std::string &name,
-                                   const std::string &extra = "") {
+inline std::string recordingEditor(const vqtest::TempDir &dir, const std::string &name, const std::string &extra = "") {
   std::string path = dir.file(name);
   std::string log = dir.file("editor.log");
   WriteFile(path, "#!/bin/sh\necho \"args: $*\" >> '" + log + "'\nfor f; do :; done\ncat \"$f\" >> '" +
@@ -68,80 +59,66 @@ using Lines = std::vector<std::string>;
 
 std::atomic<int> usr1_deliveries{0};
 
-void (*currentSigint())(int) {
-  struct sigaction action;
-  sigaction(SIGINT, nullptr, &action);
-  return action.sa_handler;
-}
-
-struct Pipe {
-  int fds[2] = {-1, -1};
-  Pipe() { EXPECT_EQ(pipe(fds), 0); }
-  ~Pipe() { close(fds[0]); close(fds[1]); }
-};
-
 // A blocked read gets the interrupt key, which must be ignored, then a
-// signal that must be retried over; only then does data arrive.
-TEST(AtomicIo, ReadIgnoresTheInterruptKeyAndResumesAfterASignal) {
+// signal that must be retried over; only then does data arrive. Every call
+// leaves the library's handler installed, and failures keep errno.
+TEST(AtomicIo, ReadIgnoresTheInterruptKeyResumesAfterASignalAndKeepsErrno) {
+  vqtest::TempDir dir("vqfiles", true);  // the current directory meanwhile
   // Without SA_RESTART, so that the blocking read really is interrupted.
-  struct sigaction action;
-  std::memset(&action, 0, sizeof action);
+  struct sigaction action = {};
   action.sa_handler = [](int) { ++usr1_deliveries; };
   sigemptyset(&action.sa_mask);
   ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
   ASSERT_TRUE(DutInterruptInit());
   DutInterruptReset();
   usr1_deliveries = 0;
-  Pipe p;
-  std::thread feeder([reader = pthread_self(), fd = p.fds[1]] {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  std::thread feeder([reader = pthread_self(), fd = fds[1]] {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     pthread_kill(reader, SIGINT);
     pthread_kill(reader, SIGUSR1);
-    for (int i = 0; usr1_deliveries.load() == 0 && i < 200; ++i) {
+    for (int i = 0; usr1_deliveries.load() == 0 && i < 200; ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(write(fd, "hello", 5), 5);
   });
   char buffer[16] = {};
-  int n = DutReadAtomic(p.fds[0], buffer, sizeof buffer);
+  int n = DutReadAtomic(fds[0], buffer, sizeof buffer);
   feeder.join();
   EXPECT_TRUE(usr1_deliveries.load() == 1 && DutInterruptGet() == 0);
   EXPECT_EQ(std::string(buffer, n > 0 ? n : 0), "hello");
   // Afterwards the library's handler counts again.
   raise(SIGINT);
   EXPECT_EQ(DutInterruptGet(), 1);
-}
-
-TEST(AtomicIo, HandlerIsInstalledAfterEveryCallAndFailuresKeepErrno) {
-  TempDir dir;
-  Pipe p;
-  char buffer[4] = {};
+  // Each check puts the default disposition back for the next call.
   signal(SIGINT, SIG_DFL);
   EXPECT_EQ(DutFsyncAtomic(0), 0);
-  EXPECT_EQ(currentSigint(), &DutSigintHandler);
-  signal(SIGINT, SIG_DFL);
-  EXPECT_TRUE(DutWriteAtomic(p.fds[1], "ab", 2) == 2 && DutReadAtomic(p.fds[0], buffer, 4) == 2);
-  EXPECT_TRUE(currentSigint() == &DutSigintHandler && std::string(buffer) == "ab");
-  EXPECT_FAILS(DutWriteAtomic(p.fds[0], "x", 1), -1, D_ERR_C);  // the read end
+  EXPECT_EQ(signal(SIGINT, SIG_DFL), &DutSigintHandler);
+  EXPECT_TRUE(DutWriteAtomic(fds[1], "ab", 2) == 2 && DutReadAtomic(fds[0], buffer, 4) == 2);
+  EXPECT_TRUE(signal(SIGINT, SIG_DFL) == &DutSigintHandler && std::string(buffer, 2) == "ab");
+  EXPECT_FAILS(DutWriteAtomic(fds[0], "x", 1), -1, D_ERR_C);  // the read end
   EXPECT_EQ(DutErrNumGetC(), EBADF);
-  EXPECT_FAILS(DutReadAtomic(p.fds[0], buffer, -1), -1, D_ERR_VAL_INVALID);
+  EXPECT_FAILS(DutReadAtomic(fds[0], buffer, -1), -1, D_ERR_VAL_INVALID);
   WriteFile("victim", "");
   EXPECT_FAILS(DutUnlinkAtomic("victim"), 0, 0);
   EXPECT_FAILS(DutUnlinkAtomic("victim"), -1, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  for (int fd : fds) close(fd);
 }
 
 // The editor is the option's, else EDITOR's; "_cat" prints the file and
 // emacs gets the line. Open files are flushed first; a failing editor is
-// reported.
-TEST(EditFile, OptionThenEnvironmentThenCat) {
-  TempDir dir;
+// reported. Viewing a stream lets the editor append to the file; the stream
+// comes back in its own mode with its reference count, and the registry
+// follows it. A stream the registry does not know comes back with a warning.
+TEST(EditFile, OptionThenEnvironmentThenCatAndStreamsComeBackInTheirMode) {
+  vqtest::TempDir dir("vqfiles", true);
   EXPECT_EQ(DutSystem("exit 5"), 5);
   std::string editor = recordingEditor(dir, "ed.sh");
-  EnvVar path("PATH", (dir.str() + ":" + std::getenv("PATH")).c_str());
-  EnvVar env("EDITOR", "/bin/false");
-  OptionValue option("editor", editor.c_str());
+  vqtest::EnvVar path("PATH", (dir.str() + ":" + std::getenv("PATH")).c_str());
+  vqtest::EnvVar env("EDITOR", "/bin/false");
+  vqtest::OptionValue option("editor", editor.c_str());
   WriteFile("doc.txt", "body\n");
   FILE *out = DutOpenFile("pending.txt", "w");
   std::fputs("not yet flushed\n", out);
@@ -155,22 +132,16 @@ TEST(EditFile, OptionThenEnvironmentThenCat) {
   EXPECT_EQ(ReadFile(dir.file("editor.log")),
             "args: pending.txt\nnot yet flushed\nargs: doc.txt\nbody\nargs: +42 doc.txt\nbody\n");
   EXPECT_TRUE(DutCloseFile(out));
-  OutputCapture capture;
+  vqtest::OutputCapture capture;
   option.set("_cat");
   EXPECT_TRUE(DutEditFile("doc.txt", 1) && !DutCatFile("nope.txt") && !DutLookupFile("doc.txt"));
   EXPECT_EQ(capture.Take(), "body\nWARNING: DutCatFile: could not open file <nope.txt> for reading.\n");
   option.set(recordingEditor(dir, "bad.sh", "exit 3").c_str());
   EXPECT_FAILS(DutEditFile("doc.txt", 1), D_FALSE, D_ERR_VAL_INVALID);
-}
-
-// The editor appends to the file; the stream comes back in its own mode
-// with its reference count, and the registry follows it. A stream the
-// registry does not know comes back with a warning.
-TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
-  TempDir dir;
-  OptionValue option("editor", recordingEditor(dir, "ed.sh", "echo edited >> \"$f\"").c_str());
+  option.set(recordingEditor(dir, "app.sh", "echo edited >> \"$f\"").c_str());
+  fs::remove(dir.file("editor.log"));
   FILE *app = DutOpenFile("view.txt", "a");
-  FILE *out = DutOpenFile("w.txt", "w");
+  out = DutOpenFile("w.txt", "w");
   ASSERT_EQ(DutOpenFile("w.txt", "w"), out);
   std::fputs("abc\n", app);
   std::fputs("first\n", out);
@@ -182,9 +153,7 @@ TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
   EXPECT_EQ(ReadFile("view.txt"), "abc\nedited\nmore\n");
   EXPECT_TRUE(DutLookupFile("w.txt") == out2 && DutCloseFile(out2)) << "one reference left";
   EXPECT_EQ(ReadFile("w.txt"), "second\n");
-
   FILE *own = std::fopen("own.txt", "w");
-  OutputCapture capture;
   EXPECT_EQ(DutViewFilePtr(own), own);
   EXPECT_EQ(capture.Take(), "WARNING: DutViewFilePtr: could not find file " + vqtest::Hex(own) + " (fd " +
                                 std::to_string(fileno(own)) + ").\n");
@@ -198,11 +167,11 @@ TEST(ViewFilePtr, StreamIsReopenedInItsModeAndRegistered) {
 // temporary directory, which is the current directory of each test.
 class DumpFile : public ::testing::Test {
  protected:
-  void SetUp() override { DutDumpClose(); }
+  // Nothing else opens it, so closing after each test is enough.
   void TearDown() override { DutDumpClose(); }
 
   const std::string name = "./dump" + std::to_string(getpid()) + ".dmp";
-  TempDir dir;
+  vqtest::TempDir dir{"vqfiles", true};
 };
 
 TEST_F(DumpFile, Lifecycle) {
@@ -214,15 +183,13 @@ TEST_F(DumpFile, Lifecycle) {
     EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_DOESNT_EXIST);
   }
   EXPECT_FAILS(DutDumpClose(), D_FALSE, D_ERR_DOESNT_EXIST);
-  {
-    // Unopenable: the text goes to the output.
-    fs::create_directories(name + "/keep");
-    EXPECT_FAILS(DutDumpOpen(), nullptr, D_ERR_C);
-    OutputCapture capture;
-    DutDumpOut("fallback %d\n", 1);
-    EXPECT_EQ(capture.Take(), "WARNING: DutDumpOutVa: dump file is not open.\nfallback 1\n");
-    fs::remove_all(name);
-  }
+  // Unopenable: the text goes to the output.
+  fs::create_directories(name + "/keep");
+  EXPECT_FAILS(DutDumpOpen(), nullptr, D_ERR_C);
+  vqtest::OutputCapture capture;
+  DutDumpOut("fallback %d\n", 1);
+  EXPECT_EQ(capture.Take(), "WARNING: DutDumpOutVa: dump file is not open.\nfallback 1\n");
+  fs::remove_all(name);
   FILE *dump = DutDumpOpen();
   EXPECT_EQ(DutLookupFile(name.c_str()), dump);
   EXPECT_FAILS(DutDumpOpen(), nullptr, D_ERR_ALREADY_EXISTS);
@@ -231,9 +198,8 @@ TEST_F(DumpFile, Lifecycle) {
   EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_ALREADY_EXISTS);
   EXPECT_TRUE(DutDumpClose());
   EXPECT_EQ(ReadFile(name), "value 7 of seven\n");
-  ASSERT_TRUE(DutDumpGetName(buffer));  // the name outlives the close
-  EXPECT_EQ(std::string(buffer), name);
-  OptionValue editor("editor", recordingEditor(dir, "viewer.sh").c_str());
+  EXPECT_TRUE(DutDumpGetName(buffer) && buffer == name);  // the name outlives the close
+  vqtest::OptionValue editor("editor", recordingEditor(dir, "viewer.sh").c_str());
   DutDumpOut("b\n");  // the first write opens it again (the old text goes)
   EXPECT_TRUE(DutDumpView());
   EXPECT_EQ(ReadFile(dir.file("editor.log")), "args: " + name + "\nb\n");
@@ -241,6 +207,7 @@ TEST_F(DumpFile, Lifecycle) {
   EXPECT_FAILS(DutDumpRemove(), D_FALSE, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
   EXPECT_FAILS(DutDumpGetName(nullptr), D_FALSE, D_ERR_NULL_PTR);
+  VQTEST_EXPECT_ASSERTION(DutDumpOut(static_cast<const char *>(nullptr)), "format_str != NULL");
 }
 
 TEST_F(DumpFile, ConcurrentWritesNeverInterleaveInsideACall) {
@@ -261,51 +228,36 @@ TEST_F(DumpFile, ConcurrentWritesNeverInterleaveInsideACall) {
   EXPECT_EQ(lines.count("thread 3 line 299 ----------"), 1u);
 }
 
-TEST_F(DumpFile, NullFormatIsAnAssertionFailure) {
-  VQTEST_EXPECT_ASSERTION(DutDumpOut(static_cast<const char *>(nullptr)), "format_str != NULL");
-}
-
-TEST(FileTests, ExistsWritableAccessDeleteSize) {
-  TempDir dir;
-  WriteFile("data", "12345");
-  D_INT4 size = -1;
-  EXPECT_TRUE(DutFileExists("data") && DutFileWritable("data") && DutMvsAccess("data", 4) == 0);
-  EXPECT_TRUE(DutFileGetSize("data", &size) && size == 5 && DutDeleteFile("data") == 0);
-  EXPECT_FAILS(DutFileExists("data"), D_FALSE, D_ERR_C);
-  EXPECT_FAILS(DutFileGetSize("data", &size), D_FALSE, D_ERR_C);
-  EXPECT_FAILS(DutDeleteFile("data"), -1, D_ERR_C);
-  EXPECT_FAILS(DutMvsAccess("data", 0), -1, D_ERR_C);
-  EXPECT_EQ(DutErrNumGetC(), ENOENT);
-}
-
 // Opens of one name in its mode share one stream until the last close;
-// another mode is refused.
-TEST(OpenFiles, SameModeSharesOneStreamUntilLastClose) {
-  TempDir dir;
+// another mode is refused. With file tracing on, opens and closes say so in
+// the debug file (the name given gets its ".dbg").
+TEST(OpenFiles, SameModeSharesOneStreamUntilLastCloseAndOnlyWTakesABackup) {
+  vqtest::TempDir dir("vqfiles", true);
   WriteFile("a.txt", "abc");
+  DutDebugOpen("trace");
+  DutGetDebugFlags()[D_DEBUG_FILE] = 1;
   FILE *first = DutOpenFile("a.txt", "r");
   EXPECT_EQ(DutOpenFile("a.txt", "r"), first);
   EXPECT_FAILS(DutOpenFile("a.txt", "rb"), nullptr, D_ERR_TYPE_MISMATCH);
   EXPECT_TRUE(DutCloseFile(first));
   EXPECT_EQ(std::fgetc(DutLookupFile("a.txt")), 'a');
   EXPECT_TRUE(DutCloseFile(first));
+  DutGetDebugFlags()[D_DEBUG_FILE] = 0;
+  DutDebugClose();
+  const std::string text = ReadFile("trace.dbg");
+  EXPECT_NE(text.find("Entering DutOpenFile(\"a.txt\", \"r\")\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("Entering DutCloseFile(" + vqtest::Hex(first) + ")\n"), std::string::npos) << text;
   EXPECT_FAILS(DutLookupFile("a.txt"), nullptr, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutCloseFile(first), D_FALSE, D_ERR_DOESNT_EXIST);
   EXPECT_FAILS(DutOpenFile("missing", "r"), nullptr, D_ERR_C);
   EXPECT_FAILS(DutFOpen("missing", "r"), nullptr, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOENT);
-}
-
-// Only mode "w" takes a backup, and only on the first open; no suffix or no
-// file means no backup; a failed rename is reported and the open goes on.
-TEST(Backups, OnlyModeWOnlyOnTheFirstOpenAndFailuresWarn) {
-  TempDir dir;
+  // Only mode "w" takes a backup, and only on the first open; no suffix or
+  // no file means no backup; a failed rename is reported and the open goes on.
   WriteFile("app", "content");
-  {
-    OptionValue none("backup_name", nullptr);
-    EXPECT_TRUE(DutBackupFile("app"));
-  }
-  OptionValue suffix("backup_name", "~");
+  vqtest::OptionValue suffix("backup_name", nullptr);
+  EXPECT_TRUE(DutBackupFile("app"));
+  suffix.set("~");
   ASSERT_TRUE(DutCloseFile(DutOpenFile("app", "a")));
   EXPECT_FALSE(fs::exists("app~"));
   WriteFile("app~", "older");
@@ -319,36 +271,12 @@ TEST(Backups, OnlyModeWOnlyOnTheFirstOpenAndFailuresWarn) {
   fs::remove("app~");
   fs::create_directories("app~/inside");
   EXPECT_FAILS(DutBackupFile("app"), D_FALSE, D_ERR_C);
-  OutputCapture capture;
+  vqtest::OutputCapture capture;
   EXPECT_TRUE(DutCloseFile(DutOpenFile("app", "w")));
   EXPECT_EQ(capture.Take(), "WARNING: DutOpenFile: could not backup file app.\n");
 }
 
-int user_opens = 0;
-int user_closes = 0;
-
-// A failing close of the user's is only a warning; the file leaves the
-// registry all the same.
-TEST(UserFunctions, OpenAndCloseGoThroughThem) {
-  TempDir dir;
-  D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) { ++user_opens; return std::fopen(name, mode); };
-  D_FILE_CLOSE_FUNC closer = [](FILE *stream) { ++user_closes; std::fclose(stream); return 7; };
-  DutSetFileOpenFunc(opener);
-  DutSetFileCloseFunc(closer);
-  DutSetFileReadFunc(&std::fread);
-  EXPECT_TRUE(DutGetFileOpenFunc() == opener && DutGetFileCloseFunc() == closer && DutGetFileReadFunc() == &std::fread);
-  OutputCapture capture;
-  FILE *out = DutOpenFile("u.txt", "w");
-  EXPECT_TRUE(DutOpenFile("u.txt", "w") == out && DutCloseFile(out) && DutCloseFile(out));
-  EXPECT_EQ(capture.Take(), "WARNING: DutCloseFile: fclose (fname u.txt) returned 7\n");
-  EXPECT_EQ(DutLookupFile("u.txt"), nullptr);
-  DutSetFileOpenFunc(nullptr);
-  DutSetFileCloseFunc(nullptr);
-  DutSetFileReadFunc(nullptr);
-  EXPECT_EQ(DutGetFileReadFunc(), nullptr);
-  EXPECT_TRUE(DutCloseFile(DutOpenFile("u.txt", "r")));
-  EXPECT_TRUE(user_opens == 1 && user_closes == 1);
-}
+int user_opens = 0, user_closes = 0;
 
 void *collectNames(FILE *, const char *name, const char *mode, D_INT4 ref_count, void *arg) {
   static_cast<Lines *>(arg)->push_back(std::string(name) + ":" + mode + ":" + std::to_string(ref_count));
@@ -357,8 +285,8 @@ void *collectNames(FILE *, const char *name, const char *mode, D_INT4 ref_count,
 
 // The traversal and the listing go in opening order; the listing's own
 // stream comes last.
-TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
-  TempDir dir;
+TEST(OpenFiles, TraverseExamineAndUserFunctions) {
+  vqtest::TempDir dir("vqfiles", true);
   FILE *c = DutOpenFile("c", "w");
   FILE *a = DutOpenFile("a", "w");
   FILE *b = DutOpenFile("b", "a");
@@ -375,9 +303,8 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
   EXPECT_EQ(DutFileTraverse(stop_at_second, &visits), a);
   DutFileExamine();
   auto entry = [](const char *name, const char *mode, FILE *s, int refs) {
-    return std::string("File Name: <") + name + ">\nFile Mode: <" + mode + ">\nFile Ptr:  <" +
-           vqtest::Decimal(s) + ">\nFile Desc: <" + std::to_string(fileno(s)) +
-           ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
+    return std::string("File Name: <") + name + ">\nFile Mode: <" + mode + ">\nFile Ptr:  <" + vqtest::Decimal(s) +
+           ">\nFile Desc: <" + std::to_string(fileno(s)) + ">\nRef Count: <" + std::to_string(refs) + ">\n\n";
   };
   const std::string expected = "     Open Files\n\n" + entry("c", "w", c, 1) + entry("a", "w", a, 2) +
                                entry("b", "a", b, 1) + "File Name: <files.dmp>\nFile Mode: <w>\n";
@@ -386,9 +313,33 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
   for (FILE *s : {c, a, a, b}) EXPECT_TRUE(DutCloseFile(s));
   fs::remove("files.dmp");
   fs::create_directory("files.dmp");
-  OutputCapture capture;
+  vqtest::OutputCapture capture;
   DutFileExamine();
   EXPECT_EQ(capture.Take(), "WARNING: Cannot open files.dmp for writing.\n");
+  // The user's open and close functions serve the registry; a failing close
+  // of theirs is only a warning, and the file leaves the registry all the same.
+  D_FILE_OPEN_FUNC opener = [](const char *name, const char *mode) { ++user_opens; return std::fopen(name, mode); };
+  D_FILE_CLOSE_FUNC closer = [](FILE *stream) { ++user_closes; std::fclose(stream); return 7; };
+  user_opens = user_closes = 0;
+  DutSetFileOpenFunc(opener);
+  DutSetFileCloseFunc(closer);
+  DutSetFileReadFunc(&std::fread);
+  EXPECT_TRUE(DutGetFileOpenFunc() == opener && DutGetFileCloseFunc() == closer && DutGetFileReadFunc() == &std::fread);
+  FILE *out = DutOpenFile("u.txt", "w");
+  EXPECT_TRUE(DutOpenFile("u.txt", "w") == out && DutCloseFile(out) && DutCloseFile(out));
+  EXPECT_EQ(capture.Take(), "WARNING: DutCloseFile: fclose (fname u.txt) returned 7\n");
+  EXPECT_EQ(DutLookupFile("u.txt"), nullptr);
+  DutSetFileOpenFunc(nullptr);
+  DutSetFileCloseFunc(nullptr);
+  DutSetFileReadFunc(nullptr);
+  EXPECT_EQ(DutGetFileReadFunc(), nullptr);
+  EXPECT_TRUE(DutCloseFile(DutOpenFile("u.txt", "r")));
+  EXPECT_TRUE(user_opens == 1 && user_closes == 1);
+}
+
+void *collectLines(const char *directory, void *arg) {
+  static_cast<Lines *>(arg)->push_back(directory);
+  return nullptr;
 }
 
 // Random paths over a small alphabet against a reference splitter: the
@@ -397,8 +348,10 @@ TEST(OpenFiles, TraverseAndExamineInOpeningOrder) {
 // extension runs from the last dot of the last component unless that dot
 // starts it (a hidden file). Joining adds a separator only where the
 // directory has none, and no dot before the extension.
-TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
+TEST(FileNames, RandomPathsAgainstAReferenceAndSearchPathsAgainstAListModel) {
+  vqtest::TempDir tmp("vqfiles", true);
   std::mt19937 random(6);
+  char out[256];
   for (int round = 0; round < 3000; ++round) {
     const std::string path = vqtest::RandomText(random, 8, "a/.A"), ext = vqtest::RandomText(random, 3, "a.A");
     SCOPED_TRACE(path + " | " + ext);
@@ -407,7 +360,7 @@ TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
     const std::size_t dot = file.rfind('.') == 0 ? std::string::npos : file.rfind('.');
     ASSERT_EQ(DutHasExtension(path.c_str(), ext.c_str()),
               path.size() >= ext.size() && strcasecmp(path.c_str() + path.size() - ext.size(), ext.c_str()) == 0);
-    char out[64], *d = nullptr, *b = nullptr, *e = nullptr;
+    char *d = nullptr, *b = nullptr, *e = nullptr;
     ASSERT_STREQ(DutGetFileName(path.c_str(), out), file.c_str());
     ASSERT_TRUE(DutFileExplodeName(path.c_str(), &d, &b, &e));
     EXPECT_EQ(std::string(d) + "|" + b + "|" + e,
@@ -417,94 +370,18 @@ TEST(FileNames, RandomPathsAgainstAReferenceSplitter) {
     ASSERT_STREQ(DutBuildFileName(out, path.c_str(), file.c_str(), ext.c_str()), (joined + file + ext).c_str());
     ASSERT_STREQ(DutBuildDirName(out, path.c_str(), ext.c_str()), (joined + ext).c_str());
   }
-  char out[256];
   EXPECT_STREQ(DutBuildFileName(out, nullptr, "base", nullptr), "base");
   std::strcpy(out, "/opt/");  // the destination may be the base directory itself
   EXPECT_STREQ(DutBuildDirName(out, out, "help"), "/opt/help");
   char *shared = DutGetFileName("/x/first", nullptr);
   EXPECT_EQ(DutGetFileName("/y/second", nullptr), shared);
   EXPECT_STREQ(shared, "second");
-}
-
-class ShortNames : public ::testing::Test {
- protected:
-  void SetUp() override {
-    unsetenv("VQ_MAX_BASE_NAME");
-    DutSetCheckOnly(0);
-  }
-  void TearDown() override { SetUp(); }
-
-  // The base for name, or "" when the call failed (then *base must be null).
-  std::string base(const std::string &name, int create, bool expect_ok = true) {
-    char *b = reinterpret_cast<char *>(0x1);
-    D_BOOL ok = DutBuildBaseName(dir.str().c_str(), name.c_str(), &b, create);
-    EXPECT_EQ(ok != 0, expect_ok) << name;
-    if (!ok) {
-      EXPECT_EQ(b, nullptr);
-      return "";
-    }
-    std::string text = b;
-    std::strcpy(b, "01234567");  // at least 9 bytes even for a short name
-    DutFree(b);
-    return text;
-  }
-  std::string mapFile(const std::string &digits) { return dir.file(digits + ".nam"); }
-
-  TempDir dir;
-};
-
-// Plain names up to the limit are their own base; others map to eight hash
-// digits, recorded in a map file unless create is 0. Names hash as given;
-// two that hash alike (the second character from the end one more, the
-// last 27 less) get different digits, the hash going on from the first.
-TEST_F(ShortNames, PlainNamesStayOthersMapToHashDigits) {
-  EXPECT_TRUE(base("", 1).empty() && base("abc_123", 1) == "abc_123");
-  EXPECT_EQ(base(std::string(255, 'x'), 1), std::string(255, 'x'));
-  EXPECT_TRUE(fs::is_empty(dir.path()));
-  EXPECT_EQ(base("My File.txt", 1), "b052727e");
-  EXPECT_NE(base("my file.txt", 1), "b052727e");
-  EXPECT_EQ(base("long-name-az", 1), "095c4fc2");
-  EXPECT_EQ(base("long-name-b_", 1), "964b7924");
-  EXPECT_EQ(base("long-name-az", 0), "095c4fc2");
-  EXPECT_EQ(ReadFile(mapFile("964b7924")), "long-name-b_\n");
-  std::string digits = base(std::string(256, 'x'), 0);
-  EXPECT_EQ(digits.size(), 8u);
-  EXPECT_FALSE(fs::exists(mapFile(digits)));
-  setenv("VQ_MAX_BASE_NAME", "5", 1);
-  EXPECT_EQ(base("abcde", 1), "abcde");
-  EXPECT_EQ(base("abcdef", 1).size(), 8u);
-}
-
-TEST_F(ShortNames, CheckOnlyCorruptMapUnwritableDirectoryAndBadCreate) {
-  std::string known = base("known name", 1);
-  DutSetCheckOnly(1);
-  EXPECT_EQ(base("known name", 1), known);
-  DutErrNumSet(0);
-  EXPECT_EQ(base("unknown name", 1, false), "");
-  EXPECT_EQ(DutErrNumGet(), D_ERR_DOESNT_EXIST);
-  DutSetCheckOnly(0);
-  WriteFile(mapFile("b052727e"), "");
-  DutErrNumSet(0);
-  EXPECT_EQ(base("My File.txt", 1, false), "");
-  EXPECT_EQ(DutErrNumGet(), D_ERR_FILE_CORRUPT);
-  char *b = reinterpret_cast<char *>(0x1);
-  EXPECT_FAILS(DutBuildBaseName((dir.str() + "/missing").c_str(), "x y", &b, 1), D_FALSE, D_ERR_C);
-  EXPECT_EQ(b, nullptr);
-  EXPECT_EQ(DutErrNumGetC(), ENOENT);
-  EXPECT_FAILS(DutBuildBaseName(".", "x", &b, 2), D_FALSE, D_ERR_VAL_INVALID);
-}
-
-void *collectLines(const char *directory, void *arg) {
-  static_cast<Lines *>(arg)->push_back(directory);
-  return nullptr;
-}
-
-// Random adds and deletes against a list: the path keeps its own copies in
-// order, and a delete removes the first exact match, wherever it is.
-TEST(SearchPaths, AddAndDeleteFollowAListModel) {
+  // Random adds and deletes against a list: the path keeps its own copies in
+  // order, and a delete removes the first exact match, wherever it is. A file
+  // is found in the first directory of the path holding the name (not folded:
+  // the file system tells cases apart); without a path, the name itself.
   D_PATH *path = DutPathCreate();
   Lines model;
-  std::mt19937 random(11);
   for (int step = 0; step < 400; ++step) {
     char dir[8] = {"aBbc"[random() % 4], '\0'};
     SCOPED_TRACE(testing::Message() << "step " << step << " dir " << dir);
@@ -528,52 +405,88 @@ TEST(SearchPaths, AddAndDeleteFollowAListModel) {
   };
   ASSERT_GE(model.size(), 2u);
   EXPECT_STREQ(static_cast<char *>(DutPathForEachDir(path, second, &count)), model[1].c_str());
-  DutPathDestroy(path);
   DutPathDestroy(nullptr);
-}
-
-// The first directory of the path holding the name (not folded: the file
-// system tells cases apart); without a path, the name itself.
-TEST(SearchPaths, FindFileUsesPathOrder) {
-  TempDir dir;
   for (const char *d : {"one", "two/target.cm", "three/target.cm"}) fs::create_directories(d);
-  D_PATH *path = DutPathCreate();
   DutPathAddDir(path, std::string(5000, 'd').c_str());  // never spills into the buffer
   for (const char *d : {"one", "three/", "two"}) DutPathAddDir(path, d);
-  char buffer[256];
-  EXPECT_EQ(DutPathFindFile(path, "target.cm", buffer), buffer);
-  EXPECT_STREQ(buffer, "three/target.cm");
+  EXPECT_EQ(DutPathFindFile(path, "target.cm", out), out);
+  EXPECT_STREQ(out, "three/target.cm");
   EXPECT_TRUE(DutPathDeleteDir(path, "three/"));
   EXPECT_STREQ(DutPathFindFile(path, "target.cm", nullptr), "two/target.cm");
-  EXPECT_EQ(DutPathFindFile(path, "TARGET.cm", buffer), nullptr);
-  EXPECT_STREQ(buffer, "");
+  EXPECT_EQ(DutPathFindFile(path, "TARGET.cm", out), nullptr);
+  EXPECT_STREQ(out, "");
   DutPathDestroy(path);
-  EXPECT_STREQ(DutPathFindFile(nullptr, "two/target.cm", buffer), "two/target.cm");
-  EXPECT_EQ(DutPathFindFile(nullptr, "gone.txt", buffer), nullptr);
-  EXPECT_EQ(DutPathFindFile(nullptr, nullptr, buffer), nullptr);
+  EXPECT_STREQ(DutPathFindFile(nullptr, "two/target.cm", out), "two/target.cm");
+  EXPECT_EQ(DutPathFindFile(nullptr, "gone.txt", out), nullptr);
+  EXPECT_EQ(DutPathFindFile(nullptr, nullptr, out), nullptr);
 }
 
-TEST(TempPath, CurrentThenHomeThenTempThenRootTmp) {
-  TempDir dir;
-  char out[512];
-  EXPECT_TRUE(DutGetTmpFilePath(out) && std::string(out) == "./");
-  // Read-only even for the superuser on Linux; TempDir restores the cwd.
-  if (access("/proc/sys", W_OK) == 0) GTEST_SKIP() << "no read-only directory to stand in";
-  fs::current_path("/proc/sys");
-  EnvVar home("HOME", nullptr);
-  EnvVar temp("TEMP", dir.str().c_str());
-  EXPECT_TRUE(DutGetTmpFilePath(out) && std::string(out) == dir.str() + "/") << out;
-  // HOME wins even when it is not writable: TEMP is only its stand-in.
-  home.set("/proc/sys");
-  EXPECT_EQ(DutGetTmpFilePath(out), access("/tmp/", W_OK) == 0 ? D_TRUE : D_FALSE);
-  EXPECT_STREQ(out, "/tmp/");
+// Plain names up to the limit are their own base; others map to eight hash
+// digits, recorded in a map file unless create is 0. Names hash as given;
+// two that hash alike (the second character from the end one more, the
+// last 27 less) get different digits, the hash going on from the first.
+TEST(ShortNames, PlainNamesStayOthersMapToHashDigits) {
+  vqtest::TempDir dir("vqfiles", true);
+  vqtest::EnvVar limit("VQ_MAX_BASE_NAME", nullptr);
+  // The base for name, or "" when the call failed with error (then *base
+  // must be null).
+  auto base = [&](const std::string &name, int create, D_INT4 error = 0, std::string where = "") {
+    char *b = reinterpret_cast<char *>(0x1);
+    DutErrNumSet(0);
+    D_BOOL ok = DutBuildBaseName((dir.str() + where).c_str(), name.c_str(), &b, create);
+    EXPECT_TRUE(ok == (error == 0) && (ok || (DutErrNumGet() == error && b == nullptr))) << name;
+    if (!ok) return std::string();
+    std::string text = b;
+    std::strcpy(b, "01234567");  // at least 9 bytes even for a short name
+    DutFree(b);
+    return text;
+  };
+  auto mapFile = [&](const std::string &digits) { return dir.file(digits + ".nam"); };
+  EXPECT_TRUE(base("", 1).empty() && base("abc_123", 1) == "abc_123");
+  EXPECT_EQ(base(std::string(255, 'x'), 1), std::string(255, 'x'));
+  EXPECT_TRUE(fs::is_empty(dir.path()));
+  EXPECT_EQ(base("My File.txt", 1), "b052727e");
+  EXPECT_NE(base("my file.txt", 1), "b052727e");
+  EXPECT_EQ(base("long-name-az", 1), "095c4fc2");
+  EXPECT_EQ(base("long-name-b_", 1), "964b7924");
+  EXPECT_EQ(base("long-name-az", 0), "095c4fc2");
+  EXPECT_EQ(ReadFile(mapFile("964b7924")), "long-name-b_\n");
+  std::string digits = base(std::string(256, 'x'), 0);
+  EXPECT_EQ(digits.size(), 8u);
+  EXPECT_FALSE(fs::exists(mapFile(digits)));
+  limit.set("5");
+  EXPECT_EQ(base("abcde", 1), "abcde");
+  EXPECT_EQ(base("abcdef", 1).size(), 8u);
+  // Check-only mode answers known names only; a damaged map file, a missing
+  // directory and an unknown create value are refused.
+  DutSetCheckOnly(1);
+  EXPECT_EQ(base("long-name-b_", 1), "964b7924");
+  EXPECT_EQ(base("unknown name", 1, D_ERR_DOESNT_EXIST), "");
+  DutSetCheckOnly(0);
+  WriteFile(mapFile("b052727e"), "");
+  EXPECT_EQ(base("My File.txt", 1, D_ERR_FILE_CORRUPT), "");
+  EXPECT_EQ(base("x y", 1, D_ERR_C, "/missing"), "");
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
+  char *b = nullptr;
+  EXPECT_FAILS(DutBuildBaseName(".", "x", &b, 2), D_FALSE, D_ERR_VAL_INVALID);
 }
 
-TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
-  TempDir dir;
+// Existence, size and removal of one file; directory listings come sorted,
+// without the dot entries; null arguments anywhere in the family; the
+// temporary directory.
+TEST(FileSystem, ExistenceListingsNullArgumentsAndTheTemporaryDirectory) {
+  vqtest::TempDir dir("vqfiles", true);
+  WriteFile("data", "12345");
+  D_INT4 size = -1, count = -1;
+  EXPECT_TRUE(DutFileExists("data") && DutFileWritable("data") && DutMvsAccess("data", 4) == 0);
+  EXPECT_TRUE(DutFileGetSize("data", &size) && size == 5 && DutDeleteFile("data") == 0);
+  EXPECT_FAILS(DutFileExists("data"), D_FALSE, D_ERR_C);
+  EXPECT_FAILS(DutFileGetSize("data", &size), D_FALSE, D_ERR_C);
+  EXPECT_FAILS(DutDeleteFile("data"), -1, D_ERR_C);
+  EXPECT_FAILS(DutMvsAccess("data", 0), -1, D_ERR_C);
+  EXPECT_EQ(DutErrNumGetC(), ENOENT);
   for (const char *file : {"b.txt", "a.txt", "sub/c"}) fs::create_directories(file);
   char **names = nullptr;
-  D_INT4 count = -1;
   ASSERT_TRUE(DutDirGetFileNames(".", &names, &count));
   EXPECT_EQ(Lines(names, names + count), (Lines{"a.txt", "b.txt", "sub"}));
   for (D_INT4 i = 0; i < count; ++i) DutFree(names[i]);
@@ -585,57 +498,37 @@ TEST(DirListing, SortedEntriesWithoutDotsAndErrors) {
   WriteFile("plain", "");
   EXPECT_FAILS(DutDirGetFileNames("plain", &names, &count), D_FALSE, D_ERR_C);
   EXPECT_EQ(DutErrNumGetC(), ENOTDIR);
-}
-
-// With file tracing on, opens and closes say so in the debug file (the name
-// given gets its ".dbg").
-TEST(OpenFiles, TracingWritesEntryLines) {
-  TempDir dir;
-  WriteFile("t.txt", "");
-  DutDebugOpen("trace");
-  DutGetDebugFlags()[D_DEBUG_FILE] = 1;
-  FILE *stream = DutOpenFile("t.txt", "r");
-  DutCloseFile(stream);
-  DutGetDebugFlags()[D_DEBUG_FILE] = 0;
-  DutDebugClose();
-  const std::string text = ReadFile("trace.dbg");
-  EXPECT_NE(text.find("Entering DutOpenFile(\"t.txt\", \"r\")\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("Entering DutCloseFile(" + vqtest::Hex(stream) + ")\n"), std::string::npos) << text;
-}
-
-// Every function of the family refuses a null where it needs a pointer.
-TEST(FileArguments, NullPointersSetErrorThree) {
+  // Every function of the family refuses a null where it needs a pointer.
+  char out[512];
   D_PATH *path = DutPathCreate();
-  char buffer[256];
   char *text = nullptr;
-  char **names = nullptr;
-  D_INT4 count = 0;
-  EXPECT_FAILS(DutHasExtension(nullptr, ".txt"), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutBuildFileName(buffer, "d", nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutBuildDirName(buffer, "/opt", nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutGetFileName(nullptr, buffer), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutFileExplodeName("x", &text, nullptr, &text), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutBuildBaseName(".", "x", nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutFileWritable(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutFileGetSize(nullptr, &count), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutBackupFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutOpenFile("x", nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutLookupFile(nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutFlushFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutCloseFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutSystem(nullptr), -1, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutCatFile(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutEditFile(nullptr, 1), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutViewFilePtr(nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutPathAddDir(path, nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutPathDeleteDir(path, nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutPathForEachDir(path, nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutFileTraverse(nullptr, nullptr), nullptr, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutGetTmpFilePath(nullptr), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutDirGetFileNames(nullptr, &names, &count), D_FALSE, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutWriteAtomic(-1, nullptr, 1), -1, D_ERR_NULL_PTR);
-  EXPECT_FAILS(DutUnlinkAtomic(nullptr), -1, D_ERR_NULL_PTR);
+  // The calls answering -1 are shifted onto 0.
+  vqtest::ExpectRefused(
+      D_ERR_NULL_PTR,
+      {AS_WORD(DutHasExtension(nullptr, ".txt")), AS_WORD(DutBuildFileName(out, "d", nullptr, nullptr)),
+       AS_WORD(DutBuildDirName(out, "/opt", nullptr)), AS_WORD(DutGetFileName(nullptr, out)),
+       AS_WORD(DutFileExplodeName("x", &text, nullptr, &text)), AS_WORD(DutBuildBaseName(".", "x", nullptr, 1)),
+       AS_WORD(DutFileWritable(nullptr)), AS_WORD(DutFileGetSize(nullptr, &count)), AS_WORD(DutBackupFile(nullptr)),
+       AS_WORD(DutOpenFile("x", nullptr)), AS_WORD(DutLookupFile(nullptr)), AS_WORD(DutFlushFile(nullptr)),
+       AS_WORD(DutCloseFile(nullptr)), AS_WORD(DutSystem(nullptr) + 1), AS_WORD(DutCatFile(nullptr)),
+       AS_WORD(DutEditFile(nullptr, 1)), AS_WORD(DutViewFilePtr(nullptr)), AS_WORD(DutPathAddDir(path, nullptr)),
+       AS_WORD(DutPathDeleteDir(path, nullptr)), AS_WORD(DutPathForEachDir(path, nullptr, nullptr)),
+       AS_WORD(DutFileTraverse(nullptr, nullptr)), AS_WORD(DutGetTmpFilePath(nullptr)),
+       AS_WORD(DutDirGetFileNames(nullptr, &names, &count)), AS_WORD(DutWriteAtomic(-1, nullptr, 1) + 1),
+       AS_WORD(DutUnlinkAtomic(nullptr) + 1)});
   DutPathDestroy(path);
+  // The temporary directory: the current one, else HOME, else TEMP, else /tmp/.
+  EXPECT_TRUE(DutGetTmpFilePath(out) && std::string(out) == "./");
+  // Read-only even for the superuser on Linux; TempDir restores the cwd.
+  if (access("/proc/sys", W_OK) == 0) GTEST_SKIP() << "no read-only directory to stand in";
+  fs::current_path("/proc/sys");
+  vqtest::EnvVar home("HOME", nullptr);
+  vqtest::EnvVar temp("TEMP", dir.str().c_str());
+  EXPECT_TRUE(DutGetTmpFilePath(out) && std::string(out) == dir.str() + "/") << out;
+  // HOME wins even when it is not writable: TEMP is only its stand-in.
+  home.set("/proc/sys");
+  EXPECT_EQ(DutGetTmpFilePath(out), access("/tmp/", W_OK) == 0 ? D_TRUE : D_FALSE);
+  EXPECT_STREQ(out, "/tmp/");
 }
 
 }  // namespace

@@ -36,13 +36,6 @@ using vqtest::EnvVar;
 using vqtest::OutputCapture;
 using vqtest::RunInChild;
 
-// The string value of a string option, or "" when it is unknown.
-std::string StrValue(const char *name) {
-  const char *value = nullptr;
-  DutOptionGetStr(DutOptionLookup(name), &value);
-  return value != nullptr ? value : "";
-}
-
 // Read in a fresh process, whose TEMP names a folder not yet there: other
 // tests of this program change options, and the creation itself (making
 // both folders of the socket directory) is what is tested. Every option
@@ -84,6 +77,10 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
     }
     EXPECT_TRUE(std::filesystem::is_directory(dir)) << dir;
     EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_INTERACTIVE);
+    // The option drives the interpreter; a refused value reaches neither.
+    ASSERT_TRUE(DutOptionSetEnum(DutOptionLookup("command_feedback"), "Never"));
+    EXPECT_FAILS(DutOptionSetEnum(DutOptionLookup("command_feedback"), "sometimes"), D_FALSE, D_ERR_VAL_INVALID);
+    EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_NEVER);
     // The new program made a folder of its own for TEMP; its parent is gone
     // with this process.
     std::filesystem::remove_all(std::filesystem::path(std::getenv("TEMP")).parent_path());
@@ -108,17 +105,6 @@ TEST(StandardOptions, EnvironmentShapesProtocolsAndUniqueSubject) {
   }
 }
 
-TEST(StandardOptions, FeedbackOptionDrivesTheInterpreter) {
-  D_OPTION *feedback = DutOptionLookup("command_feedback");
-  ASSERT_TRUE(DutOptionSetEnum(feedback, "Never"));
-  EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_NEVER);
-  ASSERT_TRUE(DutOptionSetEnum(feedback, "always"));
-  EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_ALWAYS);
-  // A refused value changes neither the option nor the interpreter.
-  EXPECT_FAILS(DutOptionSetEnum(feedback, "sometimes"), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_ALWAYS);
-}
-
 // Each accepted value is committed; each refusal leaves the value that was
 // there, prints exactly its message ("%s" standing for the option's name)
 // and sets D_ERR_VAL_INVALID.
@@ -130,7 +116,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
   OutputCapture capture;
   for (const char *value : accepted) {
     EXPECT_TRUE(DutOptionSetStr(option, value)) << value;
-    EXPECT_EQ(StrValue(name), value);
+    EXPECT_EQ(DutOptionValToStr(option), "\"" + std::string(value) + "\"");
   }
   EXPECT_EQ(capture.Take(), "");
   for (const auto &[value, format] : refused) {
@@ -138,7 +124,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
     std::string message = format;
     message.replace(message.find("%s"), 2, name);
     EXPECT_EQ(capture.Take(), message);
-    EXPECT_EQ(StrValue(name), *std::prev(accepted.end())) << value;
+    EXPECT_EQ(DutOptionValToStr(option), "\"" + std::string(*std::prev(accepted.end())) + "\"") << value;
   }
 }
 

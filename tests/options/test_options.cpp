@@ -226,7 +226,7 @@ void Observe(void *object, void *data, D_WORD arg) {
             (D_GOPT_KNOWN(option) ? "=" + std::to_string(Num(option)) : std::string("=?")) + " ";
 }
 
-TEST(OptionChangeCallbacks, OwnAndGlobalMergedByPriorityAfterTheStore) {
+TEST(OptionChangeCallbacks, OwnAndGlobalMergedByPriorityAfterTheStoreAndCopies) {
   D_OPTION *n = DutOptionCreate("cb_num", D_OPT_TYPE_NUMERIC);
   D_OPTION *other = DutOptionCreate("cb_other", D_OPT_TYPE_NUMERIC);
   static const char kOwn[] = "own", kGlobal[] = "global";
@@ -245,27 +245,27 @@ TEST(OptionChangeCallbacks, OwnAndGlobalMergedByPriorityAfterTheStore) {
   // The global callback runs for every option, the own one only for n.
   EXPECT_EQ(seen([&] { ASSERT_TRUE(DutOptionSetNum(other, 1.0)); }), "global=1.000000 ");
   DutCbDestroy(global);
-}
 
-TEST(OptionChangeCallbacks, CopyCallbacksMirrorIntoVariables) {
-  D_OPTION *n = DutOptionCreate("mirror_num", D_OPT_TYPE_NUMERIC);
+  // The library's copy callbacks mirror a value into a variable, numbers
+  // cut toward zero and clamped.
   D_OPTION *b = DutOptionCreate("mirror_bool", D_OPT_TYPE_BOOLEAN);
   D_INT4 as_int = 99, as_int4 = 99, as_bool = 99;
-  ASSERT_NE(DutOptionChangeCbCreate(n, DutCbOptionCopyInt, reinterpret_cast<D_WORD>(&as_int)), nullptr);
-  ASSERT_NE(DutOptionChangeCbCreate(n, DutCbOptionCopyInt4, reinterpret_cast<D_WORD>(&as_int4)), nullptr);
+  ASSERT_NE(DutOptionChangeCbCreate(other, DutCbOptionCopyInt, reinterpret_cast<D_WORD>(&as_int)), nullptr);
+  ASSERT_NE(DutOptionChangeCbCreate(other, DutCbOptionCopyInt4, reinterpret_cast<D_WORD>(&as_int4)), nullptr);
   ASSERT_NE(DutOptionChangeCbCreate(b, DutCbOptionCopyBool, reinterpret_cast<D_WORD>(&as_bool)), nullptr);
   const struct {
     D_REAL8 value;
     D_INT4 expected;
   } cases[] = {{3.9, 3}, {-2.7, -2}, {1e12, INT_MAX}, {-1e12, INT_MIN}, {std::nan(""), 0}};
   for (const auto &c : cases) {
-    ASSERT_TRUE(DutOptionSetNum(n, c.value));
+    ASSERT_TRUE(DutOptionSetNum(other, c.value));
     EXPECT_EQ(as_int, c.expected) << c.value;
     EXPECT_EQ(as_int4, c.expected) << c.value;
   }
   ASSERT_TRUE(DutOptionSetBool(b, 1));
   EXPECT_EQ(as_bool, 1);
 }
+
 
 // By name: no type checks on the stored copy, and a printed line for each
 // kind of failure; the words of the types.

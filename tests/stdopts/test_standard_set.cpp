@@ -155,9 +155,9 @@ TEST(NamingChecks, EachStandardOptionAcceptsAndRefuses) {
   EXPECT_TRUE(DutOptionSetUnknown(DutOptionLookup("default_subject_prefix")));
 }
 
-// The system's name unless VQ_FORCE_NODE_NAME is set (even to ""), cut to
-// the buffer's size with nothing written past it.
-TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
+// The node name: the system's name unless VQ_FORCE_NODE_NAME is set (even
+// to ""), cut to the buffer's size with nothing written past it.
+TEST(NodeName, SystemNameUnlessForcedCutToTheBufferAndTheUniqueSubjectFromIt) {
   char buffer[D_NODE_NAME_SIZE + 64];
   char host[512] = {};
   std::string system = ::gethostname(host, sizeof host - 1) != 0 || host[0] == '\0' ? "UNKNOWN" : host;
@@ -174,13 +174,11 @@ TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
     EXPECT_EQ(std::string(buffer), expected.substr(0, D_NODE_NAME_SIZE - 1));
   }
   EXPECT_FAILS(DutGetNodeName(nullptr), nullptr, D_ERR_NULL_PTR);
-}
 
-// "_<node>_<number>"; the node cut at its first '.' when asked to, negative
-// numbers in hexadecimal, the full word; the longest fits the buffer.
-TEST(UniqueSubjectDefault, NodeAndNumber) {
+  // The default unique subject "_<node>_<number>": the node cut at its
+  // first '.' when asked to, negative numbers in hexadecimal, the full
+  // word; the longest fits the buffer.
   const std::string word(2 * sizeof(D_WORD) - 1, '0');
-  const std::string longest = "_" + std::string(D_NODE_NAME_SIZE - 1, 'h') + "_";
   const struct {
     std::string node;
     const char *shorten;
@@ -189,20 +187,20 @@ TEST(UniqueSubjectDefault, NodeAndNumber) {
   } cases[] = {
       {"station7.plant.example", nullptr, 4242, "_station7.plant.example_4242"},
       {"station7.plant.example", "yes", -256, "_station7_" + std::string(word.size() - 1, 'f') + "00"},
-      {std::string(400, 'h'), nullptr, static_cast<D_WORD>(INTPTR_MIN), longest + "8" + word},
+      {longest + "nnnn", nullptr, static_cast<D_WORD>(INTPTR_MIN), "_" + longest + "_8" + word},
   };
-  char buffer[D_UNIQUE_SUBJECT_SIZE];
+  char unique[D_UNIQUE_SUBJECT_SIZE];
   for (const auto &c : cases) {
     EnvVar node("VQ_FORCE_NODE_NAME", c.node.c_str()), shorten("VQ_FORCE_SHORT_NODE_NAME", c.shorten);
-    EXPECT_EQ(DutOptionGetUniqueSubjectDefault(buffer, c.number), buffer);
-    EXPECT_EQ(std::string(buffer), c.expected);
+    EXPECT_EQ(DutOptionGetUniqueSubjectDefault(unique, c.number), unique);
+    EXPECT_EQ(std::string(unique), c.expected);
   }
   EXPECT_FAILS(DutOptionGetUniqueSubjectDefault(nullptr, 1), nullptr, D_ERR_NULL_PTR);
 }
 
-
-// Computed once per process: /tmp without TEMP; a TEMP that cannot be made
-// (a path through a device, ENOTDIR) warns once and still answers.
+// The socket directory, computed once per process: /tmp without TEMP; a
+// TEMP that cannot be made (a path through a device, ENOTDIR) warns once
+// and still answers.
 TEST(SocketDir, WithoutTempOrWithAnUncreatableOne) {
 #ifdef _WIN32
   GTEST_SKIP() << "Windows takes an unset TEMP from the registry and has no device path that gives ENOTDIR";

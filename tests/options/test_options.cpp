@@ -41,14 +41,12 @@ inline ParseEnd Parse(D_OPTION *option, const char *text, D_LEX_ERROR_FUNC own =
 
 // The stored value of a numeric option.
 inline D_REAL8 Num(D_OPTION *option) { return *static_cast<D_REAL8 *>(D_GOPT_VALUE(option)); }
-inline const char *Stored(D_OPTION *option) { return static_cast<const char *>(D_GOPT_VALUE(option)); }
 
 inline std::vector<std::string> Items(const D_OPTION_STR_NODE *node) {
   std::vector<std::string> out;
   for (; node != nullptr; node = node->next) out.emplace_back(node->str);
   return out;
 }
-
 
 int g_calls = 0;
 void Count(void *, void *, D_WORD) { ++g_calls; }
@@ -159,10 +157,10 @@ TEST(OptionLegalValues, CaseDuplicatesAndRefusals) {
   EXPECT_TRUE(seen == "green red " || seen == "red green ") << seen;
   ASSERT_TRUE(DutOptionSetEnum(color, "GREEN"));
   EXPECT_FAILS(DutOptionSetEnum(color, "blue"), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_STREQ(Stored(color), "GREEN");
+  EXPECT_STREQ(DutOptionValToStr(color), "GREEN");
   // Setting by name skips the legal-value check.
   ASSERT_NE(DutOptionSet("color", "blue"), nullptr);
-  EXPECT_STREQ(Stored(color), "blue");
+  EXPECT_STREQ(DutOptionValToStr(color), "blue");
 }
 
 // A verify function that checks the number was cleared before the call,

@@ -254,7 +254,7 @@ TEST(HashThreads, ConcurrentDuplicateWarningsNameTheirKeys) {
     });
   }
   for (std::thread &th : threads) th.join();
-  std::vector<std::string> lines = hashtest::Lines(capture.Take());
+  std::vector<std::string> lines = vqtest::Lines(capture.Take());
   ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * kKeys));
   std::vector<int> per_thread(kThreads, 0);
   for (const std::string &line : lines) {
@@ -289,7 +289,7 @@ TEST(HashDump, StatisticsAndChains) {
   for (int chain = 4; chain < 8; ++chain) expected.push_back("  Bucket " + std::to_string(chain) + " has 0 entries");
   vqtest::Captured().clear();
   DutHashDump(t, vqtest::CapturePrint);
-  EXPECT_EQ(hashtest::Lines(vqtest::Captured()), expected);
+  EXPECT_EQ(vqtest::Lines(vqtest::Captured()), expected);
 }
 
 // ---- Sorting ----------------------------------------------------------------
@@ -385,7 +385,7 @@ TEST(HashTraceDeathTest, DebugFlagTwoTracesOperationsAndGrowth) {
     for (D_WORD k = 1; k <= 7; ++k) DutHashInsert(grown, k, k);
 
     DutDebugClose();  // an open file cannot be removed on Windows
-    const std::vector<std::string> lines = hashtest::Lines(vqtest::ReadFile(path));
+    const std::vector<std::string> lines = vqtest::Lines(vqtest::ReadFile(path));
     std::filesystem::remove(path);
     auto count = [&](const std::string &start) {
       return std::ranges::count_if(lines, [&](const std::string &line) { return line.starts_with(start); });

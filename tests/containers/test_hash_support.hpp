@@ -1,9 +1,8 @@
 // Shared helpers of the hash-table tests: a table owned for a test's
-// length, line splitting and chain inspection.
+// length and chain inspection.
 #pragma once
 
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,13 +22,6 @@ struct Table : std::unique_ptr<D_HASH_TABLE, Destroy> {
 
 // Equality of words, for tables made with caller-supplied functions.
 inline D_INT4 SameWord(D_WORD a, D_WORD b) { return a == b; }
-
-inline std::vector<std::string> Lines(const std::string &text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
 
 // Keys of one chain, head first.
 inline std::vector<D_WORD> ChainKeys(const D_HASH_TABLE *table, D_INT4 index) {

@@ -1,12 +1,12 @@
 // The help file of the standard options: every option has a synopsis and a
-// detailed text, and the file names no option that does not exist.
+// detailed text, helpopt lists the visible ones, and the file names no
+// option that does not exist.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,14 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using vqtest::EnvVar;
+using vqtest::Lines;
 using vqtest::OutputCapture;
-
-std::vector<std::string> Lines(const std::string &text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
 
 class OptionHelp : public ::testing::Test {
  protected:
@@ -38,7 +32,7 @@ class OptionHelp : public ::testing::Test {
   EnvVar home_{"VQHOME", data_.string().c_str()};
 };
 
-TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {
+TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetailAndHelpoptListsTheVisible) {
   D_INT4 count = 0;
   D_OPTION **options = DutOptionSort(&count);
   ASSERT_GT(count, 0);
@@ -59,6 +53,13 @@ TEST_F(OptionHelp, EveryOptionHasSynopsisAndDetail) {
     for (const std::string &line : detail) EXPECT_LE(line.size(), 79u) << line;
   }
   DutFreeCheck(options, "options", __FILE__, __LINE__);
+  // helpopt lists the visible ones, each with its synopsis.
+  DutCommandParseStr("helpopt");
+  std::string text = capture.Take();
+  EXPECT_EQ(text.rfind("Legal Options Are:\n", 0), 0u) << text;
+  EXPECT_NE(text.find("\nmonitor_scope "), std::string::npos);
+  EXPECT_EQ(text.find("\n_socket_linger_time"), std::string::npos);
+  EXPECT_EQ(text.find("no help available"), std::string::npos) << text;
 }
 
 // Each entry of the file, once, for an option that exists.
@@ -72,16 +73,6 @@ TEST_F(OptionHelp, FileNamesOnlyRealOptions) {
     EXPECT_NE(DutOptionLookup(line.c_str()), nullptr) << "no such option: " << line;
   }
   EXPECT_GE(seen.size(), 70u);
-}
-
-TEST_F(OptionHelp, HelpoptListsVisibleOptionsOnly) {
-  OutputCapture capture;
-  DutCommandParseStr("helpopt");
-  std::string text = capture.Take();
-  EXPECT_EQ(text.rfind("Legal Options Are:\n", 0), 0u) << text;
-  EXPECT_NE(text.find("\nmonitor_scope "), std::string::npos);
-  EXPECT_EQ(text.find("\n_socket_linger_time"), std::string::npos);
-  EXPECT_EQ(text.find("no help available"), std::string::npos) << text;
 }
 
 }  // namespace

@@ -36,13 +36,6 @@ using vqtest::EnvVar;
 using vqtest::OutputCapture;
 using vqtest::RunInChild;
 
-// The string value of a string option, or "" when it is unknown.
-std::string StrValue(const char *name) {
-  const char *value = nullptr;
-  DutOptionGetStr(DutOptionLookup(name), &value);
-  return value != nullptr ? value : "";
-}
-
 // Read in a fresh process, whose TEMP names a folder not yet there: other
 // tests of this program change options, and the creation itself (making
 // both folders of the socket directory) is what is tested. Every option
@@ -84,6 +77,10 @@ TEST(StandardOptions, FreshProcessHoldsDefaultsTheirOwnRulesAccept) {
     }
     EXPECT_TRUE(std::filesystem::is_directory(dir)) << dir;
     EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_INTERACTIVE);
+    // The option drives the interpreter; a refused value reaches neither.
+    ASSERT_TRUE(DutOptionSetEnum(DutOptionLookup("command_feedback"), "Never"));
+    EXPECT_FAILS(DutOptionSetEnum(DutOptionLookup("command_feedback"), "sometimes"), D_FALSE, D_ERR_VAL_INVALID);
+    EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_NEVER);
     // The new program made a folder of its own for TEMP; its parent is gone
     // with this process.
     std::filesystem::remove_all(std::filesystem::path(std::getenv("TEMP")).parent_path());
@@ -108,17 +105,6 @@ TEST(StandardOptions, EnvironmentShapesProtocolsAndUniqueSubject) {
   }
 }
 
-TEST(StandardOptions, FeedbackOptionDrivesTheInterpreter) {
-  D_OPTION *feedback = DutOptionLookup("command_feedback");
-  ASSERT_TRUE(DutOptionSetEnum(feedback, "Never"));
-  EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_NEVER);
-  ASSERT_TRUE(DutOptionSetEnum(feedback, "always"));
-  EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_ALWAYS);
-  // A refused value changes neither the option nor the interpreter.
-  EXPECT_FAILS(DutOptionSetEnum(feedback, "sometimes"), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_EQ(DutCommandGetFeedbackMode(), D_FEEDBACK_ALWAYS);
-}
-
 // Each accepted value is committed; each refusal leaves the value that was
 // there, prints exactly its message ("%s" standing for the option's name)
 // and sets D_ERR_VAL_INVALID.
@@ -130,7 +116,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
   OutputCapture capture;
   for (const char *value : accepted) {
     EXPECT_TRUE(DutOptionSetStr(option, value)) << value;
-    EXPECT_EQ(StrValue(name), value);
+    EXPECT_EQ(DutOptionValToStr(option), "\"" + std::string(value) + "\"");
   }
   EXPECT_EQ(capture.Take(), "");
   for (const auto &[value, format] : refused) {
@@ -138,7 +124,7 @@ void CheckOption(const char *name, std::initializer_list<const char *> accepted,
     std::string message = format;
     message.replace(message.find("%s"), 2, name);
     EXPECT_EQ(capture.Take(), message);
-    EXPECT_EQ(StrValue(name), *std::prev(accepted.end())) << value;
+    EXPECT_EQ(DutOptionValToStr(option), "\"" + std::string(*std::prev(accepted.end())) + "\"") << value;
   }
 }
 
@@ -169,9 +155,9 @@ TEST(NamingChecks, EachStandardOptionAcceptsAndRefuses) {
   EXPECT_TRUE(DutOptionSetUnknown(DutOptionLookup("default_subject_prefix")));
 }
 
-// The system's name unless VQ_FORCE_NODE_NAME is set (even to ""), cut to
-// the buffer's size with nothing written past it.
-TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
+// The node name: the system's name unless VQ_FORCE_NODE_NAME is set (even
+// to ""), cut to the buffer's size with nothing written past it.
+TEST(NodeName, SystemNameUnlessForcedCutToTheBufferAndTheUniqueSubjectFromIt) {
   char buffer[D_NODE_NAME_SIZE + 64];
   char host[512] = {};
   std::string system = ::gethostname(host, sizeof host - 1) != 0 || host[0] == '\0' ? "UNKNOWN" : host;
@@ -188,13 +174,11 @@ TEST(NodeName, SystemNameUnlessForcedCutToTheBuffer) {
     EXPECT_EQ(std::string(buffer), expected.substr(0, D_NODE_NAME_SIZE - 1));
   }
   EXPECT_FAILS(DutGetNodeName(nullptr), nullptr, D_ERR_NULL_PTR);
-}
 
-// "_<node>_<number>"; the node cut at its first '.' when asked to, negative
-// numbers in hexadecimal, the full word; the longest fits the buffer.
-TEST(UniqueSubjectDefault, NodeAndNumber) {
+  // The default unique subject "_<node>_<number>": the node cut at its
+  // first '.' when asked to, negative numbers in hexadecimal, the full
+  // word; the longest fits the buffer.
   const std::string word(2 * sizeof(D_WORD) - 1, '0');
-  const std::string longest = "_" + std::string(D_NODE_NAME_SIZE - 1, 'h') + "_";
   const struct {
     std::string node;
     const char *shorten;
@@ -203,20 +187,20 @@ TEST(UniqueSubjectDefault, NodeAndNumber) {
   } cases[] = {
       {"station7.plant.example", nullptr, 4242, "_station7.plant.example_4242"},
       {"station7.plant.example", "yes", -256, "_station7_" + std::string(word.size() - 1, 'f') + "00"},
-      {std::string(400, 'h'), nullptr, static_cast<D_WORD>(INTPTR_MIN), longest + "8" + word},
+      {longest + "nnnn", nullptr, static_cast<D_WORD>(INTPTR_MIN), "_" + longest + "_8" + word},
   };
-  char buffer[D_UNIQUE_SUBJECT_SIZE];
+  char unique[D_UNIQUE_SUBJECT_SIZE];
   for (const auto &c : cases) {
     EnvVar node("VQ_FORCE_NODE_NAME", c.node.c_str()), shorten("VQ_FORCE_SHORT_NODE_NAME", c.shorten);
-    EXPECT_EQ(DutOptionGetUniqueSubjectDefault(buffer, c.number), buffer);
-    EXPECT_EQ(std::string(buffer), c.expected);
+    EXPECT_EQ(DutOptionGetUniqueSubjectDefault(unique, c.number), unique);
+    EXPECT_EQ(std::string(unique), c.expected);
   }
   EXPECT_FAILS(DutOptionGetUniqueSubjectDefault(nullptr, 1), nullptr, D_ERR_NULL_PTR);
 }
 
-
-// Computed once per process: /tmp without TEMP; a TEMP that cannot be made
-// (a path through a device, ENOTDIR) warns once and still answers.
+// The socket directory, computed once per process: /tmp without TEMP; a
+// TEMP that cannot be made (a path through a device, ENOTDIR) warns once
+// and still answers.
 TEST(SocketDir, WithoutTempOrWithAnUncreatableOne) {
 #ifdef _WIN32
   GTEST_SKIP() << "Windows takes an unset TEMP from the registry and has no device path that gives ENOTDIR";

@@ -12,7 +12,9 @@
 #include <cstdlib>
 #include <functional>
 #include <initializer_list>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "vqutil/error.h"
 #include "vqutil/output.h"
@@ -82,6 +84,14 @@ inline void ExpectRefused(D_INT4 error, std::initializer_list<std::function<D_WO
     SCOPED_TRACE(&call - calls.begin());
     EXPECT_FAILS(call(), 0, error);
   }
+}
+
+// Text split at its newlines, as printed lines.
+inline std::vector<std::string> Lines(const std::string &text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
 }
 
 class OutputCapture {

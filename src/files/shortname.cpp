@@ -77,6 +77,7 @@ extern "C" {
 
 D_EXPORT D_BOOL DutBuildBaseName(const char *directory, const char *name, char **base,
                                  D_INT4 create) {
+  if (base != nullptr) *base = nullptr;  // what every failure leaves
   if (directory == nullptr || name == nullptr || base == nullptr) {
     DutErrNumSet(D_ERR_NULL_PTR);
     return D_FALSE;

@@ -169,12 +169,13 @@ TEST(CallbackDumps, ExactTexts) {
                                          ", Type: " + n + "\nCurrent List has 2 entries:\n\t1 - " +
                                          cb_text(b, other, Hex(wide), 3) + "\t2 - " + cb_text(a, run, "10", 0) +
                                          "Start thresh 0, current thresh: 0 Active: NO\n");
-  EXPECT_EQ(dump(DutCbPrintType, t), "Callback Type Dump at " + Hex(t) + ", Type Number: " + n + "\nCallback type name: " +
-                                         "dumped\nGlobal flag: globals_ok indirect\n");
+  EXPECT_EQ(dump(DutCbPrintType, t), "Callback Type Dump at " + Hex(t) + ", Type Number: " + n +
+                                         "\nCallback type name: dumped\nGlobal flag: globals_ok indirect\n");
   DutCbTypeSetGlobFlag(u, 9);
   DutCbTypeSetLocalFlag(u, D_CB_LOCAL_DIRECT);
-  EXPECT_EQ(dump(DutCbPrintType, u), "Callback Type Dump at " + Hex(u) +
-                                         ", Type Number: " + std::to_string(D_GCT_NUM(u)) + "\nCallback type name: Unnamed\nGlobal flag: direct\n");
+  EXPECT_EQ(dump(DutCbPrintType, u), "Callback Type Dump at " + Hex(u) + ", Type Number: " +
+                                         std::to_string(D_GCT_NUM(u)) +
+                                         "\nCallback type name: Unnamed\nGlobal flag: direct\n");
 
   D_CB_LIST *busy = DutCbListCreate(t, nullptr);
   // Its dump goes among the traced ones, which are made while it is idle.

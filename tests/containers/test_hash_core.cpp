@@ -315,7 +315,9 @@ D_INT4 OddValues(D_WORD, D_WORD value) { return value % 2; }
 TEST(HashSort, ValuesKeysAndSortedTraversalMatchAnOrderedMap) {
   std::mt19937 rng(99);
   std::vector<std::string> names;
-  for (int i = 0; i < 40; ++i) names.push_back(std::string(1, static_cast<char>('a' + rng() % 6)) + std::to_string(rng() % 50));
+  for (int i = 0; i < 40; ++i) {
+    names.push_back(std::string(1, static_cast<char>('a' + rng() % 6)) + std::to_string(rng() % 50));
+  }
   for (int round = 0; round < 300; ++round) {
     Table t(DutHashCreateStr(0));
     std::map<std::string, D_WORD> model;

@@ -102,15 +102,18 @@ TEST(OptionTyped, RefusalsChangeNothingAndValuesAreCopies) {
                          AS_WORD(DutOptionGetType(nullptr, &flag)), AS_WORD(DutOptionGetKnown(b, nullptr)),
                          AS_WORD(DutOptionSetRequired(nullptr, 1)), AS_WORD(DutOptionSetUnknown(nullptr)),
                          AS_WORD(DutOptionSetVerifyFunc(nullptr, nullptr, nullptr)),
-                         AS_WORD(DutOptionChangeCbLookup(n, nullptr, 0)), AS_WORD(DutOptionChangeCbCreate(n, nullptr, 0)),
+                         AS_WORD(DutOptionChangeCbLookup(n, nullptr, 0)),
+                         AS_WORD(DutOptionChangeCbCreate(n, nullptr, 0)),
                          AS_WORD(DutOptionValToStr(nullptr)), AS_WORD(DutRealToStrCopy(1.0, nullptr))});
   // The type wins over unknown.
   vqtest::ExpectRefused(D_ERR_TYPE_INVALID,
                         {AS_WORD(DutOptionSetBool(n, 1)), AS_WORD(DutOptionSetEnumList(sl, &chain)),
                          AS_WORD(DutOptionSetStrList(el, &chain)), AS_WORD(DutOptionGetStr(e, &text)),
-                         AS_WORD(DutOptionSetEnum(s, "x")), AS_WORD(DutOptionLegValAdd(DutOptionLookup("editor"), "x"))});
-  vqtest::ExpectRefused(D_ERR_VAL_INVALID, {AS_WORD(DutOptionCreate("t_neg", -1)), AS_WORD(DutOptionCreate("t_seven", 7)),
-                                            AS_WORD(DutOptionSetBool(b, 2)), AS_WORD(DutOptionSetReadOnly(n, 2))});
+                         AS_WORD(DutOptionSetEnum(s, "x")),
+                         AS_WORD(DutOptionLegValAdd(DutOptionLookup("editor"), "x"))});
+  vqtest::ExpectRefused(D_ERR_VAL_INVALID,
+                        {AS_WORD(DutOptionCreate("t_neg", -1)), AS_WORD(DutOptionCreate("t_seven", 7)),
+                         AS_WORD(DutOptionSetBool(b, 2)), AS_WORD(DutOptionSetReadOnly(n, 2))});
   EXPECT_FAILS(DutOptionGetBool(b, &flag), D_FALSE, D_ERR_VAL_UNKNOWN);
   EXPECT_FAILS(DutOptionUnset("editor"), D_FALSE, D_ERR_VAL_REQUIRED);
   for (D_OPTION *o : {b, n, e, s, el, sl}) EXPECT_FALSE(D_GOPT_KNOWN(o)) << o->name;

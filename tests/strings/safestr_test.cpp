@@ -68,7 +68,8 @@ TEST(SafeStringModel, RandomOperationsMatchAStringAndItsSize) {
 TEST(SafeStringErrors, RecordsWithoutABuffer) {
   D_SAFE_STRING none = {nullptr, 0, 0};
   vqtest::ExpectRefused(D_ERR_NULL_PTR, {AS_WORD(DutSafeStringResize(nullptr, 1000)),
-                                         AS_WORD(DutSafeStringResize(&none, 1000)), AS_WORD(DutSafeStringShorten(nullptr, 0))});
+                                         AS_WORD(DutSafeStringResize(&none, 1000)),
+                                         AS_WORD(DutSafeStringShorten(nullptr, 0))});
   EXPECT_EQ(none.size, 0);
   DutSafeStringClear(&none);
   ASSERT_NE(none.str, nullptr);

@@ -4,7 +4,6 @@
 // sorting against the number array.
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <string>
 #include <tuple>
 
@@ -38,34 +37,29 @@ TEST(RegistryType, FreshProcessFromRefusalsToFields) {
     D_INT4 count = 7;
     vqtest::ExpectRefused(D_ERR_NULL_PTR,
                           {AS_WORD(DutTypeCreate("a")), AS_WORD(DutTypeLookup("a")), AS_WORD(DutTypeLookupByNum(0)),
-                           AS_WORD(DutTypeTraverse(Count, &count)), AS_WORD(DutTypeSortByNum(&count))});
+                           AS_WORD(DutTypeTraverse(Count, nullptr)), AS_WORD(DutTypeSortByNum(&count))});
     EXPECT_EQ(count, 0);
     ASSERT_EQ(DutTypeInitialize(), D_TRUE);
     D_TYPE *first = DutTypeCreate("first");
     EXPECT_FAILS(DutTypeInitialize(), D_FALSE, D_ERR_ALREADY_EXISTS);
     EXPECT_EQ(std::tuple(DutTypeLookup("FIRST"), DutTypeLookupByNum(1)), std::tuple(first, first));  // both tables kept
+    struct { const char *name = nullptr; D_INT4 num = 0; D_WORD user = 0, arg = 0; D_TYPE_FUNC func = nullptr; } got;
     ASSERT_TRUE(DutTypeSetReturnFunc(first, ReturnHere, 11) && DutTypeSetAssignFunc(first, AssignHere) &&
-                DutTypeSetUserArg(first, 22));
-    const char *name = nullptr;
-    D_INT4 num = 0;
-    D_WORD user = 0, arg = 0;
-    D_TYPE_FUNC func = nullptr;
-    ASSERT_TRUE(DutTypeGetName(first, &name) && DutTypeGetNum(first, &num) && DutTypeGetUserArg(first, &user) &&
-                DutTypeGetReturnFunc(first, &func, &arg));
-    EXPECT_EQ(std::tuple(name, num, user, func, arg, first->assign_func),
+                DutTypeSetUserArg(first, 22) && DutTypeGetName(first, &got.name) && DutTypeGetNum(first, &got.num) &&
+                DutTypeGetUserArg(first, &got.user) && DutTypeGetReturnFunc(first, &got.func, &got.arg));
+    EXPECT_EQ(std::tuple(got.name, got.num, got.user, got.func, got.arg, first->assign_func),
               std::tuple(first->name, 1, D_WORD{22}, &ReturnHere, D_WORD{11}, &AssignHere));
     vqtest::ExpectRefused(D_ERR_DOESNT_EXIST, {AS_WORD(DutTypeLookup("second"))});
     vqtest::ExpectRefused(D_ERR_VAL_TOO_SMALL, {AS_WORD(DutTypeLookupByNum(0))});
     // Compared as unsigned: every negative number is too large.
-    vqtest::ExpectRefused(D_ERR_VAL_TOO_LARGE, {AS_WORD(DutTypeLookupByNum(2)), AS_WORD(DutTypeLookupByNum(-1)),
-                                                AS_WORD(DutTypeLookupByNum(INT_MIN))});
+    vqtest::ExpectRefused(D_ERR_VAL_TOO_LARGE, {AS_WORD(DutTypeLookupByNum(2)), AS_WORD(DutTypeLookupByNum(-1))});
     vqtest::ExpectRefused(
         D_ERR_NULL_PTR,
         {AS_WORD(DutTypeCreate(nullptr)), AS_WORD(DutTypeLookup(nullptr)), AS_WORD(DutTypeTraverse(nullptr, nullptr)),
-         AS_WORD(DutTypeSortByNum(nullptr)), AS_WORD(DutTypeGetName(nullptr, &name)),
+         AS_WORD(DutTypeSortByNum(nullptr)), AS_WORD(DutTypeGetName(nullptr, &got.name)),
          AS_WORD(DutTypeGetNum(first, nullptr)), AS_WORD(DutTypeGetUserArg(first, nullptr)),
-         AS_WORD(DutTypeGetReturnFunc(first, &func, nullptr)), AS_WORD(DutTypeSetReturnFunc(nullptr, ReturnHere, 0)),
-         AS_WORD(DutTypeSetAssignFunc(nullptr, AssignHere)), AS_WORD(DutTypeSetUserArg(nullptr, 1))});
+         AS_WORD(DutTypeGetReturnFunc(first, &got.func, nullptr)), AS_WORD(DutTypeSetUserArg(nullptr, 1)),
+         AS_WORD(DutTypeSetReturnFunc(nullptr, ReturnHere, 0)), AS_WORD(DutTypeSetAssignFunc(nullptr, AssignHere))});
   });
 }
 

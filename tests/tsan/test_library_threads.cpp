@@ -137,7 +137,7 @@ TEST(LibraryThreads, OptionsCreatedSetAndLookedUpAtOnce) {
 // text not read). Each thread's times carry a fraction of their own, so a
 // text mixed from two conversions matches no expected one.
 TEST(LibraryThreads, FullTextsCopiedUnderTheLockAreExactWhileOthersConvert) {
-  constexpr int kTimes = 6000;
+  constexpr int kTimes = 24000;
   D_TIME_CVT *full = DutTimeCvtLookup("full");
   ASSERT_NE(nullptr, full);
   auto time = [](int i, int k) { return 1000000000.0 + i * 90000.0 + k * 97.0 + i * 0.125; };

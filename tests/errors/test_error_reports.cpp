@@ -2,6 +2,7 @@
 // and what makes it corrupt, which of two files wins, filling the places,
 // the severity threshold and feedback levels, per-thread parameters, and
 // the jumps.
+#include <barrier>
 #include <csetjmp>
 #include <cstdio>
 #include <sstream>
@@ -96,15 +97,18 @@ TEST_F(Reports, FillsPlacesBySeverityAndFeedbackKeepingTheErrorValues) {
 }
 
 // Two threads fill the same message at once; each sees only its own
-// parameters, set both ways. Once the thread layer is started the output
-// function runs under the process-wide lock, so one capture takes the lines
-// of both.
+// parameters, set both ways. Both set their value before either reports,
+// so a value kept for the process instead of the thread shows in every
+// round. Once the thread layer is started the output function runs under
+// the process-wide lock, so one capture takes the lines of both.
 TEST_F(ErrorThreads, ParametersArePerThread) {
   ASSERT_EQ(DutInitThreads(), D_TRUE);
   ASSERT_EQ(Open("t.msg", "1 2 %1/%2\n"), 0);
-  auto body = [](int t) {
+  std::barrier both_set(2);
+  auto body = [&both_set](int t) {
     for (int i = 0; i < 300; ++i) {
-      DutErrParamSet(2, std::to_string(i).c_str());
+      DutErrParamSet(2, std::to_string(t * 1000 + i).c_str());
+      both_set.arrive_and_wait();
       DutErrReportParams(1, std::to_string(t).c_str(), nullptr);
     }
   };
@@ -117,7 +121,7 @@ TEST_F(ErrorThreads, ParametersArePerThread) {
   for (std::string line; std::getline(lines, line);) {
     int t = -1, i = -1;
     ASSERT_TRUE(std::sscanf(line.c_str(), "%d/%d", &t, &i) == 2 && (t == 0 || t == 1)) << line;
-    EXPECT_EQ(i, next[t]++) << line;
+    EXPECT_EQ(i, t * 1000 + next[t]++) << line;
   }
   EXPECT_EQ(std::pair(next[0], next[1]), std::pair(300, 300));
 }

@@ -46,7 +46,10 @@ std::string name(const std::string &stem, int thread, int k) {
 TEST(LibraryThreads, RegistriesAgreeOnWhatWasMadeOnce) {
   constexpr int kKeys = 24;
   const D_UINT4 base = 0x7A000000u + static_cast<D_UINT4>(getpid() % 4096) * 64u;
-  const D_INT4 type_base = 500000 + (getpid() % 1000) * 100;
+  // Callback types stay for the life of the process: a repeated run makes new ones.
+  static int run = 0;
+  const std::string cb_stem = "cbtype" + std::to_string(run);
+  const D_INT4 type_base = 500000 + (getpid() % 1000) * 100 + run++ * kKeys;
   struct Seen {
     std::vector<D_QUARK> shared = std::vector<D_QUARK>(kKeys), own = std::vector<D_QUARK>(kKeys);
     std::vector<D_LOBE *> lobes = std::vector<D_LOBE *>(kKeys);
@@ -65,9 +68,9 @@ TEST(LibraryThreads, RegistriesAgreeOnWhatWasMadeOnce) {
       bad += !DutQuarkToStr(s.own[k], &back) || own != back;
       s.lobes[k] = DutLobeDeclare(base + static_cast<D_UINT4>(k), 8);
       bad += s.lobes[k] == nullptr || DutLobeLookup(base + static_cast<D_UINT4>(k)) != s.lobes[k];
-      s.types[k] = DutCbTypeCreate(type_base + k, name("cbtype", 0, k).c_str());
+      s.types[k] = DutCbTypeCreate(type_base + k, name(cb_stem, 0, k).c_str());
       D_CB_TYPE *by_num = DutCbTypeNumLookup(type_base + k);
-      bad += by_num == nullptr || DutCbTypeLookup(name("cbtype", i, k).c_str()) != by_num;
+      bad += by_num == nullptr || DutCbTypeLookup(name(cb_stem, i, k).c_str()) != by_num;
       s.cvts[k] = DutTimeCvtCreate(name("tsan_cvt", 0, k).c_str(), to_str, to_num, nullptr);
       bad += DutTimeCvtLookup(name("tsan_cvt", 0, k).c_str()) == nullptr || DutGetWallTime() <= 0.0;
       DutGetCurrentTime();
@@ -125,6 +128,38 @@ TEST(LibraryThreads, OptionsCreatedSetAndLookedUpAtOnce) {
     return bad;
   });
   EXPECT_EQ(nullptr, DutOptionLookup(name("tsan_opt0", 0, 0).c_str()));
+}
+
+// The "full" converter's buffer and the day it keeps are shared by all
+// threads. A thread that converts and copies under the process-wide lock
+// gets exactly the text its time gets alone, while the other threads'
+// conversions take only the converter's own lock (every other one bare, its
+// text not read). Each thread's times carry a fraction of their own, so a
+// text mixed from two conversions matches no expected one.
+TEST(LibraryThreads, FullTextsCopiedUnderTheLockAreExactWhileOthersConvert) {
+  constexpr int kTimes = 24000;
+  D_TIME_CVT *full = DutTimeCvtLookup("full");
+  ASSERT_NE(nullptr, full);
+  auto time = [](int i, int k) { return 1000000000.0 + i * 90000.0 + k * 97.0 + i * 0.125; };
+  std::vector<std::vector<std::string>> alone(kThreads);
+  for (int i = 0; i < kThreads; ++i) {
+    for (int k = 0; k < kTimes; k += 2) {
+      const char *text = nullptr;
+      ASSERT_TRUE(DutTimeCvtNumToStr(full, time(i, k), &text));
+      alone[i].push_back(text);
+    }
+  }
+  together([&](int i) {
+    D_WORD bad = 0;
+    for (int k = 0; k < kTimes; ++k) {
+      const char *text = nullptr;
+      const bool locked = k % 2 == 0;
+      if (locked) DutProcessMutexLock();
+      bad += !DutTimeCvtNumToStr(full, time(i, k), &text) || (locked && alone[i][k / 2] != text);
+      if (locked) DutProcessMutexUnlock();
+    }
+    return bad;
+  });
 }
 
 // Every line arrives once, whole, each thread's in order; printing never

@@ -254,16 +254,16 @@ D_WORD elsewhere(const std::function<D_WORD()> &attempt) {
   return vqutil::Thread([&attempt] { return attempt(); }).join();
 }
 
-// The try forms answer for everyone else: readers held under shared_lock are in at once, and while
-// they are, another thread gets the read side only. (What a waiting writer
-// does to new readers is the lock's own business, tested with the
-// read-write mutex.)
+// The try forms answer for everyone else: a held mutex times out on another
+// thread, at once when the deadline has passed; readers held under
+// shared_lock are in at once, and while they are, another thread gets the
+// read side only. (What a waiting writer does to new readers is the lock's
+// own business, tested with the read-write mutex.)
 TEST(CppLockThreads, TryFormsOnAnotherThread) {
   DutInitThreads();
   vqutil::Mutex m = vqutil::check(vqutil::Mutex());  // a new handle passed through
   std::unique_lock<vqutil::Mutex> held(m);
   EXPECT_EQ(elsewhere([&] { return m.try_lock_for(20ms) ? 0 : DutErrNumGet(); }), D_ERR_TIMEOUT_REACHED);
-  // A deadline already past does not wait at all.
   const auto past = std::chrono::steady_clock::now() - 1s;
   EXPECT_EQ(elsewhere([&] { return m.try_lock_until(past) ? 0 : DutErrNumGet(); }), D_ERR_TIMEOUT_REACHED);
   held.unlock();

@@ -187,12 +187,13 @@ TEST(CppText, SafeStringEdits) {
 TEST(CppText, PathFindsInOrderAndForgetsDeletedDirectories) {
   const vqtest::TempDir tmp("vqcpppath");
   const std::string near = tmp.file("near"), far = tmp.file(std::string(180, 'f'));
-  for (const std::string &dir : {near, far}) {
-    std::filesystem::create_directory(dir);
-    vqtest::WriteFile(dir + "/both", "");
+  for (const std::string &file : {near + "/both", far + "/both", far + "/far"}) {
+    std::filesystem::create_directories(std::filesystem::path(file).parent_path());
+    vqtest::WriteFile(file, "");
   }
   vqutil::Path path;
   ASSERT_TRUE(path.add_dir(near) && path.add_dir(far));
+  EXPECT_EQ(path.find_file("far"), far + "/far");  // found past a short directory
   EXPECT_TRUE(path.find_file("both") == near + "/both" && path.find_file("none").empty());
   EXPECT_TRUE(path.delete_dir(near) && path.find_file("both") == far + "/both");
 }

@@ -118,7 +118,7 @@ TEST(CppCallbacks, LambdaCalledUntilReleasedThenNever) {
     cb.reset();
     call();
     EXPECT_TRUE(calls == 1 && life.use_count() == 1);
-    expectReleasedOnce([&](Releases *r, D_WORD id) { return make([t = token(r, id)](void *, void *) {}); });
+    expectReleasedOnce([&make = make](Releases *r, D_WORD id) { return make([t = token(r, id)](void *, void *) {}); });
   }
   EXPECT_TRUE(DutCbListDestroy(list));
 }

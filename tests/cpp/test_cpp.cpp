@@ -186,15 +186,17 @@ TEST(CppText, SafeStringEdits) {
 TEST(CppText, PathFindsInOrderAndForgetsDeletedDirectories) {
   const vqtest::TempDir tmp("vqcpppath");
   const std::string near = tmp.file("near"), far = tmp.file(std::string(180, 'f'));
-  for (const std::string &file : {near + "/both", far + "/both", far + "/far"}) {
+  // Joined with the platform's separator, as the library joins them.
+  auto in = [](const std::string &dir, const char *name) { return (std::filesystem::path(dir) / name).string(); };
+  for (const std::string &file : {in(near, "both"), in(far, "both"), in(far, "far")}) {
     std::filesystem::create_directories(std::filesystem::path(file).parent_path());
     vqtest::WriteFile(file, "");
   }
   vqutil::Path path;
   ASSERT_TRUE(path.add_dir(near) && path.add_dir(far));
-  EXPECT_EQ(path.find_file("far"), far + "/far");  // found past a short directory
-  EXPECT_TRUE(path.find_file("both") == near + "/both" && path.find_file("none").empty());
-  EXPECT_TRUE(path.delete_dir(near) && path.find_file("both") == far + "/both");
+  EXPECT_EQ(path.find_file("far"), in(far, "far"));  // found past a short directory
+  EXPECT_TRUE(path.find_file("both") == in(near, "both") && path.find_file("none").empty());
+  EXPECT_TRUE(path.delete_dir(near) && path.find_file("both") == in(far, "both"));
 }
 
 // Typed accepts hand their values out; a syntax error leaves an empty lexer

@@ -2,16 +2,13 @@
 // help files, feedback, history, permitted commands and the built-ins.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "support/output_capture.hpp"
+#include "support/temp_dir.hpp"
 #include "vqutil/command.h"
 #include "vqutil/error.h"
 #include "vqutil/time.h"
@@ -23,23 +20,21 @@ class Command : public ::testing::Test {
  protected:
   void SetUp() override {
     std::filesystem::create_directories(home_ / "help" / "commands");
-    std::ofstream(home_ / "help" / "commands" / "common.hlp")
-        << "_debug_on \"_debug_on <n>   synopsis\" \"usage: _debug_on <n>\"\n"
-           "echo \"echo words   synopsis\" \"usage: echo words\"\n";
+    vqtest::WriteFile(home_ / "help" / "commands" / "common.hlp",
+                      "_debug_on \"_debug_on <n>   synopsis\" \"usage: _debug_on <n>\"\n"
+                      "echo \"echo words   synopsis\" \"usage: echo words\"\n");
     setenv("VQHOME", home_.string().c_str(), 1);
     // Build the tables (and the default aliases) before feedback is on.
     DutCommandLookup("echo");
     DutCommandSetFeedbackMode(D_FEEDBACK_ALWAYS);
   }
-  void TearDown() override { std::filesystem::remove_all(home_); }
   std::string run(const std::string &line) {
     capture_.Take();
     DutCommandParseStr(line.c_str());
     return capture_.Take();
   }
-  std::filesystem::path home_ = std::filesystem::temp_directory_path() /
-                                ("vq_cmd_" + std::to_string(::getpid()) + "_" +
-                                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
+  vqtest::TempDir dir_{"vq_cmd"};
+  const std::filesystem::path &home_ = dir_.path();
   vqtest::OutputCapture capture_;
 };
 
@@ -97,7 +92,7 @@ TEST_F(Command, CreateLookupDestroy) {
 
 TEST_F(Command, CommandFilesAndStandardFiles) {
   const std::string file = (home_ / "script.cm").string(), missing = (home_ / "missing.cm").string();
-  std::ofstream(file) << "echo first\n(* a comment line *)\necho second ; echo third\n";
+  vqtest::WriteFile(file, "echo first\n(* a comment line *)\necho second ; echo third\n");
   capture_.Take();
   EXPECT_EQ(DutCommandParseFile(file.c_str()), D_TRUE);
   EXPECT_EQ(capture_.Take(), "first\nsecond\nthird\n");
@@ -108,9 +103,9 @@ TEST_F(Command, CommandFilesAndStandardFiles) {
   // Standard files prefer the new extension, and warn when both exist.
   std::filesystem::create_directories(home_ / "standard");
   const std::string std_new = (home_ / "standard" / "mod.cm").string(), std_old = std_new + "d";
-  std::ofstream(std_new) << "echo new std\n";
-  std::ofstream(std_old) << "echo old std\n";
-  std::ofstream(home_ / "local.cmd") << "echo old local\n";
+  vqtest::WriteFile(std_new, "echo new std\n");
+  vqtest::WriteFile(std_old, "echo old std\n");
+  vqtest::WriteFile(home_ / "local.cmd", "echo old local\n");
   unsetenv("HOME");
   errno = 0;  // the failed change reports its own error (the system's text), not an earlier one
   const std::string cd = run("cd");

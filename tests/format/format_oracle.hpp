@@ -19,9 +19,7 @@ enum class Fmt { Ieee4, Ieee8, DecF, DecD, DecG, Ibm4, Ibm8 };
 
 // bias: the value of a normal word is 1.f x 2^(exponent - bias) for IEEE
 // and DEC (whose 0.1f form is one more); IBM is 0.f x 16^(exponent - 64).
-struct Layout {
-  int size, exp_bits, frac_bits, bias;
-};
+struct Layout { int size, exp_bits, frac_bits, bias; };
 
 inline Layout layoutOf(Fmt f) {
   constexpr Layout kLayouts[] = {{4, 8, 23, 127}, {8, 11, 52, 1023}, {4, 8, 23, 129}, {8, 8, 55, 129},

@@ -79,7 +79,9 @@ TEST(LexTokens, KindsAndLongestMatches) {
       {"a+ =b", 0, {{0, "a"}, {D_TOK_PLUS, "+"}, {D_TOK_EQUALS, "="}, {0, "b"}}},
       {"a+ =b", 1, {{0, "a"}, {D_TOK_PLUS, "+"}, {D_TOK_WHITE_SPACE, " "}, {D_TOK_EQUALS, "="}, {0, "b"}}},
       {operators.str(), 0, by_kind},
-      {"<>=:=\\`", 0, {{D_TOK_NOT_EQUAL, "<>"}, {D_TOK_EQUALS, "="}, {D_TOK_ASSIGN, ":="}, {D_TOK_BACKSLASH, "\\"}, {D_TOK_ERROR, "`"}}},
+      {"<>=:=\\`", 0,
+       {{D_TOK_NOT_EQUAL, "<>"}, {D_TOK_EQUALS, "="}, {D_TOK_ASSIGN, ":="}, {D_TOK_BACKSLASH, "\\"},
+        {D_TOK_ERROR, "`"}}},
       {"\"a\\tb\\\"c\" x", 0, {{D_TOK_STRING, "\"a\\tb\\\"c\""}, {0, "x"}}},
       // A point starts a number only before a digit; an e without an
       // exponent is not part of the number.
@@ -244,7 +246,8 @@ TEST(LexAccept, ValuesWhereReadingStopsAndErrors) {
       {"\"line\nbreak\"", nullptr, nullptr, "ERROR: Found newline in string constant \"line"},
       {"x\n(* one\n two (* three *) *)", nullptr, nullptr,
        "ERROR: Start Of Nested Comment\nComment began on line 2, nesting occured on line 3"},
-      {"x /* never\n closed", nullptr, nullptr, "ERROR: No Closing Comment */ Found\nFor Comment Started on Line Number 1"},
+      {"x /* never\n closed", nullptr, nullptr,
+       "ERROR: No Closing Comment */ Found\nFor Comment Started on Line Number 1"},
       {"(* never", nullptr, nullptr, "ERROR: No Closing Comment *) Found\nFor Comment Started on Line Number 1"},
   };
   for (const auto &c : cases) {

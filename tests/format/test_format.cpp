@@ -54,14 +54,17 @@ const Conversion kConversions[] = {
 // By name: a DLL's functions may have more than one address in a host
 // (import stubs), so function pointers do not identify them everywhere.
 const Conversion &named(const char *name) {
-  auto it = std::find_if(std::begin(kConversions), std::end(kConversions), [name](auto &c) { return std::strcmp(c.name, name) == 0; });
+  auto it = std::find_if(std::begin(kConversions), std::end(kConversions),
+                         [name](auto &c) { return std::strcmp(c.name, name) == 0; });
   if (it == std::end(kConversions)) std::abort();
   return *it;
 }
 std::vector<D_INT4> ordersOf(Fmt f) {
   return vqoracle::isIeee(f) ? std::vector{kLittle, kBig} : std::vector{vqoracle::isIbm(f) ? kBig : kLittle};
 }
-bool allowed(Fmt f, D_INT4 order) { return order == kBig ? !vqoracle::isDec(f) : order == kLittle && !vqoracle::isIbm(f); }
+bool allowed(Fmt f, D_INT4 order) {
+  return order == kBig ? !vqoracle::isDec(f) : order == kLittle && !vqoracle::isIbm(f);
+}
 int sizeOf(const Conversion &c) { return vqoracle::layoutOf(c.from).size; }
 Bytes store(std::uint64_t word, Fmt f, D_INT4 order) { return vqoracle::store(word, f, order == kLittle); }
 
@@ -188,7 +191,8 @@ TEST(FormatEdges, KnownWordsAndWarnings) {
     DutErrNumSet(7);
     for (bool array : {false, true}) {
       Bytes bytes = store(e.in, c.from, e.in_order);
-      EXPECT_EQ(D_TRUE, array ? c.many(bytes.data(), 1, e.in_order, e.out_order) : c.one(bytes.data(), e.in_order, e.out_order));
+      EXPECT_EQ(D_TRUE, array ? c.many(bytes.data(), 1, e.in_order, e.out_order)
+                              : c.one(bytes.data(), e.in_order, e.out_order));
       EXPECT_EQ(store(e.out, c.to, e.out_order), bytes);
       EXPECT_EQ(*e.warning ? std::string("WARNING: ") + e.warning : "", capture.Take());
     }
@@ -228,7 +232,8 @@ TEST(FormatThreads, ConcurrentConversionsAndWarnings) {
     threads.emplace_back([t, &failures] {
       for (std::uint64_t i = 0; i < kRounds; ++i) {
         // IEEE -> IBM -> IEEE is exact for doubles in IBM's range.
-        const std::uint64_t word = ((900 + i % 200) << 52 | i * 0x9E3779B97F4A7C15u >> 12) ^ (t % 2 ? std::uint64_t{1} << 63 : 0);
+        const std::uint64_t word =
+            ((900 + i % 200) << 52 | i * 0x9E3779B97F4A7C15u >> 12) ^ (t % 2 ? std::uint64_t{1} << 63 : 0);
         Bytes bytes = store(word, Fmt::Ieee8, kHost);
         DutSwapReal8IeeeToIbm370(bytes.data(), kHost, kBig);
         DutSwapReal8Ibm370ToIeee(bytes.data(), kBig, kHost);
@@ -273,8 +278,10 @@ std::vector<std::uint64_t> wordsFor(const Conversion &c, int random) {
   };
   std::vector<std::uint64_t> out;
   for (std::uint64_t sign : {U{0}, U{1}})
-    for (std::uint64_t e : {U{0}, U{1}, U{2}, U{3}, U{32}, U{33}, U{34}, U{95}, U{96}, U{97}, max_exp / 2, max_exp / 2 + 1, max_exp - 1, max_exp})
-      for (std::uint64_t frac : {U{0}, U{1}, max_frac, top, top >> 1, top >> 2, top >> 3}) out.push_back(word(sign, e, frac));
+    for (std::uint64_t e : {U{0}, U{1}, U{2}, U{3}, U{32}, U{33}, U{34}, U{95}, U{96}, U{97}, max_exp / 2,
+                            max_exp / 2 + 1, max_exp - 1, max_exp})
+      for (std::uint64_t frac : {U{0}, U{1}, max_frac, top, top >> 1, top >> 2, top >> 3})
+        out.push_back(word(sign, e, frac));
   std::mt19937_64 rng(0xF0A7u + static_cast<unsigned>(c.from) * 8 + static_cast<unsigned>(c.to));
   const std::uint64_t span = std::min<std::uint64_t>(120, max_exp / 2 - 1);
   for (int i = 0; i < random; ++i) {
@@ -330,7 +337,8 @@ TEST(FormatOracle, PerValueAgainstTheModelAndArraysAgainstPerValue) {
           EXPECT_EQ(D_TRUE, c.one(converted.back().data(), in, out));
           warned.push_back(capture.Take());
           const auto want = modelled(c, words[i], out);
-          const auto e = static_cast<std::int64_t>(words[i] >> l.frac_bits) % static_cast<std::int64_t>(vqoracle::pow2(l.exp_bits));
+          const auto e = static_cast<std::int64_t>(words[i] >> l.frac_bits) %
+                         static_cast<std::int64_t>(vqoracle::pow2(l.exp_bits));
           const bool inside = std::abs(e - static_cast<std::int64_t>(vqoracle::pow2(l.exp_bits - 1))) <= 16;
           (inside && want ? plain : other).push_back(i);
           if (!want || !model) continue;
@@ -345,7 +353,8 @@ TEST(FormatOracle, PerValueAgainstTheModelAndArraysAgainstPerValue) {
           if (other[k] >= kEdgeWords && k % 4 != 0) continue;  // past the edges, a quarter
           for (std::size_t i = 0; i < 257; ++i) layout.push_back(i == 128 ? other[k] : plain[(k + i) % plain.size()]);
         }
-        for (std::size_t i = 0; i < words.size() + 3; ++i) layout.push_back(i < words.size() ? i : plain[i % plain.size()]);
+        for (std::size_t i = 0; i < words.size() + 3; ++i)
+          layout.push_back(i < words.size() ? i : plain[i % plain.size()]);
         const auto size = static_cast<std::size_t>(l.size);
         Bytes input(1 + layout.size() * size), want(layout.size() * size);
         std::string warnings;

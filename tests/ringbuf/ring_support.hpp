@@ -84,7 +84,9 @@ inline D_RING_ENTRY *Put(D_RING_BUF *ring, D_RING_HDR *hdr, std::int64_t us, dou
 inline D_RING_ENTRY *Archive(D_RING_BUF *ring, std::int64_t us, double value, D_UINT2 status = 2) {
   return Put(ring, nullptr, us, value, status);
 }
-inline D_RING_ENTRY *Insert(D_RING_HDR *hdr, std::int64_t us, double value) { return Put(hdr->ring, hdr, us, value, 2); }
+inline D_RING_ENTRY *Insert(D_RING_HDR *hdr, std::int64_t us, double value) {
+  return Put(hdr->ring, hdr, us, value, 2);
+}
 
 inline D_RING_HDR *Growable(D_RING_BUF *ring, double incr, double min_span, D_INT4 size) {
   const D_TIME_VALUE i = S(incr), m = S(min_span);

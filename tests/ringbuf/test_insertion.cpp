@@ -85,9 +85,9 @@ void RecordOverwrite(void *object, void *data, D_WORD arg) {
 // changes.
 TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
   // (fixed, increment, value repeat, time repeat)
-  const std::tuple<bool, double, bool, bool> kinds[] = {{false, 0.0, false, false}, {true, 0.0, true, false}, {false, 0.5, false, false},
-               {true, 1.0, false, false},  {false, 1.0, false, true}, {true, 2.0, true, true},
-               {false, 60.0, true, false}};
+  const std::tuple<bool, double, bool, bool> kinds[] = {
+      {false, 0.0, false, false}, {true, 0.0, true, false}, {false, 0.5, false, false}, {true, 1.0, false, false},
+      {false, 1.0, false, true},  {true, 2.0, true, true},  {false, 60.0, true, false}};
   const std::int64_t steps[] = {-300000, 0, 100000, 250000, 500000, 1000000, 3000000};
   for (D_UINT4 type : {D_RING_TYPE_DOUBLE, D_RING_TYPE_INT, D_RING_TYPE_FLOAT, D_RING_TYPE_WORD}) {
     for (auto [fixed, incr, value_repeat, time_repeat] : kinds) {
@@ -112,7 +112,8 @@ TEST_F(RingInsert, NewerValuesFollowTheModelOnBothPaths) {
           Archive(rings[r], t, value);
           const D_TIME_VALUE next = T(model.next);
           ASSERT_EQ(Doubles(hdrs[r]), model.kept) << type << " " << incr << " " << i << " path " << r;
-          ASSERT_TRUE(hdrs[r]->next_incr.seconds == next.seconds && hdrs[r]->next_incr.microseconds == next.microseconds)
+          ASSERT_TRUE(hdrs[r]->next_incr.seconds == next.seconds &&
+                      hdrs[r]->next_incr.microseconds == next.microseconds)
               << type << " " << incr << " " << i << " path " << r;
         }
         ASSERT_EQ(seen, model.replaced) << type << " " << incr << " " << i;

@@ -264,8 +264,9 @@ TEST_F(RingReading, RingQueriesFollowTheBuffersFromEmptyToGrownAndCleared) {
   Archive(ring, 5000000, 5);
   EXPECT_EQ(DutRingZeroSpan(ring), 4);
   ASSERT_EQ(DutRingClear(ring), D_TRUE);
-  EXPECT_EQ(std::tuple(DutRingBuffHasData(ring), DutRingCurrentEntry(ring), Doubles(zero).size(), Doubles(coarse).size()),
-            std::tuple(D_FALSE, initial, size_t{0}, size_t{0}));
+  EXPECT_EQ(
+      std::tuple(DutRingBuffHasData(ring), DutRingCurrentEntry(ring), Doubles(zero).size(), Doubles(coarse).size()),
+      std::tuple(D_FALSE, initial, size_t{0}, size_t{0}));
   EXPECT_FAILS(DutRingClear(nullptr), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutRingMaxSpan(ring, nullptr), D_FALSE, D_ERR_NULL_PTR);
   EXPECT_FAILS(DutRingZeroSpan(nullptr), 0, D_ERR_NULL_PTR);

@@ -61,7 +61,8 @@ TEST_F(RingRefusal, BadInputGivesAnErrorNumberOrTheWarning) {
       {[&] { return W(DutRingArchiveHistoryData(ring, &ok, &v, 2, 0)); }, D_ERR_VAL_INVALID, ""},
       {[&] { return D_WORD{DutRingTravInit(&ctx, ring, &ok, &minus_half, &ok)}; }, D_ERR_VAL_INVALID, ""},
       {[&] { return D_WORD{DutRingHistTravInit(&ctx, ring, &ok, &ok, &ok)}; }, D_ERR_EMPTY, ""},
-      {[&] { return D_WORD{DutRingGetMaxMin(Make(D_RING_TYPE_STRING), &ok, &ok, &max, &max)}; }, D_ERR_TYPE_MISMATCH, ""},
+      {[&] { return D_WORD{DutRingGetMaxMin(Make(D_RING_TYPE_STRING), &ok, &ok, &max, &max)}; },
+       D_ERR_TYPE_MISMATCH, ""},
   };
   int i = 0;
   for (const auto &c : cases) {

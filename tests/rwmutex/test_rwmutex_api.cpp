@@ -21,24 +21,20 @@ D_INT4 quotaOf(D_RW_MUTEX *rw) {
 }
 
 TEST(RwMutexArgs, RangesNullRecordsAndNegativeUpgradeTimeOuts) {
-  const struct {
-    D_INT4 locked, quota;
-  } bad[] = {{2, 4}, {-1, 4}, {0, 0}, {0, 33}, {1, 0}, {1, 33}};
-  for (const auto &c : bad) EXPECT_FAILS(DutRwMutexCreate(c.locked, c.quota), nullptr, D_ERR_VAL_INVALID);
-  D_INT4 quota = 0;
-  EXPECT_FAILS(DutRwMutexDestroy(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexGetReadQuota(nullptr, &quota), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexSetReadQuota(nullptr, 4), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexReadLock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexWriteLock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexUnlock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexUpgradeLock(nullptr, -1.0), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexReadLocked(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexWriteLocked(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-
   D_RW_MUTEX *rw = DutRwMutexCreate(0, 8);
+  D_INT4 quota = 0;
+  // Flags other than 0 and 1, quotas outside 1..32, and no record at all.
+  vqtest::ExpectRefused(D_ERR_VAL_INVALID,
+                        {AS_WORD(DutRwMutexCreate(2, 4)), AS_WORD(DutRwMutexCreate(-1, 4)),
+                         AS_WORD(DutRwMutexCreate(0, 0)), AS_WORD(DutRwMutexCreate(0, 33)),
+                         AS_WORD(DutRwMutexCreate(1, 0)), AS_WORD(DutRwMutexCreate(1, 33)),
+                         AS_WORD(DutRwMutexSetReadQuota(rw, 0)), AS_WORD(DutRwMutexSetReadQuota(rw, 33)),
+                         AS_WORD(DutRwMutexDestroy(nullptr)), AS_WORD(DutRwMutexGetReadQuota(nullptr, &quota)),
+                         AS_WORD(DutRwMutexSetReadQuota(nullptr, 4)), AS_WORD(DutRwMutexReadLock(nullptr)),
+                         AS_WORD(DutRwMutexWriteLock(nullptr)), AS_WORD(DutRwMutexUnlock(nullptr)),
+                         AS_WORD(DutRwMutexUpgradeLock(nullptr, -1.0)), AS_WORD(DutRwMutexReadLocked(nullptr)),
+                         AS_WORD(DutRwMutexWriteLocked(nullptr))});
   EXPECT_FAILS(DutRwMutexGetReadQuota(rw, nullptr), D_FALSE, D_ERR_NULL_PTR);
-  for (D_INT4 q : {0, 33}) EXPECT_FAILS(DutRwMutexSetReadQuota(rw, q), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_EQ(8, quotaOf(rw)) << "a refused quota leaves the lock untouched";
   // Checked before anything else, even on a lock the caller does not hold;
   // -1.0 exactly means "for ever" and is accepted.

@@ -9,9 +9,7 @@
 
 #include "thread_support.hpp"
 
-using vqtest::heldElsewhere;
-using vqtest::uniqueName;
-using vqtest::waitUntil;
+using namespace vqtest;
 
 namespace {
 

@@ -5,24 +5,46 @@
 
 #include <atomic>
 #include <cerrno>
+#include <string>
+#include <thread>
 
 #include "thread_support.hpp"
 
-using vqtest::heldElsewhere;
-using vqtest::LibThread;
-using vqtest::uniqueName;
-using vqtest::waitUntil;
+using namespace vqtest;
+
+namespace {
+
+// Ways a thread ends while it holds a mutex, run by a library thread or,
+// when foreign, by a thread the library did not make.
+struct Ending {
+  const char *name;
+  D_THREAD_FUNC body;
+  bool foreign;
+};
+
+D_WORD lockOnce(D_WORD m) { return DutMutexLock(m, D_WAIT_FOREVER); }
+
+D_WORD lockThenExit(D_WORD m) {
+  for (int i = 0; i < 3; ++i) DutMutexLock(m, D_WAIT_FOREVER);
+  DutThreadExit(0);
+}
+
+constexpr Ending kEndings[] = {{"library thread returns", &lockOnce, false},
+                               {"library thread calls DutThreadExit at depth 3", &lockThenExit, false},
+                               {"foreign thread returns", &lockOnce, true}};
+
+}  // namespace
 
 // 1: held by the creator until it unlocks, then free (0: MutexLock).
 TEST(MutexCreate, OwnerFlag) {
-  vqtest::ExpectRefused(D_ERR_VAL_INVALID,
+  ExpectRefused(D_ERR_VAL_INVALID,
                         {AS_WORD(DutMutexCreate(2)), AS_WORD(DutMutexCreate(-1)),
                          AS_WORD(DutMutexCreateNamedNp(uniqueName("bad-owner").c_str(), 2)),
                          AS_WORD(DutMutexCreateNamedNp(uniqueName("bad-owner").c_str(), -1))});
   D_MUTEX held = DutMutexCreate(1);
   EXPECT_TRUE(heldElsewhere(held));
   EXPECT_EQ(DutMutexUnlock(held), D_TRUE);
-  vqtest::expectFreeForCaller(held);
+  expectFreeForCaller(held);
 }
 
 TEST(MutexLock, RecursionTimeOutsAndInvalidHandles) {
@@ -41,8 +63,9 @@ TEST(MutexLock, RecursionTimeOutsAndInvalidHandles) {
   // for ever is still blocked while held, and gets the lock once released.
   ASSERT_EQ(DutMutexLock(m, 0.0), D_TRUE);
   for (double timeout : {0.0, 0.0004, 0.02}) {
-    LibThread t([&] { return D_WORD{DutMutexLock(m, timeout) ? 0 : DutErrNumGet()}; });
-    EXPECT_EQ(t.join(), D_ERR_TIMEOUT_REACHED) << timeout;
+    EXPECT_EQ(LibThread([&] { return D_WORD{DutMutexLock(m, timeout) ? 0 : DutErrNumGet()}; }).join(),
+              D_ERR_TIMEOUT_REACHED)
+        << timeout;
   }
   for (double timeout : {3.0, D_WAIT_FOREVER}) {
     std::atomic<int> stage{0};
@@ -68,7 +91,7 @@ TEST(MutexLock, RecursionTimeOutsAndInvalidHandles) {
   D_MUTEX mutex = DutMutexCreate(0);
   VQTEST_EXPECT_FAILS(DutMutexLock(D_INVALID_MUTEX, 0.0), D_ERR_OS, EBADF);
   VQTEST_EXPECT_FAILS(DutEventWait(D_INVALID_EVENT, 0.0), D_ERR_OS, EBADF);
-  vqtest::ExpectRefused(D_ERR_OS, {AS_WORD(DutMutexUnlock(D_INVALID_MUTEX)), AS_WORD(DutMutexDestroy(D_INVALID_MUTEX)),
+  ExpectRefused(D_ERR_OS, {AS_WORD(DutMutexUnlock(D_INVALID_MUTEX)), AS_WORD(DutMutexDestroy(D_INVALID_MUTEX)),
                                    AS_WORD(DutMutexUnlock(event)), AS_WORD(DutEventSet(mutex)),
                                    AS_WORD(DutThreadWait(D_INVALID_THREAD, nullptr))});
   EXPECT_TRUE(DutEventDestroy(event) && DutMutexDestroy(mutex));
@@ -88,10 +111,7 @@ TEST(NamedMutex, ExclusiveCreationSharedLockAndLastCloseRemovesTheName) {
   EXPECT_FALSE(heldElsewhere(b));
   // Closing one handle keeps the name; closing the last removes it, and
   // the name can be made again.
-  EXPECT_EQ(DutMutexDestroy(a), D_TRUE);
-  D_MUTEX c = DutMutexAttachNamedNp(name.c_str());
-  EXPECT_NE(c, D_INVALID_MUTEX);
-  EXPECT_TRUE(DutMutexDestroy(c) && DutMutexDestroy(b));
+  EXPECT_TRUE(DutMutexDestroy(a) && DutMutexDestroy(DutMutexAttachNamedNp(name.c_str())) && DutMutexDestroy(b));
   VQTEST_EXPECT_FAILS(DutMutexAttachNamedNp(name.c_str()), D_ERR_OS, ENOENT);
   VQTEST_EXPECT_FAILS(DutMutexAttachNamedNp(nullptr), D_ERR_OS, 0);
   EXPECT_EQ(DutMutexDestroy(DutMutexCreateNamedNp(name.c_str(), 0)), D_TRUE);
@@ -100,14 +120,14 @@ TEST(NamedMutex, ExclusiveCreationSharedLockAndLastCloseRemovesTheName) {
 // Held by the parent, the child's attempt times out; it says so through a
 // named event, then waits. It ends holding the mutex, which the parent then
 // takes over without an error, for good. (Owner threads that ended:
-// test_mutex_abandoned.)
+// MutexAbandoned.)
 TEST(NamedMutex, SharedWithAnotherProcessThatEndsHoldingIt) {
   VQTEST_NEEDS_FORK();
   std::string name = uniqueName("mutex"), event_name = uniqueName("event");
   D_MUTEX m = DutMutexCreateNamedNp(name.c_str(), 1);
   D_EVENT tried = DutEventCreateNamed(event_name.c_str(), 0);
   ASSERT_TRUE(m != D_INVALID_MUTEX && tried != D_INVALID_EVENT);
-  vqtest::Child child([&](vqtest::Child &) {
+  Child child([&](Child &) {
     D_MUTEX c = DutMutexAttachNamedNp(name.c_str());
     D_EVENT e = DutEventCreateNamed(event_name.c_str(), 0);
     if (c == D_INVALID_MUTEX || e == D_INVALID_EVENT) return 10;
@@ -119,6 +139,38 @@ TEST(NamedMutex, SharedWithAnotherProcessThatEndsHoldingIt) {
   EXPECT_EQ(DutEventWait(tried, 10000.0), D_TRUE);
   EXPECT_EQ(DutMutexUnlock(m), D_TRUE);
   EXPECT_EQ(child.exitCode(), 0);
-  vqtest::expectFreeForCaller(m);
+  expectFreeForCaller(m);
   EXPECT_EQ(DutEventDestroy(tried), D_TRUE);
+}
+
+// Mutexes whose owner thread ended holding them, through the API: the next
+// locker gets the mutex at once with no error number and owns it at depth
+// one. For unnamed and named mutexes, library and foreign threads, and the
+// process-wide lock. (Lockers asleep when the owner ends: test_locks.)
+TEST(MutexAbandoned, NextLockerTakesItOverSilentlyAtDepthOne) {
+  for (const MutexKind &kind : kMutexKinds) {
+    for (const Ending &ending : kEndings) {
+      SCOPED_TRACE(std::string(kind.name) + ", " + ending.name);
+      D_MUTEX m = kind.named ? DutMutexCreateNamedNp(uniqueName("abandoned").c_str(), 0) : DutMutexCreate(0);
+      ASSERT_NE(m, D_INVALID_MUTEX);
+      if (ending.foreign) {
+        std::thread([&] { ending.body(m); }).join();
+      } else {
+        EXPECT_EQ(DutThreadWait(DutThreadCreate(ending.body, m), nullptr), D_TRUE);
+      }
+      expectFreeForCaller(m);
+    }
+  }
+}
+
+TEST(MutexAbandoned, ProcessWideLockIsTakenOverToo) {
+  DutInitThreads();
+  // The owner ends holding it at depth two.
+  EXPECT_EQ(LibThread([] { return D_WORD{DutProcessMutexLock() && DutProcessMutexLock()}; }).join(), 1);
+  EXPECT_EQ(DutProcessMutexLock(), D_TRUE);
+  EXPECT_EQ(DutProcessMutexUnlock(), D_TRUE);
+  // One level only: the dead owner's second level is gone with it.
+  VQTEST_EXPECT_FAILS(DutProcessMutexUnlock(), D_ERR_OS, EPERM);
+  // And the library's tables work from other threads again.
+  EXPECT_EQ(LibThread([] { return D_WORD{DutProcessMutexLock() && DutProcessMutexUnlock()}; }).join(), 1);
 }

@@ -1,6 +1,6 @@
 // Mutexes: owner flag, recursion, time-outs, ownership, named sharing,
-// exclusivity, take-over after the owner died, and handles that are not
-// valid for the call.
+// exclusivity, take-over after the owning thread or process died (the
+// process-wide lock too), and handles that are not valid for the call.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -25,8 +25,9 @@ struct Ending {
 D_WORD lockOnce(D_WORD m) { return DutMutexLock(m, D_WAIT_FOREVER); }
 
 D_WORD lockThenExit(D_WORD m) {
-  for (int i = 0; i < 3; ++i) DutMutexLock(m, D_WAIT_FOREVER);
-  DutThreadExit(0);
+  D_WORD locked = D_TRUE;
+  for (int i = 0; i < 3; ++i) locked &= DutMutexLock(m, D_WAIT_FOREVER);
+  DutThreadExit(locked);
 }
 
 constexpr Ending kEndings[] = {{"library thread returns", &lockOnce, false},
@@ -37,10 +38,9 @@ constexpr Ending kEndings[] = {{"library thread returns", &lockOnce, false},
 
 // 1: held by the creator until it unlocks, then free (0: MutexLock).
 TEST(MutexCreate, OwnerFlag) {
-  ExpectRefused(D_ERR_VAL_INVALID,
-                        {AS_WORD(DutMutexCreate(2)), AS_WORD(DutMutexCreate(-1)),
-                         AS_WORD(DutMutexCreateNamedNp(uniqueName("bad-owner").c_str(), 2)),
-                         AS_WORD(DutMutexCreateNamedNp(uniqueName("bad-owner").c_str(), -1))});
+  ExpectRefused(D_ERR_VAL_INVALID, {AS_WORD(DutMutexCreate(2)), AS_WORD(DutMutexCreate(-1)),
+                                    AS_WORD(DutMutexCreateNamedNp(uniqueName("bad-owner").c_str(), 2)),
+                                    AS_WORD(DutMutexCreateNamedNp(uniqueName("bad-owner").c_str(), -1))});
   D_MUTEX held = DutMutexCreate(1);
   EXPECT_TRUE(heldElsewhere(held));
   EXPECT_EQ(DutMutexUnlock(held), D_TRUE);
@@ -92,8 +92,8 @@ TEST(MutexLock, RecursionTimeOutsAndInvalidHandles) {
   VQTEST_EXPECT_FAILS(DutMutexLock(D_INVALID_MUTEX, 0.0), D_ERR_OS, EBADF);
   VQTEST_EXPECT_FAILS(DutEventWait(D_INVALID_EVENT, 0.0), D_ERR_OS, EBADF);
   ExpectRefused(D_ERR_OS, {AS_WORD(DutMutexUnlock(D_INVALID_MUTEX)), AS_WORD(DutMutexDestroy(D_INVALID_MUTEX)),
-                                   AS_WORD(DutMutexUnlock(event)), AS_WORD(DutEventSet(mutex)),
-                                   AS_WORD(DutThreadWait(D_INVALID_THREAD, nullptr))});
+                           AS_WORD(DutMutexUnlock(event)), AS_WORD(DutEventSet(mutex)),
+                           AS_WORD(DutThreadWait(D_INVALID_THREAD, nullptr))});
   EXPECT_TRUE(DutEventDestroy(event) && DutMutexDestroy(mutex));
 }
 
@@ -153,11 +153,13 @@ TEST(MutexAbandoned, NextLockerTakesItOverSilentlyAtDepthOne) {
       SCOPED_TRACE(std::string(kind.name) + ", " + ending.name);
       D_MUTEX m = kind.named ? DutMutexCreateNamedNp(uniqueName("abandoned").c_str(), 0) : DutMutexCreate(0);
       ASSERT_NE(m, D_INVALID_MUTEX);
+      D_WORD locked = D_FALSE;
       if (ending.foreign) {
-        std::thread([&] { ending.body(m); }).join();
+        std::thread([&] { locked = ending.body(m); }).join();
       } else {
-        EXPECT_EQ(DutThreadWait(DutThreadCreate(ending.body, m), nullptr), D_TRUE);
+        EXPECT_EQ(DutThreadWait(DutThreadCreate(ending.body, m), &locked), D_TRUE);
       }
+      EXPECT_EQ(locked, D_TRUE);
       expectFreeForCaller(m);
     }
   }

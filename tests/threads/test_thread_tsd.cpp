@@ -73,12 +73,13 @@ TEST(ProcessLock, NoOpUntilThreadsAreInitialised) {
 }
 
 TEST(Thread, ExitCodesAndIdentities) {
-  // Extra arguments are ignored. (Exit codes through DutThreadExit, and no
-  // destination for the code: the Tsd and MutexAbandoned tests.)
+  // Extra arguments are ignored; the exit code destination is optional.
+  // (Exit codes through DutThreadExit: the Tsd and MutexAbandoned tests.)
   for (D_WORD code : {D_WORD{0}, D_WORD{-7}, static_cast<D_WORD>(INTPTR_MAX)}) {
     D_WORD got = 0;
     EXPECT_TRUE(DutThreadWait(DutThreadCreate(&returnArgument, code, 1, 2, 3), &got) && got == code) << code;
   }
+  EXPECT_EQ(DutThreadWait(DutThreadCreate(&returnArgument, 3), nullptr), D_TRUE);
   VQTEST_EXPECT_FAILS(DutThreadCreate(nullptr, 0), D_ERR_NULL_PTR, 0);
 
   // Self is the handle create returned; the main thread and threads of

@@ -21,24 +21,20 @@ D_INT4 quotaOf(D_RW_MUTEX *rw) {
 }
 
 TEST(RwMutexArgs, RangesNullRecordsAndNegativeUpgradeTimeOuts) {
-  const struct {
-    D_INT4 locked, quota;
-  } bad[] = {{2, 4}, {-1, 4}, {0, 0}, {0, 33}, {1, 0}, {1, 33}};
-  for (const auto &c : bad) EXPECT_FAILS(DutRwMutexCreate(c.locked, c.quota), nullptr, D_ERR_VAL_INVALID);
-  D_INT4 quota = 0;
-  EXPECT_FAILS(DutRwMutexDestroy(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexGetReadQuota(nullptr, &quota), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexSetReadQuota(nullptr, 4), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexReadLock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexWriteLock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexUnlock(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexUpgradeLock(nullptr, -1.0), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexReadLocked(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-  EXPECT_FAILS(DutRwMutexWriteLocked(nullptr), D_FALSE, D_ERR_VAL_INVALID);
-
   D_RW_MUTEX *rw = DutRwMutexCreate(0, 8);
+  D_INT4 quota = 0;
+  // Flags other than 0 and 1, quotas outside 1..32, and no record at all.
+  vqtest::ExpectRefused(D_ERR_VAL_INVALID,
+                        {AS_WORD(DutRwMutexCreate(2, 4)), AS_WORD(DutRwMutexCreate(-1, 4)),
+                         AS_WORD(DutRwMutexCreate(0, 0)), AS_WORD(DutRwMutexCreate(0, 33)),
+                         AS_WORD(DutRwMutexCreate(1, 0)), AS_WORD(DutRwMutexCreate(1, 33)),
+                         AS_WORD(DutRwMutexSetReadQuota(rw, 0)), AS_WORD(DutRwMutexSetReadQuota(rw, 33)),
+                         AS_WORD(DutRwMutexDestroy(nullptr)), AS_WORD(DutRwMutexGetReadQuota(nullptr, &quota)),
+                         AS_WORD(DutRwMutexSetReadQuota(nullptr, 4)), AS_WORD(DutRwMutexReadLock(nullptr)),
+                         AS_WORD(DutRwMutexWriteLock(nullptr)), AS_WORD(DutRwMutexUnlock(nullptr)),
+                         AS_WORD(DutRwMutexUpgradeLock(nullptr, -1.0)), AS_WORD(DutRwMutexReadLocked(nullptr)),
+                         AS_WORD(DutRwMutexWriteLocked(nullptr))});
   EXPECT_FAILS(DutRwMutexGetReadQuota(rw, nullptr), D_FALSE, D_ERR_NULL_PTR);
-  for (D_INT4 q : {0, 33}) EXPECT_FAILS(DutRwMutexSetReadQuota(rw, q), D_FALSE, D_ERR_VAL_INVALID);
   EXPECT_EQ(8, quotaOf(rw)) << "a refused quota leaves the lock untouched";
   // Checked before anything else, even on a lock the caller does not hold;
   // -1.0 exactly means "for ever" and is accepted.
@@ -52,14 +48,15 @@ TEST(RwMutexArgs, RangesNullRecordsAndNegativeUpgradeTimeOuts) {
 // Each row creates a lock, takes the steps ('r' read, 'w' write, 'u'
 // upgrade at once, 'q' read quota to 32) and expects the lock's count:
 // read levels in the caller's one slot, or write levels (reader slots
-// given back) each freed by an unlock while still write-held.
+// given back) each freed by an unlock while still write-held. Other
+// threads never see the caller's levels as theirs.
 TEST(RwMutexLevels, RecursionWriteLevelsUpgradesAndQuotaChanges) {
   const struct {
     D_INT4 locked, quota;
     const char *steps;
     D_INT4 count;
   } cases[] = {
-      {1, 4, "", -1},     // created locked: write-held by the creator
+      {1, 1, "", -1},     // created locked: write-held by the creator
       {0, 2, "rrr", 3},   // recursive reads
       {0, 4, "wrwu", -3},  // a writer's read, write and upgrade
       {0, 4, "rru", -2},   // two read locks upgraded
@@ -80,32 +77,23 @@ TEST(RwMutexLevels, RecursionWriteLevelsUpgradesAndQuotaChanges) {
     EXPECT_EQ(c.count > 0 ? c.count : 0, rw->read_lock_counts[0]);
     for (D_INT4 i = 1; i < rw->read_quota; ++i) EXPECT_EQ(0, rw->read_lock_counts[i]);
     EXPECT_EQ(c.count != 0, DutRwMutexReadLocked(rw));
+    EXPECT_EQ(0, LibThread([&] { return D_WORD{DutRwMutexWriteLocked(rw) || DutRwMutexReadLocked(rw)}; }).join())
+        << "held by someone else";
     for (D_INT4 n = c.count; n != 0; n += n > 0 ? -1 : 1) {
       EXPECT_EQ(n < 0, DutRwMutexWriteLocked(rw)) << n;
       EXPECT_TRUE(DutRwMutexUnlock(rw) && peek(rw).lock_count == n + (n > 0 ? -1 : 1)) << n;
     }
     EXPECT_FALSE(DutRwMutexReadLocked(rw) || DutRwMutexWriteLocked(rw));
-    if (std::string(c.steps).find('q') != std::string::npos) {
-      // The fresh slots work.
-      EXPECT_EQ(32, quotaOf(rw));
-      EXPECT_TRUE(DutRwMutexReadLock(rw) && peek(rw).lock_count == 1 && DutRwMutexUnlock(rw));
+    // The slots (fresh ones after a change) work, and forty distinct
+    // threads one after another reuse them: the quota stays as asked.
+    EXPECT_TRUE(DutRwMutexReadLock(rw) && peek(rw).lock_count == 1 && DutRwMutexUnlock(rw));
+    for (int i = 0; i < 40; ++i) {
+      LibThread t([&] { return D_WORD{DutRwMutexReadLock(rw) && DutRwMutexReadLocked(rw) && DutRwMutexUnlock(rw)}; });
+      ASSERT_EQ(1, t.join());
     }
+    EXPECT_EQ(std::string(c.steps).find('q') != std::string::npos ? 32 : c.quota, quotaOf(rw));
     EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
   }
-}
-
-TEST(RwMutexLevels, OtherThreadsSeeTheLockHeldAndReuseFreedSlots) {
-  D_RW_MUTEX *rw = DutRwMutexCreate(1, 1);
-  LibThread other([&] { return D_WORD{DutRwMutexWriteLocked(rw) || DutRwMutexReadLocked(rw)}; });
-  EXPECT_EQ(0, other.join()) << "held by someone else";
-  DutRwMutexUnlock(rw);
-  // Forty distinct threads, one after another: one slot is enough.
-  for (int i = 0; i < 40; ++i) {
-    LibThread t([&] { return D_WORD{DutRwMutexReadLock(rw) && DutRwMutexReadLocked(rw) && DutRwMutexUnlock(rw)}; });
-    ASSERT_EQ(1, t.join());
-  }
-  EXPECT_EQ(1, quotaOf(rw));
-  EXPECT_EQ(D_TRUE, DutRwMutexDestroy(rw));
 }
 
 // Destroying a lock in use warns and goes on; a lock write-held by the

@@ -67,4 +67,16 @@ inline bool heldElsewhere(D_MUTEX m) {
   return result == -1;
 }
 
+// The mutex is free for the caller: taken at once without an error number,
+// at depth one (a second unlock is the platform's refusal), and destroyed
+// while held.
+inline void expectFreeForCaller(D_MUTEX m) {
+  EXPECT_FAILS(DutMutexLock(m, 0.0), D_TRUE, 0);
+  EXPECT_TRUE(heldElsewhere(m));
+  EXPECT_EQ(DutMutexUnlock(m), D_TRUE);
+  EXPECT_FALSE(heldElsewhere(m));
+  VQTEST_EXPECT_FAILS(DutMutexUnlock(m), D_ERR_OS, EPERM);
+  EXPECT_TRUE(DutMutexLock(m, 0.0) && DutMutexDestroy(m));
+}
+
 }  // namespace vqtest

@@ -288,15 +288,17 @@ TEST(LexFile, BlocksPositionAndTheLongJumpFunction) {
   for (int i = 0; i < 300 && DutLexGetToken(lexer) == D_TOK_IDENTIFIER; ++i) {
     ASSERT_EQ(std::string(DutLexGetTokenText(lexer)), "word" + std::to_string(i));
     DutLexAcceptId(lexer);
-    if (i == 0) {
-      // The position counts only consumed characters: the current token
-      // word1 was read up to the blank after it.
-      EXPECT_EQ(DutLexGetCurrentPositionInFile(lexer), 11);
-    }
   }
   DutSetFileReadFunc(nullptr);
   EXPECT_TRUE(DutLexGetToken(lexer) == D_TOK_EOF && D_GLEX_LINE_NUM(lexer) == 31 &&
               blocks == (text.size() + D_LEX_BLOCK_SIZE - 1) / D_LEX_BLOCK_SIZE + 1);
+  DutLexDestroy(lexer);
+  // The position counts only consumed characters: the current token def
+  // was read up to the blank after it. (One line: a text-mode stream on
+  // Windows cannot tell positions in a file of bare newlines.)
+  lexer = DutLexCreate(D_LEX_ATT_FILE_NAME, write("pos.txt", "abc def ghi").c_str(), 0);
+  DutLexAcceptId(lexer);
+  EXPECT_EQ(DutLexGetCurrentPositionInFile(lexer), 7);
   DutLexDestroy(lexer);
 
   // The long-jump error function reports the file and the line.

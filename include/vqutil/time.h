@@ -167,7 +167,11 @@ D_EXPORT D_BOOL DutTimeCvtDestroy(D_TIME_CVT *time_cvtr);
 D_EXPORT D_WORD DutTimeCvtTraverse(D_HASH_TRAV_FUNC func, void *arg);
 /** @{ */
 /** Calls the converter's functions; a null converter or destination is an
- * assertion failure. */
+ * assertion failure. The standard converters ("full", "hms", "numeric")
+ * give texts in buffers shared by every thread, valid until that
+ * converter's next call: a host converting on several threads makes the
+ * call and copies the text under DutProcessMutexLock, which the converters
+ * take too (DutTimeToString does so). */
 D_EXPORT D_BOOL DutTimeCvtNumToStr(D_TIME_CVT *time_cvtr, D_REAL8 time, const char **str_return);
 D_EXPORT D_BOOL DutTimeCvtStrToNum(D_TIME_CVT *time_cvtr, const char *str, D_REAL8 *time_return);
 /** @} */

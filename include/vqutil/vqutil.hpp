@@ -402,16 +402,16 @@ class Lexer {
   static Lexer from_string(std::string_view text) {
     Lexer lexer;
     lexer.state_->text.assign(text);
-    lexer.adopt(DutLexCreate(D_LEX_ATT_STRING, lexer.state_->text.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error, D_LEX_ATT_ERROR_ARG,
-                             lexer.state_.get(), 0));
+    lexer.adopt(DutLexCreate(D_LEX_ATT_STRING, lexer.state_->text.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error,
+                             D_LEX_ATT_ERROR_ARG, lexer.state_.get(), 0));
     return lexer;
   }
   // Lexes the named file (a file that cannot be opened is fatal, as in C).
   static Lexer from_file(std::string_view file_name) {
     Lexer lexer;
     const std::string name(file_name);
-    lexer.adopt(DutLexCreate(D_LEX_ATT_FILE_NAME, name.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error, D_LEX_ATT_ERROR_ARG,
-                             lexer.state_.get(), 0));
+    lexer.adopt(DutLexCreate(D_LEX_ATT_FILE_NAME, name.c_str(), D_LEX_ATT_ERROR_FUNC, &Lexer::on_error,
+                             D_LEX_ATT_ERROR_ARG, lexer.state_.get(), 0));
     return lexer;
   }
   Lexer(Lexer &&other) noexcept : lex_(std::exchange(other.lex_, nullptr)), state_(std::move(other.state_)) {}

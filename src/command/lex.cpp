@@ -818,7 +818,9 @@ done:
 D_EXPORT void DutLexDestroy(D_LEX *lexer) {
   if (lexer == nullptr) return;
   if (lexer->own_file && lexer->input_file != nullptr) DutCloseFile(lexer->input_file);
-  if (lexer->input_file_name != nullptr) DutFreeCheck(lexer->input_file_name, "lexer->input_file_name", kFile, __LINE__);
+  if (lexer->input_file_name != nullptr) {
+    DutFreeCheck(lexer->input_file_name, "lexer->input_file_name", kFile, __LINE__);
+  }
   if (lexer->token_cb_list != nullptr) {
     D_BOOL status = DutCbListDestroy(lexer->token_cb_list);
     VQ_ASSERT(status == D_TRUE, "D_TRUE == status", kFile);
@@ -941,7 +943,8 @@ D_EXPORT void DutLexSkipToEoln(D_LEX *lexer) {
     // A block comment opened here could hide the end of the line.
     if ((lexer->cur_char == '(' || lexer->cur_char == '/') && peek(lexer) == '*') {
       int opener = lexer->cur_char;
-      DutLexError(lexer, opener == '(' ? "ERROR: Unexpected token: (%c found.\n" : "ERROR: Unexpected token: /%c found.\n",
+      DutLexError(lexer,
+                  opener == '(' ? "ERROR: Unexpected token: (%c found.\n" : "ERROR: Unexpected token: /%c found.\n",
                   '*');
       return;
     }
@@ -991,7 +994,9 @@ D_EXPORT char *DutLexTokenToString(D_INT4 kind, char *buffer) {
   DutProcessMutexLock();
   if (utReservedWords != nullptr) {
     struct Find {
-      static D_WORD visit(D_WORD key, D_WORD value, void *arg) { return value == *static_cast<D_WORD *>(arg) ? key : 0; }
+      static D_WORD visit(D_WORD key, D_WORD value, void *arg) {
+        return value == *static_cast<D_WORD *>(arg) ? key : 0;
+      }
     };
     D_WORD want = kind;
     D_INT4 before = DutErrNumGet();

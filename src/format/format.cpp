@@ -166,7 +166,8 @@ VQ_INLINE std::uint32_t ibmToIeee32Bulk(std::uint32_t v, std::uint32_t &odd) {
   const std::uint32_t f = v & 0x00FFFFFFu;
   const std::uint32_t t = v & 0x7F000000u;
   const std::uint32_t key = (t + (kSign32 - (34u << 24))) | (0u - static_cast<std::uint32_t>(f < 0x00100000u));
-  odd |= 0u - static_cast<std::uint32_t>(static_cast<std::int32_t>(key) > static_cast<std::int32_t>(kSign32 + (62u << 24)));
+  odd |= 0u - static_cast<std::uint32_t>(static_cast<std::int32_t>(key) >
+                                         static_cast<std::int32_t>(kSign32 + (62u << 24)));
   const auto bits = std::bit_cast<std::uint32_t>(static_cast<float>(static_cast<std::int32_t>(f)));
   return (v & kSign32) | (bits + t + t - (280u << 23));
 }
@@ -582,8 +583,9 @@ using U8 = std::uint64_t;
 using IeeeToDecF = FromIeee<U4, Side::Dec, quiet<ieeeToDecF>, storeVax<U4>>;
 using DecFToIeee = FromForeign<U4, Side::Dec, Side::Ieee, loadVax<U4>, quiet<decFToIeee>, storeIeee<U4>>;
 using IeeeToIbm4 = FromIeee<U4, Side::Ibm, quiet<ieeeToIbm32>, storeBig<U4>>;
-using Ibm4ToIeee = WithBulk<FromForeign<U4, Side::Ibm, Side::Ieee, loadBig<U4>, ibmToIeee32, storeIeee<U4>, ibmToIeee32Clamped>,
-                            loadBig<U4>, ibmToIeee32Bulk, storeIeee<U4>>;
+using Ibm4ToIeee =
+    WithBulk<FromForeign<U4, Side::Ibm, Side::Ieee, loadBig<U4>, ibmToIeee32, storeIeee<U4>, ibmToIeee32Clamped>,
+             loadBig<U4>, ibmToIeee32Bulk, storeIeee<U4>>;
 using IeeeToDecD = FromIeee<U8, Side::Dec, ieeeToDecD, storeVax<U8>, ieeeToDecDSlow>;
 using IeeeToDecG = FromIeee<U8, Side::Dec, ieeeToDecG, storeVax<U8>, ieeeToDecGSlow>;
 using DecDToIeee = FromForeign<U8, Side::Dec, Side::Ieee, loadVax<U8>, quiet<decDToIeee>, storeIeee<U8>>;
@@ -777,7 +779,8 @@ VQ_AVX2 IbmLeadV ibmLeadV(V64 v) {
   const V64 f = v & 0x00FFFFFFFFFFFFFFu;
   const V64 d = f >> 52;
   const V64 s = digitShift(d);
-  const V64 high = ((v & 0x7F00000000000000u) >> 2) + (s << 52) + (maskOf<V64>(d == 0) & (V64{} + (std::uint64_t{4} << 52)));
+  const V64 high =
+      ((v & 0x7F00000000000000u) >> 2) + (s << 52) + (maskOf<V64>(d == 0) & (V64{} + (std::uint64_t{4} << 52)));
   return {f, s, high};
 }
 
@@ -814,7 +817,8 @@ struct Ibm4ToIeeeV {
     const V32 twice = high + high;  // the characteristic at the IEEE exponent, times four
     const V32 zero = maskOf<V32>(raw == 0);
     // A zero high byte clears the fraction: characteristic 0 is flagged.
-    const auto signed_f = reinterpret_cast<S32>(__builtin_ia32_psignd256(reinterpret_cast<S32>(f), reinterpret_cast<S32>(high)));
+    const auto signed_f =
+        reinterpret_cast<S32>(__builtin_ia32_psignd256(reinterpret_cast<S32>(f), reinterpret_cast<S32>(high)));
     const auto bits = reinterpret_cast<V32>(__builtin_convertvector(signed_f, F32));
     const V32 c = twice - (68u << 24);
     const V32 g = (kOddLimit + (1u << 20)) - f;
@@ -900,7 +904,8 @@ struct IeeeToIbm8V {
     const V64 v = ieeeOrder64<In>(raw);
     const V64 zero = maskOf<V64>((v << 1) == 0);
     V64 out_of_range;
-    const V64 r = ibmFromFieldV(v & kSign64, ((v >> 52) & 0x7FFu) + 1, (v & kFrac52) | (std::uint64_t{1} << 52), out_of_range);
+    const V64 r =
+        ibmFromFieldV(v & kSign64, ((v >> 52) & 0x7FFu) + 1, (v & kFrac52) | (std::uint64_t{1} << 52), out_of_range);
     odd |= out_of_range & ~zero;
     return reverse64(r & ~zero);
   }
@@ -926,7 +931,8 @@ struct DecGToIbm8V {
     const V64 v = vax64(raw);
     const V64 zero = maskOf<V64>(v == 0);
     V64 out_of_range;
-    const V64 r = ibmFromFieldV(v & kSign64, (((v >> 52) - 2) & 0x7FFu) + 1, (v & kFrac52) | (std::uint64_t{1} << 52), out_of_range);
+    const V64 r = ibmFromFieldV(v & kSign64, (((v >> 52) - 2) & 0x7FFu) + 1, (v & kFrac52) | (std::uint64_t{1} << 52),
+                                out_of_range);
     odd |= out_of_range & ~zero;
     return reverse64(r & ~zero);
   }

@@ -125,10 +125,14 @@ D_EXPORT D_BOOL DptModuleGetFileName(D_MODULE *module, const char **name) {
 }
 
 D_EXPORT D_BOOL DptModuleGetId(D_MODULE *module, D_WORD *id) { return infoWord(module, id, &D_MODULE_INFO::id); }
-D_EXPORT D_BOOL DptModuleGetName(D_MODULE *module, D_WORD *name) { return infoWord(module, name, &D_MODULE_INFO::name); }
+D_EXPORT D_BOOL DptModuleGetName(D_MODULE *module, D_WORD *name) {
+  return infoWord(module, name, &D_MODULE_INFO::name);
+}
 D_EXPORT D_BOOL DptModuleGetVersion(D_MODULE *module, D_WORD *version) {
   return infoWord(module, version, &D_MODULE_INFO::version);
 }
-D_EXPORT D_BOOL DptModuleGetType(D_MODULE *module, D_WORD *type) { return infoWord(module, type, &D_MODULE_INFO::type); }
+D_EXPORT D_BOOL DptModuleGetType(D_MODULE *module, D_WORD *type) {
+  return infoWord(module, type, &D_MODULE_INFO::type);
+}
 
 }  // extern "C"

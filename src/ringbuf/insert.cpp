@@ -733,7 +733,9 @@ D_EXPORT D_RING_ENTRY *DutRingInsertValue(D_RING_HDR *buffer, const D_TIME_VALUE
   VQ_ASSERT(buffer != nullptr, "hdr", kFile);
   VQ_ASSERT(value != nullptr, "value", kFile);
   if (!acceptValue(buffer, time, value, status)) return nullptr;
-  if (buffer->start == nullptr || buffer->ring == nullptr) return fail(D_ERR_NULL_PTR, static_cast<D_RING_ENTRY *>(nullptr));
+  if (buffer->start == nullptr || buffer->ring == nullptr) {
+    return fail(D_ERR_NULL_PTR, static_cast<D_RING_ENTRY *>(nullptr));
+  }
   std::string text;
   const Incoming in = readValue(buffer->ring->type, value, &text);
   D_RING_ENTRY *cur = buffer->current;

@@ -351,7 +351,8 @@ D_EXPORT D_THREAD DutThreadCreateVa(D_THREAD_FUNC func, D_WORD arg, va_list) {
     DutErrNumSet(D_ERR_NULL_PTR);
     return D_INVALID_THREAD;
   }
-  auto *closure = static_cast<ThreadClosure *>(DutMallocCheck(sizeof(ThreadClosure), "thread_closure", kFile, __LINE__));
+  auto *closure =
+      static_cast<ThreadClosure *>(DutMallocCheck(sizeof(ThreadClosure), "thread_closure", kFile, __LINE__));
   closure->func = func;
   closure->arg = arg;
   vq::os::Thread *thread = vq::os::threadNew();

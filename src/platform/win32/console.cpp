@@ -16,6 +16,9 @@ bool changeDirectory(const char *path) noexcept { return ::_chdir(path) == 0; }
 
 bool putEnv(char *string) noexcept { return ::_putenv(string) == 0; }
 
-void exitImmediately(int status) noexcept { ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(status)); std::_Exit(status); }
+void exitImmediately(int status) noexcept {
+  ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(status));
+  std::_Exit(status);
+}
 
 }  // namespace vq::os
